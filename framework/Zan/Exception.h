@@ -1,0 +1,55 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "Zan/Types.h"
+
+namespace Zan {
+
+/// Kinds of exception that the framework itself raises; a catcher tells them apart by `Exception::id()`.
+enum class ExceptionId : U32 { generic = 0, range = 1, corruption = 2 };
+
+/// Base of every exception thrown by the library. Carries an identifier and a text for people.
+class Exception : public std::exception {
+ public:
+  explicit Exception(std::string text, ExceptionId id = ExceptionId::generic);
+  Exception(const Exception&) = default;
+  Exception& operator=(const Exception&) = default;
+  ~Exception() override;
+
+  const char* what() const noexcept override { return text_.c_str(); }
+  ExceptionId id() const { return id_; }
+
+ private:
+  std::string text_;
+  ExceptionId id_;
+};
+
+/// An argument outside what is allowed: a null reference, a value out of range.
+class RangeException : public Exception {
+ public:
+  explicit RangeException(std::string text) : Exception(std::move(text), ExceptionId::range) {}
+  ~RangeException() override;
+};
+
+[[noreturn]] void throwRangeException(std::string_view text);
+
+/// Declares, for the lifetime of the object on this thread, that an exception of kind `id` is expected.
+/// Code that reports exceptions asks `expected()` and stays quiet about those.
+class Expect {
+ public:
+  explicit Expect(ExceptionId id);
+  ~Expect();
+  Expect(const Expect&) = delete;
+  Expect& operator=(const Expect&) = delete;
+
+  static bool expected(ExceptionId id);
+
+ private:
+  ExceptionId id_;
+  const Expect* outer_;
+};
+
+}  // namespace Zan

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <compare>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Lumo/IpAddr.h"
+
+namespace Lumo {
+
+/// An IPv6 address: 16 bytes in network order, ordered bytewise.
+class Ip6Addr {
+ public:
+  using Bytes = std::array<U8, 16>;
+
+  constexpr Ip6Addr() = default;
+  constexpr explicit Ip6Addr(const Bytes& bytes) : bytes_(bytes) {}
+  /// Reads RFC 4291 text; throws a range exception that quotes the text when it is not an address.
+  explicit Ip6Addr(std::string_view text);
+  static std::optional<Ip6Addr> parse(std::string_view text);
+
+  constexpr const Bytes& bytes() const { return bytes_; }
+  /// The first and last eight bytes as numbers in host byte order.
+  U64 high() const { return swapNetwork64(Zan::load64(bytes_.data())); }
+  U64 low() const { return swapNetwork64(Zan::load64(bytes_.data() + 8)); }
+  U64 hash() const { return Zan::mix(Zan::load64(bytes_.data()), Zan::load64(bytes_.data() + 8)); }
+  /// RFC 5952 text.
+  std::string stringValue() const;
+
+  friend bool operator==(const Ip6Addr& a, const Ip6Addr& b) { return a.bytes_ == b.bytes_; }
+  friend std::strong_ordering operator<=>(const Ip6Addr& a, const Ip6Addr& b) {
+    if (auto c = a.high() <=> b.high(); c != 0) return c;
+    return a.low() <=> b.low();
+  }
+
+ private:
+  Bytes bytes_{};
+};
+
+std::ostream& operator<<(std::ostream& out, const Ip6Addr& address);
+
+}  // namespace Lumo

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <compare>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Lumo/IpAddr.h"
+
+namespace Lumo {
+
+/// An IPv4 prefix: address and length 0 to 32. Host bits are always zero: the constructor clears them.
+/// The default value is 0.0.0.0/0.
+class Prefix {
+ public:
+  static constexpr U8 maxLength = 32;
+
+  constexpr Prefix() = default;
+  /// Throws a range exception for a length over 32.
+  Prefix(IpAddr address, U32 length);
+  /// Reads "A.B.C.D/L"; throws a range exception that quotes the text and says what is wrong with it,
+  /// host bits that are not zero included.
+  explicit Prefix(std::string_view text);
+  static std::optional<Prefix> parse(std::string_view text);
+
+  constexpr IpAddr address() const { return address_; }
+  constexpr U8 length() const { return length_; }
+  bool contains(IpAddr a) const { return ((a.host() ^ address_.host()) & mask(length_)) == 0; }
+  U64 hash() const { return Zan::mix(address_.network(), length_); }
+  std::string stringValue() const;
+
+  /// The netmask of a length, in host byte order.
+  static constexpr U32 mask(U32 length) { return length == 0 ? 0 : ~U32{0} << (32 - length); }
+
+  friend constexpr bool operator==(Prefix a, Prefix b) = default;
+  friend constexpr std::strong_ordering operator<=>(Prefix a, Prefix b) {
+    const U64 x = U64{a.address_.host()} << 8 | a.length_;
+    const U64 y = U64{b.address_.host()} << 8 | b.length_;
+    return x <=> y;
+  }
+
+ private:
+  IpAddr address_;
+  U8 length_ = 0;
+};
+
+std::ostream& operator<<(std::ostream& out, Prefix prefix);
+
+}  // namespace Lumo
