@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <tuple>
+#include <unordered_set>
+
+#include "Zan/Notifiee.h"
+
+namespace Zan {
+
+class Entity;
+
+template <class Member>
+struct HandlerClass;
+template <class Class, class... Args>
+struct HandlerClass<void (Class::*)(Args...)> {
+  using type = Class;
+};
+
+/// Calls `Handler` on `notifiee`; what it throws is reported to the notifiee and goes no further.
+template <auto Handler, class... Args>
+void deliver(PtrInterface::NotifieeConst& notifiee, AttributeId attribute, const Args&... args) {
+  using Class = typename HandlerClass<decltype(Handler)>::type;
+  try {
+    (static_cast<Class&>(notifiee).*Handler)(args...);
+  } catch (...) {
+    notifiee.onNotificationException(attribute);
+  }
+}
+
+/// A change that waits for its reactor. Two that are the same to the reactor are delivered once.
+class PendingNotification {
+ public:
+  PendingNotification(Ptr<PtrInterface::NotifieeConst> notifiee, Ptr<PtrInterface const> notifier,
+                      AttributeId attribute);
+  virtual ~PendingNotification();
+  PendingNotification(const PendingNotification&) = delete;
+  PendingNotification& operator=(const PendingNotification&) = delete;
+
+  virtual void call() const = 0;
+  virtual bool sameKey(const PendingNotification& other) const = 0;
+  /// Tells apart what the type-erased comparison must not mix: one address per handler.
+  virtual const void* kind() const = 0;
+
+  const Ptr<PtrInterface::NotifieeConst>& notifiee() const { return notifiee_; }
+  const PtrInterface* notifier() const { return notifier_.get(); }
+  AttributeId attribute() const { return attribute_; }
+  std::size_t hash() const;
+  bool operator==(const PendingNotification& other) const;
+
+ private:
+  Ptr<PtrInterface::NotifieeConst> notifiee_;
+  Ptr<PtrInterface const> notifier_;
+  AttributeId attribute_;
+};
+
+template <auto Handler, class... Args>
+class PendingCall : public PendingNotification {
+ public:
+  PendingCall(Ptr<PtrInterface::NotifieeConst> notifiee, Ptr<PtrInterface const> notifier,
+              AttributeId attribute, const Args&... args)
+      : PendingNotification(std::move(notifiee), std::move(notifier), attribute), args_(args...) {}
+
+  void call() const override {
+    std::apply([this](const Args&... a) { deliver<Handler>(*notifiee(), attribute(), a...); }, args_);
+  }
+  bool sameKey(const PendingNotification& other) const override {
+    return args_ == static_cast<const PendingCall&>(other).args_;
+  }
+  const void* kind() const override { return &kindTag; }
+
+ private:
+  static constexpr char kindTag = 0;
+  std::tuple<Args...> args_;
+};
+
+/// An activity: a queue of notifications that the host drains from its event loop. Changes of the same
+/// attribute and key that meet in the queue are delivered once, at the place of the first. Single-threaded.
+class ActivitySm : public VFPtrInterface {
+ public:
+  explicit ActivitySm(ActivityConfig* config) : config_(config) {}
+  ~ActivitySm() override;
+
+  template <auto Handler, class... Args>
+  void enqueue(const Ptr<PtrInterface::NotifieeConst>& notifiee, const Ptr<PtrInterface const>& notifier,
+               AttributeId attribute, const Args&... args) {
+    push(std::make_unique<PendingCall<Handler, Args...>>(notifiee, notifier, attribute, args...));
+  }
+  /// Delivers what is queued, including what the handlers queue meanwhile, and returns how many handlers
+  /// ran. A reactor that no longer hears its notifier when its turn comes is passed over.
+  U32 run();
+  U32 pending() const { return static_cast<U32>(queue_.size()); }
+
+ private:
+  friend class ActivityConfig;
+  struct Hash {
+    std::size_t operator()(const PendingNotification* p) const { return p->hash(); }
+  };
+  struct Same {
+    bool operator()(const PendingNotification* a, const PendingNotification* b) const { return *a == *b; }
+  };
+
+  void push(std::unique_ptr<PendingNotification> pending);
+
+  ActivityConfig* config_;
+  std::deque<std::unique_ptr<PendingNotification>> queue_;
+  std::unordered_set<const PendingNotification*, Hash, Same> queued_;
+};
+
+/// Names an activity. Its state machine is made on first use and lives as long as the configuration.
+class ActivityConfig : public VFPtrInterface {
+ public:
+  explicit ActivityConfig(Name name) : name_(std::move(name)) {}
+  ~ActivityConfig() override;
+
+  const Name& name() const { return name_; }
+
+ private:
+  friend Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
+  Name name_;
+  Ptr<ActivitySm> sm_;
+};
+
+/// The activity of a configuration; null for null.
+Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
+
+}  // namespace Zan

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "Zan/Activity.h"
+#include "Zan/Notifiee.h"
+#include "Zan/Ptr.h"
+#include "Zan/String8.h"
+
+namespace Zan {
+
+/// The notifiees of one entity, in the order of registration. One pointer large: most entities have one
+/// watcher, which needs no memory.
+class NotifieeList {
+ public:
+  using Notifiee = PtrInterface::NotifieeConst;
+
+  NotifieeList() = default;
+  NotifieeList(const NotifieeList&) = delete;
+  NotifieeList& operator=(const NotifieeList&) = delete;
+  ~NotifieeList();
+
+  bool empty() const { return word_ == 0; }
+  void add(Notifiee* notifiee);
+  void remove(Notifiee* notifiee);
+
+  /// Counted references to the notifiees of one moment; one or two cost no allocation.
+  class Snapshot {
+   public:
+    explicit Snapshot(const NotifieeList& list);
+    const Ptr<Notifiee>* begin() const { return many_.empty() ? few_.data() : many_.data(); }
+    const Ptr<Notifiee>* end() const { return begin() + size_; }
+
+   private:
+    std::array<Ptr<Notifiee>, 2> few_;
+    std::vector<Ptr<Notifiee>> many_;
+    U32 size_ = 0;
+  };
+
+ private:
+  using Many = std::vector<Notifiee*>;
+  static constexpr std::uintptr_t manyBit = 1;
+
+  Notifiee* one() const { return reinterpret_cast<Notifiee*>(word_); }
+  Many* many() const {
+    return (word_ & manyBit) != 0 ? reinterpret_cast<Many*>(word_ & ~manyBit) : nullptr;
+  }
+
+  std::uintptr_t word_ = 0;  // null, one notifiee, or a vector (lowest bit set)
+};
+
+/// A named object in a tree that tells registered notifiees of its changes. A parent is known by a plain
+/// pointer; whoever owns the child cuts it loose (`parentIs(null)`) before the parent goes.
+class Entity : public VFPtrInterface {
+ public:
+  class NotifieeConst;
+
+  static constexpr AttributeId zeroReferencesId = 5;
+  static constexpr AttributeId nameId = 6;
+  static constexpr AttributeId parentId = 7;
+  static constexpr AttributeId versionId = 8;
+  static constexpr AttributeId isNondestructingId = 9;
+
+  ~Entity() override;
+
+  /// The last part of the full name. A member of a keyed collection is named by its key.
+  virtual Name name() const;
+  /// The names from the root down, joined by slashes.
+  std::string fullName() const;
+  Entity* parent() const { return parent_; }
+  void parentIs(std::nullptr_t) { parentIs(nullptr, 0); }
+  /// Enters the tree under attribute `attribute` of `parent`, or leaves it (null).
+  void parentIs(Entity* parent, AttributeId attribute);
+  AttributeId parentAttrId() const { return parentAttrId_; }
+  /// The name of the parent's attribute that holds this entity; empty without a parent.
+  String8 parentAttr() const;
+  /// As fullName with the attribute names between, every byte outside the unreserved set of RFC 3986
+  /// percent-escaped: "/mrib/route/10.0.0.0%2F8".
+  std::string uriPath() const;
+  /// The name of an attribute of this entity, empty for an unknown identifier.
+  virtual std::string_view attributeName(AttributeId attribute) const;
+
+  void zeroReferencesIs(bool) override;
+  const ZanType* fwkType() const override;
+
+  NotifieeList& notifiees() const { return notifiees_; }
+  bool hasNotifiees() const { return !notifiees_.empty(); }
+
+  /// Lets go of a child whose parent is being destroyed, without a word.
+  void zanOrphaned() {
+    parent_ = nullptr;
+    parentAttrId_ = 0;
+  }
+  /// Tells the notifiees that this entity is just leaving its collection (`handleDefault`), now, whatever
+  /// their activities: afterwards it is too late to look at it.
+  void tellLeaving() const;
+
+ protected:
+  Entity() = default;
+
+  /// Delivers one change to every notifiee: calls `Handler` with `args` on each that hears this entity,
+  /// at once or through its activity. What a handler throws goes to that notifiee's
+  /// `onNotificationException(attribute)` and stops nobody else. Handlers may register, unregister and
+  /// destroy notifiees, this entity's last outside reference included.
+  template <auto Handler, class... Args>
+  void tell(AttributeId attribute, const Args&... args) const {
+    if (notifiees_.empty()) return;
+    const Ptr<Entity const> pin(this);
+    const NotifieeList::Snapshot snapshot(notifiees_);
+    for (const auto& notifiee : snapshot) {
+      if (notifiee->references() == 1 || !notifiee->hears(this)) continue;
+      if (ActivitySm* activity = notifiee->actsm()) {
+        activity->enqueue<Handler>(notifiee, pin, attribute, args...);
+      } else {
+        deliver<Handler>(*notifiee, attribute, args...);
+      }
+    }
+  }
+
+ private:
+  mutable NotifieeList notifiees_;
+  Entity* parent_ = nullptr;
+  AttributeId parentAttrId_ = 0;
+};
+
+/// Notifiee of any entity; each notifier type derives its own with a handler per attribute.
+class Entity::NotifieeConst : public PtrInterface::NotifieeConst {
+ public:
+  virtual void onParent() { onAttribute(parentId); }
+  virtual void onVersion() { onAttribute(versionId); }
+
+  const Entity* notifier() const { return static_cast<const Entity*>(rawNotifier()); }
+};
+
+/// An entity that holds its name.
+class NamedEntity : public Entity {
+ public:
+  Name name() const override { return name_; }
+
+ protected:
+  explicit NamedEntity(Name name) : name_(std::move(name)) {}
+
+ private:
+  Name name_;
+};
+
+}  // namespace Zan

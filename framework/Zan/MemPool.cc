@@ -1,0 +1,104 @@
+#include "Zan/MemPool.h"
+
+#include <array>
+#include <atomic>
+#include <new>
+
+namespace Zan {
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool pooling = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool pooling = false;
+#else
+constexpr bool pooling = true;
+#endif
+#else
+constexpr bool pooling = true;
+#endif
+
+constexpr std::size_t granule = 16;
+constexpr std::size_t largest = 512;
+constexpr std::size_t chunkBytes = 64 * 1024;
+
+struct FreeObject {
+  FreeObject* next;
+};
+
+/// A size's free list. The lock is held for a few instructions, so waiters spin.
+class SizeClass {
+ public:
+  void* take(std::size_t size) {
+    const Lock lock(busy_);
+    if (!free_) refill(size);
+    FreeObject* object = free_;
+    free_ = object->next;
+    ++used_;
+    return object;
+  }
+  void give(void* object) noexcept {
+    const Lock lock(busy_);
+    free_ = new (object) FreeObject{free_};
+    --used_;
+  }
+  U64 used() {
+    const Lock lock(busy_);
+    return used_;
+  }
+
+ private:
+  struct Lock {
+    explicit Lock(std::atomic_flag& f) : flag(f) {
+      while (flag.test_and_set(std::memory_order_acquire)) {
+      }
+    }
+    ~Lock() { flag.clear(std::memory_order_release); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    std::atomic_flag& flag;
+  };
+
+  void refill(std::size_t size) {
+    char* chunk = static_cast<char*>(::operator new(chunkBytes));
+    for (std::size_t at = chunkBytes / size * size; at >= size; at -= size) {
+      free_ = new (chunk + at - size) FreeObject{free_};
+    }
+  }
+
+  std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
+  FreeObject* free_ = nullptr;
+  U64 used_ = 0;
+};
+
+constinit std::array<SizeClass, largest / granule> classes{};
+
+std::size_t classOf(std::size_t size) {
+  return (size + granule - 1) / granule - 1;
+}
+
+}  // namespace
+
+void* ZanMemPool::allocate(std::size_t size) {
+  if (!pooling || size > largest || size == 0) return ::operator new(size);
+  const std::size_t c = classOf(size);
+  return classes[c].take((c + 1) * granule);
+}
+
+void ZanMemPool::release(void* object, std::size_t size) noexcept {
+  if (!pooling || size > largest || size == 0) {
+    ::operator delete(object);
+  } else {
+    classes[classOf(size)].give(object);
+  }
+}
+
+U64 ZanMemPool::bytesInUse() {
+  U64 total = 0;
+  for (std::size_t c = 0; c < classes.size(); ++c) total += classes[c].used() * (c + 1) * granule;
+  return total;
+}
+
+}  // namespace Zan

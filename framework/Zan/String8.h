@@ -1,0 +1,49 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "Zan/Types.h"
+
+namespace Zan {
+
+/// An immutable string of bytes; copies share them. May hold any byte, zero included. Eight bytes large;
+/// the empty string holds no memory.
+class String8 {
+ public:
+  constexpr String8() = default;
+  String8(std::string_view bytes);  // NOLINT: every text is one
+  String8(const char* bytes) : String8(std::string_view(bytes)) {}                       // NOLINT
+  String8(const std::string& bytes) : String8(std::string_view(bytes)) {}                // NOLINT
+  String8(const String8& other) noexcept;
+  String8(String8&& other) noexcept : rep_(other.rep_) { other.rep_ = nullptr; }
+  String8& operator=(String8 other) noexcept {
+    std::swap(rep_, other.rep_);
+    return *this;
+  }
+  ~String8();
+
+  /// The bytes, followed by a zero; valid as long as any copy of the string.
+  const char* charPtr() const { return view().data(); }
+  U32 size() const { return static_cast<U32>(view().size()); }
+  bool empty() const { return rep_ == nullptr; }
+  std::string_view view() const;
+  std::string stringValue() const { return std::string(view()); }
+
+  friend bool operator==(const String8& a, const String8& b) { return a.view() == b.view(); }
+  friend auto operator<=>(const String8& a, const String8& b) { return a.view() <=> b.view(); }
+  friend std::ostream& operator<<(std::ostream& out, const String8& s) { return out << s.view(); }
+
+ private:
+  struct Rep;
+  Rep* rep_ = nullptr;
+};
+
+/// The name of an entity.
+class Name : public String8 {
+ public:
+  using String8::String8;
+};
+
+}  // namespace Zan

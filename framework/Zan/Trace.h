@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <string_view>
+#include <vector>
+
+#include "Zan/Text.h"
+#include "Zan/Types.h"
+
+namespace Zan {
+
+class PtrInterface;
+
+/// One traced message. The views are valid during the call of the sink only.
+struct TraceMessage {
+  std::string_view handle;
+  const PtrInterface* context;  ///< the object that traces; may be null
+  std::string_view text;        ///< may hold any byte
+  U32 level;
+  bool enabled;  ///< false: the level is off and the text was built for the coverage stream alone
+  std::string_view file;
+  U32 line;
+  std::string_view function;
+};
+
+using TraceSink = void (*)(void* user, const TraceMessage& message);
+
+/// Where enabled messages go; null (the default) discards them, and then no text is built.
+void traceSinkIs(TraceSink sink, void* user);
+/// A process-wide stream that gets every message, whether its level is enabled or not. Null turns it off.
+void coverageStreamIs(TraceSink stream, void* user);
+
+/// A named channel of messages with an overall switch and one switch per level (0 to 30). Lives as long as
+/// the process. A site that is off costs one relaxed load and one branch.
+class TraceHandle {
+ public:
+  static constexpr U32 maxLevel = 30;
+
+  explicit TraceHandle(std::string_view name, bool enabledByDefault = true);
+  TraceHandle(const TraceHandle&) = delete;
+  TraceHandle& operator=(const TraceHandle&) = delete;
+
+  std::string_view name() const { return name_; }
+  bool enabled() const { return enabled_; }
+  void enabledIs(bool enabled);
+  bool levelEnabled(U32 level) const { return (levels_ >> level & 1) != 0; }
+  void levelEnabledIs(U32 level, bool enabled);
+  /// Enables levels 0 to `level` and disables those above.
+  void levelsUpToIs(U32 level);
+
+  /// Whether a message of this level must be built.
+  bool wants(U32 level) const {
+    return (interest_.load(std::memory_order_relaxed) & (U32{1} << level | coverageBit)) != 0;
+  }
+  /// Whether a message of this level reaches the sink.
+  bool traces(U32 level) const { return enabled_ && level <= maxLevel && levelEnabled(level); }
+
+  /// The handle of that name, or null. All handles, in the order of their creation.
+  static TraceHandle* find(std::string_view name);
+  static const std::vector<TraceHandle*>& handles();
+
+ private:
+  friend void traceSinkIs(TraceSink, void*);
+  friend void coverageStreamIs(TraceSink, void*);
+  static constexpr U32 coverageBit = U32{1} << 31;
+  static void updateAll();
+  void update();
+
+  std::string_view name_;
+  bool enabled_;
+  U32 levels_ = 1;
+  std::atomic<U32> interest_{0};
+};
+
+/// Emits one message: to the sink when `enabled`, and to the coverage stream in any case.
+void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text, U32 level,
+                 bool enabled, std::string_view file, U32 line, std::string_view function);
+
+}  // namespace Zan
+
+/// Traces `...` (a chain of <<) when the handle wants the level; builds nothing otherwise.
+#define ZAN_TRACE_AT(handle, context, level, line, ...)                                            \
+  do {                                                                                             \
+    if (__builtin_expect((handle).wants(level), 0)) {                                              \
+      ::Zan::Text zanText;                                                                         \
+      zanText << __VA_ARGS__;                                                                      \
+      ::Zan::traceHelper((handle).name(), context, zanText.view(), level, (handle).traces(level),  \
+                         __FILE__, static_cast<U32>(line), __func__);                              \
+    }                                                                                              \
+  } while (false)
+#define ZAN_TRACE(handle, context, level, ...) ZAN_TRACE_AT(handle, context, level, __LINE__, __VA_ARGS__)
