@@ -1,0 +1,49 @@
+#include "Ip/Status.h"
+
+#include "Zan/ZanType.h"
+
+namespace Ip {
+
+void IntfAddr::zanLeft() {
+  if (parent()) static_cast<Status*>(parent())->intfAddrLeft(*this);
+}
+
+const Zan::ZanType* IntfAddr::fwkType() const {
+  static const Zan::ZanType type("Ip::IntfAddr", Entity::fwkType());
+  return &type;
+}
+
+Status::~Status() = default;
+
+void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
+  Zan::Ptr<IntfAddr> member(intfAddr_.lookup(id));
+  if (member && member->addr_ == addr) return;
+  if (!member) {
+    member = Zan::create<IntfAddr>(id);
+    member->parentIs(this, intfAddrId);
+    intfAddr_.insert(member);
+  }
+  member->addr_ = addr;
+  tellIntfAddr(id);
+}
+
+void Status::intfAddrLeft(IntfAddr& member) {
+  member.tellLeaving();
+  member.parentIs(nullptr);
+  tellIntfAddr(member.intfId());
+}
+
+void Status::tellIntfAddr(Lumo::IntfId id) const {
+  tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfAddr)>(intfAddrId, id);
+}
+
+const Zan::ZanType* Status::fwkType() const {
+  static const Zan::ZanType type("Ip::Status", Entity::fwkType());
+  return &type;
+}
+
+std::string_view Status::attributeName(Zan::AttributeId attribute) const {
+  return attribute == intfAddrId ? "intfAddr" : Entity::attributeName(attribute);
+}
+
+}  // namespace Ip

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "Lumo/IntfId.h"
+#include "Lumo/IpAddr.h"
+#include "Zan/Entity.h"
+#include "Zan/HashMap.h"
+
+namespace Ip {
+
+/// The IPv4 address of one interface.
+class IntfAddr : public Zan::Entity, public Zan::HashMember<IntfAddr> {
+ public:
+  explicit IntfAddr(Lumo::IntfId intfId) : intfId_(intfId) {}
+
+  Lumo::IntfId intfId() const { return intfId_; }
+  Lumo::IntfId fwkKey() const { return intfId_; }
+  Lumo::IpAddr addr() const { return addr_; }
+  Zan::Name name() const override { return Zan::Name(intfId_.stringValue()); }
+  void zanLeft();
+  const Zan::ZanType* fwkType() const override;
+
+ private:
+  friend class Status;
+  Lumo::IntfId intfId_;
+  Lumo::IpAddr addr_;
+};
+
+/// The interfaces' IPv4 addresses, by interface identifier.
+class Status : public Zan::NamedEntity {
+ public:
+  class NotifieeConst;
+  static constexpr Zan::AttributeId intfAddrId = 130;
+
+  explicit Status(Zan::Name name) : NamedEntity(std::move(name)) {}
+  ~Status() override;
+
+  /// The entry of an interface, or null when it has no address. Owned by the status.
+  IntfAddr* intfAddr(Lumo::IntfId id) const { return intfAddr_.lookup(id); }
+  U32 intfAddrCount() const { return intfAddr_.size(); }
+  Zan::HashMap<IntfAddr, Lumo::IntfId>::IteratorConst intfAddrIterator() const { return intfAddr_.iterator(); }
+  /// Gives an interface its address, or another one.
+  void intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr);
+  void intfAddrDel(Lumo::IntfId id) { intfAddr_.erase(id); }
+
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  friend class IntfAddr;
+  void intfAddrLeft(IntfAddr& member);
+  void tellIntfAddr(Lumo::IntfId id) const;
+
+  Zan::HashMap<IntfAddr, Lumo::IntfId> intfAddr_;
+};
+
+class Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onIntfAddr(const Lumo::IntfId&) { onCollectionNotification("intfAddr"); }
+  virtual void onIntfAddrzanImmediate() { onCollectionNotification("intfAddr"); }
+  virtual void onIntfAddr() { onCollectionNotification("intfAddr"); }
+};
+
+}  // namespace Ip

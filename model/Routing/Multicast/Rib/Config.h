@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Routing/Multicast/Rib/RouteKeyPrefix.h"
+
+namespace Routing::Multicast::Rib {
+
+/// The MRIB configuration: the statically configured multicast routes by source prefix.
+class Config : public Zan::NamedEntity {
+ public:
+  class NotifieeConst;
+  using RouteMap = Zan::HashMap<RouteKeyPrefix, Lumo::IpGenPrefix>;
+  static constexpr Zan::AttributeId routeId = 130;
+
+  explicit Config(Zan::Name name) : NamedEntity(std::move(name)) {}
+  ~Config() override;
+
+  /// The entry of a prefix, or null. Owned by the configuration.
+  RouteKeyPrefix* route(const Lumo::IpGenPrefix& prefix) const { return route_.lookup(prefix); }
+  U32 routeCount() const { return route_.size(); }
+  RouteMap::IteratorConst routeIterator() const { return route_.iterator(); }
+  /// Adds an entry without preferences if there is none for `prefix`, and returns the entry.
+  Zan::Ptr<RouteKeyPrefix> routeIs(const Lumo::IpGenPrefix& prefix);
+  /// Enters a finished entry, which then is announced once. It replaces another one for its prefix.
+  void routeIs(const Zan::Ptr<RouteKeyPrefix>& entry);
+  void routeDel(const Lumo::IpGenPrefix& prefix) { route_.erase(prefix); }
+  /// Tells the watchers that any entry may have changed.
+  void routeNotifyAll() const;
+
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  friend class RouteKeyPrefix;
+  void routeLeft(RouteKeyPrefix& entry);
+  void tellRoute(const Lumo::IpGenPrefix& prefix) const;
+
+  RouteMap route_;
+};
+
+class Config::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onRoute(const Lumo::IpGenPrefix&) { onCollectionNotification("route"); }
+  virtual void onRoutezanImmediate() { onCollectionNotification("route"); }
+  virtual void onRoute() { onCollectionNotification("route"); }
+
+  const Config* notifier() const { return static_cast<const Config*>(rawNotifier()); }
+};
+
+}  // namespace Routing::Multicast::Rib

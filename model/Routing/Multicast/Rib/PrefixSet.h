@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Lumo/IpGenPrefix.h"
+#include "Zan/Entity.h"
+#include "Zan/SortedSet.h"
+
+namespace Routing::Multicast::Rib {
+
+/// The multicast prefixes whose routes resolve through one prefix, `lPrefix`, in ascending order.
+class PrefixSet : public Zan::Entity {
+ public:
+  class NotifieeConst;
+  using Ptr = Zan::Ptr<PrefixSet>;
+  static constexpr Zan::AttributeId lPrefixId = 130;
+  static constexpr Zan::AttributeId prefixId = 131;
+
+  /// A new set without members, name and parent. Throws "null ValidPtr" only when there is none to be had.
+  static Ptr PrefixSetIs(const Lumo::IpGenPrefix& lPrefix);
+  explicit PrefixSet(const Lumo::IpGenPrefix& lPrefix) : lPrefix_(lPrefix) {}
+  ~PrefixSet() override;
+
+  const Lumo::IpGenPrefix& lPrefix() const { return lPrefix_; }
+  /// Whether `prefix` is a member.
+  bool prefix(const Lumo::IpGenPrefix& prefix) const { return prefix_.contains(prefix); }
+  U32 prefixCount() const { return prefix_.size(); }
+  Zan::SortedSet<Lumo::IpGenPrefix>::Iterator prefixIterator() const { return prefix_.iterator(); }
+  void prefixIs(const Lumo::IpGenPrefix& prefix, bool member);
+  void prefixDel(const Lumo::IpGenPrefix& prefix);
+
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  Lumo::IpGenPrefix lPrefix_;
+  Zan::SortedSet<Lumo::IpGenPrefix> prefix_;
+};
+
+class PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onPrefix(const Lumo::IpGenPrefix&) { onCollectionNotification("prefix"); }
+  virtual void onPrefixzanImmediate() { onCollectionNotification("prefix"); }
+  virtual void onPrefix() { onCollectionNotification("prefix"); }
+};
+
+}  // namespace Routing::Multicast::Rib

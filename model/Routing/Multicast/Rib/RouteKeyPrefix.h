@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Lumo/IpGenPrefix.h"
+#include "Routing/Multicast/Rib/RouteKeyPreference.h"
+#include "Zan/HashMap.h"
+
+namespace Routing::Multicast::Rib {
+
+/// One configured source prefix with its preferences, lowest first.
+class RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<RouteKeyPrefix> {
+ public:
+  class NotifieeConst;
+  using PrefMap = Zan::RbTreeMap<RouteKeyPreference, U8>;
+  static constexpr Zan::AttributeId prefixId = 130;
+  static constexpr Zan::AttributeId prefId = 131;
+
+  explicit RouteKeyPrefix(const Lumo::IpGenPrefix& prefix) : prefix_(prefix) {}
+  ~RouteKeyPrefix() override;
+
+  const Lumo::IpGenPrefix& prefix() const { return prefix_; }
+  const Lumo::IpGenPrefix& fwkKey() const { return prefix_; }
+  Zan::Name name() const override { return Zan::Name(prefix_.stringValue()); }
+
+  /// The entry at a preference, or null. Owned by the prefix.
+  RouteKeyPreference* pref(U8 preference) const { return pref_.lookup(preference); }
+  U32 prefCount() const { return pref_.size(); }
+  PrefMap::IteratorConst prefIterator() const { return pref_.iterator(); }
+  /// The entry with the lowest preference, or null.
+  const RouteKeyPreference* bestPref() const { return pref_.first(); }
+  /// Adds an entry without RPFs if there is none at `preference`, and returns the entry.
+  Zan::Ptr<RouteKeyPreference> prefIs(U8 preference);
+  /// Enters a finished entry, which then is announced once. It replaces another one at its preference.
+  void prefIs(const Zan::Ptr<RouteKeyPreference>& entry);
+  void prefDel(U8 preference) { pref_.erase(preference); }
+  /// Tells the watchers that any preference may have changed.
+  void prefNotifyAll() const;
+
+  void zanLeft();
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  friend class RouteKeyPreference;
+  void prefLeft(RouteKeyPreference& entry);
+  void tellPref(U8 preference) const;
+
+  Lumo::IpGenPrefix prefix_;
+  PrefMap pref_;
+};
+
+class RouteKeyPrefix::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onPref(const U8&) { onCollectionNotification("pref"); }
+  virtual void onPrefzanImmediate() { onCollectionNotification("pref"); }
+  virtual void onPref() { onCollectionNotification("pref"); }
+
+  const RouteKeyPrefix* notifier() const { return static_cast<const RouteKeyPrefix*>(rawNotifier()); }
+};
+
+}  // namespace Routing::Multicast::Rib

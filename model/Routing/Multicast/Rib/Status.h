@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Routing/Multicast/Rib/Route.h"
+
+namespace Routing::Multicast {
+
+/// The MRIB status: the multicast routes that are in force, by prefix.
+template <class Family>
+class StatusOf : public Zan::NamedEntity {
+ public:
+  using Prefix = typename Family::Prefix;
+  using Route = RouteOf<Family>;
+  using RouteMap = Zan::HashMap<Route, Prefix>;
+  class NotifieeConst;
+
+  static constexpr Zan::AttributeId routeId = 130;
+  static constexpr Zan::AttributeId trieId = 131;
+
+  explicit StatusOf(Zan::Name name) : NamedEntity(std::move(name)) {}
+  ~StatusOf() override;
+
+  /// The route of a prefix, or null. Owned by the status; hold it by `Ptr` across a change.
+  Route* route(const Prefix& prefix) const { return route_.lookup(prefix); }
+  U32 routeCount() const { return route_.size(); }
+  typename RouteMap::IteratorConst routeIterator() const { return route_.iterator(); }
+  /// Creates the route if it is absent, and returns it.
+  Zan::Ptr<Route> routeIs(const Prefix& prefix);
+  /// Removes the route. Its own watchers hear first that it leaves, then those of the collection.
+  void routeDel(const Prefix& prefix) { route_.erase(prefix); }
+  void routeDelAll() { route_.eraseAll(); }
+  /// Tells the watchers that any route may have changed.
+  void routeNotifyAll() const;
+
+  void isNondestructingIs(bool nondestructing) override;
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  friend class RouteOf<Family>;
+  void routeLeft(Route& route);
+
+  RouteMap route_;
+};
+
+/// The order of the handlers is part of the interface.
+template <class Family>
+class StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
+  virtual void onRoute(const Prefix&) { onCollectionNotification("route"); }
+  virtual void onRoutezanImmediate() { onCollectionNotification("route"); }
+  virtual void onRoute() { onCollectionNotification("route"); }
+  virtual void onTrie() { onAttribute(trieId); }
+
+  const StatusOf* notifier() const { return static_cast<const StatusOf*>(rawNotifier()); }
+};
+
+extern template class StatusOf<Family4>;
+extern template class StatusOf<Family6>;
+
+}  // namespace Routing::Multicast
+
+namespace Routing::Multicast::Rib {
+using Status = StatusOf<Family4>;
+}  // namespace Routing::Multicast::Rib

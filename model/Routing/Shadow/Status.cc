@@ -1,0 +1,46 @@
+#include "Routing/Shadow/Status.h"
+
+#include "Zan/ZanType.h"
+
+namespace Routing::Shadow {
+
+Status::~Status() {
+  if (trie_ && trie_->parent() == this) trie_->zanOrphaned();
+}
+
+void Status::routeStatusIs(const Zan::Ptr<Quarn::Fib::RouteStatus>& table) {
+  if (table == routeStatus_) return;
+  routeStatus_ = table;
+  tell<&NotifieeConst::onRouteStatus>(routeStatusId);
+}
+
+void Status::forwardingStatusIs(const Zan::Ptr<Quarn::Fib::ForwardingStatus>& table) {
+  if (table == forwardingStatus_) return;
+  forwardingStatus_ = table;
+  tell<&NotifieeConst::onForwardingStatus>(forwardingStatusId);
+}
+
+void Status::trieIs(const Zan::Ptr<TrieGen>& trie) {
+  if (trie == trie_) return;
+  const Zan::Ptr<TrieGen> old = trie_;
+  trie_ = trie;
+  if (old && old->parent() == this) old->parentIs(nullptr);
+  if (trie && !trie->parent()) trie->parentIs(this, trieId);
+  tell<&NotifieeConst::onTrie>(trieId);
+}
+
+const Zan::ZanType* Status::fwkType() const {
+  static const Zan::ZanType type("Routing::Shadow::Status", Entity::fwkType());
+  return &type;
+}
+
+std::string_view Status::attributeName(Zan::AttributeId attribute) const {
+  switch (attribute) {
+    case routeStatusId: return "routeStatus";
+    case forwardingStatusId: return "forwardingStatus";
+    case trieId: return "trie";
+    default: return Entity::attributeName(attribute);
+  }
+}
+
+}  // namespace Routing::Shadow

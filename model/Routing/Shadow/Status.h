@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Quarn/Fib/ForwardingStatus.h"
+#include "Quarn/Fib/RouteStatus.h"
+#include "Routing/TrieGen.h"
+
+namespace Routing::Shadow {
+
+/// The unicast shadow status: the shared-memory route and forwarding tables of the unicast RIB, and the trie
+/// whose `changedRoute` names the prefix that changed last.
+class Status : public Zan::NamedEntity {
+ public:
+  class NotifieeConst;
+  static constexpr Zan::AttributeId routeStatusId = 130;
+  static constexpr Zan::AttributeId forwardingStatusId = 131;
+  static constexpr Zan::AttributeId trieId = 132;
+
+  explicit Status(Zan::Name name) : NamedEntity(std::move(name)) {}
+  ~Status() override;
+
+  const Zan::Ptr<Quarn::Fib::RouteStatus>& routeStatus() const { return routeStatus_; }
+  void routeStatusIs(const Zan::Ptr<Quarn::Fib::RouteStatus>& table);
+  const Zan::Ptr<Quarn::Fib::ForwardingStatus>& forwardingStatus() const { return forwardingStatus_; }
+  void forwardingStatusIs(const Zan::Ptr<Quarn::Fib::ForwardingStatus>& table);
+  const Zan::Ptr<TrieGen>& trie() const { return trie_; }
+  /// Publishes a trie, or none (null).
+  void trieIs(const Zan::Ptr<TrieGen>& trie);
+
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  Zan::Ptr<Quarn::Fib::RouteStatus> routeStatus_;
+  Zan::Ptr<Quarn::Fib::ForwardingStatus> forwardingStatus_;
+  Zan::Ptr<TrieGen> trie_;
+};
+
+class Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onRouteStatus() { onAttribute(routeStatusId); }
+  virtual void onForwardingStatus() { onAttribute(forwardingStatusId); }
+  virtual void onTrie() { onAttribute(trieId); }
+
+  const Status* notifier() const { return static_cast<const Status*>(rawNotifier()); }
+};
+
+}  // namespace Routing::Shadow

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Lumo/IpGenPrefix.h"
+#include "Routing/PrefixTrie.h"
+#include "Zan/Entity.h"
+
+namespace Routing {
+
+/// A longest-prefix-match trie over prefixes of both families, and the prefix that changed last.
+class TrieGen : public Zan::NamedEntity {
+ public:
+  class NotifieeConst;
+  static constexpr Zan::AttributeId changedRouteId = 130;
+  static constexpr Zan::AttributeId afId = 131;
+
+  TrieGen(Zan::Name name, Lumo::AddressFamily af) : NamedEntity(std::move(name)), af_(af) {}
+  ~TrieGen() override;
+
+  Lumo::AddressFamily af() const { return af_; }
+  /// The longest stored prefix that covers `prefix` (itself included), or the empty prefix.
+  Lumo::IpGenPrefix longestMatch(const Lumo::IpGenPrefix& prefix) const;
+  /// Whether `prefix` is stored.
+  bool route(const Lumo::IpGenPrefix& prefix) const;
+  /// Inserts a prefix; one that is stored already changes nothing and tells nobody. The empty prefix is
+  /// never stored.
+  void routeIs(const Lumo::IpGenPrefix& prefix, bool present);
+  void routeDel(const Lumo::IpGenPrefix& prefix);
+  /// Stored prefixes: each counts as one node, whatever blocks hold it.
+  S32 nodes() const { return static_cast<S32>(trie4_.size() + trie6_.size()); }
+  /// Heap bytes held by the trie.
+  U64 bytes() const { return trie4_.bytes() + trie6_.bytes(); }
+
+  const Lumo::IpGenPrefix& changedRoute() const { return changedRoute_; }
+  /// Names the prefix that changed; watchers are told each time, also when it is the same prefix again.
+  void changedRouteIs(const Lumo::IpGenPrefix& prefix);
+
+  const Zan::ZanType* fwkType() const override;
+  std::string_view attributeName(Zan::AttributeId attribute) const override;
+
+ private:
+  PrefixTrie* trieFor(const Lumo::IpGenPrefix& prefix) {
+    return const_cast<PrefixTrie*>(static_cast<const TrieGen*>(this)->trieFor(prefix));
+  }
+  const PrefixTrie* trieFor(const Lumo::IpGenPrefix& prefix) const;
+
+  Lumo::AddressFamily af_;
+  PrefixTrie trie4_;
+  PrefixTrie trie6_;
+  Lumo::IpGenPrefix changedRoute_;
+};
+
+class TrieGen::NotifieeConst : public Zan::Entity::NotifieeConst {
+ public:
+  virtual void onChangedRoute() { onAttribute(changedRouteId); }
+
+  const TrieGen* notifier() const { return static_cast<const TrieGen*>(rawNotifier()); }
+};
+
+}  // namespace Routing

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Pim/MribSm/MribSm.h"
+
+namespace Routing::Multicast::Rib {
+
+/// Watches the configuration and keeps one reactor for each configured prefix.
+class MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeConst, MribSm> {
+ public:
+  /// Registers without a look at the configuration: the owner reconciles when it is ready.
+  ZanMribConfig(const Zan::Ptr<Config const>& config, MribSm* mribSm);
+
+  void notifierIs(const Zan::Ptr<Zan::PtrInterface const>& config) override;
+  void onRoute(const Lumo::IpGenPrefix& prefix) override;
+  void onRoutezanImmediate() override;
+  using Config::NotifieeConst::onRoute;
+
+  void mribSmIs(MribSm* mribSm) { ownerIs(mribSm); }
+};
+
+/// Watches one configured prefix and keeps one reactor for each of its preferences.
+class MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::NotifieeConst, MribSm>,
+                                    public Zan::HashMember<ZanMribConfigPrefix> {
+ public:
+  class ZanMribConfigPref;
+  /// A preference as a key.
+  struct PrefKey {
+    U8 preference;
+    U64 hash() const { return preference; }
+    friend bool operator==(PrefKey, PrefKey) = default;
+  };
+  using ConfigPrefMap = Zan::HashMap<ZanMribConfigPref, PrefKey>;
+
+  ZanMribConfigPrefix(const Zan::Ptr<RouteKeyPrefix const>& rkPrefix, Zan::ActivityConfig* activity,
+                      MribSm* mribSm);
+  ~ZanMribConfigPrefix() override;
+
+  void hasNotificationActiveIs(bool active) override;
+  void notifierIs(const Zan::Ptr<Zan::PtrInterface const>& rkPrefix) override;
+  const Zan::ActivityConfig* zanFwkActivity() const override { return zanFwkActivity_.get(); }
+  Zan::ActivityConfig* zanFwkActivity() override { return zanFwkActivity_.get(); }
+  Zan::ActivitySm* actsm() override { return Zan::zanActivitySmFor(zanFwkActivity_.get()).get(); }
+  void onPref(const U8& preference) override;
+  void onPrefzanImmediate() override;
+  void zanDoZombieReactors(bool zombie) override;
+  using RouteKeyPrefix::NotifieeConst::onPref;
+
+  MribSm* mribSm() const { return owner(); }
+  void mribSmIs(MribSm* mribSm) { ownerIs(mribSm); }
+  const Lumo::IpGenPrefix& fwkKey() const { return notifier()->prefix(); }
+  void zanLeft();
+
+  Zan::Ptr<ZanMribConfigPref> mribConfigPref(U8 preference) const;
+  U32 mribConfigPrefCount() const { return mribConfigPref_.size(); }
+  Zan::Ptr<ZanMribConfigPref> mribConfigPrefIs(const Zan::Ptr<RouteKeyPreference const>& rkPreference);
+  Zan::Ptr<ZanMribConfigPref> mribConfigPrefDel(U8 preference);
+  void mribConfigPrefDelAll();
+  void mribConfigPrefNotify(U8 preference, const Zan::Ptr<ZanMribConfigPref>& reactor);
+  void zan_handleMribConfigPref(const Zan::Ptr<ZanMribConfigPref>& reactor);
+  Zan::Ptr<ZanMribConfigPref> newMribConfigPref(const Zan::Ptr<RouteKeyPreference const>& rkPreference);
+
+  /// The prefix leaves the configuration: its route goes and its dependants are resolved again.
+  void handleDel();
+
+ private:
+  void reconcilePrefs();
+
+  Zan::Ptr<Zan::ActivityConfig> zanFwkActivity_;
+  ConfigPrefMap mribConfigPref_;
+};
+
+/// Watches one preference of a configured prefix and offers its RPFs to the resolver. Only the lowest
+/// preference that resolves is installed.
+class MribSm::ZanMribConfigPrefix::ZanMribConfigPref
+    : public Zan::Reactor<RouteKeyPreference::NotifieeConst, ZanMribConfigPrefix>,
+      public Zan::HashMember<ZanMribConfigPref> {
+ public:
+  ZanMribConfigPref(const Zan::Ptr<RouteKeyPreference const>& rkPreference, Zan::Ptr<Zan::ActivitySm> actsm,
+                    ZanMribConfigPrefix* zanMribConfigPrefix);
+
+  void notifierIs(const Zan::Ptr<Zan::PtrInterface const>& rkPreference) override;
+  Zan::ActivitySm* actsm() override { return actsm_.get(); }
+  void onRpf(const Rpf& rpf) override;
+  void onRpfzanImmediate() override {}  // intended: each RPF is told on its own
+  using RouteKeyPreference::NotifieeConst::onRpf;
+
+  ZanMribConfigPrefix* zanMribConfigPrefix() const { return owner(); }
+  void zanMribConfigPrefixIs(ZanMribConfigPrefix* prefix) { ownerIs(prefix); }
+  PrefKey fwkKey() const { return {notifier()->preference()}; }
+  void zanLeft();
+
+  /// Offers every RPF of the entry.
+  void handleRpf();
+  /// An RPF was added to or removed from the entry.
+  void handleRpf(const Rpf& rpf);
+  /// The entry left its prefix: falls back to the other preferences.
+  void handleDel();
+
+ private:
+  MribSm* mribSm() const { return owner() ? owner()->mribSm() : nullptr; }
+  void handleRpfAdded(const Rpf& rpf, const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& lpm);
+  void handleRpfRemoved(const Rpf& rpf, const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& lpm);
+  bool offer(const RouteKeyPreference& entry, const Lumo::IpGenPrefix& prefix);
+
+  Zan::Ptr<Zan::ActivitySm> actsm_;
+};
+
+}  // namespace Routing::Multicast::Rib

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Zan/Trace.h"
+
+namespace Routing::Multicast::Rib {
+
+/// The trace handle "MribSm" of the MRIB state machine and its resolver.
+extern Zan::TraceHandle mribSmTrace;
+
+}  // namespace Routing::Multicast::Rib
+
+#define MRIB_TRACE(level, ...) ZAN_TRACE(::Routing::Multicast::Rib::mribSmTrace, this, level, __VA_ARGS__)
+/// With a line number that is part of the interface.
+#define MRIB_TRACE_AT(level, line, ...) \
+  ZAN_TRACE_AT(::Routing::Multicast::Rib::mribSmTrace, this, level, line, __VA_ARGS__)

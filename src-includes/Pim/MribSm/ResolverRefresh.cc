@@ -1,0 +1,161 @@
+#include "Pim/MribSm/MribSm.h"
+#include "Pim/MribSm/MribSmTrace.h"
+
+// What follows a change: configured routes are offered again, and the routes that resolve through one that
+// goes are stripped of its vias and resolved anew. The recursion has no guard: the host refuses
+// configurations whose routes could resolve through each other in a circle.
+
+namespace Routing::Multicast::Rib {
+
+namespace {
+
+using Zan::Ptr;
+
+constexpr const char* sigRefresh =
+    "void Routing::Multicast::Rib::RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix&, bool)";
+constexpr const char* sigDelete =
+    "void Routing::Multicast::Rib::RouteResolverSm::doRecursiveDelete(const "
+    "Routing::Multicast::Rib::Route::PtrConst&, const Routing::Multicast::Rib::PrefixSet::Ptr&)";
+constexpr const char* sigUpdate =
+    "void Routing::Multicast::Rib::RouteResolverSm::doRecursiveUpdate(const "
+    "Routing::Multicast::Rib::PrefixSet::Ptr&)";
+
+}  // namespace
+
+void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefix, bool add) {
+  MRIB_TRACE(8, sigRefresh << "( " << changedPrefix << ", " << (add ? "True" : "False") << " )");
+  if (add) {
+    while (refreshPass(changedPrefix)) {
+    }
+    return;
+  }
+  const PrefixSet::Ptr dependants = mribForPrefix(changedPrefix);
+  const Route::PtrConst route(status().route(changedPrefix.v4Prefix()));
+  doRecursiveDelete(route, dependants);
+  doDelRoute(changedPrefix);
+  doRecursiveUpdate(mribForPrefix(changedPrefix));
+}
+
+/// Offers every configured prefix once; true when that changed a route, so that others may resolve now.
+bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
+  bool anyChanged = false;
+  const Ptr<Config const> mribConfig = config();
+  for (auto rkPrefix = mribConfig->routeIterator(); rkPrefix; ++rkPrefix) {
+    anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
+  }
+  return anyChanged;
+}
+
+/// Offers the preferences of one prefix, lowest first, up to that of its route or the first that resolves.
+bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix) {
+  const Ptr<RouteKeyPrefix const> pin(&rkPrefix);
+  const Lumo::IpGenPrefix& prefix = rkPrefix.prefix();
+  const Ptr<Route const> route(status().route(prefix.v4Prefix()));
+  if (prefix == changedPrefix) {
+    MRIB_TRACE(8, sigRefresh << "Skipped " << prefix);
+    return false;
+  }
+  for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
+    const Ptr<RouteKeyPreference const> pinEntry(entry.get());
+    const U8 preference = pinEntry->preference();
+    if (route && route->preference() < preference) continue;
+    bool changedHere = false;
+    bool installed = false;
+    for (auto rpf = pinEntry->rpfIterator(); rpf; ++rpf) {
+      const S32 result = doAddOrUpdateRoute(*rpf, prefix, preference);
+      changedHere |= result == changed;
+      installed |= isInstalled(result);
+    }
+    if (installed) return changedHere;
+  }
+  return false;
+}
+
+/// Takes the vias that came from `delRoute` out of every route that depends on it, the deepest first.
+void RouteResolverSm::doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset) {
+  if (!pset && !delRoute) {
+    MRIB_TRACE(8, sigDelete << "( NULL, NULL )");
+    return;
+  }
+  if (!pset) {
+    MRIB_TRACE(8, sigDelete << "( " << delRoute->prefix() << ", NULL )");
+    return;
+  }
+  if (!delRoute) {
+    MRIB_TRACE(8, sigDelete << "( NULL , " << pset->lPrefix() << " )");
+    return;
+  }
+  MRIB_TRACE(8, sigDelete << "( " << delRoute->prefix() << ", " << pset->lPrefix() << " )");
+  const PrefixSet::Ptr pin = pset;
+  for (auto member = pin->prefixIterator(); member; ++member) {
+    doRecursiveDelete(delRoute, mribForPrefix(*member));
+    MRIB_TRACE(8, sigDelete << "Processing " << *member);
+    stripVias(*delRoute, *member);
+  }
+}
+
+/// Vias resolved through a connected route carry the RPF address as hop, so they are told by their interface.
+void RouteResolverSm::stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member) {
+  const Ptr<Route> route(status().route(member.v4Prefix()));
+  ZAN_ASSERT(route);
+  const bool connected = delRoute.routeType() == Fib::RouteType::connected;
+  for (auto via = delRoute.viaIterator(); via; ++via) {
+    const Fib::Via gone = *via;
+    MRIB_TRACE(8, sigDelete << (connected ? "Connected route " : "Non-connected route ") << delRoute.prefix()
+                            << " being deleted");
+    if (!connected) {
+      route->viaDel(gone);
+      MRIB_TRACE(8, sigDelete << "Deleted via " << gone.hop << " from " << member);
+      continue;
+    }
+    for (auto held = route->viaIterator(); held; ++held) {
+      const Fib::Via candidate = *held;
+      if (candidate.intfStatus != gone.intfStatus) continue;
+      route->viaDel(candidate);
+      MRIB_TRACE(8, sigDelete << "Deleted via " << candidate.hop << " from " << member);
+    }
+  }
+}
+
+/// Resolves every member of the set from its configuration, and then those that depend on it.
+void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
+  if (!pset) {
+    MRIB_TRACE(8, sigUpdate << "( NULL )");
+    return;
+  }
+  MRIB_TRACE(8, sigUpdate << "( " << pset->lPrefix() << " )");
+  const PrefixSet::Ptr pin = pset;
+  for (auto member = pin->prefixIterator(); member; ++member) {
+    MRIB_TRACE(8, sigUpdate << "Processing " << *member);
+    updateMember(*member, pin->lPrefix());
+    doRecursiveUpdate(mribForPrefix(*member));
+  }
+}
+
+void RouteResolverSm::updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix) {
+  const Ptr<Route> route(status().route(member.v4Prefix()));
+  ZAN_ASSERT(route);
+  const Ptr<RouteKeyPrefix const> rkPrefix(config()->route(member));
+  ZAN_ASSERT(rkPrefix);
+  const bool resolved = resolveMember(*rkPrefix);
+  const bool hasVia = route->viaCount() > 0;
+  if (!resolved && !hasVia) doDelRoute(member);
+  if (resolved && hasVia && !status().route(lPrefix.v4Prefix())) {
+    doDelWatchPrefix(member, mribForPrefix(lPrefix));  // it resolves elsewhere now
+  }
+}
+
+/// *Intended*: unlike the refresh, this does not compare with the preference of the present route.
+bool RouteResolverSm::resolveMember(const RouteKeyPrefix& rkPrefix) {
+  for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
+    const Ptr<RouteKeyPreference const> pinEntry(entry.get());
+    bool installed = false;
+    for (auto rpf = pinEntry->rpfIterator(); rpf; ++rpf) {
+      installed |= isInstalled(doAddOrUpdateRoute(*rpf, rkPrefix.prefix(), pinEntry->preference()));
+    }
+    if (installed) return true;
+  }
+  return false;
+}
+
+}  // namespace Routing::Multicast::Rib

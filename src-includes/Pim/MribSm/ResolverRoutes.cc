@@ -1,0 +1,169 @@
+#include "Pim/MribSm/MribSm.h"
+#include "Pim/MribSm/MribSmTrace.h"
+#include "Zan/Now.h"
+
+// One RPF of one configured prefix, in and out of the MRIB status. An RPF is turned into an address; the
+// longest match of that address among the MRIB routes (lpm) is the route that it resolves through, and
+// supplies the vias.
+
+namespace Routing::Multicast::Rib {
+
+namespace {
+
+using Zan::Ptr;
+
+constexpr const char* sigAdd =
+    "S32 Routing::Multicast::Rib::RouteResolverSm::doAddOrUpdateRoute(const Routing::Multicast::Rib::Rpf&, "
+    "const Lumo::IpGenPrefix&, U8)";
+constexpr const char* sigDelRpf =
+    "S32 Routing::Multicast::Rib::RouteResolverSm::doDelRpf(const Routing::Multicast::Rib::Rpf&, const "
+    "Lumo::IpGenPrefix&)";
+constexpr const char* sigDelRoute =
+    "void Routing::Multicast::Rib::RouteResolverSm::doDelRoute(const Lumo::IpGenPrefix&)";
+
+}  // namespace
+
+std::optional<Lumo::IpAddr> RouteResolverSm::rpfAddress(const Rpf& rpf) const {
+  if (rpf.rpfType == Rpf::addr()) return rpf.address.v4Addr();
+  ZAN_ASSERT_TEXT(rpf.rpfType == Rpf::intf(), "0");
+  const Ptr<Ip::Status const>& ipStatus = mribSm_->ipStatus();
+  const auto* entry = ipStatus ? ipStatus->intfAddr(rpf.intfId) : nullptr;
+  return entry ? std::optional(entry->addr()) : std::nullopt;
+}
+
+Lumo::IpGenPrefix RouteResolverSm::longestMatch(Lumo::IpAddr address) const {
+  return mribSm_->mribTrie().longestMatch({address, 32});
+}
+
+/// Whether a prefix must not resolve through its longest match: there is none, it is the prefix itself or
+/// the default route, or it is a shorter prefix that covers the prefix.
+bool RouteResolverSm::rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const {
+  if (lpm.empty() || lpm == prefix || lpm == defaultPrefix()) return true;
+  if (lpm.length() >= prefix.length()) return false;
+  // *Intended*: the shift is taken modulo 32, so that length 0 compares whole addresses.
+  const U32 shift = (32u - lpm.length()) % 32;
+  return prefix.v4Prefix().address().host() >> shift == lpm.v4Prefix().address().host() >> shift;
+}
+
+/// Calls `f` with every via that the RPF contributes.
+template <class F>
+void RouteResolverSm::forEachCandidate(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+                                       F f) const {
+  if (rpf.rpfType == Rpf::intf()) {
+    const auto& directory = mribSm_->intfStatus();
+    const auto* intf = directory ? directory->intfStatus(rpf.intfId) : nullptr;
+    f(Fib::Via{hop, Ptr<Interface::IntfStatus const>(intf)});
+    return;
+  }
+  const Ptr<Route const> lpmRoute(status().route(lpm.v4Prefix()));
+  ZAN_ASSERT(lpmRoute);
+  for (auto via = lpmRoute->viaIterator(); via; ++via) {
+    if (lpmRoute->routeType() == Fib::RouteType::connected) {
+      f(Fib::Via{hop, via->intfStatus});
+    } else {
+      f(Fib::Via(*via));
+    }
+  }
+}
+
+S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
+  MRIB_TRACE(8, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
+  ZAN_ASSERT_TEXT(preference != 0, "pref");
+  const auto hop = rpfAddress(rpf);
+  if (!hop) {
+    MRIB_TRACE(8, sigAdd << "Could not find an IP address on  " << rpf.intfId);
+    return unusable;
+  }
+  const Lumo::IpGenPrefix lpm = longestMatch(*hop);
+  if (rejects(lpm, prefix)) {
+    MRIB_TRACE(8, sigAdd << "Rejecting add/update for lpm " << lpm);
+    return unusable;
+  }
+  MRIB_TRACE(8, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
+  if (const Ptr<Route> route{status().route(prefix.v4Prefix())}) {
+    return updateRoute(*route, rpf, *hop, lpm, prefix, preference);
+  }
+  addRoute(rpf, *hop, lpm, prefix, preference);
+  return changed;
+}
+
+void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+                               const Lumo::IpGenPrefix& prefix, U8 preference) {
+  const Ptr<Route> route = status().routeIs(prefix.v4Prefix());
+  route->preferenceIs(preference);
+  route->routeTypeIs(Fib::RouteType::multicastStatic);
+  route->creationTimeIs(Zan::now());
+  forEachCandidate(rpf, hop, lpm, [&](const Fib::Via& via) {
+    route->viaIs(via, true);
+    MRIB_TRACE(8, "Added via " << via.hop);
+  });
+  MRIB_TRACE(5, "Added route " << prefix << " with preference " << preference);
+  doAddWatchPrefix(lpm, prefix);
+}
+
+/// *Intended*: with an unchanged preference an update only adds vias; and a preference change that adds no
+/// via counts as nothing done.
+S32 RouteResolverSm::updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+                                 const Lumo::IpGenPrefix& prefix, U8 preference) {
+  if (route.preference() != preference) {
+    MRIB_TRACE(8, sigAdd << " Preference changed from " << route.preference() << " to " << preference);
+    route.preferenceIs(preference);
+    route.viaDelAll();
+    doDelWatchPrefix(prefix, nullptr);
+  }
+  bool added = false;
+  forEachCandidate(rpf, hop, lpm, [&](const Fib::Via& via) {
+    if (route.via(via)) return;
+    route.viaIs(via, true);
+    MRIB_TRACE(8, "Added via " << via.hop);
+    added = true;
+  });
+  doAddWatchPrefix(lpm, prefix);
+  if (!added) return nothingToDo;
+  MRIB_TRACE(5, "Updated route " << prefix << " with preference " << preference);
+  return changed;
+}
+
+S32 RouteResolverSm::doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) {
+  MRIB_TRACE(8, sigDelRpf << "( " << rpf << ", " << prefix << " )");
+  const Ptr<Route> route(status().route(prefix.v4Prefix()));
+  if (!route) {
+    MRIB_TRACE(5, sigDelRpf << "Nothing to do. Route already deleted");
+    return 0;
+  }
+  const U8 preference = route->preference();
+  const RouteKeyPrefix* rkPrefix = config()->route(prefix);
+  ZAN_ASSERT(rkPrefix);
+  const RouteKeyPreference* rkPreference = rkPrefix->pref(preference);
+  ZAN_ASSERT(rkPreference);
+  if (rkPreference->rpfCount() == 0) {
+    MRIB_TRACE(5, sigDelRpf << " Deleted route " << prefix << " with preference " << preference);
+    doDelRoute(prefix);
+    return 0;
+  }
+  const auto hop = rpfAddress(rpf);
+  ZAN_ASSERT_TEXT(hop, "ipStatus->intfAddr(rpf.intfId)");
+  const Lumo::IpGenPrefix lpm = longestMatch(*hop);
+  if (lpm.empty()) {
+    MRIB_TRACE(8, "LPM is absent for hop " << *hop);
+    return 0;
+  }
+  forEachCandidate(rpf, *hop, lpm, [&](const Fib::Via& via) {
+    if (!route->via(via)) return;
+    route->viaDel(via);
+    MRIB_TRACE(8, "Deleted via " << via.hop);
+  });
+  MRIB_TRACE(5, sigDelRpf << " Deleted route" << prefix << "'s vias"
+                          << " with preference " << preference);
+  doDelWatchPrefix(prefix, nullptr);
+  return 0;
+}
+
+void RouteResolverSm::doDelRoute(const Lumo::IpGenPrefix& prefix) {
+  MRIB_TRACE(8, sigDelRoute << "( " << prefix << " )");
+  doDelWatchPrefix(prefix, nullptr);
+  status().routeDel(prefix.v4Prefix());
+  MRIB_TRACE(5, sigDelRoute << " Deleted route " << prefix);
+}
+
+}  // namespace Routing::Multicast::Rib

@@ -1,0 +1,94 @@
+#include "Pim/MribSm/MribSmTrace.h"
+#include "Pim/MribSm/RouteResolverSm.h"
+
+// Who depends on whom. For every resolving prefix there is a prefix set with the multicast prefixes that
+// resolve through it; mribForPrefix finds it by the resolving prefix, and each member's route links to it.
+
+namespace Routing::Multicast::Rib {
+
+namespace {
+
+using Zan::Ptr;
+
+constexpr const char* sigAddWatch =
+    "void Routing::Multicast::Rib::RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix&, const "
+    "Lumo::IpGenPrefix&)";
+constexpr const char* sigDelWatch =
+    "void Routing::Multicast::Rib::RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix&, const "
+    "Routing::Multicast::Rib::PrefixSet::Ptr&)";
+
+}  // namespace
+
+PrefixSet::Ptr RouteResolverSm::mribForPrefix(const Lumo::IpGenPrefix& lPrefix) const {
+  const ZanMribForPrefix* entry = mribForPrefix_.lookup(lPrefix);
+  return entry ? entry->mribForPrefix() : nullptr;
+}
+
+void RouteResolverSm::mribForPrefixIs(const PrefixSet::Ptr& set) {
+  if (!set) {
+    Zan::throwRangeException(
+        "null _mribForPrefix parameter to mutator for "
+        "Routing::Multicast::Rib::RouteResolverSm::mribForPrefix not allowed\"");
+  }
+  ZanMribForPrefix* entry = mribForPrefix_.lookup(set->lPrefix());
+  if (!entry) {
+    newMribForPrefix(set);
+  } else if (entry->mribForPrefix() != set) {
+    entry->mribForPrefixIs(set);
+  }
+}
+
+PrefixSet::Ptr RouteResolverSm::mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix) {
+  const Ptr<ZanMribForPrefix> entry = mribForPrefix_.erase(lPrefix);
+  return entry ? entry->mribForPrefix() : nullptr;
+}
+
+void RouteResolverSm::mribForPrefixDelAll() {
+  for (auto entry = mribForPrefix_.iterator(); entry; ++entry) entry.erase();
+}
+
+Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const PrefixSet::Ptr& set) {
+  auto entry = Zan::create<ZanMribForPrefix>(set);
+  mribForPrefix_.insert(entry);
+  return entry;
+}
+
+void RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p) {
+  MRIB_TRACE(8, sigAddWatch << "( " << lPrefix << ", " << p << " )");
+  const Ptr<Route> route(status().route(p.v4Prefix()));
+  ZAN_ASSERT(route);
+  PrefixSet::Ptr set = mribForPrefix(lPrefix);
+  if (!set) {
+    set = PrefixSet::PrefixSetIs(lPrefix);
+    MRIB_TRACE(8, sigAddWatch << "Added prefix set " << lPrefix);
+  }
+  if (set->prefix(p)) return;
+  set->prefixIs(p, true);
+  route->prefixSetIs(set);
+  mribForPrefixIs(set);
+  MRIB_TRACE(5, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);
+}
+
+void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr) {
+  MRIB_TRACE(8, sigDelWatch << "( " << prefix << " )");
+  const Ptr<Route> route(status().route(prefix.v4Prefix()));
+  if (!route) return;
+  if (paddr) {
+    delWatch(*route, prefix, *paddr);
+    return;
+  }
+  for (auto entry = route->prefixSetIterator(); entry; ++entry) {
+    const PrefixSet::Ptr set = *entry;
+    delWatch(*route, prefix, *set);
+  }
+}
+
+void RouteResolverSm::delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set) {
+  const Lumo::IpGenPrefix lPrefix = set.lPrefix();
+  set.prefixDel(prefix);
+  route.prefixSetDel(lPrefix);
+  if (set.prefixCount() == 0) mribForPrefixDel(lPrefix);
+  MRIB_TRACE(5, sigDelWatch << "Deleted prefix " << prefix << " from prefix set " << lPrefix);
+}
+
+}  // namespace Routing::Multicast::Rib

@@ -1,0 +1,216 @@
+#include "Pim/MribSm/RouteResolverSm.h"
+
+#include "Pim/MribSm/MribSm.h"
+#include "Pim/MribSm/MribSmTrace.h"
+#include "Pim/MribSm/ResolverReactors.h"
+#include "Zan/ZanType.h"
+
+namespace Routing::Multicast::Rib {
+
+namespace {
+
+using Zan::Ptr;
+
+constexpr const char* sigInitialize = "void Routing::Multicast::Rib::RouteResolverSm::handleInitialize()";
+constexpr const char* sigChangedRoute = "void Routing::Multicast::Rib::RouteResolverSm::handleChangedRoute()";
+
+}  // namespace
+
+Ptr<RouteResolverSm> routeResolverSmFactory(const Ptr<Routing::Shadow::Status>& uribStatus,
+                                            const Ptr<Status>& mribStatus,
+                                            const Ptr<Interface::AllIntfStatusDir const>& intfStatus,
+                                            MribSm* mribSm) {
+  return Zan::ValidPtr<RouteResolverSm>(
+             Zan::create<RouteResolverSm>(uribStatus, mribStatus, intfStatus, mribSm))
+      .ptr();
+}
+
+RouteResolverSm::RouteResolverSm(const Ptr<Routing::Shadow::Status>& uribStatus, const Ptr<Status>& mribStatus,
+                                 const Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm)
+    : uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
+      mribStatus_(mribStatus ? Zan::create<ZanMribStatus>(mribStatus, this) : nullptr),
+      intfStatus_(intfStatus),
+      mribSm_(mribSm) {
+  try {
+    handleInitialize();
+    zan_TrieInIs(uribStatus ? uribStatus->trie() : nullptr);
+  } catch (...) {
+    detach();  // a reactor that somebody still holds must not reach what never was
+    throw;
+  }
+}
+
+RouteResolverSm::~RouteResolverSm() {
+  detach();
+}
+
+void RouteResolverSm::detach() {
+  zanDoZombieReactors(true);
+}
+
+void RouteResolverSm::hasNotificationActiveIs(bool active) {
+  if (active == hasNotificationActive()) return;
+  VFPtrInterface::hasNotificationActiveIs(active);
+  if (uribStatus_) uribStatus_->hasNotificationActiveIs(active);
+  if (mribStatus_) mribStatus_->hasNotificationActiveIs(active);
+  if (zan_TrieIn_) zan_TrieIn_->hasNotificationActiveIs(active);
+}
+
+/// As a zombie the resolver is out of reach of its reactors and remembers no dependants.
+void RouteResolverSm::zanDoZombieReactors(bool zombie) {
+  if (zombie == isZombie()) return;
+  const auto pass = [&](auto& reactor) {
+    if (!reactor) return;
+    reactor->zanDoZombieReactors(zombie);
+    reactor->routeResolverSmIs(zombie ? nullptr : this);
+  };
+  pass(uribStatus_);
+  pass(mribStatus_);
+  pass(zan_TrieIn_);
+  if (zombie) mribForPrefixDelAll();
+  isMarkedForDeletionIs(zombie);
+}
+
+const Zan::ZanType* RouteResolverSm::fwkType() const {
+  static const Zan::ZanType type("Routing::Multicast::Rib::RouteResolverSm", VFPtrInterface::fwkType());
+  return &type;
+}
+
+// ---- Attributes ----
+
+/// The agent handed it in as mutable; the reactor base only knows the read-only view. Likewise below.
+Ptr<Routing::Shadow::Status> RouteResolverSm::uribStatus() const {
+  if (!uribStatus_) return nullptr;
+  return Ptr<Routing::Shadow::Status>(const_cast<Routing::Shadow::Status*>(uribStatus_->notifier()));
+}
+
+void RouteResolverSm::uribStatusIs(const Ptr<Routing::Shadow::Status>& status) {
+  if (uribStatus() == status) return;
+  uribStatusDel();
+  if (status) {
+    uribStatus_ = Zan::create<ZanUribStatus>(nullptr, this);
+    uribStatus_->zanDoZombieReactors(isZombie());
+    uribStatus_->notifierIs(status);
+  } else {
+    zan_TrieInIs(nullptr);
+  }
+}
+
+Ptr<RouteResolverSm::ZanUribStatus> RouteResolverSm::uribStatusDel() {
+  const Ptr<ZanUribStatus> old = std::exchange(uribStatus_, nullptr);
+  Zan::retire(old, &ZanUribStatus::routeResolverSmIs);
+  return old;
+}
+
+Ptr<Status> RouteResolverSm::mribStatus() const {
+  return mribStatus_ ? Ptr<Status>(const_cast<Status*>(mribStatus_->notifier())) : nullptr;
+}
+
+void RouteResolverSm::mribStatusIs(const Ptr<Status>& status) {
+  if (mribStatus() == status) return;
+  mribStatusDel();
+  if (!status) return;
+  mribStatus_ = Zan::create<ZanMribStatus>(status, this);
+  mribStatus_->zanDoZombieReactors(isZombie());
+}
+
+Ptr<RouteResolverSm::ZanMribStatus> RouteResolverSm::mribStatusDel() {
+  const Ptr<ZanMribStatus> old = std::exchange(mribStatus_, nullptr);
+  Zan::retire(old, &ZanMribStatus::routeResolverSmIs);
+  return old;
+}
+
+Ptr<TrieGen const> RouteResolverSm::zan_TrieIn() const {
+  return zan_TrieIn_ ? zan_TrieIn_->notifierPtr() : nullptr;
+}
+
+void RouteResolverSm::zan_TrieInIs(const Ptr<TrieGen const>& trie) {
+  if (zan_TrieIn() == trie) return;
+  const Ptr<ZanZan_TrieIn> old = std::exchange(zan_TrieIn_, nullptr);
+  Zan::retire(old, &ZanZan_TrieIn::routeResolverSmIs);
+  if (!trie) return;
+  zan_TrieIn_ = Zan::create<ZanZan_TrieIn>(this);
+  zan_TrieIn_->zanDoZombieReactors(isZombie());
+  zan_TrieIn_->notifierIs(trie);
+}
+
+Ptr<Config const> RouteResolverSm::config() const {
+  const Ptr<Config const> mribConfig = mribSm_->mribConfig();
+  ZAN_ASSERT(mribConfig);
+  return mribConfig;
+}
+
+Status& RouteResolverSm::status() const {
+  ZAN_ASSERT_TEXT(mribStatus_ && mribStatus_->notifier(), "mribStatus");
+  return const_cast<Status&>(*mribStatus_->notifier());
+}
+
+// ---- Unicast changes ----
+
+/// Copies every connected unicast route with a via into the MRIB status.
+void RouteResolverSm::handleInitialize() {
+  MRIB_TRACE(8, sigInitialize);
+  if (initialized()) return;
+  if (const Ptr<Routing::Shadow::Status> urib = uribStatus(); urib && urib->routeStatus()) {
+    urib->routeStatus()->forEach([&](const Quarn::Fib::Route& route) {
+      const auto fec = connectedFec(route);
+      if (!fec) return;
+      copyConnectedRoute(route, *fec);
+      MRIB_TRACE(5, sigInitialize << "Added connected route " << route.prefix << "into Mrib status");
+    });
+  }
+  defaultPrefixIs(Lumo::IpGenPrefix("0.0.0.0/0"));
+}
+
+/// The FEC of a route that the MRIB copies: connected and with at least one via.
+std::optional<Quarn::Fib::Fec> RouteResolverSm::connectedFec(const Quarn::Fib::Route& route) const {
+  if (route.routeType != Fib::RouteType::connected) return std::nullopt;
+  const auto& table = uribStatus()->forwardingStatus();
+  if (!table) return std::nullopt;
+  auto fec = table->fecOrHandled(route.fecId);
+  if (fec && fec->viaCount == 0) fec.reset();
+  return fec;
+}
+
+void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec) {
+  const Ptr<Route> copy = status().routeIs(route.prefix);
+  copy->preferenceIs(route.preference);
+  copy->routeTypeIs(Fib::RouteType::connected);
+  for (U32 i = 0; i < fec.viaCount; ++i) {
+    const Quarn::Fib::FecVia& via = fec.via[Fib::ViaIndex(i).value()];
+    const auto* intf = intfStatus_ ? intfStatus_->intfStatus(via.intf) : nullptr;
+    copy->viaIs({via.hop, Ptr<Interface::IntfStatus const>(intf)}, true);
+    MRIB_TRACE(8, "Added via " << via.hop);
+  }
+}
+
+/// Follows the unicast prefix that changed last.
+void RouteResolverSm::handleChangedRoute() {
+  if (initialized()) return;
+  MRIB_TRACE(8, sigChangedRoute);
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  const Ptr<TrieGen const> trie = zan_TrieIn();
+  if (!urib || !trie) return;
+  const Lumo::IpGenPrefix changedRoute = trie->changedRoute();
+  const auto route =
+      urib->routeStatus() ? urib->routeStatus()->route(changedRoute.v4Prefix()) : std::nullopt;
+  if (changedRoute.af() == Lumo::unknown()) return;
+  ZAN_ASSERT(changedRoute.af() == Lumo::ipv4());
+  MRIB_TRACE(5, sigChangedRoute << "Unicast route " << changedRoute << (route ? " Added/Updated" : " Deleted"));
+  const Route* present = status().route(changedRoute.v4Prefix());
+  if (!route) {
+    if (!present || present->routeType() != Fib::RouteType::connected) return;
+    doMaybeRefreshRoutes(changedRoute, false);
+    return;
+  }
+  if (!present) {
+    if (const auto fec = connectedFec(*route)) {
+      copyConnectedRoute(*route, *fec);
+      MRIB_TRACE(5, sigChangedRoute << "New connected route " << changedRoute << "added to Mrib");
+    }
+  }
+  // *Intended*: an addition names no prefix, so that the refresh skips none; a deletion names its own.
+  doMaybeRefreshRoutes(Lumo::IpGenPrefix(), true);
+}
+
+}  // namespace Routing::Multicast::Rib

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <optional>
+
+#include "Interface/AllIntfStatusDir.h"
+#include "Ip/Status.h"
+#include "Routing/Multicast/Rib/Config.h"
+#include "Routing/Multicast/Rib/Status.h"
+#include "Routing/Shadow/Status.h"
+#include "Zan/Export.h"
+#include "Zan/Reactor.h"
+
+namespace Routing::Multicast::Rib {
+
+class MribSm;
+
+/// Resolves configured RPFs into MRIB status routes, copies connected unicast routes into the MRIB status,
+/// remembers which multicast prefix resolves through which and resolves them again when routing changes.
+/// The code is in three further files: ResolverRoutes.cc (one RPF in and out), ResolverWatch.cc (who depends
+/// on whom), ResolverRefresh.cc (what follows a change).
+class RouteResolverSm : public Zan::VFPtrInterface {
+ public:
+  class ZanUribStatus;
+  class ZanMribStatus;
+  class ZanZan_TrieIn;
+  class ZanMribForPrefix;
+  using MribForPrefixMap = Zan::HashMap<ZanMribForPrefix, Lumo::IpGenPrefix>;
+  using MribForPrefixIterator = MribForPrefixMap::Iterator;
+  using MribForPrefixIteratorConst = MribForPrefixMap::IteratorConst;
+
+  // Results of the operations on one RPF.
+  static constexpr S32 changed = 0;
+  static constexpr S32 nothingToDo = 17;
+  static constexpr S32 unusable = -1;
+  static constexpr bool isInstalled(S32 result) { return result == changed || result == nothingToDo; }
+
+  /// `mribSm` owns the resolver and must outlive it or clear itself by releasing it.
+  RouteResolverSm(const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
+                  const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);
+
+  void hasNotificationActiveIs(bool active) override;
+  const Zan::ZanType* fwkType() const override;
+  ~RouteResolverSm() override;
+  virtual void zanDoZombieReactors(bool zombie);
+
+  // Attributes.
+  Zan::Ptr<Routing::Shadow::Status> uribStatus() const;
+  void uribStatusIs(const Zan::Ptr<Routing::Shadow::Status>& status);
+  Zan::Ptr<ZanUribStatus> uribStatusDel();
+  Zan::Ptr<Status> mribStatus() const;
+  void mribStatusIs(const Zan::Ptr<Status>& status);
+  Zan::Ptr<ZanMribStatus> mribStatusDel();
+  const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus() const { return intfStatus_; }
+  /// While true, unicast changes are ignored. Nothing in the library sets it.
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool v) { initialized_ = v; }
+  const Lumo::IpGenPrefix& defaultPrefix() const { return defaultPrefix_; }
+  void defaultPrefixIs(const Lumo::IpGenPrefix& v) { defaultPrefix_ = v; }
+  MribSm* mribSm() const { return mribSm_; }
+  /// The unicast trie that the resolver follows: always that of `uribStatus`.
+  Zan::Ptr<TrieGen const> zan_TrieIn() const;
+  void zan_TrieInIs(const Zan::Ptr<TrieGen const>& trie);
+
+  // Unicast changes (RouteResolverSm.cc).
+  void handleInitialize();
+  void handleChangedRoute();
+
+  // The prefix sets by resolving prefix, and the watches (ResolverWatch.cc).
+  PrefixSet::Ptr mribForPrefix(const Lumo::IpGenPrefix& lPrefix) const;
+  U32 mribForPrefixCount() const { return mribForPrefix_.size(); }
+  MribForPrefixIteratorConst mribForPrefixIterator() const { return mribForPrefix_.iterator(); }
+  void mribForPrefixIs(const PrefixSet::Ptr& set);
+  PrefixSet::Ptr mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix);
+  void mribForPrefixDelAll();
+  Zan::Ptr<ZanMribForPrefix> newMribForPrefix(const PrefixSet::Ptr& set);
+  /// Records that the multicast prefix `p` resolves through `lPrefix`.
+  void doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p);
+  /// Takes `prefix` out of the set `paddr`, or out of every set when that is empty.
+  void doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr);
+
+  // One RPF of one configured prefix (ResolverRoutes.cc).
+  /// Resolves the RPF and adds the route or its missing vias: `changed`, `nothingToDo` or `unusable`.
+  S32 doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference);
+  /// Takes the RPF's vias out of the route, or the route when its preference has no RPF left. Always 0.
+  S32 doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix);
+  void doDelRoute(const Lumo::IpGenPrefix& prefix);
+
+  // What follows a change (ResolverRefresh.cc).
+  void doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefix, bool add);
+  void doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset);
+  void doRecursiveUpdate(const PrefixSet::Ptr& pset);
+
+ private:
+  /// The RPF address; nothing when the RPF is an interface without one.
+  std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
+  Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
+  bool rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
+  template <class F>
+  void forEachCandidate(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm, F f) const;
+  void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+                const Lumo::IpGenPrefix& prefix, U8 preference);
+  S32 updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+                  const Lumo::IpGenPrefix& prefix, U8 preference);
+  void delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set);
+
+  void copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec);
+  std::optional<Quarn::Fib::Fec> connectedFec(const Quarn::Fib::Route& route) const;
+
+  bool refreshPass(const Lumo::IpGenPrefix& changedPrefix);
+  bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
+  void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
+  void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
+  bool resolveMember(const RouteKeyPrefix& rkPrefix);
+
+  /// The configuration; it must exist.
+  Zan::Ptr<Config const> config() const;
+  /// The MRIB status; it must exist.
+  Status& status() const;
+  void detach();
+
+  Zan::Ptr<ZanUribStatus> uribStatus_;
+  Zan::Ptr<ZanMribStatus> mribStatus_;
+  Zan::Ptr<Interface::AllIntfStatusDir const> intfStatus_;
+  bool initialized_ = false;
+  MribForPrefixMap mribForPrefix_;
+  Lumo::IpGenPrefix defaultPrefix_;
+  MribSm* mribSm_;
+  Zan::Ptr<ZanZan_TrieIn> zan_TrieIn_;
+};
+
+/// Entry of `mribForPrefix`: one prefix set, keyed by its resolving prefix.
+class RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface, public Zan::HashMember<ZanMribForPrefix> {
+ public:
+  explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) {}
+
+  const PrefixSet::Ptr& mribForPrefix() const { return set_; }
+  void mribForPrefixIs(const PrefixSet::Ptr& set) { set_ = set; }
+  const Lumo::IpGenPrefix& fwkKey() const { return set_->lPrefix(); }
+
+ private:
+  PrefixSet::Ptr set_;
+};
+
+ZAN_EXPORT Zan::Ptr<RouteResolverSm> routeResolverSmFactory(
+    const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
+    const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);
+
+}  // namespace Routing::Multicast::Rib
