@@ -6,6 +6,7 @@
 #include <tuple>
 #include <unordered_set>
 
+#include "Zan/Export.h"
 #include "Zan/Notifiee.h"
 
 namespace Zan {
@@ -31,7 +32,7 @@ void deliver(PtrInterface::NotifieeConst& notifiee, AttributeId attribute, const
 }
 
 /// A change that waits for its reactor. Two that are the same to the reactor are delivered once.
-class PendingNotification {
+class ZAN_EXPORT PendingNotification {
  public:
   PendingNotification(Ptr<PtrInterface::NotifieeConst> notifiee, Ptr<PtrInterface const> notifier,
                       AttributeId attribute);
@@ -78,7 +79,7 @@ class PendingCall : public PendingNotification {
 
 /// An activity: a queue of notifications that the host drains from its event loop. Changes of the same
 /// attribute and key that meet in the queue are delivered once, at the place of the first. Single-threaded.
-class ActivitySm : public VFPtrInterface {
+class ZAN_EXPORT ActivitySm : public VFPtrInterface {
  public:
   explicit ActivitySm(ActivityConfig* config) : config_(config) {}
   ~ActivitySm() override;
@@ -110,7 +111,7 @@ class ActivitySm : public VFPtrInterface {
 };
 
 /// Names an activity. Its state machine is made on first use and lives as long as the configuration.
-class ActivityConfig : public VFPtrInterface {
+class ZAN_EXPORT ActivityConfig : public VFPtrInterface {
  public:
   explicit ActivityConfig(Name name) : name_(std::move(name)) {}
   ~ActivityConfig() override;
@@ -118,12 +119,12 @@ class ActivityConfig : public VFPtrInterface {
   const Name& name() const { return name_; }
 
  private:
-  friend Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
+  friend ZAN_EXPORT Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
   Name name_;
   Ptr<ActivitySm> sm_;
 };
 
 /// The activity of a configuration; null for null.
-Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
+ZAN_EXPORT Ptr<ActivitySm> zanActivitySmFor(ActivityConfig* config);
 
 }  // namespace Zan

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Zan/Export.h"
 #include "Zan/Types.h"
 
 namespace Zan {
 
 /// What a failed assertion says of itself.
-struct AssertionFailure {
+struct ZAN_EXPORT AssertionFailure {
   const char* expression;
   const char* file;
   U32 line;
@@ -14,10 +15,10 @@ struct AssertionFailure {
 
 /// Called with the failure before the process aborts; it may log, it can't prevent the abort.
 using AssertionObserver = void (*)(const AssertionFailure&);
-void assertionObserverIs(AssertionObserver observer);
+ZAN_EXPORT void assertionObserverIs(AssertionObserver observer);
 
 /// Writes "file:line: function: assertion `expression' failed" to standard error and aborts.
-[[noreturn]] void assertionFailed(const AssertionFailure& failure);
+[[noreturn]] ZAN_EXPORT void assertionFailed(const AssertionFailure& failure);
 
 }  // namespace Zan
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Zan/Activity.h"
+#include "Zan/Export.h"
 #include "Zan/Notifiee.h"
 #include "Zan/Ptr.h"
 #include "Zan/String8.h"
@@ -12,7 +13,7 @@ namespace Zan {
 
 /// The notifiees of one entity, in the order of registration. One pointer large: most entities have one
 /// watcher, which needs no memory.
-class NotifieeList {
+class ZAN_EXPORT NotifieeList {
  public:
   using Notifiee = PtrInterface::NotifieeConst;
 
@@ -52,7 +53,7 @@ class NotifieeList {
 
 /// A named object in a tree that tells registered notifiees of its changes. A parent is known by a plain
 /// pointer; whoever owns the child cuts it loose (`parentIs(null)`) before the parent goes.
-class Entity : public VFPtrInterface {
+class ZAN_EXPORT Entity : public VFPtrInterface {
  public:
   class NotifieeConst;
 
@@ -125,7 +126,7 @@ class Entity : public VFPtrInterface {
 };
 
 /// Notifiee of any entity; each notifier type derives its own with a handler per attribute.
-class Entity::NotifieeConst : public PtrInterface::NotifieeConst {
+class ZAN_EXPORT Entity::NotifieeConst : public PtrInterface::NotifieeConst {
  public:
   virtual void onParent() { onAttribute(parentId); }
   virtual void onVersion() { onAttribute(versionId); }
@@ -134,7 +135,7 @@ class Entity::NotifieeConst : public PtrInterface::NotifieeConst {
 };
 
 /// An entity that holds its name.
-class NamedEntity : public Entity {
+class ZAN_EXPORT NamedEntity : public Entity {
  public:
   Name name() const override { return name_; }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "Zan/Export.h"
 #include "Zan/Types.h"
 
 namespace Zan {
@@ -12,7 +13,7 @@ namespace Zan {
 enum class ExceptionId : U32 { generic = 0, range = 1, corruption = 2 };
 
 /// Base of every exception thrown by the library. Carries an identifier and a text for people.
-class Exception : public std::exception {
+class ZAN_EXPORT Exception : public std::exception {
  public:
   explicit Exception(std::string text, ExceptionId id = ExceptionId::generic);
   Exception(const Exception&) = default;
@@ -28,17 +29,17 @@ class Exception : public std::exception {
 };
 
 /// An argument outside what is allowed: a null reference, a value out of range.
-class RangeException : public Exception {
+class ZAN_EXPORT RangeException : public Exception {
  public:
   explicit RangeException(std::string text) : Exception(std::move(text), ExceptionId::range) {}
   ~RangeException() override;
 };
 
-[[noreturn]] void throwRangeException(std::string_view text);
+[[noreturn]] ZAN_EXPORT void throwRangeException(std::string_view text);
 
 /// Declares, for the lifetime of the object on this thread, that an exception of kind `id` is expected.
 /// Code that reports exceptions asks `expected()` and stays quiet about those.
-class Expect {
+class ZAN_EXPORT Expect {
  public:
   explicit Expect(ExceptionId id);
   ~Expect();

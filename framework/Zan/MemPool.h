@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "Zan/Export.h"
 #include "Zan/Types.h"
 
 namespace Zan {
@@ -10,7 +11,7 @@ namespace Zan {
 /// chunks that live until the process ends. An object costs its size rounded up to 16, without a header.
 /// Safe to use from several threads. Under AddressSanitizer it hands every request to the system, so that
 /// use after release is found.
-class ZanMemPool {
+class ZAN_EXPORT ZanMemPool {
  public:
   static void* allocate(std::size_t size);
   static void release(void* object, std::size_t size) noexcept;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Zan/Export.h"
 #include "Zan/Ptr.h"
 #include "Zan/String8.h"
 
@@ -12,7 +13,7 @@ class ActivitySm;
 /// notifier; the notifier knows it by a plain pointer, taken back when the reactor unregisters or dies.
 /// It is born with delivery on; it hears something only while it is registered, active and no zombie.
 /// A typed handler that is not overridden passes its attribute to the untyped ones below.
-class PtrInterface::NotifieeConst : public VFPtrInterface {
+class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
  public:
   NotifieeConst();
   ~NotifieeConst() override;

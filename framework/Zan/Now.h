@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Zan/Export.h"
+
 namespace Zan {
 
 /// The current time in seconds since 1970-01-01 00:00 UTC.
-double now();
+ZAN_EXPORT double now();
 
 }  // namespace Zan

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "Zan/Assert.h"
+#include "Zan/Export.h"
 #include "Zan/MemPool.h"
 #include "Zan/Types.h"
 
@@ -15,7 +16,7 @@ class ZanType;
 /// its top byte; it changes by atomic read-modify-write, so references may be shared between threads. An
 /// object is born with a count of 1, which `Zan::adopt` hands to the first `Ptr`, and is destroyed when the
 /// count reaches zero.
-class PtrInterface {
+class ZAN_EXPORT PtrInterface {
  public:
   class NotifieeConst;
 
@@ -74,7 +75,7 @@ class PtrInterface {
 };
 
 /// A counted object with a virtual table, allocated from the pool.
-class VFPtrInterface : public PtrInterface {
+class ZAN_EXPORT VFPtrInterface : public PtrInterface {
  public:
   static void* operator new(std::size_t size) { return ZanMemPool::allocate(size); }
   static void* operator new(std::size_t, void* place) { return place; }

@@ -4,13 +4,14 @@
 #include <string>
 #include <string_view>
 
+#include "Zan/Export.h"
 #include "Zan/Types.h"
 
 namespace Zan {
 
 /// An immutable string of bytes; copies share them. May hold any byte, zero included. Eight bytes large;
 /// the empty string holds no memory.
-class String8 {
+class ZAN_EXPORT String8 {
  public:
   constexpr String8() = default;
   String8(std::string_view bytes);  // NOLINT: every text is one
@@ -41,7 +42,7 @@ class String8 {
 };
 
 /// The name of an entity.
-class Name : public String8 {
+class ZAN_EXPORT Name : public String8 {
  public:
   using String8::String8;
 };

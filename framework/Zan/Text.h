@@ -5,12 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "Zan/Export.h"
 #include "Zan/Types.h"
 
 namespace Zan {
 
 /// Builds the text of one message. Small on purpose: a stream at every trace site would double the code.
-class Text {
+class ZAN_EXPORT Text {
  public:
   Text& operator<<(std::string_view s) {
     text_.append(s);

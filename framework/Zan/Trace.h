@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Zan/Export.h"
 #include "Zan/Text.h"
 #include "Zan/Types.h"
 
@@ -12,7 +13,7 @@ namespace Zan {
 class PtrInterface;
 
 /// One traced message. The views are valid during the call of the sink only.
-struct TraceMessage {
+struct ZAN_EXPORT TraceMessage {
   std::string_view handle;
   const PtrInterface* context;  ///< the object that traces; may be null
   std::string_view text;        ///< may hold any byte
@@ -26,13 +27,13 @@ struct TraceMessage {
 using TraceSink = void (*)(void* user, const TraceMessage& message);
 
 /// Where enabled messages go; null (the default) discards them, and then no text is built.
-void traceSinkIs(TraceSink sink, void* user);
+ZAN_EXPORT void traceSinkIs(TraceSink sink, void* user);
 /// A process-wide stream that gets every message, whether its level is enabled or not. Null turns it off.
-void coverageStreamIs(TraceSink stream, void* user);
+ZAN_EXPORT void coverageStreamIs(TraceSink stream, void* user);
 
 /// A named channel of messages with an overall switch and one switch per level (0 to 30). Lives as long as
 /// the process. A site that is off costs one relaxed load and one branch.
-class TraceHandle {
+class ZAN_EXPORT TraceHandle {
  public:
   static constexpr U32 maxLevel = 30;
 
@@ -73,7 +74,7 @@ class TraceHandle {
 };
 
 /// Emits one message: to the sink when `enabled`, and to the coverage stream in any case.
-void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text, U32 level,
+ZAN_EXPORT void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text, U32 level,
                  bool enabled, std::string_view file, U32 line, std::string_view function);
 
 }  // namespace Zan

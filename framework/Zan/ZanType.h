@@ -2,11 +2,13 @@
 
 #include <string_view>
 
+#include "Zan/Export.h"
+
 namespace Zan {
 
 /// Describes a class of objects at run time: its full name and its base type (null for a root).
 /// Objects answer `fwkType()` with the one description of their class.
-class ZanType {
+class ZAN_EXPORT ZanType {
  public:
   constexpr ZanType(std::string_view name, const ZanType* base) : name_(name), base_(base) {}
   ZanType(const ZanType&) = delete;

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Interface/IntfStatus.h"
+#include "Zan/Export.h"
 
 namespace Interface {
 
 /// The interfaces of the router, by identifier.
-class AllIntfStatusDir : public Zan::NamedEntity {
+class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId intfStatusId = 130;
@@ -31,7 +32,7 @@ class AllIntfStatusDir : public Zan::NamedEntity {
   Zan::HashMap<IntfStatus, Lumo::IntfId> intfStatus_;
 };
 
-class AllIntfStatusDir::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT AllIntfStatusDir::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIntfStatus(const Lumo::IntfId&) { onCollectionNotification("intfStatus"); }
   virtual void onIntfStatuszanImmediate() { onCollectionNotification("intfStatus"); }

@@ -3,12 +3,13 @@
 #include "Lumo/IntfId.h"
 #include "Lumo/IpAddr.h"
 #include "Zan/Entity.h"
+#include "Zan/Export.h"
 #include "Zan/HashMap.h"
 
 namespace Ip {
 
 /// The IPv4 address of one interface.
-class IntfAddr : public Zan::Entity, public Zan::HashMember<IntfAddr> {
+class ZAN_EXPORT IntfAddr : public Zan::Entity, public Zan::HashMember<IntfAddr> {
  public:
   explicit IntfAddr(Lumo::IntfId intfId) : intfId_(intfId) {}
 
@@ -26,7 +27,7 @@ class IntfAddr : public Zan::Entity, public Zan::HashMember<IntfAddr> {
 };
 
 /// The interfaces' IPv4 addresses, by interface identifier.
-class Status : public Zan::NamedEntity {
+class ZAN_EXPORT Status : public Zan::NamedEntity {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId intfAddrId = 130;
@@ -53,7 +54,7 @@ class Status : public Zan::NamedEntity {
   Zan::HashMap<IntfAddr, Lumo::IntfId> intfAddr_;
 };
 
-class Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIntfAddr(const Lumo::IntfId&) { onCollectionNotification("intfAddr"); }
   virtual void onIntfAddrzanImmediate() { onCollectionNotification("intfAddr"); }

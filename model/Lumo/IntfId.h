@@ -4,13 +4,14 @@
 #include <iosfwd>
 #include <string>
 
+#include "Zan/Export.h"
 #include "Zan/Hash.h"
 #include "Zan/Types.h"
 
 namespace Lumo {
 
 /// Identifies an interface by number (a host on Linux uses the kernel's interface index). 0 is no interface.
-class IntfId {
+class ZAN_EXPORT IntfId {
  public:
   constexpr IntfId() = default;
   constexpr explicit IntfId(U32 value) : value_(value) {}
@@ -25,6 +26,6 @@ class IntfId {
   U32 value_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& out, IntfId id);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, IntfId id);
 
 }  // namespace Lumo

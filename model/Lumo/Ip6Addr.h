@@ -8,11 +8,12 @@
 #include <string_view>
 
 #include "Lumo/IpAddr.h"
+#include "Zan/Export.h"
 
 namespace Lumo {
 
 /// An IPv6 address: 16 bytes in network order, ordered bytewise.
-class Ip6Addr {
+class ZAN_EXPORT Ip6Addr {
  public:
   using Bytes = std::array<U8, 16>;
 
@@ -40,6 +41,6 @@ class Ip6Addr {
   Bytes bytes_{};
 };
 
-std::ostream& operator<<(std::ostream& out, const Ip6Addr& address);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, const Ip6Addr& address);
 
 }  // namespace Lumo

@@ -7,12 +7,13 @@
 #include <string_view>
 
 #include "Lumo/Ip6Addr.h"
+#include "Zan/Export.h"
 
 namespace Lumo {
 
 /// An IPv6 prefix: address and length 0 to 128. Host bits are always zero: the constructor clears them.
 /// The default value is ::/0.
-class Ip6Prefix {
+class ZAN_EXPORT Ip6Prefix {
  public:
   static constexpr U8 maxLength = 128;
 
@@ -39,6 +40,6 @@ class Ip6Prefix {
   U8 length_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& out, const Ip6Prefix& prefix);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, const Ip6Prefix& prefix);
 
 }  // namespace Lumo

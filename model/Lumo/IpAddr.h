@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Zan/Export.h"
 #include "Zan/Hash.h"
 #include "Zan/Types.h"
 
@@ -21,7 +22,7 @@ constexpr U64 swapNetwork64(U64 v) {
 }
 
 /// An IPv4 address, held in network byte order; ordered by its bytes, first byte first.
-class IpAddr {
+class ZAN_EXPORT IpAddr {
  public:
   constexpr IpAddr() = default;
   /// From a number in host byte order: 0x0A000001 is 10.0.0.1.
@@ -48,6 +49,6 @@ class IpAddr {
   U32 network_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& out, IpAddr address);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, IpAddr address);
 
 }  // namespace Lumo

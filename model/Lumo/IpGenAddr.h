@@ -7,11 +7,12 @@
 #include "Lumo/AddressFamily.h"
 #include "Lumo/Ip6Addr.h"
 #include "Lumo/IpAddr.h"
+#include "Zan/Export.h"
 
 namespace Lumo {
 
 /// An address of either family. The default value has family unknown and prints as nothing.
-class IpGenAddr {
+class ZAN_EXPORT IpGenAddr {
  public:
   constexpr IpGenAddr() = default;
   explicit IpGenAddr(IpAddr address);
@@ -37,6 +38,6 @@ class IpGenAddr {
   AddressFamily af_ = AddressFamily::unknown;
 };
 
-std::ostream& operator<<(std::ostream& out, const IpGenAddr& address);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, const IpGenAddr& address);
 
 }  // namespace Lumo

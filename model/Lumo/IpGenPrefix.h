@@ -7,13 +7,14 @@
 #include "Lumo/AddressFamily.h"
 #include "Lumo/Ip6Prefix.h"
 #include "Lumo/Prefix.h"
+#include "Zan/Export.h"
 
 namespace Lumo {
 
 /// A prefix of either family: family, 16 address bytes (an IPv4 address in the first four, the others zero)
 /// and length; equality is over all three. The default value has family unknown, stands for the absence of
 /// a prefix and prints as nothing. Ordered by family, address bytewise, length.
-class IpGenPrefix {
+class ZAN_EXPORT IpGenPrefix {
  public:
   constexpr IpGenPrefix() = default;
   IpGenPrefix(IpAddr address, U32 length) : IpGenPrefix(Prefix(address, length)) {}
@@ -55,6 +56,6 @@ class IpGenPrefix {
   AddressFamily af_ = AddressFamily::unknown;
 };
 
-std::ostream& operator<<(std::ostream& out, const IpGenPrefix& prefix);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, const IpGenPrefix& prefix);
 
 }  // namespace Lumo

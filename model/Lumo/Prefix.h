@@ -7,12 +7,13 @@
 #include <string_view>
 
 #include "Lumo/IpAddr.h"
+#include "Zan/Export.h"
 
 namespace Lumo {
 
 /// An IPv4 prefix: address and length 0 to 32. Host bits are always zero: the constructor clears them.
 /// The default value is 0.0.0.0/0.
-class Prefix {
+class ZAN_EXPORT Prefix {
  public:
   static constexpr U8 maxLength = 32;
 
@@ -45,6 +46,6 @@ class Prefix {
   U8 length_ = 0;
 };
 
-std::ostream& operator<<(std::ostream& out, Prefix prefix);
+ZAN_EXPORT std::ostream& operator<<(std::ostream& out, Prefix prefix);
 
 }  // namespace Lumo

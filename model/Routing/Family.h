@@ -5,11 +5,12 @@
 #include "Lumo/AddressFamily.h"
 #include "Lumo/Ip6Prefix.h"
 #include "Lumo/Prefix.h"
+#include "Zan/Export.h"
 
 namespace Routing {
 
 /// What tells the IPv4 records from the IPv6 ones.
-struct Family4 {
+struct ZAN_EXPORT Family4 {
   using Addr = Lumo::IpAddr;
   using Prefix = Lumo::Prefix;
   static constexpr std::string_view routeName = "Routing::Multicast::Rib::Route";
@@ -17,7 +18,7 @@ struct Family4 {
   static constexpr std::string_view shadowName = "Routing::Multicast::Shadow::Status";
 };
 
-struct Family6 {
+struct ZAN_EXPORT Family6 {
   using Addr = Lumo::Ip6Addr;
   using Prefix = Lumo::Ip6Prefix;
   static constexpr std::string_view routeName = "Routing6::Multicast::Rib::Route";

@@ -3,11 +3,12 @@
 #include "Lumo/IpGenPrefix.h"
 #include "Routing/PrefixTrie.h"
 #include "Zan/Entity.h"
+#include "Zan/Export.h"
 
 namespace Routing {
 
 /// A longest-prefix-match trie over prefixes of both families, and the prefix that changed last.
-class TrieGen : public Zan::NamedEntity {
+class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId changedRouteId = 130;
@@ -49,7 +50,7 @@ class TrieGen : public Zan::NamedEntity {
   Lumo::IpGenPrefix changedRoute_;
 };
 
-class TrieGen::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT TrieGen::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onChangedRoute() { onAttribute(changedRouteId); }
 

@@ -5,6 +5,7 @@
 #include "Interface/IntfStatus.h"
 #include "Routing/Family.h"
 #include "Zan/Exception.h"
+#include "Zan/Export.h"
 
 namespace Routing::Fib {
 
@@ -38,7 +39,7 @@ struct ViaOf {
 using Via = ViaOf<Family4>;
 
 /// Index into a FEC's via array, 0 to 127. Any other value is refused with a range exception.
-class ViaIndex {
+class ZAN_EXPORT ViaIndex {
  public:
   static constexpr U32 min = 0;
   static constexpr U32 max = 127;

@@ -3,12 +3,13 @@
 #include "Quarn/Fib/ForwardingStatus.h"
 #include "Quarn/Fib/RouteStatus.h"
 #include "Routing/TrieGen.h"
+#include "Zan/Export.h"
 
 namespace Routing::Shadow {
 
 /// The unicast shadow status: the shared-memory route and forwarding tables of the unicast RIB, and the trie
 /// whose `changedRoute` names the prefix that changed last.
-class Status : public Zan::NamedEntity {
+class ZAN_EXPORT Status : public Zan::NamedEntity {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId routeStatusId = 130;
@@ -35,7 +36,7 @@ class Status : public Zan::NamedEntity {
   Zan::Ptr<TrieGen> trie_;
 };
 
-class Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onRouteStatus() { onAttribute(routeStatusId); }
   virtual void onForwardingStatus() { onAttribute(forwardingStatusId); }

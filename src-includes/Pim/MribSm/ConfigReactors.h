@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Pim/MribSm/MribSm.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast::Rib {
 
 /// Watches the configuration and keeps one reactor for each configured prefix.
-class MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeConst, MribSm> {
+class ZAN_EXPORT MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeConst, MribSm> {
  public:
   /// Registers without a look at the configuration: the owner reconciles when it is ready.
   ZanMribConfig(const Zan::Ptr<Config const>& config, MribSm* mribSm);
@@ -19,7 +20,7 @@ class MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeConst, MribSm>
 };
 
 /// Watches one configured prefix and keeps one reactor for each of its preferences.
-class MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::NotifieeConst, MribSm>,
+class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::NotifieeConst, MribSm>,
                                     public Zan::HashMember<ZanMribConfigPrefix> {
  public:
   class ZanMribConfigPref;
@@ -71,7 +72,7 @@ class MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::Notifiee
 
 /// Watches one preference of a configured prefix and offers its RPFs to the resolver. Only the lowest
 /// preference that resolves is installed.
-class MribSm::ZanMribConfigPrefix::ZanMribConfigPref
+class ZAN_EXPORT MribSm::ZanMribConfigPrefix::ZanMribConfigPref
     : public Zan::Reactor<RouteKeyPreference::NotifieeConst, ZanMribConfigPrefix>,
       public Zan::HashMember<ZanMribConfigPref> {
  public:

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Pim/MribSm/MribSm.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast::Rib {
 
 /// Mirrors the three attributes of the interface information into the state machine.
-class MribSm::ZanIntfInfo : public Zan::Reactor<InterfaceInfo::NotifieeConst, MribSm> {
+class ZAN_EXPORT MribSm::ZanIntfInfo : public Zan::Reactor<InterfaceInfo::NotifieeConst, MribSm> {
  public:
   /// Registers without mirroring: the owner copies what it needs itself.
   ZanIntfInfo(const Zan::Ptr<InterfaceInfo const>& intfInfo, MribSm* mribSm);
@@ -19,7 +20,7 @@ class MribSm::ZanIntfInfo : public Zan::Reactor<InterfaceInfo::NotifieeConst, Mr
 };
 
 /// Holds the unicast shadow status for the state machine; reacts to nothing.
-class MribSm::ZanUribShadowStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, MribSm> {
+class ZAN_EXPORT MribSm::ZanUribShadowStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, MribSm> {
  public:
   ZanUribShadowStatus(const Zan::Ptr<Routing::Shadow::Status>& status, MribSm* mribSm);
 

@@ -9,7 +9,7 @@ namespace Routing::Multicast::Rib {
 
 /// Bundles the three interface inputs of the MRIB. The agent makes it with `interfaceInfoFactory`, fills it
 /// and may replace any of the three later; its notifiees hear of each replacement.
-class InterfaceInfo : public Zan::Entity {
+class ZAN_EXPORT InterfaceInfo : public Zan::Entity {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId ipStatusId = 130;
@@ -33,7 +33,7 @@ class InterfaceInfo : public Zan::Entity {
 };
 
 /// The order of the handlers is part of the interface.
-class InterfaceInfo::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT InterfaceInfo::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIpStatus() { onAttribute(ipStatusId); }
   virtual void onConfig() { onAttribute(configId); }

@@ -5,6 +5,7 @@
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm.h"
 #include "Routing/Multicast/Rib/Config.h"
 #include "Routing/Shadow/Status.h"
+#include "Zan/Export.h"
 #include "Zan/Reactor.h"
 
 namespace Routing::Multicast::Rib {
@@ -13,7 +14,7 @@ namespace Routing::Multicast::Rib {
 /// information of its agent and keeps the MRIB status and its longest-match trie up to date. Owns the MRIB
 /// shadow status, the trie builder and the resolver. Single-threaded: everything runs on the thread that
 /// changes its inputs. Releasing the last reference stops it; the MRIB status keeps its routes.
-class MribSm : public Zan::VFPtrInterface {
+class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
  public:
   class ZanIntfInfo;
   class ZanUribShadowStatus;

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Pim/MribSm/RouteResolverSm.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast::Rib {
 
 /// Watches the unicast shadow status, so that the resolver always follows its current trie.
-class RouteResolverSm::ZanUribStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanUribStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, RouteResolverSm> {
  public:
   /// Binds without a look at the trie: the resolver's constructor does that when everything stands.
   ZanUribStatus(const Zan::Ptr<Routing::Shadow::Status>& status, RouteResolverSm* resolver)
@@ -28,7 +29,7 @@ class RouteResolverSm::ZanUribStatus : public Zan::Reactor<Routing::Shadow::Stat
 };
 
 /// Holds the MRIB status that the resolver writes; reacts to nothing.
-class RouteResolverSm::ZanMribStatus : public Zan::Reactor<Status::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanMribStatus : public Zan::Reactor<Status::NotifieeConst, RouteResolverSm> {
  public:
   ZanMribStatus(const Zan::Ptr<Status>& status, RouteResolverSm* resolver) : Reactor(resolver) {
     bind(status);
@@ -38,7 +39,7 @@ class RouteResolverSm::ZanMribStatus : public Zan::Reactor<Status::NotifieeConst
 };
 
 /// Watches the unicast trie for the prefix that changed last.
-class RouteResolverSm::ZanZan_TrieIn : public Zan::Reactor<TrieGen::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanZan_TrieIn : public Zan::Reactor<TrieGen::NotifieeConst, RouteResolverSm> {
  public:
   explicit ZanZan_TrieIn(RouteResolverSm* resolver) : Reactor(resolver) {}
 

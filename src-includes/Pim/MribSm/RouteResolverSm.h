@@ -18,7 +18,7 @@ class MribSm;
 /// remembers which multicast prefix resolves through which and resolves them again when routing changes.
 /// The code is in three further files: ResolverRoutes.cc (one RPF in and out), ResolverWatch.cc (who depends
 /// on whom), ResolverRefresh.cc (what follows a change).
-class RouteResolverSm : public Zan::VFPtrInterface {
+class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
  public:
   class ZanUribStatus;
   class ZanMribStatus;
@@ -129,7 +129,7 @@ class RouteResolverSm : public Zan::VFPtrInterface {
 };
 
 /// Entry of `mribForPrefix`: one prefix set, keyed by its resolving prefix.
-class RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface, public Zan::HashMember<ZanMribForPrefix> {
+class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface, public Zan::HashMember<ZanMribForPrefix> {
  public:
   explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) {}
 

@@ -9,7 +9,7 @@ namespace Routing::Multicast::Rib {
 /// Keeps the longest-match trie "mribTrie4" of the MRIB shadow status in step with the routes of the MRIB
 /// status. A route enters the trie when its preference changes while it has vias, or when one of its vias
 /// comes or goes; it leaves the trie when it leaves the status.
-class MribTrieBuilderSm : public Zan::VFPtrInterface {
+class ZAN_EXPORT MribTrieBuilderSm : public Zan::VFPtrInterface {
  public:
   class ZanRoute;
   class ZanStatus;
@@ -76,7 +76,7 @@ class MribTrieBuilderSm : public Zan::VFPtrInterface {
 };
 
 /// Watches the route collection of the MRIB status.
-class MribTrieBuilderSm::ZanStatus : public Zan::Reactor<Status::NotifieeConst, MribTrieBuilderSm> {
+class ZAN_EXPORT MribTrieBuilderSm::ZanStatus : public Zan::Reactor<Status::NotifieeConst, MribTrieBuilderSm> {
  public:
   ZanStatus(const Zan::Ptr<Status const>& status, MribTrieBuilderSm* owner);
 
@@ -89,7 +89,7 @@ class MribTrieBuilderSm::ZanStatus : public Zan::Reactor<Status::NotifieeConst, 
 };
 
 /// Watches one route of the MRIB status and keeps its prefix in the trie.
-class MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::NotifieeConst, MribTrieBuilderSm>,
+class ZAN_EXPORT MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::NotifieeConst, MribTrieBuilderSm>,
                                     public Zan::HashMember<ZanRoute> {
  public:
   ZanRoute(const Zan::Ptr<Route const>& route, MribTrieBuilderSm* owner);

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Routing/Multicast/Rib/RouteKeyPrefix.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast::Rib {
 
 /// The MRIB configuration: the statically configured multicast routes by source prefix.
-class Config : public Zan::NamedEntity {
+class ZAN_EXPORT Config : public Zan::NamedEntity {
  public:
   class NotifieeConst;
   using RouteMap = Zan::HashMap<RouteKeyPrefix, Lumo::IpGenPrefix>;
@@ -37,7 +38,7 @@ class Config : public Zan::NamedEntity {
   RouteMap route_;
 };
 
-class Config::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Config::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onRoute(const Lumo::IpGenPrefix&) { onCollectionNotification("route"); }
   virtual void onRoutezanImmediate() { onCollectionNotification("route"); }

@@ -2,12 +2,13 @@
 
 #include "Lumo/IpGenPrefix.h"
 #include "Zan/Entity.h"
+#include "Zan/Export.h"
 #include "Zan/SortedSet.h"
 
 namespace Routing::Multicast::Rib {
 
 /// The multicast prefixes whose routes resolve through one prefix, `lPrefix`, in ascending order.
-class PrefixSet : public Zan::Entity {
+class ZAN_EXPORT PrefixSet : public Zan::Entity {
  public:
   class NotifieeConst;
   using Ptr = Zan::Ptr<PrefixSet>;
@@ -35,7 +36,7 @@ class PrefixSet : public Zan::Entity {
   Zan::SortedSet<Lumo::IpGenPrefix> prefix_;
 };
 
-class PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onPrefix(const Lumo::IpGenPrefix&) { onCollectionNotification("prefix"); }
   virtual void onPrefixzanImmediate() { onCollectionNotification("prefix"); }

@@ -4,6 +4,7 @@
 #include "Routing/Fib/RouteType.h"
 #include "Routing/Fib/Via.h"
 #include "Routing/Multicast/Rib/PrefixSet.h"
+#include "Zan/Export.h"
 #include "Zan/HashMap.h"
 #include "Zan/ListSet.h"
 
@@ -14,7 +15,7 @@ class StatusOf;
 
 /// One route of the MRIB status: where packets from the sources in `prefix` must come in.
 template <class Family>
-class RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Family>> {
+class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Family>> {
  public:
   using Prefix = typename Family::Prefix;
   using Via = Fib::ViaOf<Family>;
@@ -85,7 +86,7 @@ class RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Family>> {
 
 /// The order of the handlers is part of the interface.
 template <class Family>
-class RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
   virtual void onPreference() { onAttribute(preferenceId); }
@@ -102,8 +103,8 @@ class RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
   const RouteOf* notifier() const { return static_cast<const RouteOf*>(rawNotifier()); }
 };
 
-extern template class RouteOf<Family4>;
-extern template class RouteOf<Family6>;
+extern template class ZAN_EXPORT RouteOf<Family4>;
+extern template class ZAN_EXPORT RouteOf<Family6>;
 
 }  // namespace Routing::Multicast
 

@@ -2,13 +2,14 @@
 
 #include "Routing/Multicast/Rib/Rpf.h"
 #include "Zan/Entity.h"
+#include "Zan/Export.h"
 #include "Zan/RbTreeMap.h"
 #include "Zan/SortedSet.h"
 
 namespace Routing::Multicast::Rib {
 
 /// The RPFs configured for a prefix at one preference (1 to 255, the lower wins).
-class RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMember<RouteKeyPreference> {
+class ZAN_EXPORT RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMember<RouteKeyPreference> {
  public:
   class NotifieeConst;
   static constexpr Zan::AttributeId preferenceId = 130;
@@ -36,7 +37,7 @@ class RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMember<RouteKey
   Zan::SortedSet<Rpf> rpf_;
 };
 
-class RouteKeyPreference::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteKeyPreference::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onRpf(const Rpf&) { onCollectionNotification("rpf"); }
   virtual void onRpfzanImmediate() { onCollectionNotification("rpf"); }

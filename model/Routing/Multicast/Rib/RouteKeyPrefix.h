@@ -2,12 +2,13 @@
 
 #include "Lumo/IpGenPrefix.h"
 #include "Routing/Multicast/Rib/RouteKeyPreference.h"
+#include "Zan/Export.h"
 #include "Zan/HashMap.h"
 
 namespace Routing::Multicast::Rib {
 
 /// One configured source prefix with its preferences, lowest first.
-class RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<RouteKeyPrefix> {
+class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<RouteKeyPrefix> {
  public:
   class NotifieeConst;
   using PrefMap = Zan::RbTreeMap<RouteKeyPreference, U8>;
@@ -48,7 +49,7 @@ class RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<RouteKeyPrefix
   PrefMap pref_;
 };
 
-class RouteKeyPrefix::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteKeyPrefix::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onPref(const U8&) { onCollectionNotification("pref"); }
   virtual void onPrefzanImmediate() { onCollectionNotification("pref"); }

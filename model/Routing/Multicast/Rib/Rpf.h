@@ -5,11 +5,12 @@
 
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast::Rib {
 
 /// What a configured multicast route resolves through: an interface or an address.
-struct Rpf {
+struct ZAN_EXPORT Rpf {
   enum class Type : U8 { unknown = 0, intf = 1, addr = 2 };
 
   static constexpr Type unknown() { return Type::unknown; }

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "Routing/Multicast/Rib/Route.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast {
 
 /// The MRIB status: the multicast routes that are in force, by prefix.
 template <class Family>
-class StatusOf : public Zan::NamedEntity {
+class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
  public:
   using Prefix = typename Family::Prefix;
   using Route = RouteOf<Family>;
@@ -44,7 +45,7 @@ class StatusOf : public Zan::NamedEntity {
 
 /// The order of the handlers is part of the interface.
 template <class Family>
-class StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
   virtual void onRoute(const Prefix&) { onCollectionNotification("route"); }
@@ -55,8 +56,8 @@ class StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
   const StatusOf* notifier() const { return static_cast<const StatusOf*>(rawNotifier()); }
 };
 
-extern template class StatusOf<Family4>;
-extern template class StatusOf<Family6>;
+extern template class ZAN_EXPORT StatusOf<Family4>;
+extern template class ZAN_EXPORT StatusOf<Family6>;
 
 }  // namespace Routing::Multicast
 

@@ -2,13 +2,14 @@
 
 #include "Routing/Multicast/Rib/Status.h"
 #include "Routing/TrieGen.h"
+#include "Zan/Export.h"
 
 namespace Routing::Multicast {
 
 /// The MRIB shadow status: names the MRIB status that it mirrors and publishes the longest-match trie over
 /// that status's routes.
 template <class Family>
-class ShadowStatusOf : public Zan::NamedEntity {
+class ZAN_EXPORT ShadowStatusOf : public Zan::NamedEntity {
  public:
   using RibStatus = StatusOf<Family>;
   class NotifieeConst;
@@ -33,7 +34,7 @@ class ShadowStatusOf : public Zan::NamedEntity {
 };
 
 template <class Family>
-class ShadowStatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT ShadowStatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onRoute() { onAttribute(routeId); }
   virtual void onTrie() { onAttribute(trieId); }
@@ -41,8 +42,8 @@ class ShadowStatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst 
   const ShadowStatusOf* notifier() const { return static_cast<const ShadowStatusOf*>(rawNotifier()); }
 };
 
-extern template class ShadowStatusOf<Family4>;
-extern template class ShadowStatusOf<Family6>;
+extern template class ZAN_EXPORT ShadowStatusOf<Family4>;
+extern template class ZAN_EXPORT ShadowStatusOf<Family6>;
 
 }  // namespace Routing::Multicast
 

@@ -1,0 +1,21 @@
+# Options that every target of this project compiles with.
+add_library(mrib_flags INTERFACE)
+target_compile_options(mrib_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+# The trie counts bits on every look-up: the popcnt instruction is worth a baseline of x86-64-v2 (2009).
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  target_compile_options(mrib_flags INTERFACE -march=x86-64-v2)
+endif()
+
+# mrib_layer(NAME ROOT dir INCLUDE dir [LOWER layer...])
+# One object library and one include root a layer, so that an upward include does not compile.
+function(mrib_layer name)
+  cmake_parse_arguments(L "" "ROOT;INCLUDE" "LOWER" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${L_ROOT}/*.cc)
+  add_library(${name} OBJECT ${sources})
+  target_link_libraries(${name} PRIVATE mrib_flags)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/${L_INCLUDE}>)
+  foreach(lower IN LISTS L_LOWER)
+    target_include_directories(${name} PUBLIC $<TARGET_PROPERTY:${lower},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+endfunction()
