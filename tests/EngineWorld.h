@@ -26,9 +26,12 @@ class EngineWorld {
   void stop() { mrib = nullptr; }
 
   void intfIs(U32 id, const std::string& name) { intfDir->intfStatusIs(Lumo::IntfId(id), name); }
-  void intfAddrIs(U32 id, const std::string& addr) { ipStatus->intfAddrIs(Lumo::IntfId(id), Lumo::IpAddr(addr)); }
+  void intfAddrIs(U32 id, const std::string& addr) {
+    ipStatus->intfAddrIs(Lumo::IntfId(id), Lumo::IpAddr(addr));
+  }
   /// Writes the route and its FEC into the tables, then names it as the changed route.
-  void unicastIs(const std::string& prefix, Routing::Fib::RouteType type, U8 preference, std::vector<Hop> hops);
+  void unicastIs(const std::string& prefix, Routing::Fib::RouteType type, U8 preference,
+                 std::vector<Hop> hops);
   void unicastDel(const std::string& prefix);
   void connectedIs(const std::string& prefix, U32 intf) {
     unicastIs(prefix, Routing::Fib::RouteType::connected, 0, {{"0.0.0.0", intf}});

@@ -9,8 +9,7 @@ namespace Quarn {
 /// table, the slot and the reason.
 class ZAN_EXPORT CorruptionException : public Zan::Exception {
  public:
-  explicit CorruptionException(std::string text)
-      : Exception(std::move(text), Zan::ExceptionId::corruption) {}
+  explicit CorruptionException(std::string text) : Exception(std::move(text), Zan::ExceptionId::corruption) {}
   ~CorruptionException() override;
 };
 

@@ -58,7 +58,8 @@ static_assert(sizeof(Header) % 8 == 0 && std::atomic<U64>::is_always_lock_free);
 
 U64 newInstance() {
   U64 value = 0;
-  if (getrandom(&value, sizeof value, 0) != sizeof value || value == 0) value = static_cast<U64>(getpid()) + 1;
+  if (getrandom(&value, sizeof value, 0) != sizeof value || value == 0)
+    value = static_cast<U64>(getpid()) + 1;
   return value;
 }
 

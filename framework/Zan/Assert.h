@@ -22,10 +22,11 @@ ZAN_EXPORT void assertionObserverIs(AssertionObserver observer);
 
 }  // namespace Zan
 
-/// Aborts the process, naming `text`, unless `condition` holds. For errors of the program, never of its input.
-#define ZAN_ASSERT_AT(condition, text, line)                                                  \
-  (__builtin_expect(static_cast<bool>(condition), 1)                                          \
-       ? static_cast<void>(0)                                                                 \
+/// Aborts the process, naming `text`, unless `condition` holds. For errors of the program, never of its
+/// input.
+#define ZAN_ASSERT_AT(condition, text, line)         \
+  (__builtin_expect(static_cast<bool>(condition), 1) \
+       ? static_cast<void>(0)                        \
        : ::Zan::assertionFailed({text, __FILE__, static_cast<U32>(line), __PRETTY_FUNCTION__}))
 #define ZAN_ASSERT_TEXT(condition, text) ZAN_ASSERT_AT(condition, text, __LINE__)
 #define ZAN_ASSERT(condition) ZAN_ASSERT_TEXT(condition, #condition)

@@ -95,11 +95,16 @@ std::string Entity::uriPath() const {
 
 std::string_view Entity::attributeName(AttributeId attribute) const {
   switch (attribute) {
-    case nameId: return "name";
-    case parentId: return "parent";
-    case versionId: return "version";
-    case isNondestructingId: return "isNondestructing";
-    default: return "";
+    case nameId:
+      return "name";
+    case parentId:
+      return "parent";
+    case versionId:
+      return "version";
+    case isNondestructingId:
+      return "isNondestructing";
+    default:
+      return "";
   }
 }
 

@@ -44,9 +44,7 @@ class ZAN_EXPORT NotifieeList {
   static constexpr std::uintptr_t manyBit = 1;
 
   Notifiee* one() const { return reinterpret_cast<Notifiee*>(word_); }
-  Many* many() const {
-    return (word_ & manyBit) != 0 ? reinterpret_cast<Many*>(word_ & ~manyBit) : nullptr;
-  }
+  Many* many() const { return (word_ & manyBit) != 0 ? reinterpret_cast<Many*>(word_ & ~manyBit) : nullptr; }
 
   std::uintptr_t word_ = 0;  // null, one notifiee, or a vector (lowest bit set)
 };

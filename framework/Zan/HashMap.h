@@ -119,9 +119,7 @@ class HashMap<V, K>::BasicIterator {
     return *this;
   }
   /// Deletes the member under the iterator.
-  Ptr<V> erase()
-    requires(!std::is_const_v<Value>)
-  {
+  Ptr<V> erase() requires(!std::is_const_v<Value>) {
     return const_cast<HashMap*>(mark_.map)->erase(mark_.current);
   }
 

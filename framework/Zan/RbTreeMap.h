@@ -130,9 +130,7 @@ class RbTreeMap<V, K>::BasicIterator {
     return *this;
   }
   /// Deletes the member under the iterator.
-  Ptr<V> erase()
-    requires(!std::is_const_v<Value>)
-  {
+  Ptr<V> erase() requires(!std::is_const_v<Value>) {
     return const_cast<RbTreeMap*>(mark_.map)->erase(mark_.current);
   }
 

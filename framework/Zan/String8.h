@@ -14,9 +14,9 @@ namespace Zan {
 class ZAN_EXPORT String8 {
  public:
   constexpr String8() = default;
-  String8(std::string_view bytes);  // NOLINT: every text is one
-  String8(const char* bytes) : String8(std::string_view(bytes)) {}                       // NOLINT
-  String8(const std::string& bytes) : String8(std::string_view(bytes)) {}                // NOLINT
+  String8(std::string_view bytes);                                         // NOLINT: every text is one
+  String8(const char* bytes) : String8(std::string_view(bytes)) {}         // NOLINT
+  String8(const std::string& bytes) : String8(std::string_view(bytes)) {}  // NOLINT
   String8(const String8& other) noexcept;
   String8(String8&& other) noexcept : rep_(other.rep_) { other.rep_ = nullptr; }
   String8& operator=(String8 other) noexcept {

@@ -34,12 +34,10 @@ class ZAN_EXPORT Text {
   Text& operator<<(bool) = delete;
   /// Anything that knows its own text.
   template <class T>
-    requires requires(const T& v) {
-      { v.stringValue() } -> std::convertible_to<std::string_view>;
-    }
-  Text& operator<<(const T& value) {
-    return *this << std::string_view(value.stringValue());
+  requires requires(const T& v) {
+    { v.stringValue() } -> std::convertible_to<std::string_view>;
   }
+  Text& operator<<(const T& value) { return *this << std::string_view(value.stringValue()); }
 
   struct RawByte {
     U8 value;

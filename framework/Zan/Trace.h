@@ -74,19 +74,20 @@ class ZAN_EXPORT TraceHandle {
 };
 
 /// Emits one message: to the sink when `enabled`, and to the coverage stream in any case.
-ZAN_EXPORT void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text, U32 level,
-                 bool enabled, std::string_view file, U32 line, std::string_view function);
+ZAN_EXPORT void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text,
+                            U32 level, bool enabled, std::string_view file, U32 line,
+                            std::string_view function);
 
 }  // namespace Zan
 
 /// Traces `...` (a chain of <<) when the handle wants the level; builds nothing otherwise.
-#define ZAN_TRACE_AT(handle, context, level, line, ...)                                            \
-  do {                                                                                             \
-    if (__builtin_expect((handle).wants(level), 0)) {                                              \
-      ::Zan::Text zanText;                                                                         \
-      zanText << __VA_ARGS__;                                                                      \
-      ::Zan::traceHelper((handle).name(), context, zanText.view(), level, (handle).traces(level),  \
-                         __FILE__, static_cast<U32>(line), __func__);                              \
-    }                                                                                              \
+#define ZAN_TRACE_AT(handle, context, level, line, ...)                                                     \
+  do {                                                                                                      \
+    if (__builtin_expect((handle).wants(level), 0)) {                                                       \
+      ::Zan::Text zanText;                                                                                  \
+      zanText << __VA_ARGS__;                                                                               \
+      ::Zan::traceHelper((handle).name(), context, zanText.view(), level, (handle).traces(level), __FILE__, \
+                         static_cast<U32>(line), __func__);                                                 \
+    }                                                                                                       \
   } while (false)
 #define ZAN_TRACE(handle, context, level, ...) ZAN_TRACE_AT(handle, context, level, __LINE__, __VA_ARGS__)

@@ -25,7 +25,7 @@ Zan::Ptr<IntfStatus> AllIntfStatusDir::intfStatusIs(Lumo::IntfId id, const Zan::
   member->parentIs(this, intfStatusId);
   intfStatus_.insert(member);
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfStatus)>(intfStatusId,
-                                                                                               id);
+                                                                                                id);
   return member;
 }
 

@@ -38,7 +38,9 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   /// The entry of an interface, or null when it has no address. Owned by the status.
   IntfAddr* intfAddr(Lumo::IntfId id) const { return intfAddr_.lookup(id); }
   U32 intfAddrCount() const { return intfAddr_.size(); }
-  Zan::HashMap<IntfAddr, Lumo::IntfId>::IteratorConst intfAddrIterator() const { return intfAddr_.iterator(); }
+  Zan::HashMap<IntfAddr, Lumo::IntfId>::IteratorConst intfAddrIterator() const {
+    return intfAddr_.iterator();
+  }
   /// Gives an interface its address, or another one.
   void intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr);
   void intfAddrDel(Lumo::IntfId id) { intfAddr_.erase(id); }

@@ -86,14 +86,16 @@ IpAddr::IpAddr(std::string_view text) {
 }
 
 std::string IpAddr::stringValue() const {
-  char buffer[16];
-  char* p = buffer;
-  for (U32 shift = 24;; shift -= 8) {
-    p = std::to_chars(p, buffer + sizeof buffer, host() >> shift & 0xFF).ptr;
-    if (shift == 0) break;
-    *p++ = '.';
+  std::string text;
+  text.reserve(15);
+  for (U32 shift = 32; shift > 0; shift -= 8) {
+    const U32 byte = host() >> (shift - 8) & 0xFF;
+    if (byte >= 100) text += static_cast<char>('0' + byte / 100);
+    if (byte >= 10) text += static_cast<char>('0' + byte / 10 % 10);
+    text += static_cast<char>('0' + byte % 10);
+    if (shift > 8) text += '.';
   }
-  return {buffer, p};
+  return text;
 }
 
 std::optional<Ip6Addr> Ip6Addr::parse(std::string_view text) {
@@ -172,9 +174,12 @@ IpGenAddr::IpGenAddr(std::string_view text) {
 
 std::string IpGenAddr::stringValue() const {
   switch (af_) {
-    case AddressFamily::unknown: return "";
-    case AddressFamily::ipv4: return v4Addr().stringValue();
-    case AddressFamily::ipv6: return bytes_.stringValue();
+    case AddressFamily::unknown:
+      return "";
+    case AddressFamily::ipv4:
+      return v4Addr().stringValue();
+    case AddressFamily::ipv6:
+      return bytes_.stringValue();
   }
   return "";
 }
@@ -199,19 +204,36 @@ Ip6Prefix IpGenPrefix::v6Prefix() const {
 
 std::string IpGenPrefix::stringValue() const {
   switch (af_) {
-    case AddressFamily::unknown: return "";
-    case AddressFamily::ipv4: return v4Prefix().stringValue();
-    case AddressFamily::ipv6: return v6Prefix().stringValue();
+    case AddressFamily::unknown:
+      return "";
+    case AddressFamily::ipv4:
+      return v4Prefix().stringValue();
+    case AddressFamily::ipv6:
+      return v6Prefix().stringValue();
   }
   return "";
 }
 
-std::ostream& operator<<(std::ostream& out, IpAddr a) { return out << a.stringValue(); }
-std::ostream& operator<<(std::ostream& out, const Ip6Addr& a) { return out << a.stringValue(); }
-std::ostream& operator<<(std::ostream& out, Prefix p) { return out << p.stringValue(); }
-std::ostream& operator<<(std::ostream& out, const Ip6Prefix& p) { return out << p.stringValue(); }
-std::ostream& operator<<(std::ostream& out, const IpGenAddr& a) { return out << a.stringValue(); }
-std::ostream& operator<<(std::ostream& out, const IpGenPrefix& p) { return out << p.stringValue(); }
-std::ostream& operator<<(std::ostream& out, IntfId id) { return out << id.stringValue(); }
+std::ostream& operator<<(std::ostream& out, IpAddr a) {
+  return out << a.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, const Ip6Addr& a) {
+  return out << a.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, Prefix p) {
+  return out << p.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, const Ip6Prefix& p) {
+  return out << p.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, const IpGenAddr& a) {
+  return out << a.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, const IpGenPrefix& p) {
+  return out << p.stringValue();
+}
+std::ostream& operator<<(std::ostream& out, IntfId id) {
+  return out << id.stringValue();
+}
 
 }  // namespace Lumo

@@ -24,9 +24,12 @@ TrieGen::~TrieGen() = default;
 
 const PrefixTrie* TrieGen::trieFor(const Lumo::IpGenPrefix& prefix) const {
   switch (prefix.af()) {
-    case Lumo::AddressFamily::ipv4: return &trie4_;
-    case Lumo::AddressFamily::ipv6: return &trie6_;
-    case Lumo::AddressFamily::unknown: return nullptr;
+    case Lumo::AddressFamily::ipv4:
+      return &trie4_;
+    case Lumo::AddressFamily::ipv6:
+      return &trie6_;
+    case Lumo::AddressFamily::unknown:
+      return nullptr;
   }
   return nullptr;
 }
@@ -66,9 +69,12 @@ const Zan::ZanType* TrieGen::fwkType() const {
 
 std::string_view TrieGen::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case changedRouteId: return "changedRoute";
-    case afId: return "af";
-    default: return Entity::attributeName(attribute);
+    case changedRouteId:
+      return "changedRoute";
+    case afId:
+      return "af";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

@@ -147,10 +147,12 @@ TEST_F(EngineTest, UnicastChangesTouchOnlyConnectedRoutes) {
   EXPECT_EQ(t.count("doMaybeRefreshRoutes(const Lumo::IpGenPrefix&, bool)( , True )"), 1);
   w.unicastDel("70.0.0.0/8");
   EXPECT_EQ(t.count("False )"), 0);
-  EXPECT_EQ(t.messages.back().text,
-            "void Routing::Multicast::Rib::RouteResolverSm::handleChangedRoute()Unicast route 70.0.0.0/8 Deleted");
+  EXPECT_EQ(
+      t.messages.back().text,
+      "void Routing::Multicast::Rib::RouteResolverSm::handleChangedRoute()Unicast route 70.0.0.0/8 Deleted");
   w.unicastIs("20.0.0.0/24", RouteType::connected, 0, {{"0.0.0.0", 2}});
-  EXPECT_EQ(w.show("20.0.0.0/24"), "20.0.0.0/24 p0 t7 [0.0.0.0 on eth0]") << "an existing route is left as it is";
+  EXPECT_EQ(w.show("20.0.0.0/24"), "20.0.0.0/24 p0 t7 [0.0.0.0 on eth0]")
+      << "an existing route is left as it is";
   w.mrib->routeResolver()->initializedIs(true);
   t.messages.clear();
   w.connectedIs("80.0.0.0/24", 1);
@@ -290,7 +292,8 @@ TEST_F(EngineTest, ProgrammingErrorsAbortWithTheirTexts) {
   startWithSubnets();
   EXPECT_DEATH(add("10.1.0.0/16", w.via("20.0.0.9"), 0), "assertion `pref' failed");
   EXPECT_DEATH(add("10.1.0.0/16", EngineWorld::Rpf{}), "assertion `0' failed");
-  EXPECT_DEATH(w.rpfIs("10.1.0.0/16", 1, EngineWorld::Rpf{}), ":123: .*assertion `rpfType != unknown\\(\\)' failed");
+  EXPECT_DEATH(w.rpfIs("10.1.0.0/16", 1, EngineWorld::Rpf{}),
+               ":123: .*assertion `rpfType != unknown\\(\\)' failed");
   EXPECT_DEATH(w.unicastTrie->routeIs(Lumo::IpGenPrefix("2001:db8::/32"), true),
                "assertion `changedRoute.af\\(\\) == Lumo::ipv4\\(\\)' failed");
   EXPECT_DEATH(w.mrib->trieBuilder()->handleRoute(), "assertion `trie\\(\\)->nodes\\(\\) == 0' failed");

@@ -36,10 +36,14 @@ const Zan::ZanType* Status::fwkType() const {
 
 std::string_view Status::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case routeStatusId: return "routeStatus";
-    case forwardingStatusId: return "forwardingStatus";
-    case trieId: return "trie";
-    default: return Entity::attributeName(attribute);
+    case routeStatusId:
+      return "routeStatus";
+    case forwardingStatusId:
+      return "forwardingStatus";
+    case trieId:
+      return "trie";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

@@ -8,8 +8,7 @@ namespace {
 
 using Zan::Ptr;
 
-constexpr const char* sigPrefixDel =
-    "void Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::handleDel()";
+constexpr const char* sigPrefixDel = "void Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::handleDel()";
 constexpr const char* sigPrefDel =
     "void Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleDel()";
 constexpr const char* sigRpfs =
@@ -219,8 +218,8 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
   const RouteKeyPreference* best = rkPrefix->bestPref();
   if (!best || best->preference() != preference) {
     MRIB_TRACE_AT(8, 133,
-                  sigRpf << "Not processing because route exists with "
-                         << (best ? best->preference() : U8{0}) << " preference");
+                  sigRpf << "Not processing because route exists with " << (best ? best->preference() : U8{0})
+                         << " preference");
     return;
   }
   if (present) {

@@ -21,7 +21,7 @@ class ZAN_EXPORT MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeCon
 
 /// Watches one configured prefix and keeps one reactor for each of its preferences.
 class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::NotifieeConst, MribSm>,
-                                    public Zan::HashMember<ZanMribConfigPrefix> {
+                                               public Zan::HashMember<ZanMribConfigPrefix> {
  public:
   class ZanMribConfigPref;
   /// A preference as a key.

@@ -20,7 +20,8 @@ class ZAN_EXPORT MribSm::ZanIntfInfo : public Zan::Reactor<InterfaceInfo::Notifi
 };
 
 /// Holds the unicast shadow status for the state machine; reacts to nothing.
-class ZAN_EXPORT MribSm::ZanUribShadowStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, MribSm> {
+class ZAN_EXPORT MribSm::ZanUribShadowStatus
+    : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, MribSm> {
  public:
   ZanUribShadowStatus(const Zan::Ptr<Routing::Shadow::Status>& status, MribSm* mribSm);
 

@@ -33,10 +33,14 @@ const Zan::ZanType* InterfaceInfo::fwkType() const {
 
 std::string_view InterfaceInfo::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case ipStatusId: return "ipStatus";
-    case configId: return "config";
-    case statusId: return "status";
-    default: return Entity::attributeName(attribute);
+    case ipStatusId:
+      return "ipStatus";
+    case configId:
+      return "config";
+    case statusId:
+      return "status";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

@@ -58,9 +58,9 @@ Ptr<MribSm> mribSmFactory(const Ptr<InterfaceInfo const>& intfInfo,
   return sm.ptr();
 }
 
-MribSm::MribSm(const Ptr<InterfaceInfo const>& intfInfo,
-               const Ptr<Routing::Shadow::Status>& uribShadowStatus, const Ptr<Config const>& mribConfig,
-               const Ptr<Status>& mribStatus, const Ptr<Interface::AllIntfStatusDir const>& allIntfStatusDir)
+MribSm::MribSm(const Ptr<InterfaceInfo const>& intfInfo, const Ptr<Routing::Shadow::Status>& uribShadowStatus,
+               const Ptr<Config const>& mribConfig, const Ptr<Status>& mribStatus,
+               const Ptr<Interface::AllIntfStatusDir const>& allIntfStatusDir)
     : intfInfo_(intfInfo ? newIntfInfo(intfInfo) : nullptr),
       uribShadowStatus_(uribShadowStatus ? newUribShadowStatus(uribShadowStatus) : nullptr),
       mribConfig_(mribConfig ? newMribConfig(mribConfig) : nullptr),
@@ -157,7 +157,8 @@ Ptr<Routing::Shadow::Status> MribSm::uribShadowStatus() const {
 }
 
 void MribSm::uribShadowStatusIs(const Ptr<Routing::Shadow::Status>& uribShadowStatus) {
-  watchInput(uribShadowStatus_, uribShadowStatus, isZombie(), [this] { return newUribShadowStatus(nullptr); });
+  watchInput(uribShadowStatus_, uribShadowStatus, isZombie(),
+             [this] { return newUribShadowStatus(nullptr); });
 }
 
 Ptr<MribSm::ZanUribShadowStatus> MribSm::uribShadowStatusDel() {
@@ -250,8 +251,8 @@ const TrieGen& MribSm::mribTrie() const {
 
 Ptr<MribTrieBuilderSm> MribSm::trieBuilderIs(const Ptr<Status const>& mribStatus,
                                              const Ptr<MribShadow>& mribShadow) {
-  const bool same = trieBuilder_ && trieBuilder_->status() == mribStatus &&
-                    trieBuilder_->mribRouteStatus() == mribShadow;
+  const bool same =
+      trieBuilder_ && trieBuilder_->status() == mribStatus && trieBuilder_->mribRouteStatus() == mribShadow;
   if (!same) {
     trieBuilder_ = newTrieBuilder(mribStatus, mribShadow);
     trieBuilder_->hasNotificationActiveIs(true);

@@ -93,7 +93,8 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
   void handleInitialize();
 
   Zan::Ptr<ZanIntfInfo> newIntfInfo(const Zan::Ptr<InterfaceInfo const>& intfInfo);
-  Zan::Ptr<ZanUribShadowStatus> newUribShadowStatus(const Zan::Ptr<Routing::Shadow::Status>& uribShadowStatus);
+  Zan::Ptr<ZanUribShadowStatus> newUribShadowStatus(
+      const Zan::Ptr<Routing::Shadow::Status>& uribShadowStatus);
   Zan::Ptr<ZanMribConfig> newMribConfig(const Zan::Ptr<Config const>& mribConfig);
   Zan::Ptr<ZanMribConfigPrefix> newMribConfigPrefix(const Zan::Ptr<RouteKeyPrefix const>& rkPrefix);
   Zan::Ptr<RouteResolverSm> newRouteResolver(

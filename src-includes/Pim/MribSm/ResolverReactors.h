@@ -6,7 +6,8 @@
 namespace Routing::Multicast::Rib {
 
 /// Watches the unicast shadow status, so that the resolver always follows its current trie.
-class ZAN_EXPORT RouteResolverSm::ZanUribStatus : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanUribStatus
+    : public Zan::Reactor<Routing::Shadow::Status::NotifieeConst, RouteResolverSm> {
  public:
   /// Binds without a look at the trie: the resolver's constructor does that when everything stands.
   ZanUribStatus(const Zan::Ptr<Routing::Shadow::Status>& status, RouteResolverSm* resolver)
@@ -29,7 +30,8 @@ class ZAN_EXPORT RouteResolverSm::ZanUribStatus : public Zan::Reactor<Routing::S
 };
 
 /// Holds the MRIB status that the resolver writes; reacts to nothing.
-class ZAN_EXPORT RouteResolverSm::ZanMribStatus : public Zan::Reactor<Status::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanMribStatus
+    : public Zan::Reactor<Status::NotifieeConst, RouteResolverSm> {
  public:
   ZanMribStatus(const Zan::Ptr<Status>& status, RouteResolverSm* resolver) : Reactor(resolver) {
     bind(status);
@@ -39,7 +41,8 @@ class ZAN_EXPORT RouteResolverSm::ZanMribStatus : public Zan::Reactor<Status::No
 };
 
 /// Watches the unicast trie for the prefix that changed last.
-class ZAN_EXPORT RouteResolverSm::ZanZan_TrieIn : public Zan::Reactor<TrieGen::NotifieeConst, RouteResolverSm> {
+class ZAN_EXPORT RouteResolverSm::ZanZan_TrieIn
+    : public Zan::Reactor<TrieGen::NotifieeConst, RouteResolverSm> {
  public:
   explicit ZanZan_TrieIn(RouteResolverSm* resolver) : Reactor(resolver) {}
 

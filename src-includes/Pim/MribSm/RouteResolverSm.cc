@@ -25,7 +25,8 @@ Ptr<RouteResolverSm> routeResolverSmFactory(const Ptr<Routing::Shadow::Status>& 
       .ptr();
 }
 
-RouteResolverSm::RouteResolverSm(const Ptr<Routing::Shadow::Status>& uribStatus, const Ptr<Status>& mribStatus,
+RouteResolverSm::RouteResolverSm(const Ptr<Routing::Shadow::Status>& uribStatus,
+                                 const Ptr<Status>& mribStatus,
                                  const Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm)
     : uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
       mribStatus_(mribStatus ? Zan::create<ZanMribStatus>(mribStatus, this) : nullptr),
@@ -192,11 +193,11 @@ void RouteResolverSm::handleChangedRoute() {
   const Ptr<TrieGen const> trie = zan_TrieIn();
   if (!urib || !trie) return;
   const Lumo::IpGenPrefix changedRoute = trie->changedRoute();
-  const auto route =
-      urib->routeStatus() ? urib->routeStatus()->route(changedRoute.v4Prefix()) : std::nullopt;
+  const auto route = urib->routeStatus() ? urib->routeStatus()->route(changedRoute.v4Prefix()) : std::nullopt;
   if (changedRoute.af() == Lumo::unknown()) return;
   ZAN_ASSERT(changedRoute.af() == Lumo::ipv4());
-  MRIB_TRACE(5, sigChangedRoute << "Unicast route " << changedRoute << (route ? " Added/Updated" : " Deleted"));
+  MRIB_TRACE(5,
+             sigChangedRoute << "Unicast route " << changedRoute << (route ? " Added/Updated" : " Deleted"));
   const Route* present = status().route(changedRoute.v4Prefix());
   if (!route) {
     if (!present || present->routeType() != Fib::RouteType::connected) return;

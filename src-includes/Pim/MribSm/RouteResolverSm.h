@@ -129,7 +129,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
 };
 
 /// Entry of `mribForPrefix`: one prefix set, keyed by its resolving prefix.
-class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface, public Zan::HashMember<ZanMribForPrefix> {
+class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
+                                                     public Zan::HashMember<ZanMribForPrefix> {
  public:
   explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) {}
 

@@ -35,7 +35,8 @@ Ptr<MribTrieBuilderSm> MribTrieBuilderSm::MribTrieBuilderSmIs(const Ptr<Status c
   return Zan::ValidPtr<MribTrieBuilderSm>(Zan::create<MribTrieBuilderSm>(status, mribRouteStatus)).ptr();
 }
 
-MribTrieBuilderSm::MribTrieBuilderSm(const Ptr<Status const>& status, const Ptr<ShadowStatus>& mribRouteStatus)
+MribTrieBuilderSm::MribTrieBuilderSm(const Ptr<Status const>& status,
+                                     const Ptr<ShadowStatus>& mribRouteStatus)
     : status_(status ? Zan::create<ZanStatus>(status, this) : nullptr), mribRouteStatus_(mribRouteStatus) {
   handleInitialize();
   handleRoute();

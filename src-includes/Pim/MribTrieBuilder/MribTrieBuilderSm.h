@@ -76,7 +76,8 @@ class ZAN_EXPORT MribTrieBuilderSm : public Zan::VFPtrInterface {
 };
 
 /// Watches the route collection of the MRIB status.
-class ZAN_EXPORT MribTrieBuilderSm::ZanStatus : public Zan::Reactor<Status::NotifieeConst, MribTrieBuilderSm> {
+class ZAN_EXPORT MribTrieBuilderSm::ZanStatus
+    : public Zan::Reactor<Status::NotifieeConst, MribTrieBuilderSm> {
  public:
   ZanStatus(const Zan::Ptr<Status const>& status, MribTrieBuilderSm* owner);
 
@@ -90,7 +91,7 @@ class ZAN_EXPORT MribTrieBuilderSm::ZanStatus : public Zan::Reactor<Status::Noti
 
 /// Watches one route of the MRIB status and keeps its prefix in the trie.
 class ZAN_EXPORT MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::NotifieeConst, MribTrieBuilderSm>,
-                                    public Zan::HashMember<ZanRoute> {
+                                               public Zan::HashMember<ZanRoute> {
  public:
   ZanRoute(const Zan::Ptr<Route const>& route, MribTrieBuilderSm* owner);
 
@@ -115,6 +116,7 @@ class ZAN_EXPORT MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::Notifi
 
 /// Creates the builder on an MRIB status and the shadow status that publishes the trie.
 ZAN_EXPORT Zan::Ptr<MribTrieBuilderSm> mribTrieBuilderSmFactory(
-    const Zan::Ptr<Status const>& status, const Zan::Ptr<Routing::Multicast::Shadow::Status>& mribRouteStatus);
+    const Zan::Ptr<Status const>& status,
+    const Zan::Ptr<Routing::Multicast::Shadow::Status>& mribRouteStatus);
 
 }  // namespace Routing::Multicast::Rib

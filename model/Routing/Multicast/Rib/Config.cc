@@ -21,9 +21,12 @@ constexpr auto onAnyRoute = static_cast<void (RouteWatcher::*)()>(&RouteWatcher:
 
 std::string Rpf::stringValue() const {
   switch (rpfType) {
-    case Type::intf: return "intf " + intfId.stringValue();
-    case Type::addr: return "addr " + address.stringValue();
-    default: return "unknown";
+    case Type::intf:
+      return "intf " + intfId.stringValue();
+    case Type::addr:
+      return "addr " + address.stringValue();
+    default:
+      return "unknown";
   }
 }
 
@@ -52,7 +55,8 @@ Zan::Ptr<RouteKeyPreference> RouteKeyPrefix::prefIs(U8 preference) {
 }
 
 void RouteKeyPrefix::prefIs(const Zan::Ptr<RouteKeyPreference>& entry) {
-  if (!entry) Zan::throwRangeException("null entry parameter to Routing::Multicast::Rib::RouteKeyPrefix::pref");
+  if (!entry)
+    Zan::throwRangeException("null entry parameter to Routing::Multicast::Rib::RouteKeyPrefix::pref");
   RouteKeyPreference* old = pref_.lookup(entry->preference());
   if (old == entry.get()) return;
   if (old) {
@@ -127,9 +131,12 @@ const Zan::ZanType* RouteKeyPreference::fwkType() const {
 
 std::string_view RouteKeyPreference::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case preferenceId: return "preference";
-    case rpfId: return "rpf";
-    default: return Entity::attributeName(attribute);
+    case preferenceId:
+      return "preference";
+    case rpfId:
+      return "rpf";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 
@@ -140,9 +147,12 @@ const Zan::ZanType* RouteKeyPrefix::fwkType() const {
 
 std::string_view RouteKeyPrefix::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case prefixId: return "prefix";
-    case prefId: return "pref";
-    default: return Entity::attributeName(attribute);
+    case prefixId:
+      return "prefix";
+    case prefId:
+      return "pref";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

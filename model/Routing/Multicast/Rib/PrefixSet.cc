@@ -32,9 +32,12 @@ const Zan::ZanType* PrefixSet::fwkType() const {
 
 std::string_view PrefixSet::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case lPrefixId: return "lPrefix";
-    case prefixId: return "prefix";
-    default: return Entity::attributeName(attribute);
+    case lPrefixId:
+      return "lPrefix";
+    case prefixId:
+      return "prefix";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

@@ -119,14 +119,22 @@ const Zan::ZanType* RouteOf<Family>::fwkType() const {
 template <class Family>
 std::string_view RouteOf<Family>::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case prefixId: return "prefix";
-    case preferenceId: return "preference";
-    case routeTypeId: return "routeType";
-    case viaId: return "via";
-    case creationTimeId: return "creationTime";
-    case metricId: return "metric";
-    case prefixSetId: return "prefixSet";
-    default: return Entity::attributeName(attribute);
+    case prefixId:
+      return "prefix";
+    case preferenceId:
+      return "preference";
+    case routeTypeId:
+      return "routeType";
+    case viaId:
+      return "via";
+    case creationTimeId:
+      return "creationTime";
+    case metricId:
+      return "metric";
+    case prefixSetId:
+      return "prefixSet";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

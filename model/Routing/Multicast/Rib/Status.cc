@@ -13,7 +13,8 @@ Zan::Ptr<RouteOf<Family>> StatusOf<Family>::routeIs(const Prefix& prefix) {
   auto added = Zan::create<Route>(prefix);
   added->parentIs(this, routeId);
   route_.insert(added);
-  tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId, added->prefix());
+  tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId,
+                                                                                     added->prefix());
   return added;
 }
 
@@ -46,9 +47,12 @@ const Zan::ZanType* StatusOf<Family>::fwkType() const {
 template <class Family>
 std::string_view StatusOf<Family>::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case routeId: return "route";
-    case trieId: return "trie";
-    default: return Entity::attributeName(attribute);
+    case routeId:
+      return "route";
+    case trieId:
+      return "trie";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 

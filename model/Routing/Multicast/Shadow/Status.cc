@@ -36,9 +36,12 @@ const Zan::ZanType* ShadowStatusOf<Family>::fwkType() const {
 template <class Family>
 std::string_view ShadowStatusOf<Family>::attributeName(Zan::AttributeId attribute) const {
   switch (attribute) {
-    case routeId: return "route";
-    case trieId: return "trie";
-    default: return Entity::attributeName(attribute);
+    case routeId:
+      return "route";
+    case trieId:
+      return "trie";
+    default:
+      return Entity::attributeName(attribute);
   }
 }
 
