@@ -1,0 +1,45 @@
+#include "Escape.h"
+
+#include <fmt/format.h>
+
+namespace host {
+
+namespace {
+
+/// Length of the well-formed UTF-8 sequence at the start of `s`, 0 when there is none (RFC 3629).
+std::size_t sequenceLength(std::string_view s) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
+  const unsigned lead = byte(0);
+  const std::size_t n = lead < 0x80 ? 1 : lead >= 0xC2 && lead < 0xE0 ? 2 : (lead & 0xF0) == 0xE0 ? 3
+                        : lead >= 0xF0 && lead < 0xF5                      ? 4
+                                                                           : 0;
+  if (n == 0 || s.size() < n) return 0;
+  for (std::size_t i = 1; i < n; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  if (n == 2 && lead == 0xC2 && byte(1) < 0xA0) return 0;  // the control characters of Latin-1
+  if (n == 3 && ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F))) return 0;
+  if (n == 4 && ((lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F))) return 0;
+  return n;
+}
+
+}  // namespace
+
+std::string escaped(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const char c = text.front();
+    std::size_t n = sequenceLength(text);
+    if (n == 0 || (n == 1 && (static_cast<unsigned char>(c) < 0x20 || c == 0x7F))) {
+      out += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
+      n = 1;
+    } else {
+      if (c == '"' || c == '\\') out += '\\';
+      out += text.substr(0, n);
+    }
+    text.remove_prefix(n);
+  }
+  return out;
+}
+
+}  // namespace host

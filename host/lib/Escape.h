@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace host {
+
+/// A text from outside, fit for any terminal and any JSON document: quotes and backslashes get a backslash,
+/// control bytes and bytes that are no UTF-8 become \xHH.
+std::string escaped(std::string_view text);
+
+}  // namespace host

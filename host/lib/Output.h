@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Agent.h"
+
+namespace host {
+
+/// The MRIB and what there is to say about it.
+struct MribView {
+  const Agent& agent;
+  const std::vector<MrouteLine>& lines;
+  std::string source;  ///< where the routes come from
+  std::vector<std::string> warnings;
+};
+
+/// The MRIB as a table for people, and as a JSON document (schemaVersion 1) for programs.
+std::string mribText(const MribView& view);
+std::string mribJson(const MribView& view);
+
+/// The answer to "which way must packets from `source` come in?". `route` is null when there is none.
+std::string rpfText(Lumo::IpAddr source, const Routing::Multicast::Rib::Route* route);
+std::string rpfJson(Lumo::IpAddr source, const Routing::Multicast::Rib::Route* route);
+
+}  // namespace host
