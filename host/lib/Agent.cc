@@ -12,8 +12,8 @@ using Routing::Fib::RouteType;
 
 namespace {
 
-/// Interfaces that the configuration names and the kernel does not know get identifiers from here on, which no
-/// kernel uses.
+/// Interfaces that the configuration names and the kernel does not know get identifiers from here on, which
+/// no kernel uses.
 constexpr U32 firstUnknownIntf = 0x80000000;
 
 RouteType routeTypeOf(const KernelRoute& route) {
@@ -79,7 +79,8 @@ void Agent::loadRoutes(const KernelState& kernel) {
 }
 
 Rpf Agent::rpfOf(const MrouteLine& line) {
-  if (const auto* address = std::get_if<Lumo::IpAddr>(&line.rpf)) return Rpf::ofAddr(Lumo::IpGenAddr(*address));
+  if (const auto* address = std::get_if<Lumo::IpAddr>(&line.rpf))
+    return Rpf::ofAddr(Lumo::IpGenAddr(*address));
   const U32 next = firstUnknownIntf + static_cast<U32>(intfIds_.size());
   return Rpf::ofIntf(intfIds_.try_emplace(std::get<std::string>(line.rpf), next).first->second);
 }

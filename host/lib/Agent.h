@@ -15,9 +15,9 @@ namespace host {
 /// configuration, and starts it.
 class Agent {
  public:
-  /// Writes the kernel state into the interface entities and the shared-memory tables, the lines into the MRIB
-  /// configuration, and starts the engine on them. Throws Error, before anything is built, for a configuration
-  /// whose routes could resolve through each other in a circle.
+  /// Writes the kernel state into the interface entities and the shared-memory tables, the lines into the
+  /// MRIB configuration, and starts the engine on them. Throws Error, before anything is built, for a
+  /// configuration whose routes could resolve through each other in a circle.
   Agent(const KernelState& kernel, const std::vector<MrouteLine>& lines);
   ~Agent();
   Agent(const Agent&) = delete;

@@ -122,13 +122,14 @@ std::vector<std::string> warningsFor(const std::vector<MrouteLine>& lines, const
     if (const auto it = connected.find(line.prefix); it != connected.end()) {
       const Link* link = kernel.link(it->second->nextHops.front().link);
       warnings.push_back(fmt::format(
-          "line {}: {} is directly connected on {}: once it resolves, the configured RPF replaces the connected "
+          "line {}: {} is directly connected on {}: once it resolves, the configured RPF replaces the "
+          "connected "
           "one, so that packets from hosts on that subnet fail the check unless they come in by {}",
           line.line, line.prefix.stringValue(), link ? escaped(link->name) : "?", line.rpfText()));
     }
     if (const auto* name = std::get_if<std::string>(&line.rpf); name && !kernel.link(*name)) {
-      warnings.push_back(fmt::format("line {}: interface {} does not exist: kept, not resolved", line.line,
-                                     line.rpfText()));
+      warnings.push_back(
+          fmt::format("line {}: interface {} does not exist: kept, not resolved", line.line, line.rpfText()));
     }
   }
   return warnings;

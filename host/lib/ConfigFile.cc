@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <sstream>
+#include <tuple>
 
 #include "Error.h"
 #include "Escape.h"
@@ -88,7 +89,8 @@ class Splitter {
   }
   void checkByte(char c) const {
     const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) throw Fault{column(), fmt::format("unexpected control byte \\x{:02X}", byte)};
+    if (byte < 0x20 || byte == 0x7F)
+      throw Fault{column(), fmt::format("unexpected control byte \\x{:02X}", byte)};
   }
 
   std::string_view line_;
@@ -114,12 +116,14 @@ Lumo::Prefix parsePrefix(const Word& word) {
                                   Lumo::Prefix(*address, length).stringValue())
                     : ": the length is not 0 to 32";
     }
-    throw Fault{word.column, fmt::format("expected a prefix A.B.C.D/LENGTH, found \"{}\"{}", escaped(word.text), hint)};
+    throw Fault{word.column,
+                fmt::format("expected a prefix A.B.C.D/LENGTH, found \"{}\"{}", escaped(word.text), hint)};
   }
   if (Lumo::Prefix("224.0.0.0/4").contains(prefix.address()) && prefix.length() >= 4) {
-    throw Fault{word.column,
-                fmt::format("expected the prefix of sources, found the group range {}: a source is a unicast address",
-                            prefix.stringValue())};
+    throw Fault{
+        word.column,
+        fmt::format("expected the prefix of sources, found the group range {}: a source is a unicast address",
+                    prefix.stringValue())};
   }
   return prefix;
 }
@@ -130,13 +134,14 @@ std::variant<Lumo::IpAddr, std::string> parseRpf(const Word& word) {
     if (const auto address = Lumo::IpAddr::parse(word.text)) return *address;
     if (word.text.find_first_not_of("0123456789./:") == std::string::npos ||
         word.text.find('/') != std::string::npos) {
-      throw Fault{word.column,
-                  fmt::format("expected a next hop address or an interface, found \"{}\"", escaped(word.text))};
+      throw Fault{word.column, fmt::format("expected a next hop address or an interface, found \"{}\"",
+                                           escaped(word.text))};
     }
   }
   if (word.text.empty() || word.text.size() > longestName || word.text.find('/') != std::string::npos) {
-    throw Fault{word.column, fmt::format("expected an interface name of 1 to 15 bytes without a slash, found \"{}\"",
-                                         escaped(word.text))};
+    throw Fault{word.column,
+                fmt::format("expected an interface name of 1 to 15 bytes without a slash, found \"{}\"",
+                            escaped(word.text))};
   }
   return word.text;
 }
@@ -146,7 +151,8 @@ U8 parsePreference(const Word& word) {
   const char* end = word.text.data() + word.text.size();
   const auto [stop, error] = std::from_chars(word.text.data(), end, value);
   if (error != std::errc{} || stop != end || value < 1 || value > 255) {
-    throw Fault{word.column, fmt::format("expected a preference from 1 to 255, found \"{}\"", escaped(word.text))};
+    throw Fault{word.column,
+                fmt::format("expected a preference from 1 to 255, found \"{}\"", escaped(word.text))};
   }
   return static_cast<U8>(value);
 }
@@ -172,7 +178,8 @@ std::optional<MrouteLine> parseLine(std::string_view text, U32 number) {
                   parseRpf(expectWord(3, "a next hop address or an interface")), 1, number};
   if (words.size() > 4) line.preference = parsePreference(words[4]);
   if (words.size() > 5) {
-    throw Fault{words[5].column, fmt::format("expected the end of the line, found \"{}\"", escaped(words[5].text))};
+    throw Fault{words[5].column,
+                fmt::format("expected the end of the line, found \"{}\"", escaped(words[5].text))};
   }
   return line;
 }
@@ -186,7 +193,7 @@ std::string MrouteLine::rpfText() const {
 
 ParsedConfig parseConfig(std::string_view text) {
   ParsedConfig parsed;
-  std::map<std::tuple<Lumo::Prefix, std::string, U8>, U32> seen;
+  std::map<std::tuple<Lumo::Prefix, std::variant<Lumo::IpAddr, std::string>, U8>, U32> seen;
   for (U32 number = 1; !text.empty(); ++number) {
     std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(line.size() + 1, text.size()));
@@ -194,9 +201,8 @@ ParsedConfig parseConfig(std::string_view text) {
     try {
       const auto parsedLine = parseLine(line, number);
       if (!parsedLine) continue;
-      const bool isAddress = std::holds_alternative<Lumo::IpAddr>(parsedLine->rpf);
-      const auto [first, isNew] = seen.try_emplace(
-          {parsedLine->prefix, (isAddress ? "a" : "i") + parsedLine->rpfText(), parsedLine->preference}, number);
+      const auto [first, isNew] =
+          seen.try_emplace({parsedLine->prefix, parsedLine->rpf, parsedLine->preference}, number);
       if (!isNew) throw Fault{1, fmt::format("the same route stands in line {}", first->second)};
       parsed.lines.push_back(*parsedLine);
     } catch (const Fault& fault) {

@@ -27,14 +27,15 @@ struct ConfigError {
   std::string text;
 };
 
-/// What a configuration holds, or everything that is wrong with it; with an error nothing of it is to be used.
+/// What a configuration holds, or everything that is wrong with it; with an error nothing of it is to be
+/// used.
 struct ParsedConfig {
   std::vector<MrouteLine> lines;
   std::vector<ConfigError> errors;
 };
 
-/// Reads the text of a configuration: `ip mroute` lines, blank lines, comments from `!` or `#` at the start of
-/// a word to the end of the line. An interface name with blanks, quotes, backslashes or control bytes is
+/// Reads the text of a configuration: `ip mroute` lines, blank lines, comments from `!` or `#` at the start
+/// of a word to the end of the line. An interface name with blanks, quotes, backslashes or control bytes is
 /// written in double quotes with \", \\ and \xHH.
 ParsedConfig parseConfig(std::string_view text);
 

@@ -10,14 +10,15 @@ namespace {
 std::size_t sequenceLength(std::string_view s) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
   const unsigned lead = byte(0);
-  const std::size_t n = lead < 0x80 ? 1 : lead >= 0xC2 && lead < 0xE0 ? 2 : (lead & 0xF0) == 0xE0 ? 3
-                        : lead >= 0xF0 && lead < 0xF5                      ? 4
-                                                                           : 0;
+  const std::size_t n = lead < 0x80                   ? 1
+                        : lead >= 0xC2 && lead < 0xE0 ? 2
+                        : (lead & 0xF0) == 0xE0       ? 3
+                        : lead >= 0xF0 && lead < 0xF5 ? 4
+                                                      : 0;
   if (n == 0 || s.size() < n) return 0;
   for (std::size_t i = 1; i < n; ++i) {
     if ((byte(i) & 0xC0) != 0x80) return 0;
   }
-  if (n == 2 && lead == 0xC2 && byte(1) < 0xA0) return 0;  // the control characters of Latin-1
   if (n == 3 && ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F))) return 0;
   if (n == 4 && ((lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F))) return 0;
   return n;
@@ -30,7 +31,8 @@ std::string escaped(std::string_view text) {
   while (!text.empty()) {
     const char c = text.front();
     std::size_t n = sequenceLength(text);
-    if (n == 0 || (n == 1 && (static_cast<unsigned char>(c) < 0x20 || c == 0x7F))) {
+    const bool control = n == 2 && c == '\xC2' && static_cast<unsigned char>(text[1]) < 0xA0;  // of Latin-1
+    if (n == 0 || control || (n == 1 && (static_cast<unsigned char>(c) < 0x20 || c == 0x7F))) {
       out += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
       n = 1;
     } else {
@@ -40,6 +42,15 @@ std::string escaped(std::string_view text) {
     text.remove_prefix(n);
   }
   return out;
+}
+
+std::string jsonText(std::string_view text) {
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t n = sequenceLength(rest);
+    if (n == 0) return escaped(text);
+    rest.remove_prefix(n);
+  }
+  return std::string(text);
 }
 
 }  // namespace host

@@ -9,4 +9,8 @@ namespace host {
 /// control bytes and bytes that are no UTF-8 become \xHH.
 std::string escaped(std::string_view text);
 
+/// A text from outside for a JSON string, which can hold anything but bytes that are no UTF-8: with those it
+/// is escaped as above.
+std::string jsonText(std::string_view text);
+
 }  // namespace host

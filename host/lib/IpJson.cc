@@ -51,8 +51,8 @@ void readLinks(const std::string& path, KernelState& state, LinkIndex& index) {
   for (const json& entry : readArray(path)) {
     ++element;
     if (!entry.is_object()) throw Error(fmt::format("{}: element {}: expected an object", path, element));
-    Link link{member<U32>(entry, "ifindex", path, element), member<std::string>(entry, "ifname", path, element),
-              false};
+    Link link{member<U32>(entry, "ifindex", path, element),
+              member<std::string>(entry, "ifname", path, element), false};
     const auto flags = member<std::vector<std::string>>(entry, "flags", path, element);
     link.up = std::find(flags.begin(), flags.end(), "UP") != flags.end();
     index.emplace(link.name, link.index);
@@ -72,11 +72,13 @@ void readAddresses(const std::string& path, KernelState& state) {
       const auto text = member<std::string>(info, "local", path, element);
       const auto address = Lumo::IpAddr::parse(text);
       if (!address) {
-        throw Error(fmt::format("{}: element {}: \"{}\" is not an IPv4 address", path, element, escaped(text)));
+        throw Error(
+            fmt::format("{}: element {}: \"{}\" is not an IPv4 address", path, element, escaped(text)));
       }
       const auto length = member<U32>(info, "prefixlen", path, element);
       if (length > 32) throw Error(fmt::format("{}: element {}: prefix length {}", path, element, length));
-      state.addresses.push_back({link, *address, static_cast<U8>(length), info.value("secondary", json()) == true});
+      state.addresses.push_back(
+          {link, *address, static_cast<U8>(length), info.value("secondary", json()) == true});
     }
   }
 }
@@ -204,11 +206,11 @@ class RouteReader : public nlohmann::json_sax<json> {
       state_.notes.push_back("route " + prefix.stringValue() + " has no IPv4 next hop: left out");
       return;
     }
-    const bool direct = std::all_of(hops_.begin(), hops_.end(),
-                                    [](const NextHop& h) { return h.gateway == Lumo::IpAddr(); });
+    const bool direct =
+        std::all_of(hops_.begin(), hops_.end(), [](const NextHop& h) { return h.gateway == Lumo::IpAddr(); });
     const bool connected = scope_ == "link" && direct;
-    state_.routes.push_back({prefix, connected, connected ? U8{0} : preferenceOf(protocol_), protocol_, metric_,
-                             hops_});
+    state_.routes.push_back(
+        {prefix, connected, connected ? U8{0} : preferenceOf(protocol_), protocol_, metric_, hops_});
   }
 
   std::string path_;

@@ -19,9 +19,9 @@ const Link* KernelState::link(const std::string& name) const {
 
 U8 preferenceOf(const std::string& protocol) {
   static const std::unordered_map<std::string, U8> distances{
-      {"kernel", 0},  {"boot", 1},   {"static", 1}, {"dhcp", 1},   {"ra", 1},      {"redirect", 1},
-      {"bgp", 20},    {"eigrp", 90}, {"ospf", 110}, {"isis", 115}, {"rip", 120},   {"babel", 100},
-      {"zebra", 200}, {"bird", 200}, {"gated", 200}};
+      {"kernel", 0},   {"boot", 1},    {"static", 1},  {"dhcp", 1},   {"ra", 1},
+      {"redirect", 1}, {"bgp", 20},    {"eigrp", 90},  {"ospf", 110}, {"isis", 115},
+      {"rip", 120},    {"babel", 100}, {"zebra", 200}, {"bird", 200}, {"gated", 200}};
   const auto it = distances.find(protocol);
   return it == distances.end() ? U8{200} : it->second;
 }

@@ -23,21 +23,36 @@ constexpr std::size_t dumpBytes = 32768;  // what the kernel fills at most with 
 /// The protocols by the names that `ip route` gives them (/etc/iproute2/rt_protos as shipped).
 std::string protocolName(unsigned protocol) {
   switch (protocol) {
-    case RTPROT_REDIRECT: return "redirect";
-    case RTPROT_KERNEL: return "kernel";
-    case RTPROT_BOOT: return "boot";
-    case RTPROT_STATIC: return "static";
-    case RTPROT_RA: return "ra";
-    case RTPROT_ZEBRA: return "zebra";
-    case RTPROT_BIRD: return "bird";
-    case RTPROT_DHCP: return "dhcp";
-    case RTPROT_BABEL: return "babel";
-    case RTPROT_BGP: return "bgp";
-    case RTPROT_ISIS: return "isis";
-    case RTPROT_OSPF: return "ospf";
-    case RTPROT_RIP: return "rip";
-    case RTPROT_EIGRP: return "eigrp";
-    default: return std::to_string(protocol);
+    case RTPROT_REDIRECT:
+      return "redirect";
+    case RTPROT_KERNEL:
+      return "kernel";
+    case RTPROT_BOOT:
+      return "boot";
+    case RTPROT_STATIC:
+      return "static";
+    case RTPROT_RA:
+      return "ra";
+    case RTPROT_ZEBRA:
+      return "zebra";
+    case RTPROT_BIRD:
+      return "bird";
+    case RTPROT_DHCP:
+      return "dhcp";
+    case RTPROT_BABEL:
+      return "babel";
+    case RTPROT_BGP:
+      return "bgp";
+    case RTPROT_ISIS:
+      return "isis";
+    case RTPROT_OSPF:
+      return "ospf";
+    case RTPROT_RIP:
+      return "rip";
+    case RTPROT_EIGRP:
+      return "eigrp";
+    default:
+      return std::to_string(protocol);
   }
 }
 
@@ -89,8 +104,9 @@ int onAddress(const nlmsghdr* message, void* data) {
   if (info->ifa_family != AF_INET || info->ifa_prefixlen > 32) return MNL_CB_OK;
   const auto attributes = attributesOf<IFA_MAX + 1>(message, sizeof *info);
   const auto type = attributes.by[IFA_LOCAL] ? IFA_LOCAL : IFA_ADDRESS;
-  static_cast<KernelState*>(data)->addresses.push_back(
-      {info->ifa_index, attributes.address(type), info->ifa_prefixlen, (info->ifa_flags & IFA_F_SECONDARY) != 0});
+  static_cast<KernelState*>(data)->addresses.push_back({info->ifa_index, attributes.address(type),
+                                                        info->ifa_prefixlen,
+                                                        (info->ifa_flags & IFA_F_SECONDARY) != 0});
   return MNL_CB_OK;
 }
 
@@ -113,7 +129,8 @@ std::vector<NextHop> multipath(const nlattr* attribute) {
 int onRoute(const nlmsghdr* message, void* data) {
   const auto* info = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
   auto& state = *static_cast<KernelState*>(data);
-  if (info->rtm_family != AF_INET || info->rtm_type != RTN_UNICAST || info->rtm_dst_len > 32) return MNL_CB_OK;
+  if (info->rtm_family != AF_INET || info->rtm_type != RTN_UNICAST || info->rtm_dst_len > 32)
+    return MNL_CB_OK;
   if ((info->rtm_flags & RTM_F_CLONED) != 0) return MNL_CB_OK;
   const auto attributes = attributesOf<RTA_MAX + 1>(message, sizeof *info);
   const U32 table = attributes.by[RTA_TABLE] ? attributes.u32(RTA_TABLE) : info->rtm_table;
@@ -165,8 +182,8 @@ bool dumpOnce(mnl_socket* socket, U16 type, mnl_cb_t callback, KernelState& stat
     const ssize_t received = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
     if (received < 0 && errno == EINTR) continue;
     if (received < 0) failed("dump");
-    more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(received), sequence, mnl_socket_get_portid(socket),
-                      callback, &state);
+    more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(received), sequence,
+                      mnl_socket_get_portid(socket), callback, &state);
     if (more < 0 && errno != EINTR) failed("dump");
     if (more < 0) return false;
   }
@@ -180,7 +197,8 @@ KernelState readKernel() {
     U16 type;
     mnl_cb_t callback;
   };
-  constexpr std::array<Dump, 3> dumps{{{RTM_GETLINK, onLink}, {RTM_GETADDR, onAddress}, {RTM_GETROUTE, onRoute}}};
+  constexpr std::array<Dump, 3> dumps{
+      {{RTM_GETLINK, onLink}, {RTM_GETADDR, onAddress}, {RTM_GETROUTE, onRoute}}};
   for (int attempt = 0; attempt < dumpAttempts; ++attempt) {
     const Socket socket(mnl_socket_open(NETLINK_ROUTE));
     if (!socket) failed("socket");

@@ -9,10 +9,10 @@
 
 namespace host {
 
+using nlohmann::ordered_json;
 using Routing::Fib::RouteType;
 using Routing::Fib::Via;
 using Routing::Multicast::Rib::Route;
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -21,7 +21,8 @@ constexpr int schemaVersion = 1;
 std::vector<const Route*> sortedRoutes(const Agent& agent) {
   std::vector<const Route*> routes;
   for (auto r = agent.mrib().routeIterator(); r; ++r) routes.push_back(r.get());
-  std::sort(routes.begin(), routes.end(), [](const Route* a, const Route* b) { return a->prefix() < b->prefix(); });
+  std::sort(routes.begin(), routes.end(),
+            [](const Route* a, const Route* b) { return a->prefix() < b->prefix(); });
   return routes;
 }
 
@@ -52,7 +53,8 @@ ordered_json routeJson(const Route& route) {
   for (const Via& via : viasOf(route)) {
     ordered_json entry;
     entry["nextHop"] = attached(via) ? ordered_json() : ordered_json(via.hop.stringValue());
-    entry["interface"] = via.intfStatus ? ordered_json(intfText(via)) : ordered_json();
+    entry["interface"] =
+        via.intfStatus ? ordered_json(jsonText(via.intfStatus->name().view())) : ordered_json();
     vias.push_back(std::move(entry));
   }
   ordered_json json;
@@ -85,7 +87,8 @@ std::string mribText(const MribView& view) {
   for (const Route* route : sortedRoutes(view.agent)) {
     const std::vector<Via> vias = viasOf(*route);
     if (vias.empty()) {
-      text += fmt::format(row, route->prefix().stringValue(), typeText(*route), route->preference(), "none", "-");
+      text +=
+          fmt::format(row, route->prefix().stringValue(), typeText(*route), route->preference(), "none", "-");
     }
     for (std::size_t i = 0; i < vias.size(); ++i) {
       text += i == 0 ? fmt::format(row, route->prefix().stringValue(), typeText(*route), route->preference(),

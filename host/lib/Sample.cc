@@ -38,7 +38,11 @@ KernelState sampleCapture() {
                      {4, addr("192.168.50.1"), 24, false}};
   state.routes = {connected("10.0.1.0/24", 2), connected("10.0.2.0/24", 3), connected("192.168.50.0/24", 4),
                   KernelRoute{Lumo::Prefix(), false, 1, "static", 0, {{addr("10.0.1.254"), 2}}},
-                  KernelRoute{Lumo::Prefix("172.16.0.0/16"), false, 110, "ospf", 20,
+                  KernelRoute{Lumo::Prefix("172.16.0.0/16"),
+                              false,
+                              110,
+                              "ospf",
+                              20,
                               {{addr("10.0.1.2"), 2}, {addr("10.0.2.2"), 3}}}};
   return state;
 }

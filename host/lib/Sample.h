@@ -6,8 +6,8 @@
 
 namespace host {
 
-/// A configuration that shows something on a router with this state: for a connected subnet, a route through a
-/// neighbour in it with a backup by interface, and a route that resolves through the first one. Empty when
+/// A configuration that shows something on a router with this state: for a connected subnet, a route through
+/// a neighbour in it with a backup by interface, and a route that resolves through the first one. Empty when
 /// there is no connected subnet with room for a neighbour.
 std::string sampleConfig(const KernelState& kernel);
 

@@ -49,7 +49,8 @@ struct Input {
 Input readInput(const Options& options) {
   Input input;
   input.kernel = options.from.empty() ? host::readKernel() : host::readIpJson(options.from);
-  input.source = options.from.empty() ? "this machine's kernel" : "the files in " + host::escaped(options.from);
+  input.source =
+      options.from.empty() ? "this machine's kernel" : "the files in " + host::escaped(options.from);
   if (!options.config.empty()) {
     input.lines = host::readConfig(options.config);
     input.source += ", configuration " + host::escaped(options.config);
@@ -97,7 +98,8 @@ int run(const Options& options, bool rpf) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app{"The multicast RIB of this machine: which way packets from a source must come in."};
-  app.add_option("--from", options.from, "Read link.json, addr.json and route.json (ip -j) from DIR, not the kernel")
+  app.add_option("--from", options.from,
+                 "Read link.json, addr.json and route.json (ip -j) from DIR, not the kernel")
       ->type_name("DIR");
   app.add_option("-c,--config", options.config,
                  "Configuration with lines `ip mroute PREFIX {NEXTHOP|INTERFACE} [PREFERENCE]`; " +
@@ -105,7 +107,8 @@ int main(int argc, char** argv) {
       ->type_name("FILE");
   app.add_flag("-j,--json", options.json, "JSON for programs");
   app.add_flag("--sample", options.sample, "Without a configuration: take a sample that fits the machine");
-  app.add_option("--trace", options.traceLevel, "Print the engine's traces up to LEVEL (0 to 9) on standard error")
+  app.add_option("--trace", options.traceLevel,
+                 "Print the engine's traces up to LEVEL (0 to 9) on standard error")
       ->check(CLI::Range(0, 9))
       ->type_name("LEVEL");
   auto* rpf = app.add_subcommand("rpf", "The MRIB route, next hop and interface for a source");

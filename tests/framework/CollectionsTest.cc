@@ -1,0 +1,161 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <set>
+
+#include "Zan/Hash.h"
+#include "Zan/HashMap.h"
+#include "Zan/ListSet.h"
+#include "Zan/RbTreeMap.h"
+#include "Zan/SortedSet.h"
+
+namespace {
+
+struct Key {
+  int value;
+  U64 hash() const { return Zan::mix(static_cast<U64>(value), 0); }
+  friend bool operator==(Key, Key) = default;
+  friend bool operator<(Key a, Key b) { return a.value < b.value; }
+};
+
+std::vector<int> left;  // keys of the members that told of their departure, in order
+
+struct Hashed : Zan::VFPtrInterface, Zan::HashMember<Hashed> {
+  explicit Hashed(int k) : key{k} {}
+  Key fwkKey() const { return key; }
+  void zanLeft() { left.push_back(key.value); }
+  Key key;
+};
+
+struct Ordered : Zan::VFPtrInterface, Zan::RbTreeMember<Ordered> {
+  explicit Ordered(int k) : key{k} {}
+  Key fwkKey() const { return key; }
+  void zanLeft() { left.push_back(key.value); }
+  Key key;
+};
+
+template <class Map>
+std::vector<int> walk(Map& map) {
+  std::vector<int> keys;
+  for (auto i = map.iterator(); i; ++i) keys.push_back(i->key.value);
+  return keys;
+}
+
+class CollectionsTest : public testing::TestWithParam<unsigned> {};
+INSTANTIATE_TEST_SUITE_P(Seeds, CollectionsTest, testing::Range(1u, 6u));
+
+TEST_P(CollectionsTest, AgreeWithTheStandardOnesOverRandomChanges) {
+  std::mt19937 random(GetParam());
+  Zan::HashMap<Hashed, Key> hash(GetParam() % 2 ? 0 : 100);
+  Zan::RbTreeMap<Ordered, Key> tree;
+  Zan::SortedSet<int> sorted;
+  Zan::ListSet<int> list;
+  std::set<int> reference;
+  std::vector<int> insertion;
+  for (int step = 0; step < 20000; ++step) {
+    const int key = static_cast<int>(random() % (step / 1000 % 2 ? 400 : 20));
+    const bool present = reference.contains(key);
+    ASSERT_EQ(hash.lookup({key}) != nullptr, present);
+    ASSERT_EQ(tree.lookup({key}) != nullptr, present);
+    ASSERT_EQ(sorted.contains(key), present);
+    const int* inList = list.find([&](int v) { return v == key; });
+    ASSERT_EQ(inList != nullptr, present);
+    if (random() % 2 == 0 && !present) {
+      hash.insert(Zan::create<Hashed>(key));
+      tree.insert(Zan::create<Ordered>(key));
+      ASSERT_TRUE(sorted.insert(key));
+      list.append(key);
+      reference.insert(key);
+      insertion.push_back(key);
+    } else if (present) {
+      ASSERT_TRUE(hash.erase(Key{key}));
+      ASSERT_TRUE(tree.erase(Key{key}));
+      ASSERT_TRUE(sorted.erase(key));
+      list.remove(inList);
+      reference.erase(key);
+      std::erase(insertion, key);
+    }
+    if (step % 200 != 0) continue;
+    const std::vector<int> ascending(reference.begin(), reference.end());
+    ASSERT_EQ(walk(hash), insertion) << "seed " << GetParam() << " step " << step;
+    ASSERT_EQ(walk(tree), ascending) << "seed " << GetParam() << " step " << step;
+    std::vector<int> values, listed;
+    for (auto i = sorted.iterator(); i; ++i) values.push_back(*i);
+    for (auto i = list.iterator(); i; ++i) listed.push_back(*i);
+    ASSERT_EQ(values, ascending);
+    ASSERT_EQ(listed, insertion);
+  }
+}
+
+/// Walks while members at random places come and go; what stays from start to end is met exactly once.
+template <class Member, class Map>
+void walkThroughChanges(unsigned seed) {
+  std::mt19937 random(seed);
+  for (int round = 0; round < 200; ++round) {
+    Map map;
+    std::set<int> stayed;
+    for (int k = 0; k < 30; ++k) {
+      map.insert(Zan::create<Member>(k * 2));
+      stayed.insert(k * 2);
+    }
+    std::map<int, int> met;
+    for (auto i = map.iterator(); i; ++i) {
+      ++met[i->key.value];
+      const auto what = random() % 4;
+      if (what == 0) {
+        stayed.erase(i->key.value);
+        const auto erased = i.erase();
+        EXPECT_TRUE(erased);
+        EXPECT_FALSE(i) << "reads as empty until it moves on";
+      }
+      for (auto n = random() % 3; n > 0; --n) {
+        const int other = static_cast<int>(random() % 60);
+        if (map.erase(Key{other})) {
+          stayed.erase(other);
+        } else if (other % 2 == 1) {
+          map.insert(Zan::create<Member>(other));
+        }
+      }
+      if (random() % 50 == 0) {
+        map.eraseAll();
+        stayed.clear();
+      }
+    }
+    for (const int key : stayed) EXPECT_EQ(met[key], 1) << "seed " << seed << " round " << round;
+  }
+}
+
+TEST_P(CollectionsTest, IteratorsSurviveEveryRemoval) {
+  walkThroughChanges<Hashed, Zan::HashMap<Hashed, Key>>(GetParam());
+  walkThroughChanges<Ordered, Zan::RbTreeMap<Ordered, Key>>(GetParam());
+}
+
+TEST(Collections, EveryWayOfDeletionTellsTheMemberOnce) {
+  Zan::HashMap<Hashed, Key> map;
+  for (int k = 0; k < 20; ++k) map.insert(Zan::create<Hashed>(k));
+  left.clear();
+  Hashed* member = map.lookup({7});
+  map.erase(member->key);  // the key is inside the member that goes
+  map.erase(map.lookup({3}));
+  auto i = map.iterator();
+  i.erase();
+  EXPECT_EQ(left, (std::vector<int>{7, 3, 0}));
+  map.eraseAll();
+  EXPECT_EQ(left.size(), 20u);
+  left.clear();
+  { Zan::HashMap<Hashed, Key>().insert(Zan::create<Hashed>(1)); }
+  EXPECT_TRUE(left.empty()) << "destruction tells nobody";
+}
+
+TEST(Collections, IteratorOutlivesItsCollection) {
+  auto map = std::make_unique<Zan::HashMap<Hashed, Key>>();
+  map->insert(Zan::create<Hashed>(1));
+  auto i = map->iterator();
+  map.reset();
+  EXPECT_FALSE(i);
+  ++i;
+  EXPECT_FALSE(i);
+}
+
+}  // namespace

@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+// The program itself, as its user calls it.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int code;
+  std::string out;
+};
+
+class ProgramTest : public testing::Test {
+ protected:
+  ProgramTest() {
+    std::string pattern = (fs::temp_directory_path() / "mrib-test-XXXXXX").string();
+    dir = mkdtemp(pattern.data());
+    write("link.json",
+          R"([{"ifindex":1,"ifname":"lo","flags":["UP"]},{"ifindex":2,"ifname":"e\"\\\u0007","flags":["UP"]},
+                          {"ifindex":3,"ifname":"eth1","flags":["UP"]}])");
+    write("addr.json", R"([{"ifindex":2,"addr_info":[{"family":"inet6","local":"::1","prefixlen":64},
+                          {"family":"inet","local":"10.0.1.1","prefixlen":24}]},
+                          {"ifindex":3,"addr_info":[{"family":"inet","local":"10.0.2.1","prefixlen":24}]}])");
+    write("route.json",
+          R"([{"dst":"default","gateway":"10.0.1.254","dev":"e\"\\\u0007","protocol":"static","flags":[]},
+      {"dst":"10.0.1.0/24","dev":"e\"\\\u0007","protocol":"kernel","scope":"link","prefsrc":"10.0.1.1","flags":[]},
+      {"dst":"10.0.2.0/24","dev":"eth1","protocol":"kernel","scope":"link","flags":[]},
+      {"dst":"10.0.3.0/24","dev":"eth1","protocol":"kernel","scope":"link","flags":["linkdown"]},
+      {"type":"blackhole","dst":"10.9.0.0/16","flags":[]},
+      {"dst":"172.16.0.0/16","protocol":"ospf","metric":20,"flags":[],
+       "nexthops":[{"gateway":"10.0.1.2","dev":"e\"\\\u0007","weight":1,"flags":[]},{"gateway":"10.0.2.2","dev":"eth1"}]}])");
+    write("mrib.conf",
+          "ip mroute 20.0.0.0/8 10.0.1.7\nip mroute 20.0.0.0/8 eth1 9\nip mroute 30.0.0.0/8 20.1.1.1\n"
+          "ip mroute 40.0.0.0/8 eth7\nip mroute 50.0.0.0/8 99.1.1.1\n");
+  }
+  ~ProgramTest() override { fs::remove_all(dir); }
+
+  void write(const std::string& name, const std::string& text) { std::ofstream(dir / name) << text; }
+  Result run(const std::string& arguments) {
+    const std::string command = std::string(MRIB_PROGRAM) + " " + arguments + " 2>&1";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), nullptr);
+    Result result{0, ""};
+    char buffer[4096];
+    while (const std::size_t n = fread(buffer, 1, sizeof buffer, pipe.get())) result.out.append(buffer, n);
+    result.code = WEXITSTATUS(pclose(pipe.release()));
+    return result;
+  }
+  Result runFiles(const std::string& arguments) {
+    return run(arguments + " --from " + dir.string() + " -c " + (dir / "mrib.conf").string());
+  }
+
+  fs::path dir;
+};
+
+TEST_F(ProgramTest, ShowsTheMribAsJson) {
+  const Result r =
+      run("-j --from " + dir.string() + " -c " + (dir / "mrib.conf").string() + " 2>/dev/null #");
+  const auto document = nlohmann::ordered_json::parse(r.out);
+  EXPECT_EQ(document["schemaVersion"], 1);
+  EXPECT_EQ(
+      document["routes"].dump(),
+      R"([{"prefix":"10.0.1.0/24","type":"connected","preference":0,"vias":[{"nextHop":null,"interface":"e\"\\\u0007"}]},)"
+      R"({"prefix":"10.0.2.0/24","type":"connected","preference":0,"vias":[{"nextHop":null,"interface":"eth1"}]},)"
+      R"({"prefix":"20.0.0.0/8","type":"static","preference":1,"vias":[{"nextHop":"10.0.1.7","interface":"e\"\\\u0007"}]},)"
+      R"({"prefix":"30.0.0.0/8","type":"static","preference":1,"vias":[{"nextHop":"10.0.1.7","interface":"e\"\\\u0007"}]}])");
+  EXPECT_EQ(document["unresolved"][0]["why"], "there is no such interface");
+  EXPECT_EQ(document["unresolved"][1]["why"], "no MRIB route leads to 99.1.1.1");
+  EXPECT_EQ(document["warnings"].size(), 1u);
+}
+
+TEST_F(ProgramTest, AnswersRpfInTheLookOfARouter) {
+  const Result r = runFiles("rpf 30.5.5.5");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_NE(
+      r.out.find("RPF information for 30.5.5.5\n  RPF interface: e\\\"\\\\\\x07\n  RPF neighbor: 10.0.1.7\n"
+                 "  RPF route/mask: 30.0.0.0/8\n  RPF type: multicast (static)\n  RPF preference: 1\n"),
+      std::string::npos)
+      << r.out;
+  EXPECT_NE(runFiles("rpf 10.0.2.9").out.find("RPF neighbor: 10.0.2.9 - directly connected"),
+            std::string::npos);
+}
+
+TEST_F(ProgramTest, ExitCodesTellTheOutcome) {
+  EXPECT_EQ(runFiles("rpf 99.1.1.1").code, 3);
+  EXPECT_EQ(runFiles("rpf 239.1.1.1").code, 1);
+  EXPECT_EQ(runFiles("rpf nonsense").code, 1);
+  EXPECT_EQ(runFiles("--trace 10").code, 1);
+  EXPECT_EQ(run("--no-such-option").code, 1);
+  EXPECT_EQ(run("--help").code, 0);
+  EXPECT_EQ(run("--from /nonexistent").code, 2);
+  EXPECT_EQ(run("--config /nonexistent").code, 2);
+}
+
+TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
+  const struct {
+    const char* file;
+    const char* text;
+    const char* said;
+  } cases[] = {
+      {"route.json", R"([{"dst":"10.0.0.0/8","dev":"eth1")", "route.json: byte "},
+      {"route.json", R"({"dst":"10.0.0.0/8"})", "route.json: element 0: expected an array at the top"},
+      {"route.json", R"([7])", "route.json: element 1: expected an object"},
+      {"route.json", R"([{"dst":"10.0.0.0/8","dev":"nope"}])",
+       "element 1: \"dev\": \"nope\" is not in link.json"},
+      {"route.json", R"([{"dst":"10.0.0.1/8","dev":"eth1"}])",
+       "\"dst\": \"10.0.0.1/8\" is not an IPv4 prefix"},
+      {"link.json", R"([{"ifname":"x"}])", "link.json: element 1: \"ifindex\""},
+      {"link.json", R"([{"ifindex":"1","ifname":"x","flags":[]}])", "link.json: element 1: \"ifindex\""},
+      {"addr.json", R"([{"ifindex":2,"addr_info":[{"family":"inet","local":"x","prefixlen":1}]}])",
+       "addr.json: element 1: \"x\" is not an IPv4 address"},
+      {"mrib.conf", "ip mroute 1.0.0.0/8\n", "mrib.conf:1:20: expected a next hop"},
+      {"mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n",
+       "in a circle: 1.0.0.0/8 (line 1"},
+  };
+  for (const auto& c : cases) {
+    const std::string before = [&] {
+      std::ifstream in(dir / c.file);
+      return std::string(std::istreambuf_iterator<char>(in), {});
+    }();
+    write(c.file, c.text);
+    const Result r = runFiles("");
+    EXPECT_EQ(r.code, 2) << c.text;
+    EXPECT_NE(r.out.find(c.said), std::string::npos) << c.text << "\n" << r.out;
+    write(c.file, before);
+  }
+}
+
+TEST_F(ProgramTest, TraceShowsTheEngineAtWork) {
+  const Result r = runFiles("--trace 8");
+  EXPECT_NE(r.out.find("MribSm 8 void Routing::Multicast::Rib::MribSm::handleInitialize()\n"),
+            std::string::npos);
+  EXPECT_NE(r.out.find("MribSm 5 Added route 20.0.0.0/8 with preference 1\n"), std::string::npos);
+  EXPECT_EQ(runFiles("--trace 0").out.find("Added route"), std::string::npos);
+}
+
+TEST_F(ProgramTest, ReadsThisMachine) {
+  const Result r = run("--sample -j");
+  EXPECT_EQ(r.code, 0) << r.out;
+}
+
+}  // namespace

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+
+#include "Routing/Fib/Via.h"
+#include "Routing/Multicast/Rib/Rpf.h"
+#include "Routing/TrieGen.h"
+
+namespace {
+
+using Lumo::IpAddr;
+using Lumo::IpGenPrefix;
+using Lumo::Prefix;
+
+std::string refusal(const char* text) {
+  try {
+    const IpGenPrefix prefix(text);
+    return "taken as " + prefix.stringValue();
+  } catch (const Zan::RangeException& e) {
+    return e.what();
+  }
+}
+
+TEST(Values, PrefixTextIsReadStrictlyAndSaysWhatIsWrong) {
+  EXPECT_EQ(refusal("10.1.2.0/24"), "taken as 10.1.2.0/24");
+  EXPECT_EQ(refusal("2001:DB8::/32"), "taken as 2001:db8::/32");
+  EXPECT_EQ(refusal("10.1.2.3/24"), "\"10.1.2.3/24\" has host bits set: the network is 10.1.2.0/24");
+  EXPECT_EQ(refusal("10.1.2.0/33"), "\"10.1.2.0/33\" is not a prefix: the length is not 0 to 32");
+  EXPECT_EQ(refusal("10.1.2.0"), "\"10.1.2.0\" is not a prefix: it has no /LENGTH");
+  for (const char* bad :
+       {"10.1.2/24", "10.1.2.256/32", "10.01.2.0/24", "10.1.2.0/+8", "10.1.2.0/08", " 10.0.0.0/8",
+        "10.0.0.0/8 ", "10.0.0.0/", "/8", "::1/127", "::/129", "10.0.0.0.0/8"}) {
+    EXPECT_EQ(refusal(bad).find(bad), 1u) << refusal(bad);
+  }
+}
+
+TEST(Values, EmptyPrefixIsNoPrefix) {
+  std::ostringstream out;
+  out << IpGenPrefix("");
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(IpGenPrefix().af(), Lumo::unknown());
+  EXPECT_NE(IpGenPrefix(), IpGenPrefix("0.0.0.0/0"));
+  EXPECT_EQ(IpGenPrefix().v4Prefix(), Prefix());
+  EXPECT_EQ(IpGenPrefix("2001:db8::/32").v4Prefix(), Prefix());
+}
+
+TEST(Values, OrderIsFamilyAddressLength) {
+  const std::vector<IpGenPrefix> ascending{IpGenPrefix(""),           IpGenPrefix("0.0.0.0/0"),
+                                           IpGenPrefix("0.0.0.0/1"),  IpGenPrefix("1.0.0.0/8"),
+                                           IpGenPrefix("1.0.0.0/24"), IpGenPrefix("200.0.0.0/8"),
+                                           IpGenPrefix("::/0"),       IpGenPrefix("1::/16")};
+  for (std::size_t i = 0; i + 1 < ascending.size(); ++i) {
+    EXPECT_LT(ascending[i], ascending[i + 1]);
+    EXPECT_FALSE(ascending[i + 1] < ascending[i]);
+  }
+}
+
+TEST(Values, ViaWithoutInterfaceIsEquivalentToEveryVia) {
+  const auto low = Zan::create<Interface::IntfStatus>(Lumo::IntfId(1), "a");
+  const auto high = Zan::create<Interface::IntfStatus>(Lumo::IntfId(2), "b");
+  const Routing::Fib::Via none{IpAddr("9.9.9.9"), nullptr}, a{IpAddr("2.0.0.0"), low},
+      b{IpAddr("1.0.0.0"), high}, a2{IpAddr("3.0.0.0"), low};
+  EXPECT_FALSE(none < a || a < none);
+  EXPECT_TRUE(a < b && a < a2);
+  EXPECT_FALSE(a == a2);
+  EXPECT_THROW(Routing::Fib::ViaIndex(128), Zan::RangeException);
+  EXPECT_EQ(Routing::Fib::ViaIndex(127).value(), 127u);
+}
+
+TEST(Trie, TellsWatchersOfTheLastChange) {
+  class Watcher : public Routing::TrieGen::NotifieeConst {
+   public:
+    void onChangedRoute() override { ++told; }
+    int told = 0;
+  };
+  const auto trie = Zan::create<Routing::TrieGen>("t", Lumo::ipv4());
+  const auto w = Zan::create<Watcher>();
+  w->notifierIs(trie);
+  w->isRegisteredNotifieeIs(true);
+  const IpGenPrefix p("10.0.0.0/8");
+  EXPECT_TRUE(trie->longestMatch(p).empty());
+  trie->routeIs(p, true);
+  trie->routeIs(p, true);
+  EXPECT_EQ(w->told, 1);
+  trie->changedRouteIs(p);
+  EXPECT_EQ(w->told, 2);
+  trie->routeDel(p);
+  trie->routeDel(p);
+  EXPECT_EQ(w->told, 3);
+  EXPECT_EQ(trie->nodes(), 0);
+  trie->routeIs(IpGenPrefix("0.0.0.0/0"), true);
+  EXPECT_EQ(trie->longestMatch(IpGenPrefix("10.0.0.1/32")).stringValue(), "0.0.0.0/0");
+  EXPECT_TRUE(trie->longestMatch(IpGenPrefix("::1/128")).empty());
+}
+
+}  // namespace
