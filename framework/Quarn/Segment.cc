@@ -9,6 +9,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "Quarn/Crc32c.h"
 
@@ -25,7 +26,12 @@ constexpr U64 magicNumber = 0x6E7261755142494D;  // "MIBQuarn", lowest byte firs
 constexpr U32 abiMajor = 1;
 constexpr U32 abiMinor = 0;
 constexpr U32 endianMark = 0x01020304;
-constexpr int readAttempts = 10000;
+
+// A writer is in a slot for less than a microsecond, unless the scheduler takes the processor from it:
+// spinning covers the first case, and the naps the second.
+constexpr int spins = 1000;
+constexpr int naps = 200;
+constexpr timespec nap{0, 100'000};  // 0.1 ms
 
 /// The start of a segment, in words; the last one is the CRC of the others.
 struct Header {
@@ -150,40 +156,50 @@ Segment::Word* Segment::slotAt(U64 slot) const {
   return reinterpret_cast<Word*>(static_cast<char*>(base_) + headerBytes) + slot * layout_->slotWords();
 }
 
-U32 Segment::crc(U64 slot, U32 sequence, const U64* payload) const {
+U32 Segment::placeCrc(U64 slot, U32 sequence) const {
   const U64 place[] = {instance_, slot, sequence};
-  return crc32c(payload, layout_->payloadWords, ~crc32c(place, 3));
+  return crc32c(place, 3);
 }
 
-bool Segment::read(U64 slot, U64* payload) const {
+U32 Segment::crc(U64 slot, U32 sequence, const U64* payload) const {
+  return crc32c(payload, layout_->payloadWords, ~placeCrc(slot, sequence));
+}
+
+// The payload is loaded with acquire and stored with release order: a reader that gets one new word then also
+// sees that the control word is no longer the one it started from.
+
+Reading Segment::read(U64 slot, U64* payload) const {
   Word* const words = slotAt(slot);
-  for (int attempt = 0; attempt < readAttempts; ++attempt) {
+  for (int attempt = 0; attempt < spins + naps; ++attempt) {
     const U64 control = words[0].load(std::memory_order_acquire);
     const auto sequence = static_cast<U32>(control);
-    if (control == 0) return false;
-    if (sequence % 2 != 0) continue;
-    for (U32 i = 0; i < layout_->payloadWords; ++i) payload[i] = words[i + 1].load(std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (words[0].load(std::memory_order_relaxed) != control) continue;
-    if (static_cast<U32>(control >> 32) != crc(slot, sequence, payload)) corrupt(slot, "CRC mismatch");
-    return true;
+    const auto sum = static_cast<U32>(control >> 32);
+    if (control == 0) return {false, nullptr};
+    if (sequence % 2 != 0) {
+      if (sum != placeCrc(slot, sequence)) return {true, "bad sequence number"};
+    } else {
+      for (U32 i = 0; i < layout_->payloadWords; ++i)
+        payload[i] = words[i + 1].load(std::memory_order_acquire);
+      if (words[0].load(std::memory_order_relaxed) == control) {
+        return {true, sum == crc(slot, sequence, payload) ? nullptr : "CRC mismatch"};
+      }
+    }
+    if (attempt >= spins) nanosleep(&nap, nullptr);
   }
-  corrupt(slot, "its writer does not leave it");
+  return {true, "its writer does not leave it"};
 }
 
 void Segment::write(U64 slot, const U64* payload) {
   Word* const words = slotAt(slot);
-  const auto before = static_cast<U32>(words[0].load(std::memory_order_relaxed));
-  const U32 busy = before | 1;
+  const U32 busy = static_cast<U32>(words[0].load(std::memory_order_relaxed)) | 1;
   const U32 after = busy + 1 == 0 ? 2 : busy + 1;
-  words[0].store(busy, std::memory_order_relaxed);
-  std::atomic_thread_fence(std::memory_order_release);
-  for (U32 i = 0; i < layout_->payloadWords; ++i) words[i + 1].store(payload[i], std::memory_order_relaxed);
+  words[0].store(U64{placeCrc(slot, busy)} << 32 | busy, std::memory_order_relaxed);
+  for (U32 i = 0; i < layout_->payloadWords; ++i) words[i + 1].store(payload[i], std::memory_order_release);
   words[0].store(U64{crc(slot, after, payload)} << 32 | after, std::memory_order_release);
 }
 
-void Segment::corrupt(U64 slot, const std::string& reason) const {
-  throw CorruptionException(std::string(layout_->name) + ": slot " + std::to_string(slot) + ": " + reason);
+std::string Segment::message(U64 slot, const std::string& reason) const {
+  return std::string(layout_->name) + ": slot " + std::to_string(slot) + ": " + reason;
 }
 
 }  // namespace Quarn

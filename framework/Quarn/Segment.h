@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -19,12 +20,21 @@ struct Layout {
   U64 hash() const;
 };
 
+/// What reading a slot gave: whether it was ever written and, when what it holds is bad, the reason (else
+/// null).
+struct Reading {
+  bool written;
+  const char* fault;
+};
+
 /// The memory of one table: a memfd that holds a header page and then slots of a fixed size. It never changes
 /// its size: a table that grows moves to a new segment with a new instance number.
 ///
 /// A slot is one control word (sequence number and CRC) and the payload. The sequence number is odd while the
 /// writer is in the slot; 0 says that it was never written. The CRC covers instance, slot number, sequence
-/// number and payload, so that a slot that was copied, moved, torn or flipped is told from a good one.
+/// number and payload, so that a slot that was copied, moved, torn or flipped is told from a good one. While
+/// the writer is in the slot the CRC covers all but the payload: a reader waits only for a writer that is
+/// really there, and not for a sequence number that a flipped bit has made odd.
 class ZAN_EXPORT Segment {
  public:
   Segment() = default;
@@ -42,16 +52,19 @@ class ZAN_EXPORT Segment {
   U64 instance() const { return instance_; }
   U64 slotCount() const { return slotCount_; }
 
-  /// Copies the payload of a slot and returns true, or returns false for a slot that was never written.
-  /// Throws a CorruptionException for a bad slot, or one that its writer does not leave.
-  bool read(U64 slot, U64* payload) const;
-  /// Writes the payload of a slot, so that concurrent readers see the old one or the new one.
+  /// Copies the payload of a slot, once and as a whole. Waits for a writer that is in the slot, but no longer
+  /// than some tens of milliseconds: a writer that died there must not stop its readers.
+  Reading read(U64 slot, U64* payload) const;
+  /// Writes the payload of a slot, so that concurrent readers see the old one or the new one. One writer
+  /// only.
   void write(U64 slot, const U64* payload);
-  [[noreturn]] void corrupt(U64 slot, const std::string& reason) const;
+  /// "TABLE: slot N: REASON"
+  std::string message(U64 slot, const std::string& reason) const;
 
  private:
   using Word = std::atomic<U64>;
   Word* slotAt(U64 slot) const;
+  U32 placeCrc(U64 slot, U32 sequence) const;
   U32 crc(U64 slot, U32 sequence, const U64* payload) const;
 
   const Layout* layout_ = nullptr;

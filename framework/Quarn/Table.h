@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <functional>
 #include <optional>
 
@@ -12,9 +14,38 @@ namespace Quarn {
 /// no offset that corruption could lead astray. `Traits` says what a record is:
 ///   Record, Key; layout; keyOf(record), hash(key); encode(record, words), decode(words, reason) -> optional.
 /// The first payload word is the slot's state; the record has the others.
-enum class SlotState : U64 { empty = 0, used = 1, deleted = 2 };
+/// A deleted slot keeps the look-ups of those behind it going; the next record that passes takes it over.
+enum class SlotState : U64 { empty = 0, used = 1, deleted = 2, bad = 3 };
 
-/// The reading side. Takes no lock and allocates nothing; every shared word is copied once and then checked.
+/// A slot's content after all checks, in memory of one's own: `record` when used, `fault` (a whole message)
+/// when bad. `bad` is never in shared memory.
+template <class Record>
+struct SlotContent {
+  SlotState state;
+  std::optional<Record> record;
+  std::string fault;
+};
+
+/// Copies a slot and checks the copy. Allocates only to word a fault.
+template <class Traits>
+SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot) {
+  U64 payload[Traits::layout.payloadWords];
+  const auto bad = [&](const std::string& reason) -> SlotContent<typename Traits::Record> {
+    return {SlotState::bad, std::nullopt, segment.message(slot, reason)};
+  };
+  const Reading reading = segment.read(slot, payload);
+  if (reading.fault) return bad(reading.fault);
+  if (!reading.written) return {SlotState::empty, std::nullopt, {}};
+  if (payload[0] == static_cast<U64>(SlotState::deleted)) return {SlotState::deleted, std::nullopt, {}};
+  if (payload[0] != static_cast<U64>(SlotState::used)) return bad("unknown state");
+  std::string reason;
+  SlotContent<typename Traits::Record> content{SlotState::used, Traits::decode(payload + 1, reason), {}};
+  return content.record ? content : bad(reason);
+}
+
+/// The reading side. Takes no lock, and allocates only to word a fault; every shared word is copied once and
+/// then checked. A record is seen as it was before or after a change, never in between; one that the writer
+/// removes and adds again during a walk may come twice or not at all. One thread at a time.
 template <class Traits>
 class TableReader {
  public:
@@ -28,7 +59,8 @@ class TableReader {
   U64 instance() const { return segment_.instance(); }
   U64 slotCount() const { return segment_.slotCount(); }
 
-  /// The record under a key. Throws a CorruptionException when a slot on the way to it is bad.
+  /// The record under a key. Bad slots on the way to it are passed over; when it is not found behind them
+  /// either, a CorruptionException for the first one is thrown, since it may have been there.
   std::optional<Record> lookup(const Key& key) const;
   /// As `lookup`, but a bad slot goes to the corruption handler, and what that returns is the answer.
   std::optional<Record> lookupOrHandled(const Key& key) const {
@@ -40,7 +72,7 @@ class TableReader {
   }
 
   /// Walks the slots by number, so that it ends whatever the memory holds. Stands on used slots and, once
-  /// each, on bad ones, where `get` throws.
+  /// each, on bad ones, where `get` throws. Not to outlive the reader.
   class Iterator;
   Iterator iterator() const { return Iterator(*this); }
   /// Calls `f` with every record. A bad slot goes to the corruption handler and the walk goes on with the
@@ -60,20 +92,6 @@ class TableReader {
   }
 
  private:
-  using Payload = U64[Traits::layout.payloadWords];
-
-  SlotState read(U64 slot, U64* payload) const {
-    if (!segment_.read(slot, payload)) return SlotState::empty;
-    if (payload[0] > static_cast<U64>(SlotState::deleted)) segment_.corrupt(slot, "unknown state");
-    return static_cast<SlotState>(payload[0]);
-  }
-  Record decode(U64 slot, const U64* payload) const {
-    std::string reason;
-    std::optional<Record> record = Traits::decode(payload + 1, reason);
-    if (!record) segment_.corrupt(slot, reason);
-    return *record;
-  }
-
   Segment segment_;
   CorruptionHandler handler_;
 };
@@ -91,61 +109,55 @@ class TableReader<Traits>::Iterator {
   }
   U64 slot() const { return slot_; }
   Record get() const {
-    if (!error_.empty()) throw CorruptionException(error_);
-    return table_->decode(slot_, payload_);
+    if (!content_.record) throw CorruptionException(content_.fault);
+    return *content_.record;
   }
+  Record operator*() const { return get(); }
   std::optional<Record> getOrHandled() const {
-    try {
-      return get();
-    } catch (const CorruptionException& e) {
-      return table_->corrupted(e.what());
-    }
+    return content_.record ? content_.record : table_->corrupted(content_.fault);
   }
 
  private:
   /// Goes to the next slot worth standing on, from this one.
   void settle() {
-    error_.clear();
     for (; slot_ < table_->slotCount(); ++slot_) {
-      try {
-        if (table_->read(slot_, payload_) == SlotState::used) return;
-      } catch (const CorruptionException& e) {
-        error_ = e.what();
-        return;
-      }
+      content_ = inspect<Traits>(table_->segment_, slot_);
+      if (content_.state == SlotState::used || content_.state == SlotState::bad) return;
     }
   }
 
   const TableReader* table_;
   U64 slot_ = 0;
-  std::string error_;
-  Payload payload_;
+  SlotContent<Record> content_{};
 };
 
 template <class Traits>
 std::optional<typename Traits::Record> TableReader<Traits>::lookup(const Key& key) const {
-  Payload payload;
+  std::string fault;
   const U64 mask = slotCount() - 1;
-  for (U64 i = 0; i <= mask; ++i) {
-    const U64 slot = (Traits::hash(key) + i) & mask;
-    const SlotState state = read(slot, payload);
-    if (state == SlotState::empty) return std::nullopt;
-    if (state == SlotState::deleted) continue;
-    const Record record = decode(slot, payload);
-    if (Traits::keyOf(record) == key) return record;
+  U64 slot = Traits::hash(key) & mask;
+  for (U64 probes = 0; probes <= mask; ++probes, slot = (slot + 1) & mask) {
+    SlotContent<Record> content = inspect<Traits>(segment_, slot);
+    if (content.state == SlotState::empty) break;
+    if (content.record && Traits::keyOf(*content.record) == key) return content.record;
+    if (fault.empty()) fault = std::move(content.fault);
   }
+  if (!fault.empty()) throw CorruptionException(fault);
   return std::nullopt;
 }
 
-/// The writing side. Owns the current segment; growing moves all records into a new one, and readers follow
-/// when they see that `instance()` is another.
+/// The writing side. Owns the current segment; growing moves all records into a new one of twice the slots,
+/// and whoever owns the readers attaches them to `fd()` when `instance()` has become another. Growing throws
+/// Zan::Exception when there is no memory for it; the table is then as before.
 template <class Traits>
 class TableWriter {
  public:
   using Record = typename Traits::Record;
   using Key = typename Traits::Key;
 
-  explicit TableWriter(U64 slotCount = 64) : segment_(Segment::create(Traits::layout, slotCount)) {}
+  /// Starts with at least `slotCount` slots, which hold half as many records before the first growth.
+  explicit TableWriter(U64 slotCount = leastSlots)
+      : segment_(Segment::create(Traits::layout, std::bit_ceil(std::max(slotCount, leastSlots)))) {}
 
   /// The current segment's descriptor, owned by the writer: hand it to readers.
   int fd() const { return segment_.fd(); }
@@ -159,7 +171,7 @@ class TableWriter {
       put(place.slot, record);
       return;
     }
-    if ((taken_ + 1) * 2 > segment_.slotCount()) {
+    if (place.fresh && (taken_ + 1) * 2 > segment_.slotCount()) {
       move();
       return set(record);
     }
@@ -178,6 +190,8 @@ class TableWriter {
   }
 
  private:
+  static constexpr U64 leastSlots = 64;
+
   using Payload = U64[Traits::layout.payloadWords];
   struct Place {
     U64 slot;
@@ -185,19 +199,21 @@ class TableWriter {
     bool fresh;  // was never written
   };
 
+  /// A slot of the writer's own, which nobody else can have spoilt: throws if it is spoilt nevertheless.
+  SlotContent<Record> at(U64 slot) const {
+    SlotContent<Record> content = inspect<Traits>(segment_, slot);
+    if (content.state == SlotState::bad) throw CorruptionException(content.fault);
+    return content;
+  }
   /// The slot of a key, or the one where it would go: the first deleted one on the way, else the first empty.
   Place find(const Key& key) const {
-    Payload payload;
-    std::string reason;
     std::optional<U64> reusable;
     const U64 mask = segment_.slotCount() - 1;
     for (U64 slot = Traits::hash(key) & mask;; slot = (slot + 1) & mask) {
-      if (!segment_.read(slot, payload)) return {reusable.value_or(slot), false, !reusable};
-      if (payload[0] == static_cast<U64>(SlotState::used)) {
-        if (Traits::keyOf(*Traits::decode(payload + 1, reason)) == key) return {slot, true, false};
-      } else if (!reusable) {
-        reusable = slot;
-      }
+      const SlotContent<Record> content = at(slot);
+      if (content.state == SlotState::empty) return {reusable.value_or(slot), false, !reusable};
+      if (content.record && Traits::keyOf(*content.record) == key) return {slot, true, false};
+      if (!content.record && !reusable) reusable = slot;
     }
   }
   void put(U64 slot, const Record& record) {
@@ -206,16 +222,12 @@ class TableWriter {
     Traits::encode(record, payload + 1);
     segment_.write(slot, payload);
   }
-  /// Into a new segment with room for twice the records, leaving the deleted slots behind.
+  /// Into a new segment, leaving the deleted slots behind. It is up to a third full, so that there is room
+  /// for half as many records again before the next move.
   void move() {
-    U64 slots = 64;
-    while (slots < (count_ + 1) * 4) slots *= 2;
-    TableWriter moved(slots);
-    Payload payload;
-    std::string reason;
+    TableWriter moved((count_ + 1) * 3);
     for (U64 slot = 0; slot < segment_.slotCount(); ++slot) {
-      if (!segment_.read(slot, payload) || payload[0] != static_cast<U64>(SlotState::used)) continue;
-      moved.set(*Traits::decode(payload + 1, reason));
+      if (const SlotContent<Record> content = at(slot); content.record) moved.set(*content.record);
     }
     *this = std::move(moved);
   }

@@ -365,7 +365,8 @@ void PrefixTrie::compactIfSparse() {
 }
 
 U32 PrefixTrie::copyBlock(const Node* from, U32 block, U32 count) {
-  const U32 copy = allocate(count);
+  const U32 copy = used_;
+  used_ += blockSize(count);
   std::memcpy(nodes_ + copy, from + block, count * sizeof(Node));
   for (U32 i = copy; i < copy + count; ++i) {
     if (const U32 children = nodes_[i].childCount(); children > 0) {
