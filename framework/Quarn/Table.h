@@ -40,7 +40,8 @@ SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot) {
   if (payload[0] != static_cast<U64>(SlotState::used)) return bad("unknown state");
   std::string reason;
   SlotContent<typename Traits::Record> content{SlotState::used, Traits::decode(payload + 1, reason), {}};
-  return content.record ? content : bad(reason);
+  if (!content.record) return bad(reason);
+  return content;
 }
 
 /// The reading side. Takes no lock, and allocates only to word a fault; every shared word is copied once and
