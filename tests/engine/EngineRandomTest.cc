@@ -120,7 +120,7 @@ class Driver {
 
   void intfIs(U32 id) {
     if (model_.intfs.contains(id)) return;
-    const std::string name = "e" + std::to_string(id) + "." + std::to_string(++objects_);
+    const std::string name = 'e' + std::to_string(id) + '.' + std::to_string(++objects_);
     apply(
         "interface " + name,
         [&](auto& m) {
@@ -261,7 +261,7 @@ class Driver {
     }
     for (auto s = world_.mrib->routeResolver()->mribForPrefixIterator(); s; ++s) {
       std::string& members = sets[s->mribForPrefix()->lPrefix()];
-      for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) members += " " + m->stringValue();
+      for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) (members += ' ') += m->stringValue();
     }
     for (const auto& [lpm, members] : sets) t += "set " + lpm.stringValue() + ":" + members + "\n";
     const auto& builder = *world_.mrib->trieBuilder();
@@ -272,7 +272,7 @@ class Driver {
     U32 stored = 0;
     for (const IpGenPrefix& p : pool) {
       if (!builder.trie()->route(p)) continue;
-      t += " " + p.stringValue();
+      (t += ' ') += p.stringValue();
       ++stored;
     }
     EXPECT_EQ(static_cast<U32>(builder.trie()->nodes()), stored);

@@ -83,12 +83,12 @@ std::string PlainMrib::state() const {
   std::string t;
   for (const RouteState& r : routes_) t += r.text() + "\n";
   for (const auto& [lpm, set] : sets_) {
-    t += "set " + str(lpm) + ":";
-    for (const IpGenPrefix& m : set->members) t += " " + str(m);
+    t.append("set ").append(str(lpm)) += ':';
+    for (const IpGenPrefix& m : set->members) (t += ' ') += str(m);
     t += "\n";
   }
   t += "trie";
-  for (const IpGenPrefix& p : trie_) t += " " + str(p);
+  for (const IpGenPrefix& p : trie_) (t += ' ') += str(p);
   return t + "\ndeleted " + std::to_string(deletedPreference_) + " updates " + std::to_string(trieUpdates_) +
          "\n";
 }
