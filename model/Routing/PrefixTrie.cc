@@ -1,8 +1,11 @@
 #include "Routing/PrefixTrie.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace Routing {
 
@@ -10,371 +13,425 @@ namespace {
 
 __extension__ using U128 = unsigned __int128;
 
-constexpr U32 strideBits = 6;
-/// Positions are counted from five imaginary bits before the first, so that node d begins at bit 6 d - 5.
-constexpr U32 lead = 5;
+constexpr U32 stride = 6;
+constexpr U32 longestPath = 60;  // bits of a sparse node that leads on: whole strides
+constexpr U32 longestTail = 63;  // bits of one that ends in a prefix
+constexpr U32 nodeUnits = 3;
+constexpr U32 wordUnits = 1;
 
-/// For the next six bits c: the bits of `prefixes` of the six prefixes that c has.
+/// The root for a key's first bit.
+U32 rootOf(U64 bits) {
+  return static_cast<U32>(bits >> 63) * nodeUnits;
+}
+
+/// For the next six bits c: the bits of a word of the six prefixes that c has.
 constexpr auto covering = [] {
   std::array<U64, 64> masks{};
   for (U32 c = 0; c < 64; ++c) {
-    for (U32 l = 0; l < strideBits; ++l) masks[c] |= U64{1} << ((1u << l) - 1 + (c >> (strideBits - l)));
+    for (U32 l = 0; l < stride; ++l) masks[c] |= U64{1} << ((1u << l) - 1 + (c >> (stride - l)));
   }
   return masks;
 }();
 
-/// The bits of `prefixes` that belong to prefixes of at most l bits.
-constexpr std::array<U64, 6> upTo{0x1, 0x7, 0x7F, 0x7FFF, 0x7FFFFFFF, 0x7FFFFFFFFFFFFFFF};
+/// The bits of a word that belong to prefixes of at most l bits.
+constexpr std::array<U64, stride> upTo{0x1, 0x7, 0x7F, 0x7FFF, 0x7FFFFFFF, 0x7FFFFFFFFFFFFFFF};
 
-/// The six bits that node `depth` stands for.
-U32 chunk(TrieKey key, U32 depth) {
-  const U128 bits = U128{key.high} << 64 | key.low;
-  if (depth == 0) return static_cast<U32>(key.high >> 63);
-  const U32 at = depth * strideBits - lead;
-  return static_cast<U32>((bits << at) >> 122);
+/// The bit of a word of the prefix that the first `l` (0 to 5) of the six bits `c` make: 2^l - 1 + value.
+U64 prefixBit(U32 c, U32 l) {
+  return U64{1} << ((1u << l) - 1 + (c >> (stride - l)));
 }
 
-/// The bits of `count` strides from node `depth` on, right-aligned.
-U64 chunks(TrieKey key, U32 depth, U32 count) {
-  U64 bits = 0;
-  for (U32 i = 0; i < count; ++i) bits = bits << strideBits | chunk(key, depth + i);
+/// The same for the words of the prefixes of 1 to 6 bits, after the first bit; length 0 has the spare bit.
+U64 shortBit(U64 bits, U32 length) {
+  return length == 0 ? U64{1} << 63 : prefixBit(static_cast<U32>(bits << 1 >> (64 - stride)), length - 1);
+}
+
+/// What is left of a key, left-aligned: a 64-bit word for keys of up to 63 bits, else 128 bits.
+U64 top(U64 bits) {
   return bits;
 }
+U64 top(U128 bits) {
+  return static_cast<U64>(bits >> 64);
+}
+template <class Word>
+U32 nextStride(Word bits) {
+  return static_cast<U32>(top(bits) >> (64 - stride));
+}
 
-/// Where a prefix ends: in which node, and which bit of its `prefixes`.
-struct Place {
-  Place(TrieKey key, U32 length) : depth((length + lead) / strideBits) {
-    const U32 l = (length + lead) % strideBits;
-    bit = U64{1} << ((1u << l) - 1 + (chunk(key, depth) >> (strideBits - l)));
-  }
-  U32 depth;
-  U64 bit;
-};
+/// Runs `f` with the key as the narrowest word that holds `length` bits.
+template <class F>
+auto withBits(TrieKey key, U32 length, F f) {
+  if (length < 64) return f(key.high);
+  return f(U128{key.high} << 64 | key.low);
+}
 
-/// Block sizes grow in steps of at most a quarter: few moves while a block grows, little slack.
-U32 blockSize(U32 count) {
-  if (count <= 8) return count;
-  const U32 step = count <= 16 ? 2 : count <= 32 ? 4 : 8;
-  return (count + step - 1) / step * step;
+U32 rank(U64 map, U32 c) {
+  return static_cast<U32>(std::popcount(map & ((U64{1} << c) - 1)));
+}
+bool has(U64 map, U32 c) {
+  return (map >> c & 1) != 0;
+}
+/// False when it was set already.
+bool setBit(U64& word, U64 bit) {
+  return (std::exchange(word, word | bit) & bit) == 0;
 }
 
 }  // namespace
 
+/// All of U64, as the memory is that it lies in.
+struct PrefixTrie::Node {
+  U64 children;
+  U64 words;
+  U64 blockAndSpan;
+
+  static Node branch(U64 children, U64 words, U32 block) { return {children, words, block}; }
+  static Node sparse(U32 span, U64 bits, U32 block) {
+    return {bits & ~(~U64{0} >> span), 0, U64{span} << 32 | block};
+  }
+  U32 block() const { return static_cast<U32>(blockAndSpan); }
+  U32 span() const { return static_cast<U32>(blockAndSpan >> 32); }
+  bool isSparse() const { return span() != 0; }
+  /// Of a sparse node: a prefix ends behind its bits.
+  bool isTail() const { return block() == 0; }
+  bool isEmpty() const { return (children | words) == 0 && !isSparse(); }
+  /// Whether `bits` begins with this sparse node's.
+  bool leads(U64 bits) const { return (bits ^ children) >> (64 - span()) == 0; }
+
+  U32 childCount() const { return static_cast<U32>(std::popcount(children)); }
+  U32 wordCount() const { return static_cast<U32>(std::popcount(words)); }
+  U32 blockUnits() const { return nodeUnits * childCount() + wordUnits * wordCount(); }
+  /// Index of the child or word for c; of what is not there, where it would be.
+  U32 childAt(U32 c) const { return block() + nodeUnits * rank(children, c); }
+  U32 wordAt(U32 c) const { return block() + nodeUnits * childCount() + wordUnits * rank(words, c); }
+};
+
+struct PrefixTrie::Place {
+  U64* word;
+  U64 bit;
+  Node* tail;
+
+  static Place inWord(U64& word, U64 bit) { return (word & bit) != 0 ? Place{&word, bit, nullptr} : Place{}; }
+  bool found() const { return word != nullptr || tail != nullptr; }
+};
+
 PrefixTrie::~PrefixTrie() {
-  std::free(nodes_);
+  std::free(units_);
+}
+
+PrefixTrie::Node& PrefixTrie::at(U32 unit) const {
+  return *reinterpret_cast<Node*>(units_ + unit);
+}
+
+const PrefixTrie::Node& PrefixTrie::nodeIn(const U64* units, U32 unit) {
+  static_assert(sizeof(Node) == nodeUnits * sizeof(U64));
+  return *reinterpret_cast<const Node*>(units + unit);
 }
 
 // ---- Look-up ----
 
 template <class Word>
-int PrefixTrie::longestMatchIn(Word bits, int length) const {
-  constexpr int width = sizeof(Word) * 8;
-  U64 match = 0;
-  int matchAt = 0;
-  int at = -static_cast<int>(lead);  // the bit that `node` begins at
-  U32 c = static_cast<U32>(bits >> (width - 1));
+int PrefixTrie::longestMatchIn(Word bits, U32 length) const {
+  const Node* node = &at(rootOf(top(bits)));
+  const U64 shortOnes = shortPrefixes_[top(bits) >> 63];
+  U32 left = length - 1;  // bits of the query from the node's position on; `bits` begins with them
   bits <<= 1;
-  for (const Node* node = nodes_;;) {
-    if (node->isPath()) {
-      const int span = static_cast<int>(node->strides() * stride);
-      const Word expected = node->children;
-      const Word found =
-          Word{c} << (span - static_cast<int>(stride)) |
-          (span == static_cast<int>(stride) ? Word{0} : bits >> (width - span + static_cast<int>(stride)));
-      at += span;
-      if (at > length || found != expected) break;
-      bits <<= span - static_cast<int>(stride);
-      node = nodes_ + node->block;
-    } else {
-      const int left = length - at;
-      U64 here = node->prefixes & covering[c];
-      if (left < static_cast<int>(stride)) here &= upTo[static_cast<U32>(left)];
-      if (here != 0) {
-        match = here;
-        matchAt = at;
-      }
-      if (left < static_cast<int>(stride) || !node->hasChild(c)) break;
-      node = nodes_ + node->block + node->rank(c);
-      at += static_cast<int>(stride);
+  U64 match = 0;
+  U32 matchLeft = 0;
+  const auto consider = [&](U64 word) {
+    const U64 here = word & covering[nextStride(bits)] & upTo[std::min(left, stride - 1)];
+    matchLeft = here != 0 ? left : matchLeft;
+    match = here != 0 ? here : match;
+  };
+  consider(shortOnes);
+  while (left >= stride) {
+    if (node->isSparse()) {
+      if (node->span() > left || !node->leads(top(bits))) break;
+      left -= node->span();
+      if (node->isTail()) return static_cast<int>(length - left);
+      bits <<= node->span();
+      node = &at(node->block());
+      continue;
     }
-    c = static_cast<U32>(bits >> (width - static_cast<int>(stride)));
+    const U32 c = nextStride(bits);
     bits <<= stride;
+    left -= stride;
+    if (has(node->words, c)) consider(units_[node->wordAt(c)]);
+    if (!has(node->children, c)) break;
+    node = &at(node->childAt(c));
   }
-  if (match == 0) return noMatch;
-  const int highest = 63 - __builtin_clzll(match);                     // 2^l - 1 + v
-  return matchAt + 31 - __builtin_clz(static_cast<U32>(highest + 1));  // + l
+  if (match == 0) return contains({0, 0}, 0) ? 0 : noMatch;
+  const U32 highest = 63 - static_cast<U32>(std::countl_zero(match));  // 2^l - 1 + value
+  return static_cast<int>(length - matchLeft + static_cast<U32>(std::bit_width(highest + 1)) - 1);
 }
 
 int PrefixTrie::longestMatch(TrieKey key, U32 length) const {
-  if (size_ == 0) return noMatch;
-  if (length <= 32) return longestMatchIn<U64>(key.high, static_cast<int>(length));
-  return longestMatchIn<U128>(U128{key.high} << 64 | key.low, static_cast<int>(length));
+  if (!units_ || length == 0) return contains({0, 0}, 0) ? 0 : noMatch;
+  return withBits(key, length, [&](auto bits) { return longestMatchIn(bits, length); });
 }
 
-/// The node that a prefix ends in, or `capacity_` when there is none.
-U32 PrefixTrie::find(TrieKey key, U32 target) const {
-  U32 node = 0;
-  for (U32 depth = 0; depth < target;) {
-    const Node& n = nodes_[node];
-    if (n.isPath()) {
-      if (depth + n.strides() > target || chunks(key, depth, n.strides()) != n.children) return capacity_;
-      depth += n.strides();
-      node = n.block;
-    } else {
-      const U32 c = chunk(key, depth++);
-      if (!n.hasChild(c)) return capacity_;
-      node = n.block + n.rank(c);
+PrefixTrie::Place PrefixTrie::find(TrieKey key, U32 length) {
+  if (length <= stride) return Place::inWord(shortPrefixes_[key.high >> 63], shortBit(key.high, length));
+  if (!units_) return {};
+  return withBits(key, length, [&](auto bits) { return findIn(bits, length); });
+}
+
+template <class Word>
+PrefixTrie::Place PrefixTrie::findIn(Word bits, U32 length) {
+  Node* node = &at(rootOf(top(bits)));
+  U32 left = length - 1;
+  bits <<= 1;
+  for (;;) {
+    if (node->isSparse()) {
+      if (node->span() > left || !node->leads(top(bits))) return {};
+      left -= node->span();
+      if (node->isTail()) return left == 0 ? Place{nullptr, 0, node} : Place{};
+      bits <<= node->span();
+      node = &at(node->block());
+      if (left < stride) return {};
+      continue;
     }
+    const U32 c = nextStride(bits);
+    bits <<= stride;
+    left -= stride;
+    if (left < stride) {
+      if (!has(node->words, c)) return {};
+      return Place::inWord(units_[node->wordAt(c)], prefixBit(nextStride(bits), left));
+    }
+    if (!has(node->children, c)) return {};
+    node = &at(node->childAt(c));
   }
-  return nodes_[node].isPath() ? capacity_ : node;
 }
 
 bool PrefixTrie::contains(TrieKey key, U32 length) const {
-  if (size_ == 0) return false;
-  const Place place(key, length);
-  const U32 node = find(key, place.depth);
-  return node != capacity_ && (nodes_[node].prefixes & place.bit) != 0;
+  auto& self = const_cast<PrefixTrie&>(*this);  // find() serves removal too; here it is only read
+  return self.find(key, length).found();
 }
 
 // ---- Update ----
 
 bool PrefixTrie::insert(TrieKey key, U32 length) {
-  compactIfSparse();
-  if (!nodes_) {
-    allocate(1);  // the root
-    nodes_[0] = Node{0, 0, 0};
+  if (!units_) {
+    for (U32 root = 0; root < 2; ++root) store(Node{});
+    empty_ = 2;
   }
-  const Place place(key, length);
-  U32 node = 0;
-  for (U32 depth = 0;;) {
-    if (nodes_[node].isPath()) {
-      const Node path = nodes_[node];
-      U32 same = 0;
-      while (same < path.strides() && depth + same < place.depth &&
-             (path.children >> (path.strides() - 1 - same) * stride & (fanout - 1)) ==
-                 chunk(key, depth + same)) {
-        ++same;
-      }
-      if (same < path.strides()) {
-        splitPath(node, same);
-        if (same == 0) continue;  // the node is an ordinary one now
-      }
-      node = nodes_[node].block;
-      depth += same;
-      continue;
-    }
-    if (depth == place.depth) break;
-    const U32 c = chunk(key, depth++);
-    if (!nodes_[node].hasChild(c)) {
-      const Node child = chain(key, depth, place.depth, place.bit);
-      addChild(node, c, child);
-      ++size_;
+  const bool added = length <= stride
+                         ? setBit(shortPrefixes_[key.high >> 63], shortBit(key.high, length))
+                         : withBits(key, length, [&](auto bits) { return insertIn(bits, length); });
+  size_ += added;
+  rebuildIfSparse();
+  return added;
+}
+
+template <class Word>
+bool PrefixTrie::insertIn(Word bits, U32 length) {
+  U32 node = rootOf(top(bits));
+  U32 left = length - 1;
+  bits <<= 1;
+  for (;;) {
+    const Node n = at(node);
+    if (n.isEmpty()) {
+      const Node lone = lonePrefix(bits, left);
+      at(node) = lone;
+      --empty_;
       return true;
     }
-    node = nodes_[node].block + nodes_[node].rank(c);
+    if (n.isSparse()) {
+      const U32 differ = static_cast<U32>(std::countl_zero(top(bits) ^ n.children));
+      const U32 same = std::min({n.span(), left, differ});
+      if (same == n.span() && n.isTail() && same == left) return false;
+      if (same == n.span() && !n.isTail() && left - same >= stride) {
+        node = n.block();
+        bits <<= same;
+        left -= same;
+      } else {
+        // The branch lies a stride before either prefix ends, so that its words can hold them.
+        splitSparse(node, std::min({same, n.span() - stride, left - stride}) / stride * stride);
+      }
+      continue;
+    }
+    const U32 c = nextStride(bits);
+    bits <<= stride;
+    left -= stride;
+    if (left < stride) {
+      const U64 bit = prefixBit(nextStride(bits), left);
+      if (has(n.words, c)) {
+        U64& word = units_[n.wordAt(c)];
+        if (word == 0) --empty_;
+        return setBit(word, bit);
+      }
+      const U32 gap = openGap(node, n.wordAt(c), wordUnits);
+      units_[gap] = bit;
+      at(node).words |= U64{1} << c;
+      return true;
+    }
+    if (!has(n.children, c)) {
+      const Node lone = lonePrefix(bits, left);
+      at(openGap(node, n.childAt(c), nodeUnits)) = lone;
+      at(node).children |= U64{1} << c;
+      return true;
+    }
+    node = n.childAt(c);
   }
-  if ((nodes_[node].prefixes & place.bit) != 0) return false;
-  nodes_[node].prefixes |= place.bit;
-  ++size_;
-  return true;
 }
 
 bool PrefixTrie::remove(TrieKey key, U32 length) {
-  if (size_ == 0) return false;
-  compactIfSparse();
-  const Place place(key, length);
-  std::array<U32, maxDepth> visited;  // the nodes on the way
-  std::array<U32, maxDepth> via;      // and the six bits by which each was left
-  U32 count = 0;
-  U32 node = 0;
-  for (U32 depth = 0; depth < place.depth;) {
-    const Node& n = nodes_[node];
-    visited[count] = node;
-    if (n.isPath()) {
-      if (depth + n.strides() > place.depth || chunks(key, depth, n.strides()) != n.children) return false;
-      depth += n.strides();
-      node = n.block;
-    } else {
-      const U32 c = chunk(key, depth++);
-      if (!n.hasChild(c)) return false;
-      via[count] = c;
-      node = n.block + n.rank(c);
-    }
-    ++count;
+  const Place place = find(key, length);
+  if (!place.found()) return false;
+  if (place.tail) {
+    *place.tail = Node{};
+    ++empty_;
+  } else {
+    *place.word &= ~place.bit;
+    empty_ += length > stride && *place.word == 0;
   }
-  if (nodes_[node].isPath() || (nodes_[node].prefixes & place.bit) == 0) return false;
-  nodes_[node].prefixes &= ~place.bit;
   --size_;
-  visited[count] = node;
-  prune(visited.data(), via.data(), count);
+  rebuildIfSparse();
   return true;
 }
 
-/// Takes out what a removal in node `visited[depth]` has emptied, from the bottom up, and makes a path of
-/// what it has left without branch.
-void PrefixTrie::prune(const U32* visited, const U32* via, U32 depth) {
-  for (;; --depth) {
-    const Node n = nodes_[visited[depth]];
-    const bool empty = !n.isPath() && n.prefixes == 0 && n.children == 0;
-    if (!empty || depth == 0) break;
-    const U32 parent = visited[depth - 1];
-    if (nodes_[parent].isPath()) {
-      release(nodes_[parent].block, 1);
-      nodes_[parent] = Node{0, 0, 0};
-    } else {
-      removeChild(parent, via[depth - 1]);
-    }
-  }
-  if (depth > 0) compress(visited[depth]);
-  if (depth > 1 && nodes_[visited[depth - 1]].isPath()) compress(visited[depth - 1]);
+/// The node for the one prefix of `length` bits (6 or more) that is below it.
+template <class Word>
+PrefixTrie::Node PrefixTrie::lonePrefix(Word bits, U32 length) {
+  if (length <= longestTail) return Node::sparse(length, top(bits), 0);
+  const U32 path = std::min(longestPath, (length - stride) / stride * stride);
+  return joined(path, top(bits), lonePrefix(bits << path, length - path));
 }
 
-/// Turns a node with one child and no prefix into a path, and joins a path with the path that follows it.
-void PrefixTrie::compress(U32 node) {
-  Node n = nodes_[node];
-  if (!n.isPath()) {
-    if (n.prefixes != 0 || n.childCount() != 1) return;
-    n = Node::path(static_cast<U64>(__builtin_ctzll(n.children)), 1, n.block);
+/// Makes the stride at bit `behind` of a sparse node a branch that leads to the rest.
+void PrefixTrie::splitSparse(U32 node, U32 behind) {
+  const Node whole = at(node);
+  const U64 bits = whole.children << behind;
+  const U32 left = whole.span() - behind - stride;
+  const U64 c = U64{1} << nextStride(bits);
+  const U64 rest = bits << stride;
+  Node split = Node::branch(c, 0, whole.block());
+  if (whole.isTail() && left < stride) {
+    split = Node::branch(0, c, allocate(wordUnits));
+    units_[split.block()] = prefixBit(nextStride(rest), left);
+  } else if (left > 0) {
+    split = Node::branch(c, 0, store(Node::sparse(left, rest, whole.block())));
   }
-  const Node next = nodes_[n.block];
-  if (next.isPath() && n.strides() + next.strides() <= maxPath) {
-    release(n.block, 1);
-    n = Node::path(n.children << next.strides() * stride | next.children, n.strides() + next.strides(),
-                   next.block);
-  }
-  nodes_[node] = n;
+  if (behind > 0) split = Node::sparse(behind, whole.children, store(split));
+  at(node) = split;
 }
 
-/// A node that leads to one prefix: the path from node `from` to node `to`, and the node that it ends in.
-PrefixTrie::Node PrefixTrie::chain(TrieKey key, U32 from, U32 to, U64 prefixBit) {
-  Node node{prefixBit, 0, 0};
-  while (to > from) {
-    const U32 strides = to - from < maxPath ? to - from : maxPath;
-    const U32 block = allocate(1);
-    nodes_[block] = node;
-    to -= strides;
-    node = Node::path(chunks(key, to, strides), strides, block);
-  }
-  return node;
-}
-
-/// Makes the stride `at` of a path an ordinary node with one child: path before, node, path behind.
-void PrefixTrie::splitPath(U32 node, U32 at) {
-  const Node whole = nodes_[node];
-  const U32 behind = whole.strides() - at - 1;
-  U32 block = whole.block;
-  if (behind > 0) {
-    block = allocate(1);
-    nodes_[block] = Node::path(whole.children & ((U64{1} << behind * stride) - 1), behind, whole.block);
-  }
-  const U64 c = whole.children >> behind * stride & (fanout - 1);
-  const Node middle{0, U64{1} << c, block};
-  if (at == 0) {
-    nodes_[node] = middle;
-    return;
-  }
-  const U32 before = allocate(1);
-  nodes_[before] = middle;
-  nodes_[node] = Node::path(whole.children >> (behind + 1) * stride, at, before);
-}
-
-/// Returns the index of the new child.
-U32 PrefixTrie::addChild(U32 node, U32 c, Node child) {
-  const U32 count = nodes_[node].childCount();
-  const U32 rank = nodes_[node].rank(c);
-  U32 block = nodes_[node].block;
-  if (count == 0 || blockSize(count) == count) {
-    const U32 old = block;
-    block = allocate(count + 1);
-    if (count > 0) {
-      std::memcpy(nodes_ + block, nodes_ + old, rank * sizeof(Node));
-      std::memcpy(nodes_ + block + rank + 1, nodes_ + old + rank, (count - rank) * sizeof(Node));
-      release(old, count);
-    }
-  } else {
-    std::memmove(nodes_ + block + rank + 1, nodes_ + block + rank, (count - rank) * sizeof(Node));
-  }
-  nodes_[block + rank] = child;
-  nodes_[node].block = block;
-  nodes_[node].children |= U64{1} << c;
-  return block + rank;
-}
-
-void PrefixTrie::removeChild(U32 node, U32 c) {
-  const U32 count = nodes_[node].childCount();
-  const U32 rank = nodes_[node].rank(c);
-  const U32 block = nodes_[node].block;
-  nodes_[node].children &= ~(U64{1} << c);
-  if (count > 1 && blockSize(count - 1) == blockSize(count)) {
-    std::memmove(nodes_ + block + rank, nodes_ + block + rank + 1, (count - rank - 1) * sizeof(Node));
-    return;
-  }
-  U32 smaller = 0;
-  if (count > 1) {
-    smaller = allocate(count - 1);
-    std::memcpy(nodes_ + smaller, nodes_ + block, rank * sizeof(Node));
-    std::memcpy(nodes_ + smaller + rank, nodes_ + block + rank + 1, (count - rank - 1) * sizeof(Node));
-  }
-  release(block, count);
-  nodes_[node].block = smaller;
+/// Moves a node's block into one that has `units` more at `place`, and returns where these are.
+U32 PrefixTrie::openGap(U32 node, U32 place, U32 units) {
+  const Node n = at(node);
+  const U32 had = n.blockUnits();
+  const U32 before = place - n.block();
+  const U32 block = allocate(had + units);
+  const U64* old = units_ + n.block();
+  std::copy_n(old, before, units_ + block);
+  std::copy_n(old + before, had - before, units_ + block + before + units);
+  if (had > 0) release(n.block(), had);
+  at(node).blockAndSpan = block;
+  return block + before;
 }
 
 // ---- Memory ----
 
-U32 PrefixTrie::allocate(U32 count) {
-  const U32 size = blockSize(count);
-  if (const U32 block = freeBlocks_[size]) {
-    freeBlocks_[size] = nodes_[block].block;
-    free_ -= size;
-    return block;
+U32 PrefixTrie::allocate(U32 units) {
+  U32 size = units;
+  U64 fitting = haveFree_[size / 64] >> size % 64 << size % 64;
+  for (U32 i = size / 64; fitting == 0 && ++i < haveFree_.size();) {
+    fitting = haveFree_[i];
+    size = i * 64;
   }
-  if (used_ + size > capacity_) {
-    const U32 grown = used_ + size + used_ / 16;
-    void* moved = std::realloc(static_cast<void*>(nodes_), U64{grown} * sizeof(Node));
-    if (!moved) throw std::bad_alloc();
-    nodes_ = static_cast<Node*>(moved);
-    capacity_ = grown;
+  if (fitting == 0) {
+    if (used_ + units > capacity_) reserve(used_ + units + used_ / 32);
+    used_ += units;
+    return used_ - units;
   }
-  used_ += size;
-  return used_ - size;
+  size = size / 64 * 64 + static_cast<U32>(std::countr_zero(fitting));
+  const U32 block = freeBlocks_[size];
+  freeBlocks_[size] = static_cast<U32>(units_[block]);
+  if (freeBlocks_[size] == 0) haveFree_[size / 64] &= ~(U64{1} << size % 64);
+  free_ -= size;
+  if (size > units) release(block + units, size - units);
+  return block;
 }
 
-void PrefixTrie::release(U32 block, U32 count) {
-  const U32 size = blockSize(count);
-  nodes_[block].block = freeBlocks_[size];
-  freeBlocks_[size] = block;
-  free_ += size;
+U32 PrefixTrie::store(const Node& node) {
+  const U32 block = allocate(nodeUnits);
+  at(block) = node;
+  return block;
 }
 
-/// Moves everything into new memory when much of it is free blocks of sizes that nobody wants. The work is
-/// proportional to what was released since the last time.
-void PrefixTrie::compactIfSparse() {
-  if (free_ <= (used_ - free_) / 8 + 16 && (size_ > 0 || used_ <= 1)) return;
-  Node* old = nodes_;
-  nodes_ = nullptr;
+void PrefixTrie::release(U32 block, U32 units) {
+  units_[block] = freeBlocks_[units];
+  freeBlocks_[units] = block;
+  haveFree_[units / 64] |= U64{1} << units % 64;
+  free_ += units;
+}
+
+void PrefixTrie::reserve(U32 capacity) {
+  void* moved = std::realloc(units_, U64{capacity} * sizeof(U64));
+  if (!moved) throw std::bad_alloc();
+  units_ = static_cast<U64*>(moved);
+  capacity_ = capacity;
+}
+
+void PrefixTrie::rebuildIfSparse() {
+  if (size_ == 0 || free_ > (used_ - free_) / 8 + 64 || empty_ > size_ / 8 + 2) rebuild();
+}
+
+/// Copies what lives into new memory, without what is empty and with every stretch in one node.
+void PrefixTrie::rebuild() {
+  const U64* old = std::exchange(units_, nullptr);
   const U32 live = used_ - free_;
-  capacity_ = used_ = free_ = 0;
+  capacity_ = used_ = free_ = empty_ = 0;
   freeBlocks_.fill(0);
+  haveFree_.fill(0);
   if (size_ > 0) {
-    nodes_ = static_cast<Node*>(std::malloc(U64{live} * sizeof(Node)));
-    if (!nodes_) throw std::bad_alloc();
-    capacity_ = live;
-    copyBlock(old, 0, 1);
-  }
-  std::free(old);
-}
-
-U32 PrefixTrie::copyBlock(const Node* from, U32 block, U32 count) {
-  const U32 copy = used_;
-  used_ += blockSize(count);
-  std::memcpy(nodes_ + copy, from + block, count * sizeof(Node));
-  for (U32 i = copy; i < copy + count; ++i) {
-    if (const U32 children = nodes_[i].childCount(); children > 0) {
-      const U32 moved = copyBlock(from, nodes_[i].block, children);
-      nodes_[i].block = moved;
+    reserve(live);
+    for (U32 root = 0; root < 2; ++root) store(Node{});
+    for (U32 root = 0; root < 2; ++root) {
+      const Node copy = pruned(old, nodeIn(old, root * nodeUnits));
+      at(root * nodeUnits) = copy;
+      empty_ += copy.isEmpty();
     }
   }
-  return copy;
+  std::free(const_cast<U64*>(old));
+}
+
+PrefixTrie::Node PrefixTrie::pruned(const U64* from, const Node& node) {
+  if (node.isSparse()) {
+    return node.isTail() ? node : joined(node.span(), node.children, pruned(from, nodeIn(from, node.block())));
+  }
+  Node kept{};
+  std::array<Node, 64> children;
+  std::array<U64, 64> words;
+  U32 unit = node.block();
+  for (U64 rest = node.children; rest != 0; rest &= rest - 1, unit += nodeUnits) {
+    const Node child = pruned(from, nodeIn(from, unit));
+    if (child.isEmpty()) continue;
+    children[kept.childCount()] = child;
+    kept.children |= rest & -rest;
+  }
+  for (U64 rest = node.words; rest != 0; rest &= rest - 1, unit += wordUnits) {
+    if (from[unit] == 0) continue;
+    words[kept.wordCount()] = from[unit];
+    kept.words |= rest & -rest;
+  }
+  if (kept.words == 0 && kept.childCount() == 1) {
+    return joined(stride, static_cast<U64>(std::countr_zero(kept.children)) << (64 - stride), children[0]);
+  }
+  if (kept.blockUnits() == 0) return kept;
+  kept.blockAndSpan = allocate(kept.blockUnits());
+  U32 to = kept.block();
+  for (U32 i = 0; i < kept.childCount(); ++i, to += nodeUnits) at(to) = children[i];
+  std::copy_n(words.begin(), kept.wordCount(), units_ + to);
+  return kept;
+}
+
+/// The node for `span` bits followed by `next`: one node for both where that holds them.
+PrefixTrie::Node PrefixTrie::joined(U32 span, U64 bits, const Node& next) {
+  if (next.isEmpty()) return next;
+  if (next.isSparse() && span + next.span() <= (next.isTail() ? longestTail : longestPath)) {
+    return Node::sparse(span + next.span(), bits | next.children >> span, next.block());
+  }
+  return Node::sparse(span, bits, store(next));
 }
 
 }  // namespace Routing

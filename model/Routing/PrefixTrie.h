@@ -16,14 +16,20 @@ struct TrieKey {
 /// length, the prefix is the query cut to it.
 ///
 /// A tree bitmap (Eatherton, Varghese, Dittia, "Tree Bitmap: Hardware/Software IP Lookups with Incremental
-/// Updates", 2004) with strides of 6 bits. A node stands for the 6 bits that follow its position: one word
-/// has a bit for each of the 63 prefixes of 0 to 5 bits that may end in it, another a bit for each of its 64
-/// children. The children lie side by side in one block; a count of the bits before a child's finds it. A
-/// stretch without branch and without prefix is one path node. Nodes begin at bits 1, 7, 13, 19, 25, ..., so
-/// that the usual lengths 8, 16, 24, 32 and 48 share nodes with their neighbours instead of opening new ones.
+/// Updates", 2004) with strides of 6 bits. A branch node stands for the 6 bits at its position. For each of
+/// their 64 values it may have a child node, and a word with a bit for each of the 63 prefixes that end
+/// within the 6 bits behind. Children and words lie side by side in one block, found by a count of the bits
+/// before theirs; so the many prefixes at the bottom of a table cost one word for each group of neighbours
+/// and no node. A stretch of bits without branch and without prefix is one sparse node, which ends in another
+/// node or in the one prefix that is left there. There are two roots, one for each first bit, so that nodes
+/// begin at bits 1, 7, 13, 19, ... and the usual lengths 8, 16, 24, 32 and 48 share words with their
+/// neighbours instead of opening new ones.
 ///
-/// Look-ups follow one node for each 6 bits, without loops inside. Updates change one node and at most move
-/// one block. A node is 20 bytes; an Internet routing table takes 3 to 6 bytes a prefix.
+/// Look-ups follow one node for each 6 bits or stretch. An insertion changes one word and at most moves one
+/// block; a removal clears one bit and leaves an empty word where it was, to be found again when the prefix
+/// comes back. When what is empty or unused exceeds an eighth of the whole, one pass copies what lives into
+/// new memory; its cost is proportional to the changes since the last one. An Internet routing table takes
+/// 3 to 5 bytes a prefix.
 class PrefixTrie {
  public:
   static constexpr int noMatch = -1;
@@ -43,61 +49,50 @@ class PrefixTrie {
 
   U64 size() const { return size_; }
   /// Heap bytes held.
-  U64 bytes() const { return U64{capacity_} * sizeof(Node); }
+  U64 bytes() const { return U64{capacity_} * sizeof(U64); }
 
  private:
-  /// Packed: the block of children is named by a 32-bit index, and 20 bytes beat 24 on every level.
-  struct [[gnu::packed, gnu::aligned(4)]] Node {
-    U64 prefixes;  // bit 2^l - 1 + v: the prefix of l bits with value v ends here; top bit: a path node
-    U64 children;  // bit c: there is a child for the 6 bits c; in a path node: the bits of the path
-    U32 block;     // index of the first child
-
-    bool isPath() const {
-      return (prefixes >> 63) != 0;
-    }
-    U32 strides() const {
-      return static_cast<U32>(prefixes & 0xF);
-    }
-    U32 childCount() const {
-      return isPath() ? 1 : static_cast<U32>(__builtin_popcountll(children));
-    }
-    U32 rank(U32 c) const {
-      return static_cast<U32>(__builtin_popcountll(children & ((U64{1} << c) - 1)));
-    }
-    bool hasChild(U32 c) const {
-      return (children >> c & 1) != 0;
-    }
-    static Node path(U64 bits, U32 strides, U32 block) {
-      return {U64{1} << 63 | strides, bits, block};
-    }
-  };
-  static constexpr U32 stride = 6;
-  static constexpr U32 fanout = 64;
-  static constexpr U32 maxPath = 10;  // strides that fit the word of a path node
-  static constexpr U32 maxDepth = 24;
+  /// Three units of memory. In a branch, bit c of `children` and `words` says what there is for the six bits
+  /// c. In a sparse node, `children` has the `span` (6 to 63) bits, left-aligned and zero beyond.
+  struct Node;
+  /// Where a prefix is: the word that has its bit, or the sparse node that ends in it.
+  struct Place;
 
   template <class Word>
-  int longestMatchIn(Word bits, int length) const;
-  U32 find(TrieKey key, U32 length) const;
+  int longestMatchIn(Word bits, U32 length) const;
+  Place find(TrieKey key, U32 length);
+  template <class Word>
+  Place findIn(Word bits, U32 length);
+  template <class Word>
+  bool insertIn(Word bits, U32 length);
 
-  U32 addChild(U32 node, U32 c, Node child);
-  void removeChild(U32 node, U32 c);
-  void splitPath(U32 node, U32 at);
-  Node chain(TrieKey key, U32 from, U32 to, U64 prefixBit);
-  void prune(const U32* visited, const U32* via, U32 depth);
-  void compress(U32 node);
+  Node& at(U32 unit) const;
+  static const Node& nodeIn(const U64* units, U32 unit);
+  template <class Word>
+  Node lonePrefix(Word bits, U32 length);
+  U32 openGap(U32 node, U32 place, U32 units);
+  void splitSparse(U32 node, U32 behind);
 
-  U32 allocate(U32 count);
-  void release(U32 block, U32 count);
-  void compactIfSparse();
-  U32 copyBlock(const Node* from, U32 block, U32 count);
+  U32 allocate(U32 units);
+  U32 store(const Node& node);
+  void reserve(U32 capacity);
+  void release(U32 block, U32 units);
+  void rebuildIfSparse();
+  void rebuild();
+  Node pruned(const U64* from, const Node& node);
+  Node joined(U32 span, U64 bits, const Node& next);
 
-  Node* nodes_ = nullptr;  // the root is the first
+  static constexpr U32 largestBlock = 64 * 4;
+
+  U64* units_ = nullptr;  // memory; the roots come first
   U32 capacity_ = 0;
-  U32 used_ = 0;  // nodes ever handed out
-  U32 free_ = 0;  // of these, nodes in the free lists
+  U32 used_ = 0;                   // units ever handed out
+  U32 free_ = 0;                   // of these, units in the free lists
+  U32 empty_ = 0;                  // words and nodes that hold nothing
+  std::array<U64, 2> shortPrefixes_{};  // of 0 to 6 bits, by the first bit
   U64 size_ = 0;
-  std::array<U32, fanout + 1> freeBlocks_{};  // by size; 0 is none, since that is the root
+  std::array<U32, largestBlock + 1> freeBlocks_{};     // by size; 0 is none, since that is a root
+  std::array<U64, largestBlock / 64 + 1> haveFree_{};  // bit s: there is a free block of size s
 };
 
 }  // namespace Routing
