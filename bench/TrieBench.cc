@@ -1,5 +1,6 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -19,6 +20,7 @@ using Routing::TrieKey;
 
 struct Table {
   std::vector<BenchPrefix> prefixes;
+  std::vector<BenchPrefix> shuffled;  // the same in random order: what is measured is the set, not this array
   std::vector<TrieKey> addresses;
   U32 width;
 };
@@ -32,6 +34,8 @@ const Table& table(int number) {
     constexpr U32 sizes[] = {1000, 100000, 1000000, 100000};
     t.width = number == 3 ? 128 : 32;
     t.prefixes = number == 3 ? internetTable6(sizes[number]) : internetTable4(sizes[number]);
+    t.shuffled = t.prefixes;
+    std::shuffle(t.shuffled.begin(), t.shuffled.end(), std::mt19937_64(1));
     t.addresses = addressesIn(t.prefixes, t.width, addressCount);
   }
   return t;
@@ -87,8 +91,8 @@ void exactMatch(benchmark::State& state) {
   const Table& t = table(static_cast<int>(state.range(0)));
   std::size_t i = 0;
   measure<Set>(state, 1, [&](int) {
-    i = i + 7919 < t.prefixes.size() ? i + 7919 : (i + 7919) % t.prefixes.size();
-    benchmark::DoNotOptimize(set.contains(t.prefixes[i].key, t.prefixes[i].length));
+    i = i + 1 < t.shuffled.size() ? i + 1 : 0;
+    benchmark::DoNotOptimize(set.contains(t.shuffled[i].key, t.shuffled[i].length));
   });
 }
 
@@ -98,9 +102,9 @@ void removeAndReinsert(benchmark::State& state) {
   const Table& t = table(static_cast<int>(state.range(0)));
   std::size_t i = 0;
   measure<Set>(state, 2, [&](int) {
-    i = i + 7919 < t.prefixes.size() ? i + 7919 : (i + 7919) % t.prefixes.size();
-    set.remove(t.prefixes[i].key, t.prefixes[i].length);
-    set.insert(t.prefixes[i].key, t.prefixes[i].length);
+    i = i + 1 < t.shuffled.size() ? i + 1 : 0;
+    set.remove(t.shuffled[i].key, t.shuffled[i].length);
+    set.insert(t.shuffled[i].key, t.shuffled[i].length);
   });
 }
 

@@ -18,11 +18,18 @@ constexpr U32 longestPath = 60;  // bits of a sparse node that leads on: whole s
 constexpr U32 longestTail = 63;  // bits of one that ends in a prefix
 constexpr U32 nodeUnits = 3;
 constexpr U32 wordUnits = 1;
+constexpr U32 fanout = 64;
 
-/// The root for a key's first bit.
-U32 rootOf(U64 bits) {
-  return static_cast<U32>(bits >> 63) * nodeUnits;
+/// The size of a block that holds so much: an eighth of slack at most, so that not each addition moves it.
+U32 roomFor(U32 units) {
+  const U32 step = std::max(1u, std::bit_floor(units) / 8);
+  return (units + step - 1) / step * step;
 }
+
+// A set of some size is entered by the first 7 bits at once, which costs it 4 bytes a prefix at most.
+constexpr U32 narrowTop = 1;
+constexpr U32 wideTop = narrowTop + stride;
+constexpr U64 wideFrom = 1000;
 
 /// For the next six bits c: the bits of a word of the six prefixes that c has.
 constexpr auto covering = [] {
@@ -39,11 +46,6 @@ constexpr std::array<U64, stride> upTo{0x1, 0x7, 0x7F, 0x7FFF, 0x7FFFFFFF, 0x7FF
 /// The bit of a word of the prefix that the first `l` (0 to 5) of the six bits `c` make: 2^l - 1 + value.
 U64 prefixBit(U32 c, U32 l) {
   return U64{1} << ((1u << l) - 1 + (c >> (stride - l)));
-}
-
-/// The same for the words of the prefixes of 1 to 6 bits, after the first bit; length 0 has the spare bit.
-U64 shortBit(U64 bits, U32 length) {
-  return length == 0 ? U64{1} << 63 : prefixBit(static_cast<U32>(bits << 1 >> (64 - stride)), length - 1);
 }
 
 /// What is left of a key, left-aligned: a 64-bit word for keys of up to 63 bits, else 128 bits.
@@ -105,6 +107,11 @@ struct PrefixTrie::Node {
   U32 wordAt(U32 c) const { return block() + nodeUnits * childCount() + wordUnits * rank(words, c); }
 };
 
+struct PrefixTrie::Step {
+  U64 word;
+  Node node;
+};
+
 struct PrefixTrie::Place {
   U64* word;
   U64 bit;
@@ -119,22 +126,38 @@ PrefixTrie::~PrefixTrie() {
 }
 
 PrefixTrie::Node& PrefixTrie::at(U32 unit) const {
+  static_assert(sizeof(Node) == nodeUnits * sizeof(U64));
   return *reinterpret_cast<Node*>(units_ + unit);
 }
 
 const PrefixTrie::Node& PrefixTrie::nodeIn(const U64* units, U32 unit) {
-  static_assert(sizeof(Node) == nodeUnits * sizeof(U64));
   return *reinterpret_cast<const Node*>(units + unit);
+}
+
+PrefixTrie::Node& PrefixTrie::topNode(U64 bits) const {
+  return at(nodeUnits * static_cast<U32>(bits >> (64 - topBits_)));
+}
+
+U64& PrefixTrie::topWord(U64 bits) const {
+  return units_[(nodeUnits << topBits_) + static_cast<U32>(bits >> (64 - topBits_))];
+}
+
+U64& PrefixTrie::shortPrefix(U64 bits, U32 length, U64& bit) {
+  if (length == 0) {
+    bit = U64{1} << 63;
+    return firstWords_[0];
+  }
+  const U32 begin = length <= narrowTop + stride - 1 ? narrowTop : wideTop;
+  bit = prefixBit(static_cast<U32>(bits << begin >> (64 - stride)), length - begin);
+  return begin == narrowTop ? firstWords_[bits >> 63] : topWord(bits);
 }
 
 // ---- Look-up ----
 
 template <class Word>
 int PrefixTrie::longestMatchIn(Word bits, U32 length) const {
-  const Node* node = &at(rootOf(top(bits)));
-  const U64 shortOnes = shortPrefixes_[top(bits) >> 63];
-  U32 left = length - 1;  // bits of the query from the node's position on; `bits` begins with them
-  bits <<= 1;
+  const Node* node = &topNode(top(bits));
+  U32 left = length;  // bits of the query that are still in `bits`
   U64 match = 0;
   U32 matchLeft = 0;
   const auto consider = [&](U64 word) {
@@ -142,7 +165,16 @@ int PrefixTrie::longestMatchIn(Word bits, U32 length) const {
     matchLeft = here != 0 ? left : matchLeft;
     match = here != 0 ? here : match;
   };
-  consider(shortOnes);
+  const U64 first = firstWords_[top(bits) >> 63];
+  const U64 second = topBits_ == wideTop ? topWord(top(bits)) : 0;
+  bits <<= narrowTop;
+  left -= narrowTop;
+  consider(first);
+  if (topBits_ == wideTop && left >= stride) {
+    bits <<= stride;
+    left -= stride;
+    consider(second);
+  }
   while (left >= stride) {
     if (node->isSparse()) {
       if (node->span() > left || !node->leads(top(bits))) break;
@@ -155,13 +187,15 @@ int PrefixTrie::longestMatchIn(Word bits, U32 length) const {
     const U32 c = nextStride(bits);
     bits <<= stride;
     left -= stride;
-    if (has(node->words, c)) consider(units_[node->wordAt(c)]);
+    // Without a branch, which would often be mispredicted: without a word, unit 0 is read and masked out.
+    const U64 present = U64{0} - (node->words >> c & 1);
+    consider(units_[node->wordAt(c) & present] & present);
     if (!has(node->children, c)) break;
     node = &at(node->childAt(c));
   }
   if (match == 0) return contains({0, 0}, 0) ? 0 : noMatch;
-  const U32 highest = 63 - static_cast<U32>(std::countl_zero(match));  // 2^l - 1 + value
-  return static_cast<int>(length - matchLeft + static_cast<U32>(std::bit_width(highest + 1)) - 1);
+  const U32 highest = 63 - static_cast<U32>(__builtin_clzll(match));  // 2^l - 1 + value
+  return static_cast<int>(length - matchLeft + 31 - static_cast<U32>(__builtin_clz(highest + 1)));
 }
 
 int PrefixTrie::longestMatch(TrieKey key, U32 length) const {
@@ -170,16 +204,20 @@ int PrefixTrie::longestMatch(TrieKey key, U32 length) const {
 }
 
 PrefixTrie::Place PrefixTrie::find(TrieKey key, U32 length) {
-  if (length <= stride) return Place::inWord(shortPrefixes_[key.high >> 63], shortBit(key.high, length));
   if (!units_) return {};
+  if (isShort(length)) {
+    U64 bit;
+    U64& word = shortPrefix(key.high, length, bit);
+    return Place::inWord(word, bit);
+  }
   return withBits(key, length, [&](auto bits) { return findIn(bits, length); });
 }
 
 template <class Word>
 PrefixTrie::Place PrefixTrie::findIn(Word bits, U32 length) {
-  Node* node = &at(rootOf(top(bits)));
-  U32 left = length - 1;
-  bits <<= 1;
+  Node* node = &topNode(top(bits));
+  U32 left = length - topBits_;
+  bits <<= topBits_;
   for (;;) {
     if (node->isSparse()) {
       if (node->span() > left || !node->leads(top(bits))) return {};
@@ -210,29 +248,31 @@ bool PrefixTrie::contains(TrieKey key, U32 length) const {
 // ---- Update ----
 
 bool PrefixTrie::insert(TrieKey key, U32 length) {
-  if (!units_) {
-    for (U32 root = 0; root < 2; ++root) store(Node{});
-    empty_ = 2;
+  if (!units_) makeTop(narrowTop);
+  bool added;
+  if (isShort(length)) {
+    U64 bit;
+    U64& word = shortPrefix(key.high, length, bit);
+    added = setBit(word, bit);
+  } else {
+    added = withBits(key, length, [&](auto bits) { return insertIn(bits, length); });
   }
-  const bool added = length <= stride
-                         ? setBit(shortPrefixes_[key.high >> 63], shortBit(key.high, length))
-                         : withBits(key, length, [&](auto bits) { return insertIn(bits, length); });
   size_ += added;
-  rebuildIfSparse();
+  rebuildIfUnfit();
   return added;
 }
 
 template <class Word>
 bool PrefixTrie::insertIn(Word bits, U32 length) {
-  U32 node = rootOf(top(bits));
-  U32 left = length - 1;
-  bits <<= 1;
+  U32 node = nodeUnits * static_cast<U32>(top(bits) >> (64 - topBits_));
+  U32 left = length - topBits_;
+  bits <<= topBits_;
   for (;;) {
     const Node n = at(node);
     if (n.isEmpty()) {
       const Node lone = lonePrefix(bits, left);
       at(node) = lone;
-      --empty_;
+      if (!isTop(at(node))) --empty_;
       return true;
     }
     if (n.isSparse()) {
@@ -279,13 +319,13 @@ bool PrefixTrie::remove(TrieKey key, U32 length) {
   if (!place.found()) return false;
   if (place.tail) {
     *place.tail = Node{};
-    ++empty_;
+    empty_ += !isTop(*place.tail);
   } else {
     *place.word &= ~place.bit;
-    empty_ += length > stride && *place.word == 0;
+    empty_ += !isShort(length) && *place.word == 0;
   }
   --size_;
-  rebuildIfSparse();
+  rebuildIfUnfit();
   return true;
 }
 
@@ -294,7 +334,7 @@ template <class Word>
 PrefixTrie::Node PrefixTrie::lonePrefix(Word bits, U32 length) {
   if (length <= longestTail) return Node::sparse(length, top(bits), 0);
   const U32 path = std::min(longestPath, (length - stride) / stride * stride);
-  return joined(path, top(bits), lonePrefix(bits << path, length - path));
+  return Node::sparse(path, top(bits), store(lonePrefix(bits << path, length - path)));
 }
 
 /// Makes the stride at bit `behind` of a sparse node a branch that leads to the rest.
@@ -315,18 +355,21 @@ void PrefixTrie::splitSparse(U32 node, U32 behind) {
   at(node) = split;
 }
 
-/// Moves a node's block into one that has `units` more at `place`, and returns where these are.
+/// Makes room for `units` at `place` in a node's block, which may move, and returns where the room is.
 U32 PrefixTrie::openGap(U32 node, U32 place, U32 units) {
   const Node n = at(node);
   const U32 had = n.blockUnits();
-  const U32 before = place - n.block();
-  const U32 block = allocate(had + units);
-  const U64* old = units_ + n.block();
-  std::copy_n(old, before, units_ + block);
-  std::copy_n(old + before, had - before, units_ + block + before + units);
-  if (had > 0) release(n.block(), had);
+  if (had > 0 && roomFor(had) == roomFor(had + units)) {
+    std::copy_backward(units_ + place, units_ + n.block() + had, units_ + n.block() + had + units);
+    return place;
+  }
+  const U32 block = allocate(roomFor(had + units));
+  const U32 gap = block + place - n.block();
+  std::copy(units_ + n.block(), units_ + place, units_ + block);
+  std::copy(units_ + place, units_ + n.block() + had, units_ + gap + units);
+  if (had > 0) release(n.block(), roomFor(had));
   at(node).blockAndSpan = block;
-  return block + before;
+  return gap;
 }
 
 // ---- Memory ----
@@ -372,57 +415,119 @@ void PrefixTrie::reserve(U32 capacity) {
   capacity_ = capacity;
 }
 
-void PrefixTrie::rebuildIfSparse() {
-  if (size_ == 0 || free_ > (used_ - free_) / 8 + 64 || empty_ > size_ / 8 + 2) rebuild();
+/// The nodes that are found by the first bits of a key alone, and the words of a wide top.
+void PrefixTrie::makeTop(U32 bits) {
+  topBits_ = bits;
+  used_ = nodeUnits << bits;
+  if (bits == wideTop) used_ += wordUnits << bits;
+  reserve(std::max(used_, capacity_));
+  std::fill_n(units_, used_, U64{0});
 }
 
-/// Copies what lives into new memory, without what is empty and with every stretch in one node.
+bool PrefixTrie::isTop(const Node& node) const {
+  return &node < &at(nodeUnits << topBits_);
+}
+
+/// Whether a prefix is above the nodes of the top.
+bool PrefixTrie::isShort(U32 length) const {
+  return length < topBits_ + stride;
+}
+
+// ---- Rebuilding ----
+
+void PrefixTrie::rebuildIfUnfit() {
+  const bool sparse = free_ > (used_ - free_) / 8 + 64 || empty_ > size_ / 8 + 2;
+  const bool outgrown = topBits_ == narrowTop ? size_ >= wideFrom : size_ < wideFrom / 4;
+  if (sparse || outgrown || size_ == 0) rebuild();
+}
+
+/// Copies what lives into new memory, with a top that fits, without what is empty and with every stretch in
+/// one node.
 void PrefixTrie::rebuild() {
-  const U64* old = std::exchange(units_, nullptr);
+  U64* const old = std::exchange(units_, nullptr);
+  const U32 hadTop = topBits_;
   const U32 live = used_ - free_;
   capacity_ = used_ = free_ = empty_ = 0;
   freeBlocks_.fill(0);
   haveFree_.fill(0);
-  if (size_ > 0) {
-    reserve(live);
-    for (U32 root = 0; root < 2; ++root) store(Node{});
-    for (U32 root = 0; root < 2; ++root) {
-      const Node copy = pruned(old, nodeIn(old, root * nodeUnits));
-      at(root * nodeUnits) = copy;
-      empty_ += copy.isEmpty();
-    }
+  if (size_ == 0) {
+    std::free(old);
+    return;
   }
-  std::free(const_cast<U64*>(old));
+  capacity_ = live;  // makeTop reserves it
+  makeTop(size_ >= wideFrom ? wideTop : narrowTop);
+  const auto oldWord = [&](U32 i) { return old[(nodeUnits << wideTop) + i]; };
+  for (U32 i = 0; i < 1u << topBits_; ++i) {
+    Node node;
+    if (hadTop == topBits_) {
+      node = pruned(old, nodeIn(old, i * nodeUnits));
+      if (topBits_ == wideTop) units_[(nodeUnits << wideTop) + i] = oldWord(i);
+    } else if (topBits_ == wideTop) {
+      const Step below = step(old, nodeIn(old, (i >> stride) * nodeUnits), i % fanout);
+      node = pruned(old, below.node);
+      units_[(nodeUnits << wideTop) + i] = below.word;
+    } else {
+      node = assembled(~U64{0}, [&](U32 c) {
+        const U32 was = i << stride | c;
+        return Step{oldWord(was), pruned(old, nodeIn(old, was * nodeUnits))};
+      });
+    }
+    at(i * nodeUnits) = node;
+  }
+  std::free(old);
+}
+
+/// What a node has for the six bits c: a word (0 if none) and a node (empty if none).
+PrefixTrie::Step PrefixTrie::step(const U64* from, const Node& node, U32 c) {
+  if (!node.isSparse()) {
+    return {has(node.words, c) ? from[node.wordAt(c)] : 0,
+            has(node.children, c) ? nodeIn(from, node.childAt(c)) : Node{}};
+  }
+  if (nextStride(node.children) != c) return {0, Node{}};
+  const U32 left = node.span() - stride;
+  const U64 rest = node.children << stride;
+  if (node.isTail() && left < stride) return {prefixBit(nextStride(rest), left), Node{}};
+  if (left == 0) return {0, nodeIn(from, node.block())};
+  return {0, Node::sparse(left, rest, node.block())};
 }
 
 PrefixTrie::Node PrefixTrie::pruned(const U64* from, const Node& node) {
-  if (node.isSparse()) {
-    return node.isTail() ? node : joined(node.span(), node.children, pruned(from, nodeIn(from, node.block())));
+  if (node.isEmpty()) return node;
+  if (!node.isSparse()) {
+    return assembled(node.children | node.words, [&](U32 c) {
+      const Step below = step(from, node, c);
+      return Step{below.word, pruned(from, below.node)};
+    });
   }
-  Node kept{};
-  std::array<Node, 64> children;
-  std::array<U64, 64> words;
-  U32 unit = node.block();
-  for (U64 rest = node.children; rest != 0; rest &= rest - 1, unit += nodeUnits) {
-    const Node child = pruned(from, nodeIn(from, unit));
-    if (child.isEmpty()) continue;
-    children[kept.childCount()] = child;
-    kept.children |= rest & -rest;
+  return node.isTail() ? node : joined(node.span(), node.children, pruned(from, nodeIn(from, node.block())));
+}
+
+/// A node that has for each c of `present` what `below(c)` says.
+template <class Below>
+PrefixTrie::Node PrefixTrie::assembled(U64 present, Below below) {
+  Node node{};
+  std::array<Node, fanout> children;
+  std::array<U64, fanout> words;
+  for (; present != 0; present &= present - 1) {
+    const Step found = below(static_cast<U32>(std::countr_zero(present)));
+    if (found.word != 0) {
+      words[node.wordCount()] = found.word;
+      node.words |= present & -present;
+    }
+    if (!found.node.isEmpty()) {
+      children[node.childCount()] = found.node;
+      node.children |= present & -present;
+    }
   }
-  for (U64 rest = node.words; rest != 0; rest &= rest - 1, unit += wordUnits) {
-    if (from[unit] == 0) continue;
-    words[kept.wordCount()] = from[unit];
-    kept.words |= rest & -rest;
+  if (node.words == 0 && node.childCount() == 1) {
+    return joined(stride, static_cast<U64>(std::countr_zero(node.children)) << (64 - stride), children[0]);
   }
-  if (kept.words == 0 && kept.childCount() == 1) {
-    return joined(stride, static_cast<U64>(std::countr_zero(kept.children)) << (64 - stride), children[0]);
-  }
-  if (kept.blockUnits() == 0) return kept;
-  kept.blockAndSpan = allocate(kept.blockUnits());
-  U32 to = kept.block();
-  for (U32 i = 0; i < kept.childCount(); ++i, to += nodeUnits) at(to) = children[i];
-  std::copy_n(words.begin(), kept.wordCount(), units_ + to);
-  return kept;
+  if (node.isEmpty()) return node;
+  node.blockAndSpan = allocate(roomFor(node.blockUnits()));
+  U32 to = node.block();
+  for (U32 i = 0; i < node.childCount(); ++i, to += nodeUnits) at(to) = children[i];
+  std::copy_n(words.begin(), node.wordCount(), units_ + to);
+  return node;
 }
 
 /// The node for `span` bits followed by `next`: one node for both where that holds them.

@@ -21,15 +21,15 @@ struct TrieKey {
 /// within the 6 bits behind. Children and words lie side by side in one block, found by a count of the bits
 /// before theirs; so the many prefixes at the bottom of a table cost one word for each group of neighbours
 /// and no node. A stretch of bits without branch and without prefix is one sparse node, which ends in another
-/// node or in the one prefix that is left there. There are two roots, one for each first bit, so that nodes
-/// begin at bits 1, 7, 13, 19, ... and the usual lengths 8, 16, 24, 32 and 48 share words with their
-/// neighbours instead of opening new ones.
+/// node or in the one prefix that is left there. The top is an array of nodes found by the first bit of a
+/// key, or, from 1,000 prefixes on, by the first 7, so that nodes begin at bits 1, 7, 13, 19, ... and the
+/// usual lengths 8, 16, 24, 32 and 48 share words with their neighbours instead of opening new ones.
 ///
 /// Look-ups follow one node for each 6 bits or stretch. An insertion changes one word and at most moves one
 /// block; a removal clears one bit and leaves an empty word where it was, to be found again when the prefix
 /// comes back. When what is empty or unused exceeds an eighth of the whole, one pass copies what lives into
 /// new memory; its cost is proportional to the changes since the last one. An Internet routing table takes
-/// 3 to 5 bytes a prefix.
+/// 2 to 7 bytes a prefix.
 class PrefixTrie {
  public:
   static constexpr int noMatch = -1;
@@ -58,40 +58,54 @@ class PrefixTrie {
   /// Where a prefix is: the word that has its bit, or the sparse node that ends in it.
   struct Place;
 
+  struct Step;
+
   template <class Word>
   int longestMatchIn(Word bits, U32 length) const;
   Place find(TrieKey key, U32 length);
   template <class Word>
   Place findIn(Word bits, U32 length);
+
   template <class Word>
   bool insertIn(Word bits, U32 length);
-
-  Node& at(U32 unit) const;
-  static const Node& nodeIn(const U64* units, U32 unit);
   template <class Word>
   Node lonePrefix(Word bits, U32 length);
   U32 openGap(U32 node, U32 place, U32 units);
   void splitSparse(U32 node, U32 behind);
 
+  void makeTop(U32 bits);
+  Node& topNode(U64 bits) const;
+  U64& topWord(U64 bits) const;
+  bool isTop(const Node& node) const;
+  bool isShort(U32 length) const;
+  U64& shortPrefix(U64 bits, U32 length, U64& bit);
+
+  Node& at(U32 unit) const;
+  static const Node& nodeIn(const U64* units, U32 unit);
   U32 allocate(U32 units);
   U32 store(const Node& node);
   void reserve(U32 capacity);
   void release(U32 block, U32 units);
-  void rebuildIfSparse();
+
+  void rebuildIfUnfit();
   void rebuild();
+  static Step step(const U64* from, const Node& node, U32 c);
   Node pruned(const U64* from, const Node& node);
+  template <class Below>
+  Node assembled(U64 present, Below below);
   Node joined(U32 span, U64 bits, const Node& next);
 
   static constexpr U32 largestBlock = 64 * 4;
 
-  U64* units_ = nullptr;  // memory; the roots come first
+  U64* units_ = nullptr;  // memory; the top comes first
   U32 capacity_ = 0;
-  U32 used_ = 0;                   // units ever handed out
-  U32 free_ = 0;                   // of these, units in the free lists
-  U32 empty_ = 0;                  // words and nodes that hold nothing
-  std::array<U64, 2> shortPrefixes_{};  // of 0 to 6 bits, by the first bit
+  U32 used_ = 0;   // units ever handed out
+  U32 free_ = 0;   // of these, units in the free lists
+  U32 empty_ = 0;  // words and nodes below the top that hold nothing
+  U32 topBits_ = 1;
   U64 size_ = 0;
-  std::array<U32, largestBlock + 1> freeBlocks_{};     // by size; 0 is none, since that is a root
+  std::array<U64, 2> firstWords_{};  // prefixes of 1 to 6 bits, by the first bit; and that of 0 bits
+  std::array<U32, largestBlock + 1> freeBlocks_{};     // by size; 0 is none, since the top is there
   std::array<U64, largestBlock / 64 + 1> haveFree_{};  // bit s: there is a free block of size s
 };
 
