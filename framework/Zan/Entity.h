@@ -23,6 +23,8 @@ class ZAN_EXPORT NotifieeList {
   ~NotifieeList();
 
   bool empty() const { return word_ == 0; }
+  /// The notifiee when there is exactly one, else null.
+  Notifiee* one() const { return (word_ & manyBit) == 0 ? reinterpret_cast<Notifiee*>(word_) : nullptr; }
   void add(Notifiee* notifiee);
   void remove(Notifiee* notifiee);
 
@@ -43,7 +45,6 @@ class ZAN_EXPORT NotifieeList {
   using Many = std::vector<Notifiee*>;
   static constexpr std::uintptr_t manyBit = 1;
 
-  Notifiee* one() const { return reinterpret_cast<Notifiee*>(word_); }
   Many* many() const { return (word_ & manyBit) != 0 ? reinterpret_cast<Many*>(word_ & ~manyBit) : nullptr; }
 
   std::uintptr_t word_ = 0;  // null, one notifiee, or a vector (lowest bit set)
@@ -105,19 +106,29 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   template <auto Handler, class... Args>
   void tell(AttributeId attribute, const Args&... args) const {
     if (notifiees_.empty()) return;
+    if (const Ptr<NotifieeList::Notifiee> only{notifiees_.one()}) {
+      return tellOne<Handler>(only, attribute, args...);
+    }
     const Ptr<Entity const> pin(this);
     const NotifieeList::Snapshot snapshot(notifiees_);
     for (const auto& notifiee : snapshot) {
-      if (notifiee->references() == 1 || !notifiee->hears(this)) continue;
-      if (ActivitySm* activity = notifiee->actsm()) {
-        activity->enqueue<Handler>(notifiee, pin, attribute, args...);
-      } else {
-        deliver<Handler>(*notifiee, attribute, args...);
-      }
+      if (notifiee->references() > 1) tellOne<Handler>(notifiee, attribute, args...);
     }
   }
 
  private:
+  /// Afterwards this entity may be gone: the notifiee may have held the last reference to it.
+  template <auto Handler, class... Args>
+  void tellOne(const Ptr<NotifieeList::Notifiee>& notifiee, AttributeId attribute,
+               const Args&... args) const {
+    if (!notifiee->hears(this)) return;
+    if (ActivitySm* activity = notifiee->actsm()) {
+      activity->enqueue<Handler>(notifiee, Ptr<Entity const>(this), attribute, args...);
+    } else {
+      deliver<Handler>(*notifiee, attribute, args...);
+    }
+  }
+
   mutable NotifieeList notifiees_;
   Entity* parent_ = nullptr;
   AttributeId parentAttrId_ = 0;

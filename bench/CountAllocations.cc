@@ -1,0 +1,24 @@
+#include "CountAllocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+U64 count = 0;
+}
+
+U64 allocations() {
+  return count;
+}
+
+void* operator new(std::size_t size) {
+  ++count;
+  if (void* p = std::malloc(size)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}

@@ -1,0 +1,6 @@
+#pragma once
+
+#include "Zan/Types.h"
+
+/// How often the program has called operator new.
+U64 allocations();
