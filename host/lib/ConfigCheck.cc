@@ -113,18 +113,19 @@ std::optional<std::string> findCircle(const std::vector<MrouteLine>& lines, cons
 }
 
 std::vector<std::string> warningsFor(const std::vector<MrouteLine>& lines, const KernelState& kernel) {
-  std::unordered_map<Lumo::Prefix, const KernelRoute*, PrefixHash> connected;
+  std::unordered_map<Lumo::Prefix, const KernelRoute*, PrefixHash> connected;  // those that are configured
+  for (const MrouteLine& line : lines) connected.emplace(line.prefix, nullptr);
   for (const KernelRoute& route : kernel.routes) {
-    if (route.connected) connected.emplace(route.prefix, &route);
+    if (!route.connected) continue;
+    if (const auto it = connected.find(route.prefix); it != connected.end()) it->second = &route;
   }
   std::vector<std::string> warnings;
   for (const MrouteLine& line : lines) {
-    if (const auto it = connected.find(line.prefix); it != connected.end()) {
-      const Link* link = kernel.link(it->second->nextHops.front().link);
+    if (const KernelRoute* route = connected.at(line.prefix)) {
+      const Link* link = kernel.link(route->nextHops.front().link);
       warnings.push_back(fmt::format(
           "line {}: {} is directly connected on {}: once it resolves, the configured RPF replaces the "
-          "connected "
-          "one, so that packets from hosts on that subnet fail the check unless they come in by {}",
+          "connected one, so that packets from hosts on that subnet fail the check unless they come in by {}",
           line.line, line.prefix.stringValue(), link ? escaped(link->name) : "?", line.rpfText()));
     }
     if (const auto* name = std::get_if<std::string>(&line.rpf); name && !kernel.link(*name)) {
