@@ -56,7 +56,8 @@ void memory(benchmark::State& state) {
     const std::size_t before = heapBytes();
     for (U32 i = 0; i < routes; ++i) world.configure(i, Hops::many);
     state.counters["bytes/route"] = static_cast<double>(heapBytes() - before) / routes;
-    if (world.mribStatus->routeCount() != routes + subnets) state.SkipWithError("not every route is installed");
+    if (world.mribStatus->routeCount() != routes + subnets)
+      state.SkipWithError("not every route is installed");
   }
 }
 BENCHMARK(memory)->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
