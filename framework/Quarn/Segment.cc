@@ -75,7 +75,7 @@ void checkHeader(const Layout& layout, const Header& h, std::size_t fileBytes) {
   if (h.crc != h.expectedCrc()) refuse(layout, "its header is corrupt");
   if (h.major != abiMajor) refuse(layout, "its version is " + std::to_string(h.major) + ", not 1");
   if (h.kind != layout.kind) refuse(layout, "it is a table of another kind");
-  if (h.layoutHash != layout.hash() || h.slotBytes != layout.slotWords() * 8u) {
+  if (h.layoutHash != layout.hash() || h.slotBytes != U64{8} * layout.slotWords()) {
     refuse(layout, "its slots have another layout");
   }
   if (!std::has_single_bit(h.slotCount)) refuse(layout, "its slot count is no power of two");
@@ -118,7 +118,7 @@ Segment Segment::create(const Layout& layout, U64 slotCount) {
   s.base_ = base;
   s.instance_ = newInstance();
   s.slotCount_ = slotCount;
-  Header h{magicNumber, endianMark,    abiMajor,    abiMinor, layout.kind, layout.slotWords() * 8u,
+  Header h{magicNumber, endianMark,    abiMajor,    abiMinor, layout.kind, U64{8} * layout.slotWords(),
            slotCount,   layout.hash(), s.instance_, 0};
   h.crc = h.expectedCrc();
   std::memcpy(base, &h, sizeof h);

@@ -22,7 +22,7 @@ constexpr bool pooling = true;
 
 constexpr std::size_t granule = 16;
 constexpr std::size_t largest = 512;
-constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 
 struct FreeObject {
   FreeObject* next;

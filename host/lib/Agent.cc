@@ -56,6 +56,7 @@ void Agent::loadInterfaces(const KernelState& kernel) {
 /// Routes with the same next hops share a FEC.
 U64 Agent::fecFor(const std::vector<NextHop>& hops) {
   std::vector<std::pair<U32, U32>> key;
+  key.reserve(hops.size());
   for (const NextHop& h : hops) key.emplace_back(h.gateway.host(), h.link);
   const auto [it, isNew] = fecIds_.try_emplace(std::move(key), fecIds_.size() + 1);
   if (!isNew) return it->second;

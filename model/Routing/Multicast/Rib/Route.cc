@@ -45,7 +45,7 @@ template <class Family>
 void RouteOf<Family>::viaIs(const Via& via, bool present) {
   if (!present) return viaDel(via);
   if (this->via(via)) return;
-  const Via added = via;  // the argument may be an element of a set that a handler changes
+  const Via added = via;  // NOLINT: the argument may be an element of a set that a handler changes
   via_.append(added);
   tell<static_cast<void (NotifieeConst::*)(const Via&)>(&NotifieeConst::onVia)>(viaId, added);
 }
