@@ -50,6 +50,14 @@ class SortedSet {
     bool valid_;
   };
   Iterator iterator() const { return Iterator(*this); }
+  /// The smallest value that is not less than `value`, or null. Valid until the set changes.
+  const T* from(const T& value) const {
+    const std::size_t b = blockFor(value);
+    if (b == blocks_.size()) return nullptr;
+    return &*std::lower_bound(blocks_[b].begin(), blocks_[b].end(), value);
+  }
+  /// The smallest value that is greater, or null. Valid until the set changes.
+  const T* after(const T& value) const;
 
  private:
   using Block = std::vector<T>;
@@ -61,7 +69,6 @@ class SortedSet {
                                          [&](const Block& b) { return b.back() < value; });
     return static_cast<std::size_t>(it - blocks_.begin());
   }
-  const T* after(const T& value) const;
   void split(std::size_t b);
 
   std::vector<Block> blocks_;  // none is empty

@@ -81,13 +81,15 @@ ZAN_EXPORT void traceHelper(std::string_view handleName, const PtrInterface* con
 }  // namespace Zan
 
 /// Traces `...` (a chain of <<) when the handle wants the level; builds nothing otherwise.
-#define ZAN_TRACE_AT(handle, context, level, line, ...)                                                     \
+#define ZAN_TRACE_OF(handle, context, level, line, function, ...)                                           \
   do {                                                                                                      \
     if (__builtin_expect((handle).wants(level), 0)) {                                                       \
       ::Zan::Text zanText;                                                                                  \
       zanText << __VA_ARGS__;                                                                               \
       ::Zan::traceHelper((handle).name(), context, zanText.view(), level, (handle).traces(level), __FILE__, \
-                         static_cast<U32>(line), __func__);                                                 \
+                         static_cast<U32>(line), function);                                                 \
     }                                                                                                       \
   } while (false)
+#define ZAN_TRACE_AT(handle, context, level, line, ...) \
+  ZAN_TRACE_OF(handle, context, level, line, __func__, __VA_ARGS__)
 #define ZAN_TRACE(handle, context, level, ...) ZAN_TRACE_AT(handle, context, level, __LINE__, __VA_ARGS__)

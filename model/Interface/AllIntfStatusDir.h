@@ -2,6 +2,7 @@
 
 #include "Interface/IntfStatus.h"
 #include "Zan/Export.h"
+#include "Zan/Tap.h"
 
 namespace Interface {
 
@@ -22,6 +23,9 @@ class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
   Zan::Ptr<IntfStatus> intfStatusIs(Lumo::IntfId id, const Zan::Name& name);
   void intfStatusDel(Lumo::IntfId id) { intfStatus_.erase(id); }
 
+  /// Every interface that comes or goes.
+  const Zan::Taps<Lumo::IntfId>& taps() const { return taps_; }
+
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
@@ -30,6 +34,7 @@ class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
   void intfStatusLeft(IntfStatus& member);
 
   Zan::HashMap<IntfStatus, Lumo::IntfId> intfStatus_;
+  Zan::Taps<Lumo::IntfId> taps_;
 };
 
 class ZAN_EXPORT AllIntfStatusDir::NotifieeConst : public Zan::Entity::NotifieeConst {

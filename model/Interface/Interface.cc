@@ -24,12 +24,14 @@ Zan::Ptr<IntfStatus> AllIntfStatusDir::intfStatusIs(Lumo::IntfId id, const Zan::
   auto member = Zan::create<IntfStatus>(id, name);
   member->parentIs(this, intfStatusId);
   intfStatus_.insert(member);
+  taps_.tell(id);
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfStatus)>(intfStatusId,
                                                                                                 id);
   return member;
 }
 
 void AllIntfStatusDir::intfStatusLeft(IntfStatus& member) {
+  taps_.tell(member.intfId());
   member.tellLeaving();
   member.parentIs(nullptr);
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfStatus)>(

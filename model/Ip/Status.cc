@@ -24,10 +24,12 @@ void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
     intfAddr_.insert(member);
   }
   member->addr_ = addr;
+  taps_.tell(id);
   tellIntfAddr(id);
 }
 
 void Status::intfAddrLeft(IntfAddr& member) {
+  taps_.tell(member.intfId());
   member.tellLeaving();
   member.parentIs(nullptr);
   tellIntfAddr(member.intfId());

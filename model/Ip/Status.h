@@ -5,6 +5,7 @@
 #include "Zan/Entity.h"
 #include "Zan/Export.h"
 #include "Zan/HashMap.h"
+#include "Zan/Tap.h"
 
 namespace Ip {
 
@@ -45,6 +46,9 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   void intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr);
   void intfAddrDel(Lumo::IntfId id) { intfAddr_.erase(id); }
 
+  /// Every change of an interface's address.
+  const Zan::Taps<Lumo::IntfId>& taps() const { return taps_; }
+
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
@@ -54,6 +58,7 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   void tellIntfAddr(Lumo::IntfId id) const;
 
   Zan::HashMap<IntfAddr, Lumo::IntfId> intfAddr_;
+  Zan::Taps<Lumo::IntfId> taps_;
 };
 
 class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {

@@ -49,12 +49,17 @@ bool TrieGen::route(const Lumo::IpGenPrefix& prefix) const {
 void TrieGen::routeIs(const Lumo::IpGenPrefix& prefix, bool present) {
   if (!present) return routeDel(prefix);
   PrefixTrie* trie = trieFor(prefix);
-  if (trie && trie->insert(keyOf(prefix), prefix.length())) changedRouteIs(prefix);
+  if (trie && trie->insert(keyOf(prefix), prefix.length())) changed(prefix);
 }
 
 void TrieGen::routeDel(const Lumo::IpGenPrefix& prefix) {
   PrefixTrie* trie = trieFor(prefix);
-  if (trie && trie->remove(keyOf(prefix), prefix.length())) changedRouteIs(prefix);
+  if (trie && trie->remove(keyOf(prefix), prefix.length())) changed(prefix);
+}
+
+void TrieGen::changed(const Lumo::IpGenPrefix& prefix) {
+  taps_.tell(prefix);
+  changedRouteIs(prefix);
 }
 
 void TrieGen::changedRouteIs(const Lumo::IpGenPrefix& prefix) {

@@ -4,6 +4,7 @@
 #include "Routing/PrefixTrie.h"
 #include "Zan/Entity.h"
 #include "Zan/Export.h"
+#include "Zan/Tap.h"
 
 namespace Routing {
 
@@ -35,6 +36,9 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
   /// Names the prefix that changed; watchers are told each time, also when it is the same prefix again.
   void changedRouteIs(const Lumo::IpGenPrefix& prefix);
 
+  /// Every insertion and removal, by its prefix.
+  const Zan::Taps<Lumo::IpGenPrefix>& taps() const { return taps_; }
+
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
@@ -43,11 +47,13 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
     return const_cast<PrefixTrie*>(static_cast<const TrieGen*>(this)->trieFor(prefix));
   }
   const PrefixTrie* trieFor(const Lumo::IpGenPrefix& prefix) const;
+  void changed(const Lumo::IpGenPrefix& prefix);
 
   Lumo::AddressFamily af_;
   PrefixTrie trie4_;
   PrefixTrie trie6_;
   Lumo::IpGenPrefix changedRoute_;
+  Zan::Taps<Lumo::IpGenPrefix> taps_;
 };
 
 class ZAN_EXPORT TrieGen::NotifieeConst : public Zan::Entity::NotifieeConst {

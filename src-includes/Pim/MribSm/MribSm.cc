@@ -34,7 +34,7 @@ void watchInput(Ptr<Reactor>& reactor, const Value& value, bool zombie, Make mak
 
 template <class Reactor>
 Ptr<Reactor> dropInput(Ptr<Reactor>& reactor) {
-  const Ptr<Reactor> old = reactor;
+  Ptr<Reactor> old = reactor;
   reactor = nullptr;
   Zan::retire(old, &Reactor::mribSmIs);
   return old;

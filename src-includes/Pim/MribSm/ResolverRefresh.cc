@@ -13,6 +13,7 @@ using Zan::Ptr;
 
 constexpr const char* sigRefresh =
     "void Routing::Multicast::Rib::RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix&, bool)";
+constexpr const char* opDelete = "doRecursiveDelete";
 constexpr const char* sigDelete =
     "void Routing::Multicast::Rib::RouteResolverSm::doRecursiveDelete(const "
     "Routing::Multicast::Rib::Route::PtrConst&, const Routing::Multicast::Rib::PrefixSet::Ptr&)";
@@ -36,14 +37,40 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
   doRecursiveUpdate(mribForPrefix(changedPrefix));
 }
 
-/// Offers every configured prefix once; true when that changed a route, so that others may resolve now.
+/// Offers every configured prefix once, or those for which the offer may have another outcome than before, in
+/// the order of the configuration; true when that changed a route, so that others may resolve now.
 bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
-  bool anyChanged = false;
   const Ptr<Config const> mribConfig = config();
+  bool anyChanged = false;
+  U64 met = 0;  // the order of the last one
+  if (!wholePasses()) {
+    while (const RouteKeyPrefix* rkPrefix = nextMarked(met)) {
+      met = rkPrefix->order();
+      anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
+    }
+    if (!marks_.allAreMarked()) return anyChanged;
+  }
+  marks_.wholePassBegins();
   for (auto rkPrefix = mribConfig->routeIterator(); rkPrefix; ++rkPrefix) {
-    anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
+    if (rkPrefix->order() > met) {
+      anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
+    } else {
+      marks_.mark(*rkPrefix);  // all were marked when the pass had met it already
+    }
   }
   return anyChanged;
+}
+
+bool RouteResolverSm::wholePasses() const {
+  return wholePasses_ || mribSmTrace.wants(8);
+}
+
+/// The next prefix for which something has changed since it was offered; null also when that may be all.
+const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
+  const auto& shadow = mribSm_->mribShadow();
+  marks_.inputsAre({config().get(), mribStatus().get(), shadow ? shadow->trie().get() : nullptr,
+                    mribSm_->ipStatus().get(), mribSm_->intfStatus().get()});
+  return marks_.next(order, defaultPrefix());
 }
 
 /// Offers the preferences of one prefix, lowest first, up to that of its route or the first that resolves.
@@ -52,9 +79,11 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
   const Lumo::IpGenPrefix& prefix = rkPrefix.prefix();
   const Ptr<Route const> route(status().route(prefix.v4Prefix()));
   if (prefix == changedPrefix) {
-    MRIB_TRACE(8, sigRefresh << "Skipped " << prefix);
+    MRIB_TRACE_OF(8, "doMaybeRefreshRoutes", sigRefresh << "Skipped " << prefix);
+    marks_.mark(rkPrefix);
     return false;
   }
+  marks_.unmark(rkPrefix);
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
     const Ptr<RouteKeyPreference const> pinEntry(entry.get());
     const U8 preference = pinEntry->preference();
@@ -86,7 +115,7 @@ void RouteResolverSm::doRecursiveDelete(const Route::PtrConst& delRoute, const P
     return;
   }
   MRIB_TRACE(8, sigDelete << "( " << delRoute->prefix() << ", " << pset->lPrefix() << " )");
-  const PrefixSet::Ptr pin = pset;
+  const PrefixSet::Ptr pin(pset.get());
   for (auto member = pin->prefixIterator(); member; ++member) {
     doRecursiveDelete(delRoute, mribForPrefix(*member));
     MRIB_TRACE(8, sigDelete << "Processing " << *member);
@@ -100,19 +129,20 @@ void RouteResolverSm::stripVias(const Route& delRoute, const Lumo::IpGenPrefix& 
   ZAN_ASSERT(route);
   const bool connected = delRoute.routeType() == Fib::RouteType::connected;
   for (auto via = delRoute.viaIterator(); via; ++via) {
-    const Fib::Via gone = *via;
-    MRIB_TRACE(8, sigDelete << (connected ? "Connected route " : "Non-connected route ") << delRoute.prefix()
+    const auto gone = Fib::Via(*via);
+    MRIB_TRACE_OF(8, opDelete,
+                  sigDelete << (connected ? "Connected route " : "Non-connected route ") << delRoute.prefix()
                             << " being deleted");
     if (!connected) {
       route->viaDel(gone);
-      MRIB_TRACE(8, sigDelete << "Deleted via " << gone.hop << " from " << member);
+      MRIB_TRACE_OF(8, opDelete, sigDelete << "Deleted via " << gone.hop << " from " << member);
       continue;
     }
     for (auto held = route->viaIterator(); held; ++held) {
-      const Fib::Via candidate = *held;
+      const auto candidate = Fib::Via(*held);
       if (candidate.intfStatus != gone.intfStatus) continue;
       route->viaDel(candidate);
-      MRIB_TRACE(8, sigDelete << "Deleted via " << candidate.hop << " from " << member);
+      MRIB_TRACE_OF(8, opDelete, sigDelete << "Deleted via " << candidate.hop << " from " << member);
     }
   }
 }
@@ -124,7 +154,7 @@ void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
     return;
   }
   MRIB_TRACE(8, sigUpdate << "( " << pset->lPrefix() << " )");
-  const PrefixSet::Ptr pin = pset;
+  const PrefixSet::Ptr pin(pset.get());
   for (auto member = pin->prefixIterator(); member; ++member) {
     MRIB_TRACE(8, sigUpdate << "Processing " << *member);
     updateMember(*member, pin->lPrefix());

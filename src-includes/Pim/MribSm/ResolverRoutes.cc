@@ -12,6 +12,7 @@ namespace {
 
 using Zan::Ptr;
 
+constexpr const char* opAdd = "doAddOrUpdateRoute";
 constexpr const char* sigAdd =
     "S32 Routing::Multicast::Rib::RouteResolverSm::doAddOrUpdateRoute(const Routing::Multicast::Rib::Rpf&, "
     "const Lumo::IpGenPrefix&, U8)";
@@ -45,26 +46,51 @@ bool RouteResolverSm::rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPre
   return prefix.v4Prefix().address().host() >> shift == lpm.v4Prefix().address().host() >> shift;
 }
 
-/// Calls `f` with every via that the RPF contributes.
-template <class F>
-void RouteResolverSm::forEachCandidate(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
-                                       F f) const {
-  if (rpf.rpfType == Rpf::intf()) {
-    const auto& directory = mribSm_->intfStatus();
-    const auto* intf = directory ? directory->intfStatus(rpf.intfId) : nullptr;
-    f(Fib::Via{hop, Ptr<Interface::IntfStatus const>(intf)});
-    return;
-  }
-  const Ptr<Route const> lpmRoute(status().route(lpm.v4Prefix()));
-  ZAN_ASSERT(lpmRoute);
-  for (auto via = lpmRoute->viaIterator(); via; ++via) {
-    if (lpmRoute->routeType() == Fib::RouteType::connected) {
-      f(Fib::Via{hop, via->intfStatus});
-    } else {
-      f(Fib::Via(*via));
+/// Walks the vias that an RPF contributes: one by its interface, or those of the route it resolves through,
+/// with the RPF address as hop where that route is connected.
+class RouteResolverSm::CandidateVias {
+ public:
+  CandidateVias(const RouteResolverSm& resolver, const Rpf& rpf, Lumo::IpAddr hop,
+                const Lumo::IpGenPrefix& lpm)
+      : via_{hop, nullptr} {
+    if (rpf.rpfType == Rpf::intf()) {
+      const auto& directory = resolver.mribSm_->intfStatus();
+      via_.intfStatus =
+          Ptr<Interface::IntfStatus const>(directory ? directory->intfStatus(rpf.intfId) : nullptr);
+      return;
     }
+    lpmRoute_ = Ptr<Route const>(resolver.status().route(lpm.v4Prefix()));
+    ZAN_ASSERT_TEXT(lpmRoute_, "lpmRoute");
+    walk_.emplace(lpmRoute_->viaList());
+    read();
   }
-}
+
+  explicit operator bool() const { return valid_; }
+  const Fib::Via& operator*() const { return via_; }
+  const Fib::Via* operator->() const { return &via_; }
+  CandidateVias& operator++() {
+    if (walk_) {
+      ++*walk_;
+      read();
+    } else {
+      valid_ = false;
+    }
+    return *this;
+  }
+
+ private:
+  void read() {
+    valid_ = static_cast<bool>(*walk_);
+    if (!valid_) return;
+    via_.intfStatus = (*walk_)->intfStatus;
+    if (lpmRoute_->routeType() != Fib::RouteType::connected) via_.hop = (*walk_)->hop;
+  }
+
+  Ptr<Route const> lpmRoute_;
+  std::optional<Route::ViaIterator> walk_;
+  Fib::Via via_;
+  bool valid_ = true;
+};
 
 S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
   MRIB_TRACE(8, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
@@ -93,11 +119,11 @@ void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpG
   route->preferenceIs(preference);
   route->routeTypeIs(Fib::RouteType::multicastStatic);
   route->creationTimeIs(Zan::now());
-  forEachCandidate(rpf, hop, lpm, [&](const Fib::Via& via) {
-    route->viaIs(via, true);
-    MRIB_TRACE(8, "Added via " << via.hop);
-  });
-  MRIB_TRACE(5, "Added route " << prefix << " with preference " << preference);
+  for (CandidateVias via(*this, rpf, hop, lpm); via; ++via) {
+    route->viaIs(*via, true);
+    MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
+  }
+  MRIB_TRACE_OF(5, opAdd, "Added route " << prefix << " with preference " << preference);
   doAddWatchPrefix(lpm, prefix);
 }
 
@@ -106,21 +132,22 @@ void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpG
 S32 RouteResolverSm::updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                                  const Lumo::IpGenPrefix& prefix, U8 preference) {
   if (route.preference() != preference) {
-    MRIB_TRACE(8, sigAdd << " Preference changed from " << route.preference() << " to " << preference);
+    MRIB_TRACE_OF(8, opAdd,
+                  sigAdd << " Preference changed from " << route.preference() << " to " << preference);
     route.preferenceIs(preference);
     route.viaDelAll();
     doDelWatchPrefix(prefix, nullptr);
   }
   bool added = false;
-  forEachCandidate(rpf, hop, lpm, [&](const Fib::Via& via) {
-    if (route.via(via)) return;
-    route.viaIs(via, true);
-    MRIB_TRACE(8, "Added via " << via.hop);
+  for (CandidateVias via(*this, rpf, hop, lpm); via; ++via) {
+    if (route.via(*via)) continue;
+    route.viaIs(*via, true);
+    MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
     added = true;
-  });
+  }
   doAddWatchPrefix(lpm, prefix);
   if (!added) return nothingToDo;
-  MRIB_TRACE(5, "Updated route " << prefix << " with preference " << preference);
+  MRIB_TRACE_OF(5, opAdd, "Updated route " << prefix << " with preference " << preference);
   return changed;
 }
 
@@ -148,11 +175,11 @@ S32 RouteResolverSm::doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) {
     MRIB_TRACE(8, "LPM is absent for hop " << *hop);
     return 0;
   }
-  forEachCandidate(rpf, *hop, lpm, [&](const Fib::Via& via) {
-    if (!route->via(via)) return;
-    route->viaDel(via);
-    MRIB_TRACE(8, "Deleted via " << via.hop);
-  });
+  for (CandidateVias via(*this, rpf, *hop, lpm); via; ++via) {
+    if (!route->via(*via)) continue;
+    route->viaDel(*via);
+    MRIB_TRACE(8, "Deleted via " << via->hop);
+  }
   MRIB_TRACE(5, sigDelRpf << " Deleted route" << prefix << "'s vias"
                           << " with preference " << preference);
   doDelWatchPrefix(prefix, nullptr);

@@ -30,6 +30,11 @@ void RouteResolverSm::mribForPrefixIs(const PrefixSet::Ptr& set) {
         "null _mribForPrefix parameter to mutator for "
         "Routing::Multicast::Rib::RouteResolverSm::mribForPrefix not allowed\"");
   }
+  marks_.markAll();
+  enterSet(set);
+}
+
+void RouteResolverSm::enterSet(const PrefixSet::Ptr& set) {
   ZanMribForPrefix* entry = mribForPrefix_.lookup(set->lPrefix());
   if (!entry) {
     newMribForPrefix(set);
@@ -39,11 +44,13 @@ void RouteResolverSm::mribForPrefixIs(const PrefixSet::Ptr& set) {
 }
 
 PrefixSet::Ptr RouteResolverSm::mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix) {
+  marks_.markAll();
   const Ptr<ZanMribForPrefix> entry = mribForPrefix_.erase(lPrefix);
   return entry ? entry->mribForPrefix() : nullptr;
 }
 
 void RouteResolverSm::mribForPrefixDelAll() {
+  marks_.markAll();
   for (auto entry = mribForPrefix_.iterator(); entry; ++entry) entry.erase();
 }
 
@@ -65,7 +72,7 @@ void RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const L
   if (set->prefix(p)) return;
   set->prefixIs(p, true);
   route->prefixSetIs(set);
-  mribForPrefixIs(set);
+  enterSet(set);
   MRIB_TRACE(5, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);
 }
 
@@ -78,7 +85,7 @@ void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const Pr
     return;
   }
   for (auto entry = route->prefixSetIterator(); entry; ++entry) {
-    const PrefixSet::Ptr set = *entry;
+    const PrefixSet::Ptr set(entry->get());
     delWatch(*route, prefix, *set);
   }
 }
@@ -87,8 +94,10 @@ void RouteResolverSm::delWatch(Route& route, const Lumo::IpGenPrefix& prefix, Pr
   const Lumo::IpGenPrefix lPrefix = set.lPrefix();
   set.prefixDel(prefix);
   route.prefixSetDel(lPrefix);
-  if (set.prefixCount() == 0) mribForPrefixDel(lPrefix);
-  MRIB_TRACE(5, sigDelWatch << "Deleted prefix " << prefix << " from prefix set " << lPrefix);
+  if (set.prefixCount() == 0) mribForPrefix_.erase(lPrefix);
+  marks_.touch(route.prefix());
+  MRIB_TRACE_OF(5, "doDelWatchPrefix",
+                sigDelWatch << "Deleted prefix " << prefix << " from prefix set " << lPrefix);
 }
 
 }  // namespace Routing::Multicast::Rib

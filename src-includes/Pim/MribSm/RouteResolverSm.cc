@@ -98,7 +98,7 @@ void RouteResolverSm::uribStatusIs(const Ptr<Routing::Shadow::Status>& status) {
 }
 
 Ptr<RouteResolverSm::ZanUribStatus> RouteResolverSm::uribStatusDel() {
-  const Ptr<ZanUribStatus> old = std::exchange(uribStatus_, nullptr);
+  Ptr<ZanUribStatus> old = std::exchange(uribStatus_, nullptr);
   Zan::retire(old, &ZanUribStatus::routeResolverSmIs);
   return old;
 }
@@ -116,7 +116,7 @@ void RouteResolverSm::mribStatusIs(const Ptr<Status>& status) {
 }
 
 Ptr<RouteResolverSm::ZanMribStatus> RouteResolverSm::mribStatusDel() {
-  const Ptr<ZanMribStatus> old = std::exchange(mribStatus_, nullptr);
+  Ptr<ZanMribStatus> old = std::exchange(mribStatus_, nullptr);
   Zan::retire(old, &ZanMribStatus::routeResolverSmIs);
   return old;
 }
@@ -136,7 +136,7 @@ void RouteResolverSm::zan_TrieInIs(const Ptr<TrieGen const>& trie) {
 }
 
 Ptr<Config const> RouteResolverSm::config() const {
-  const Ptr<Config const> mribConfig = mribSm_->mribConfig();
+  Ptr<Config const> mribConfig = mribSm_->mribConfig();
   ZAN_ASSERT(mribConfig);
   return mribConfig;
 }
@@ -146,6 +146,11 @@ Status& RouteResolverSm::status() const {
   return const_cast<Status&>(*mribStatus_->notifier());
 }
 
+void RouteResolverSm::defaultPrefixIs(const Lumo::IpGenPrefix& v) {
+  if (defaultPrefix_ != v) marks_.markAll();
+  defaultPrefix_ = v;
+}
+
 // ---- Unicast changes ----
 
 /// Copies every connected unicast route with a via into the MRIB status.
@@ -153,12 +158,13 @@ void RouteResolverSm::handleInitialize() {
   MRIB_TRACE(8, sigInitialize);
   if (initialized()) return;
   if (const Ptr<Routing::Shadow::Status> urib = uribStatus(); urib && urib->routeStatus()) {
-    urib->routeStatus()->forEach([&](const Quarn::Fib::Route& route) {
-      const auto fec = connectedFec(route);
-      if (!fec) return;
-      copyConnectedRoute(route, *fec);
-      MRIB_TRACE(5, sigInitialize << "Added connected route " << route.prefix << "into Mrib status");
-    });
+    for (auto walk = urib->routeStatus()->iterator(); walk; ++walk) {
+      const auto route = walk.getOrHandled();
+      const auto fec = route ? connectedFec(*route) : std::nullopt;
+      if (!fec) continue;
+      copyConnectedRoute(*route, *fec, "handleInitialize");
+      MRIB_TRACE(5, sigInitialize << "Added connected route " << route->prefix << "into Mrib status");
+    }
   }
   defaultPrefixIs(Lumo::IpGenPrefix("0.0.0.0/0"));
 }
@@ -173,7 +179,8 @@ std::optional<Quarn::Fib::Fec> RouteResolverSm::connectedFec(const Quarn::Fib::R
   return fec;
 }
 
-void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec) {
+void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec,
+                                         const char* handler) {
   const Ptr<Route> copy = status().routeIs(route.prefix);
   copy->preferenceIs(route.preference);
   copy->routeTypeIs(Fib::RouteType::connected);
@@ -181,7 +188,7 @@ void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Q
     const Quarn::Fib::FecVia& via = fec.via[Fib::ViaIndex(i).value()];
     const auto* intf = intfStatus_ ? intfStatus_->intfStatus(via.intf) : nullptr;
     copy->viaIs({via.hop, Ptr<Interface::IntfStatus const>(intf)}, true);
-    MRIB_TRACE(8, "Added via " << via.hop);
+    MRIB_TRACE_OF(8, handler, "Added via " << via.hop);
   }
 }
 
@@ -206,7 +213,7 @@ void RouteResolverSm::handleChangedRoute() {
   }
   if (!present) {
     if (const auto fec = connectedFec(*route)) {
-      copyConnectedRoute(*route, *fec);
+      copyConnectedRoute(*route, *fec, "handleChangedRoute");
       MRIB_TRACE(5, sigChangedRoute << "New connected route " << changedRoute << "added to Mrib");
     }
   }

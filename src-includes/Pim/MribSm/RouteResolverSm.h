@@ -4,6 +4,7 @@
 
 #include "Interface/AllIntfStatusDir.h"
 #include "Ip/Status.h"
+#include "Pim/MribSm/RefreshMarks.h"
 #include "Routing/Multicast/Rib/Config.h"
 #include "Routing/Multicast/Rib/Status.h"
 #include "Routing/Shadow/Status.h"
@@ -55,7 +56,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   bool initialized() const { return initialized_; }
   void initializedIs(bool v) { initialized_ = v; }
   const Lumo::IpGenPrefix& defaultPrefix() const { return defaultPrefix_; }
-  void defaultPrefixIs(const Lumo::IpGenPrefix& v) { defaultPrefix_ = v; }
+  void defaultPrefixIs(const Lumo::IpGenPrefix& v);
   MribSm* mribSm() const { return mribSm_; }
   /// The unicast trie that the resolver follows: always that of `uribStatus`.
   Zan::Ptr<TrieGen const> zan_TrieIn() const;
@@ -89,24 +90,30 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefix, bool add);
   void doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset);
   void doRecursiveUpdate(const PrefixSet::Ptr& pset);
+  /// Whether a refresh offers every configured prefix, not only those for which something has changed. The
+  /// state ends the same; the traces of a step that changes nothing are written by whole passes alone, which
+  /// therefore run whenever level 8 is traced.
+  void wholePassesIs(bool whole) { wholePasses_ = whole; }
 
  private:
   /// The RPF address; nothing when the RPF is an interface without one.
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
   bool rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
-  template <class F>
-  void forEachCandidate(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm, F f) const;
+  class CandidateVias;
   void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                 const Lumo::IpGenPrefix& prefix, U8 preference);
   S32 updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                   const Lumo::IpGenPrefix& prefix, U8 preference);
+  void enterSet(const PrefixSet::Ptr& set);
   void delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set);
 
-  void copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec);
+  void copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec, const char* handler);
   std::optional<Quarn::Fib::Fec> connectedFec(const Quarn::Fib::Route& route) const;
 
   bool refreshPass(const Lumo::IpGenPrefix& changedPrefix);
+  const RouteKeyPrefix* nextMarked(U64 order);
+  bool wholePasses() const;
   bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
   void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
@@ -126,6 +133,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   Lumo::IpGenPrefix defaultPrefix_;
   MribSm* mribSm_;
   Zan::Ptr<ZanZan_TrieIn> zan_TrieIn_;
+  RefreshMarks marks_;
+  bool wholePasses_ = false;
 };
 
 /// Entry of `mribForPrefix`: one prefix set, keyed by its resolving prefix.

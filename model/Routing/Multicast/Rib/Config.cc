@@ -33,12 +33,20 @@ std::string Rpf::stringValue() const {
 RouteKeyPreference::~RouteKeyPreference() = default;
 
 void RouteKeyPreference::rpfIs(const Rpf& rpf) {
-  if (rpf_.insert(rpf)) tell<onRpf>(rpfId, rpf);
+  if (!rpf_.insert(rpf)) return;
+  touched(rpf, true);
+  tell<onRpf>(rpfId, rpf);
 }
 
 void RouteKeyPreference::rpfDel(const Rpf& rpf) {
   const Rpf removed = rpf;  // the argument may be the very element
-  if (rpf_.erase(removed)) tell<onRpf>(rpfId, removed);
+  if (!rpf_.erase(removed)) return;
+  touched(removed, false);
+  tell<onRpf>(rpfId, removed);
+}
+
+void RouteKeyPreference::touched(const Rpf& rpf, bool present) const {
+  if (parent()) static_cast<RouteKeyPrefix*>(parent())->rpfTouched(rpf, present);
 }
 
 void RouteKeyPreference::zanLeft() {
@@ -61,14 +69,26 @@ void RouteKeyPrefix::prefIs(const Zan::Ptr<RouteKeyPreference>& entry) {
   if (old == entry.get()) return;
   if (old) {
     old->zanOrphaned();
-    pref_.erase(old);
+    prefTouched(*pref_.erase(old), false);
   }
   entry->parentIs(this, prefId);
   pref_.insert(entry);
+  prefTouched(*entry, true);
   tellPref(entry->preference());
 }
 
+void RouteKeyPrefix::rpfTouched(const Rpf& rpf, bool present) const {
+  if (parent()) static_cast<Config*>(parent())->taps().tell({*this, &rpf, present});
+}
+
+void RouteKeyPrefix::prefTouched(const RouteKeyPreference& entry, bool present) const {
+  if (!parent()) return;
+  for (auto rpf = entry.rpfIterator(); rpf; ++rpf) rpfTouched(*rpf, present);
+  static_cast<Config*>(parent())->taps().tell({*this, nullptr, true});
+}
+
 void RouteKeyPrefix::prefLeft(RouteKeyPreference& entry) {
+  prefTouched(entry, false);
   entry.tellLeaving();
   entry.parentIs(nullptr);
   tellPref(entry.preference());
@@ -102,14 +122,24 @@ void Config::routeIs(const Zan::Ptr<RouteKeyPrefix>& entry) {
   if (old == entry.get()) return;
   if (old) {
     old->zanOrphaned();
-    route_.erase(old);
+    routeTouched(*route_.erase(old), false);
   }
   entry->parentIs(this, routeId);
+  entry->order_ = nextOrder_++;
   route_.insert(entry);
+  routeTouched(*entry, true);
   tellRoute(entry->prefix());
 }
 
+void Config::routeTouched(const RouteKeyPrefix& entry, bool present) const {
+  for (auto pref = entry.prefIterator(); pref; ++pref) {
+    for (auto rpf = pref->rpfIterator(); rpf; ++rpf) taps_.tell({entry, &*rpf, present});
+  }
+  taps_.tell({entry, nullptr, present});
+}
+
 void Config::routeLeft(RouteKeyPrefix& entry) {
+  routeTouched(entry, false);
   entry.tellLeaving();
   entry.parentIs(nullptr);
   tellRoute(entry.prefix());

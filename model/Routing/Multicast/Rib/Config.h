@@ -2,8 +2,17 @@
 
 #include "Routing/Multicast/Rib/RouteKeyPrefix.h"
 #include "Zan/Export.h"
+#include "Zan/Tap.h"
 
 namespace Routing::Multicast::Rib {
+
+/// An RPF that came to or left an entry of the configuration; without RPF, the entry itself or one of its
+/// preferences did.
+struct ConfigChange {
+  const RouteKeyPrefix& entry;
+  const Rpf* rpf;
+  bool present;
+};
 
 /// The MRIB configuration: the statically configured multicast routes by source prefix.
 class ZAN_EXPORT Config : public Zan::NamedEntity {
@@ -27,15 +36,21 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
   /// Tells the watchers that any entry may have changed.
   void routeNotifyAll() const;
 
+  /// Every RPF and every entry that comes or goes. An entry that goes takes its RPFs along first.
+  const Zan::Taps<ConfigChange>& taps() const { return taps_; }
+
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
   friend class RouteKeyPrefix;
   void routeLeft(RouteKeyPrefix& entry);
+  void routeTouched(const RouteKeyPrefix& entry, bool present) const;
   void tellRoute(const Lumo::IpGenPrefix& prefix) const;
 
   RouteMap route_;
+  U64 nextOrder_ = 1;
+  Zan::Taps<ConfigChange> taps_;
 };
 
 class ZAN_EXPORT Config::NotifieeConst : public Zan::Entity::NotifieeConst {

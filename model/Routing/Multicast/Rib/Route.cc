@@ -8,10 +8,17 @@ namespace Routing::Multicast {
 template <class Family>
 RouteOf<Family>::~RouteOf() = default;
 
+/// What others resolve through has changed.
+template <class Family>
+void RouteOf<Family>::touched() const {
+  if (parent()) static_cast<StatusOf<Family>*>(parent())->taps().tell(prefix_);
+}
+
 template <class Family>
 void RouteOf<Family>::preferenceIs(U8 preference) {
   if (preference_ == preference) return;
   preference_ = preference;
+  touched();
   tell<&NotifieeConst::onPreference>(preferenceId);
 }
 
@@ -19,6 +26,7 @@ template <class Family>
 void RouteOf<Family>::routeTypeIs(Fib::RouteType type) {
   if (routeType_ == type) return;
   routeType_ = type;
+  touched();
   tell<&NotifieeConst::onRouteType>(routeTypeId);
 }
 
@@ -47,6 +55,7 @@ void RouteOf<Family>::viaIs(const Via& via, bool present) {
   if (this->via(via)) return;
   const Via added = via;  // NOLINT: the argument may be an element of a set that a handler changes
   via_.append(added);
+  touched();
   tell<static_cast<void (NotifieeConst::*)(const Via&)>(&NotifieeConst::onVia)>(viaId, added);
 }
 
@@ -55,6 +64,7 @@ void RouteOf<Family>::viaDel(const Via& via) {
   const Via* place = via_.find([&](const Via& v) { return v == via; });
   if (!place) return;
   const Via removed = via_.remove(place);
+  touched();
   tell<static_cast<void (NotifieeConst::*)(const Via&)>(&NotifieeConst::onVia)>(viaId, removed);
 }
 

@@ -53,7 +53,10 @@ class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Fa
   bool via(const Via& via) const;
   U32 viaCount() const { return via_.size(); }
   /// Walks the vias in the order in which they were added.
-  typename Zan::ListSet<Via>::Iterator viaIterator() const { return via_.iterator(); }
+  using ViaIterator = typename Zan::ListSet<Via>::Iterator;
+  ViaIterator viaIterator() const { return via_.iterator(); }
+  /// What a `ViaIterator` can be made on where it lives in another object.
+  const Zan::ListSet<Via>& viaList() const { return via_; }
   void viaIs(const Via& via, bool present);
   void viaDel(const Via& via);
   /// Removes every via; watchers hear of each one after its removal.
@@ -73,6 +76,7 @@ class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Fa
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
+  void touched() const;
   const PrefixSet::Ptr* findSet(const Lumo::IpGenPrefix& lPrefix) const;
 
   Prefix prefix_;

@@ -33,6 +33,8 @@ class ZAN_EXPORT RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMemb
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
+  void touched(const Rpf& rpf, bool present) const;
+
   U8 preference_;
   Zan::SortedSet<Rpf> rpf_;
 };

@@ -36,16 +36,23 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
   /// Tells the watchers that any preference may have changed.
   void prefNotifyAll() const;
 
+  /// Grows in the order in which a configuration's walk meets its entries.
+  U64 order() const { return order_; }
+
   void zanLeft();
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
   friend class RouteKeyPreference;
+  friend class Config;
   void prefLeft(RouteKeyPreference& entry);
+  void rpfTouched(const Rpf& rpf, bool present) const;
+  void prefTouched(const RouteKeyPreference& entry, bool present) const;
   void tellPref(U8 preference) const;
 
   Lumo::IpGenPrefix prefix_;
+  U64 order_ = 0;
   PrefMap pref_;
 };
 

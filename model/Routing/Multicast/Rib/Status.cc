@@ -13,6 +13,7 @@ Zan::Ptr<RouteOf<Family>> StatusOf<Family>::routeIs(const Prefix& prefix) {
   auto added = Zan::create<Route>(prefix);
   added->parentIs(this, routeId);
   route_.insert(added);
+  taps_.tell(prefix);
   tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId,
                                                                                      added->prefix());
   return added;
@@ -20,6 +21,7 @@ Zan::Ptr<RouteOf<Family>> StatusOf<Family>::routeIs(const Prefix& prefix) {
 
 template <class Family>
 void StatusOf<Family>::routeLeft(Route& route) {
+  taps_.tell(route.prefix());
   route.tellLeaving();
   route.parentIs(nullptr);
   tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId, route.prefix());

@@ -2,6 +2,7 @@
 
 #include "Routing/Multicast/Rib/Route.h"
 #include "Zan/Export.h"
+#include "Zan/Tap.h"
 
 namespace Routing::Multicast {
 
@@ -32,6 +33,9 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
   /// Tells the watchers that any route may have changed.
   void routeNotifyAll() const;
 
+  /// Every route that comes, goes or changes its preference, type or vias, by its prefix.
+  const Zan::Taps<Prefix>& taps() const { return taps_; }
+
   void isNondestructingIs(bool nondestructing) override;
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
@@ -41,6 +45,7 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
   void routeLeft(Route& route);
 
   RouteMap route_;
+  Zan::Taps<Prefix> taps_;
 };
 
 /// The order of the handlers is part of the interface.

@@ -1,0 +1,193 @@
+#include "Pim/MribSm/RefreshMarks.h"
+
+#include <algorithm>
+
+namespace Routing::Multicast::Rib {
+
+namespace {
+
+U32 lastOf(const Lumo::Prefix& prefix) {
+  return prefix.address().host() | ~Lumo::Prefix::mask(prefix.length());
+}
+
+}  // namespace
+
+// ---- What is listened to ----
+
+void RefreshMarks::inputsAre(const Inputs& inputs) {
+  const auto follow = [](auto& tap, const auto* record) {
+    if (record ? tap.isOn(record->taps()) : !tap.isOn()) return false;
+    record ? tap.attach(record->taps()) : tap.detach();
+    return true;
+  };
+  bool replaced = follow(configTap_, inputs.config);
+  replaced |= follow(statusTap_, inputs.status);
+  replaced |= follow(trieTap_, inputs.trie);
+  replaced |= follow(ipTap_, inputs.ipStatus);
+  replaced |= follow(intfTap_, inputs.intfStatus);
+  if (!replaced) return;
+  inputs_ = inputs;
+  indexAll();
+  markAll();
+}
+
+void RefreshMarks::markAll() {
+  all_ = true;
+  touched_.clear();
+  touchedIntfs_.clear();
+}
+
+void RefreshMarks::wholePassBegins() {
+  markAll();
+  all_ = false;
+}
+
+void RefreshMarks::hearConfig(const ConfigChange& change) {
+  const RouteKeyPrefix& entry = change.entry;
+  if (change.rpf) change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
+  const bool configured = inputs_.config->route(entry.prefix()) == &entry;
+  if (entry.prefix().af() != Lumo::ipv4()) configured ? foreign_.insert(&entry) : foreign_.erase(&entry);
+  configured ? mark(entry) : unmark(entry);
+}
+
+void RefreshMarks::touch(const Lumo::Prefix& prefix) {
+  if (all_ || (!touched_.empty() && touched_.back() == prefix)) return;
+  if (!listens()) return markAll();
+  touched_.push_back(prefix);
+  constexpr std::size_t fewNotes = 64;
+  if (touched_.size() > std::max<std::size_t>(fewNotes, inputs_.config->routeCount())) markAll();
+}
+
+void RefreshMarks::touchIntf(U32 intf) {
+  if (!all_ && byIntf_.from({intf, nullptr})) touchedIntfs_.push_back(intf);
+}
+
+// ---- The index ----
+
+void RefreshMarks::indexAll() {
+  byAddress_.clear();
+  byIntf_.clear();
+  intfAddresses_.clear();
+  foreign_.clear();
+  marked_.clear();
+  if (!inputs_.config) return;
+  for (auto entry = inputs_.config->routeIterator(); entry; ++entry) {
+    if (entry->prefix().af() != Lumo::ipv4()) foreign_.insert(entry.get());
+    for (auto pref = entry->prefIterator(); pref; ++pref) {
+      for (auto rpf = pref->rpfIterator(); rpf; ++rpf) index(*entry, *rpf);
+    }
+  }
+}
+
+void RefreshMarks::index(const RouteKeyPrefix& entry, const Rpf& rpf) {
+  if (rpf.rpfType == Rpf::addr()) byAddress_.insert({rpf.address.v4Addr().host(), &entry});
+  if (rpf.rpfType == Rpf::intf() && byIntf_.insert({rpf.intfId.value(), &entry})) {
+    readIntfAddress(rpf.intfId.value());
+  }
+}
+
+void RefreshMarks::unindex(const RouteKeyPrefix& entry, const Rpf& rpf) {
+  if (isNamedElsewhere(entry, rpf)) return;
+  if (rpf.rpfType == Rpf::addr()) byAddress_.erase({rpf.address.v4Addr().host(), &entry});
+  if (rpf.rpfType == Rpf::intf() && byIntf_.erase({rpf.intfId.value(), &entry})) {
+    readIntfAddress(rpf.intfId.value());
+  }
+}
+
+/// Whether an entry that is configured has the RPF at another preference.
+bool RefreshMarks::isNamedElsewhere(const RouteKeyPrefix& entry, const Rpf& rpf) const {
+  if (inputs_.config->route(entry.prefix()) != &entry) return false;
+  for (auto pref = entry.prefIterator(); pref; ++pref) {
+    if (pref->rpf(rpf)) return true;
+  }
+  return false;
+}
+
+/// Keeps the address of an interface that RPFs name, and forgets that of another.
+void RefreshMarks::readIntfAddress(U32 intf) {
+  if (const auto old = addressOfIntf_.find(intf); old != addressOfIntf_.end()) {
+    intfAddresses_.erase({old->second, intf});
+    addressOfIntf_.erase(old);
+  }
+  const User<U32>* user = byIntf_.from({intf, nullptr});
+  if (!user || user->key != intf || !ipTap_.isOn()) return;
+  if (const auto* entry = inputs_.ipStatus->intfAddr(Lumo::IntfId(intf))) {
+    addressOfIntf_[intf] = entry->addr().host();
+    intfAddresses_.insert({entry->addr().host(), intf});
+  }
+}
+
+// ---- The marks ----
+
+void RefreshMarks::mark(const RouteKeyPrefix& entry) {
+  if (!all_) marked_.insert({entry.order(), &entry});
+}
+
+void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
+  marked_.erase({entry.order(), &entry});
+}
+
+const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {
+  if (!listens()) markAll();
+  settle(defaultPrefix);
+  const Marked* marked = all_ ? nullptr : marked_.from({order + 1, nullptr});
+  return marked ? marked->entry : nullptr;
+}
+
+/// Turns what was noted into marks.
+void RefreshMarks::settle(const Lumo::IpGenPrefix& defaultPrefix) {
+  for (const U32 intf : touchedIntfs_) {
+    readIntfAddress(intf);
+    markUsersOf(intf);
+  }
+  for (const Lumo::Prefix& prefix : touched_) {
+    if (const auto* entry = inputs_.config->route(prefix)) mark(*entry);
+    if (prefix == Lumo::Prefix()) {  // the key under which the routes of other families are looked up
+      for (auto entry = foreign_.iterator(); entry; ++entry) mark(**entry);
+    }
+    // Nothing resolves through the default route: to have it as the longest match or none is the same.
+    if (Lumo::IpGenPrefix(prefix) != defaultPrefix) markDependants(prefix);
+  }
+  touchedIntfs_.clear();
+  touched_.clear();
+}
+
+/// Marks those with an RPF address below `prefix` that has no longer match.
+void RefreshMarks::markDependants(const Lumo::Prefix& prefix) {
+  const auto walk = [&](const auto& set, auto first, auto addressOf, auto markAt) {
+    const U32 last = lastOf(prefix);
+    for (const auto* at = set.from(first(prefix.address().host())); at && addressOf(*at) <= last;) {
+      const Lumo::IpGenPrefix match =
+          inputs_.trie->longestMatch({Lumo::IpAddr::fromHost(addressOf(*at)), 32});
+      if (match.empty() || match.length() <= prefix.length()) {
+        markAt(*at);
+        at = set.after(*at);
+      } else if (const U32 end = lastOf(match.v4Prefix()); end < last) {
+        at = set.from(first(end + 1));
+      } else {
+        return;
+      }
+    }
+  };
+  walk(
+      byAddress_,
+      [](U32 address) {
+        return User<U32>{address, nullptr};
+      },
+      [](const User<U32>& u) { return u.key; }, [&](const User<U32>& u) { mark(*u.entry); });
+  walk(
+      intfAddresses_,
+      [](U32 address) {
+        return IntfAddress{address, 0};
+      },
+      [](const IntfAddress& i) { return i.address; }, [&](const IntfAddress& i) { markUsersOf(i.intf); });
+}
+
+void RefreshMarks::markUsersOf(U32 intf) {
+  for (const auto* user = byIntf_.from({intf, nullptr}); user && user->key == intf;
+       user = byIntf_.after(*user)) {
+    mark(*user->entry);
+  }
+}
+
+}  // namespace Routing::Multicast::Rib

@@ -1,0 +1,127 @@
+#pragma once
+
+#include <unordered_map>
+#include <vector>
+
+#include "Interface/AllIntfStatusDir.h"
+#include "Ip/Status.h"
+#include "Routing/Multicast/Rib/Config.h"
+#include "Routing/Multicast/Rib/Status.h"
+#include "Routing/TrieGen.h"
+#include "Zan/SortedSet.h"
+#include "Zan/Tap.h"
+
+namespace Routing::Multicast::Rib {
+
+/// Which configured prefixes a refresh must offer again.
+///
+/// A refresh offers every configured prefix to the resolver, in whole passes, until a pass changes nothing.
+/// Nearly all of these offers find everything as it was. An offer that has been made once writes nothing when
+/// it is made again, unless something that it reads has changed in between; so the refresh may leave out
+/// every prefix of which that is known. What the offer of a prefix reads is
+///
+/// - its preferences and RPFs in the configuration,
+/// - its own route and the prefix sets that hold it,
+/// - for an interface RPF, the interface's address and its status entry,
+/// - the longest match of each RPF address in the look-up trie,
+/// - the type and the vias of the route that was matched.
+///
+/// The marks listen at the records themselves (`Zan::Tap`), so that no change escapes them, whoever makes it
+/// and whichever reactors sleep. A change that comes as a prefix P, a route or a trie entry, concerns the
+/// configured prefix P and those with an RPF address whose longest match may be P: an index from RPF address
+/// to configured prefixes gives the addresses below P, and those that have a longer match are passed over
+/// together with the rest of that match. Such changes are only noted when they happen, and settled when a
+/// refresh asks for the next prefix: one that has lost a longer match in between has been noted for that.
+///
+/// Marked prefixes are handed out in the order in which a whole pass meets them. One that is marked while a
+/// pass stands before it is met in that pass; one behind, in the next. A prefix that is marked too often
+/// costs a look at it, one that is not marked would be an error: when in doubt (an input was replaced, too
+/// much was noted), all are marked.
+///
+/// Costs: a change, a logarithmic search and a few steps for each prefix that it marks; memory, 16 bytes for
+/// each address RPF and a little slack.
+class RefreshMarks {
+ public:
+  /// What the resolver reads. The interfaces' two may be null.
+  struct Inputs {
+    const Config* config;
+    const Status* status;
+    const TrieGen* trie;
+    const Ip::Status* ipStatus;
+    const Interface::AllIntfStatusDir* intfStatus;
+  };
+
+  RefreshMarks() = default;
+
+  /// Listens to these from now on. When one is not what it was, everything is marked.
+  void inputsAre(const Inputs& inputs);
+  /// Whether it still listens to all that must be there.
+  bool listens() const { return configTap_.isOn() && statusTap_.isOn() && trieTap_.isOn(); }
+  void markAll();
+  bool allAreMarked() const { return all_; }
+  /// A whole pass begins, which will meet every prefix.
+  void wholePassBegins();
+
+  /// Says that something about `prefix`, or about what resolves through it, has changed.
+  void touch(const Lumo::Prefix& prefix);
+  /// The prefix is about to be offered.
+  void unmark(const RouteKeyPrefix& entry);
+  void mark(const RouteKeyPrefix& entry);
+  /// The first marked prefix that a walk meets behind the one with this order (0: from the start), or null.
+  const RouteKeyPrefix* next(U64 order, const Lumo::IpGenPrefix& defaultPrefix);
+
+  U32 markedCount() const { return marked_.size(); }
+
+ private:
+  /// A configured prefix by an address or an interface that one of its RPFs names.
+  template <class Key>
+  struct User {
+    Key key;
+    const RouteKeyPrefix* entry;
+    friend auto operator<=>(const User&, const User&) = default;
+  };
+  struct Marked {
+    U64 order;
+    const RouteKeyPrefix* entry;
+    friend bool operator<(const Marked& a, const Marked& b) { return a.order < b.order; }
+  };
+  /// An interface that RPFs name, under the address that it had when they were last looked at.
+  struct IntfAddress {
+    U32 address;
+    U32 intf;
+    friend auto operator<=>(const IntfAddress&, const IntfAddress&) = default;
+  };
+
+  void hearConfig(const ConfigChange& change);
+  void hearTrie(const Lumo::IpGenPrefix& prefix) { touch(prefix.v4Prefix()); }
+  void hearIpStatus(const Lumo::IntfId& id) { touchIntf(id.value()); }
+  void touchIntf(U32 intf);
+
+  void indexAll();
+  void index(const RouteKeyPrefix& entry, const Rpf& rpf);
+  void unindex(const RouteKeyPrefix& entry, const Rpf& rpf);
+  bool isNamedElsewhere(const RouteKeyPrefix& entry, const Rpf& rpf) const;
+  void readIntfAddress(U32 intf);
+
+  void settle(const Lumo::IpGenPrefix& defaultPrefix);
+  void markDependants(const Lumo::Prefix& prefix);
+  void markUsersOf(U32 intf);
+
+  Inputs inputs_{};
+  bool all_ = true;
+  Zan::SortedSet<Marked> marked_;
+  Zan::SortedSet<User<U32>> byAddress_;  // address RPFs
+  Zan::SortedSet<User<U32>> byIntf_;     // interface RPFs
+  Zan::SortedSet<IntfAddress> intfAddresses_;
+  std::unordered_map<U32, U32> addressOfIntf_;
+  Zan::SortedSet<const RouteKeyPrefix*> foreign_;  // not of IPv4
+  std::vector<Lumo::Prefix> touched_;
+  std::vector<U32> touchedIntfs_;
+  Zan::Tap<ConfigChange> configTap_ = Zan::Tap<ConfigChange>::to<&RefreshMarks::hearConfig>(this);
+  Zan::Tap<Lumo::Prefix> statusTap_ = Zan::Tap<Lumo::Prefix>::to<&RefreshMarks::touch>(this);
+  Zan::Tap<Lumo::IpGenPrefix> trieTap_ = Zan::Tap<Lumo::IpGenPrefix>::to<&RefreshMarks::hearTrie>(this);
+  Zan::Tap<Lumo::IntfId> ipTap_ = Zan::Tap<Lumo::IntfId>::to<&RefreshMarks::hearIpStatus>(this);
+  Zan::Tap<Lumo::IntfId> intfTap_ = Zan::Tap<Lumo::IntfId>::to<&RefreshMarks::hearIpStatus>(this);
+};
+
+}  // namespace Routing::Multicast::Rib
