@@ -1,5 +1,7 @@
 #pragma once
 
+#include <bit>
+#include <cstdint>
 #include <memory>
 
 #include "Zan/Bookmark.h"
@@ -23,13 +25,14 @@ class HashMember {
   friend class HashMap;
   V* next_ = nullptr;
   V* prev_ = nullptr;
-  V* chain_ = nullptr;
 };
 
 /// Keyed collection of counted members that carry their key and their links. A hash index (by the key's
 /// `hash()` and `operator==`) over a list in order of insertion, so that walks are the same in every run and
 /// growing moves nobody. Holds one reference to each member. Lookup, insertion and deletion cost constant
-/// time; up to `scanned` members need no index at all.
+/// time; up to `scanned` members need no index at all. The index is an open table of member pointers with 16
+/// bits of the hash in each, so that a search reads, next to one line of the table, only the member that it
+/// finds.
 template <class V, class K>
 class HashMap {
  public:
@@ -68,14 +71,31 @@ class HashMap {
   };
   static constexpr U32 scanned = 8;
 
+  /// A member and the top 16 bits of its hash, which user space pointers leave free.
+  using Slot = U64;
+  static constexpr Slot emptySlot = 0;
+  static constexpr Slot deletedSlot = 1;
+  static constexpr U32 pointerBits = 48;
+  static Slot slotOf(V* v, U64 hash) {
+    return reinterpret_cast<std::uintptr_t>(v) | hash >> pointerBits << pointerBits;
+  }
+  static V* memberOf(Slot s) {
+    return reinterpret_cast<V*>(static_cast<std::uintptr_t>(s & ((Slot{1} << pointerBits) - 1)));
+  }
+  static bool mayBe(Slot s, U64 hash) { return s > deletedSlot && (s ^ hash) >> pointerBits == 0; }
+
   static U64 hash(const V& v) { return v.fwkKey().hash(); }
-  V*& bucket(U64 h) const { return buckets_[h & (bucketCount_ - 1)]; }
+  U32 place(U64 h) const { return static_cast<U32>(h) & (slotCount_ - 1); }
+  U32 after(U32 at) const { return (at + 1) & (slotCount_ - 1); }
+  void enter(V* member, U64 h);
+  void leave(V* member);
   void unlink(V* member);
   void rehash(U32 count);
   void fit();
 
-  std::unique_ptr<V*[]> buckets_;
-  U32 bucketCount_ = 0;
+  std::unique_ptr<Slot[]> slots_;
+  U32 slotCount_ = 0;
+  U32 deleted_ = 0;  // slots that a deletion left behind
   U32 size_ = 0;
   V* first_ = nullptr;
   V* last_ = nullptr;
@@ -143,14 +163,16 @@ HashMap<V, K>::~HashMap() {
 
 template <class V, class K>
 V* HashMap<V, K>::lookup(const K& key) const {
-  if (!buckets_) {
+  if (!slots_) {
     for (V* v = first_; v; v = v->next_) {
       if (v->fwkKey() == key) return v;
     }
     return nullptr;
   }
-  for (V* v = bucket(key.hash()); v; v = v->chain_) {
-    if (v->fwkKey() == key) return v;
+  const U64 h = key.hash();
+  for (U32 at = place(h); slots_[at] != emptySlot; at = after(at)) {
+    if (!mayBe(slots_[at], h)) continue;
+    if (V* v = memberOf(slots_[at]); v->fwkKey() == key) return v;
   }
   return nullptr;
 }
@@ -158,19 +180,44 @@ V* HashMap<V, K>::lookup(const K& key) const {
 template <class V, class K>
 void HashMap<V, K>::insert(const Ptr<V>& member) {
   V* v = member.get();
-  ZAN_ASSERT_TEXT(!lookup(v->fwkKey()), "!lookup(member->fwkKey())");
+  ZAN_ASSERT_TEXT(slots_ || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
   v->newReference();
   v->prev_ = last_;
   v->next_ = nullptr;
   (last_ ? last_->next_ : first_) = v;
   last_ = v;
   ++size_;
-  if (buckets_) {
-    V*& head = bucket(hash(*v));
-    v->chain_ = head;
-    head = v;
-  }
+  if (slots_) enter(v, hash(*v));
   fit();
+}
+
+template <class V, class K>
+void HashMap<V, K>::enter(V* member, U64 h) {
+  U32 at = place(h);
+  for (; slots_[at] > deletedSlot; at = after(at)) {
+    ZAN_ASSERT_TEXT(!mayBe(slots_[at], h) || !(memberOf(slots_[at])->fwkKey() == member->fwkKey()),
+                    "!lookup(member->fwkKey())");
+  }
+  deleted_ -= slots_[at] == deletedSlot;
+  slots_[at] = slotOf(member, h);
+}
+
+/// A search must not end at the freed slot unless it would at the next one.
+template <class V, class K>
+void HashMap<V, K>::leave(V* member) {
+  U32 at = place(hash(*member));
+  while (memberOf(slots_[at]) != member) at = after(at);
+  if (slots_[after(at)] != emptySlot) {
+    slots_[at] = deletedSlot;
+    ++deleted_;
+    return;
+  }
+  slots_[at] = emptySlot;
+  for (U32 before = (at - 1) & (slotCount_ - 1); slots_[before] == deletedSlot;
+       before = (before - 1) & (slotCount_ - 1)) {
+    slots_[before] = emptySlot;
+    --deleted_;
+  }
 }
 
 template <class V, class K>
@@ -194,40 +241,31 @@ void HashMap<V, K>::unlink(V* v) {
       m.removed = true;
     }
   });
-  if (buckets_) {
-    V** place = &bucket(hash(*v));
-    while (*place != v) place = &(*place)->chain_;
-    *place = v->chain_;
-  }
+  if (slots_) leave(v);
   (v->prev_ ? v->prev_->next_ : first_) = v->next_;
   (v->next_ ? v->next_->prev_ : last_) = v->prev_;
-  v->next_ = v->prev_ = v->chain_ = nullptr;
+  v->next_ = v->prev_ = nullptr;
   --size_;
 }
 
-/// Keeps the index at one to four buckets for every member, with room between growing and shrinking.
+/// Keeps an eighth to three quarters of the slots in use, with room between growing and shrinking.
 template <class V, class K>
 void HashMap<V, K>::fit() {
   const U32 wanted = size_ > requested_ ? size_ : requested_;
   if (wanted <= scanned) {
-    if (buckets_ && size_ <= scanned / 2) rehash(0);
-  } else if (wanted > bucketCount_ || wanted < bucketCount_ / 8) {
-    U32 count = 2 * scanned;
-    while (count < wanted) count *= 2;
-    rehash(count);
+    if (slots_ && size_ <= scanned / 2) rehash(0);
+  } else if (wanted + deleted_ > slotCount_ / 4 * 3 || wanted < slotCount_ / 8) {
+    rehash(std::bit_ceil(wanted + wanted / 2));
   }
 }
 
 template <class V, class K>
 void HashMap<V, K>::rehash(U32 count) {
-  buckets_.reset(count ? new V*[count]() : nullptr);
-  bucketCount_ = count;
+  slots_.reset(count ? new Slot[count]() : nullptr);
+  slotCount_ = count;
+  deleted_ = 0;
   if (count == 0) return;
-  for (V* v = first_; v; v = v->next_) {
-    V*& head = bucket(hash(*v));
-    v->chain_ = head;
-    head = v;
-  }
+  for (V* v = first_; v; v = v->next_) enter(v, hash(*v));
 }
 
 }  // namespace Zan

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <new>
 
+#include "Zan/SingleThreaded.h"
+
 namespace Zan {
 
 namespace {
@@ -51,14 +53,17 @@ class SizeClass {
 
  private:
   struct Lock {
-    explicit Lock(std::atomic_flag& f) : flag(f) {
-      while (flag.test_and_set(std::memory_order_acquire)) {
+    explicit Lock(std::atomic_flag& f) : flag(f), needed(!singleThreaded()) {
+      while (needed && flag.test_and_set(std::memory_order_acquire)) {
       }
     }
-    ~Lock() { flag.clear(std::memory_order_release); }
+    ~Lock() {
+      if (needed) flag.clear(std::memory_order_release);
+    }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
     std::atomic_flag& flag;
+    const bool needed;
   };
 
   void refill(std::size_t size) {

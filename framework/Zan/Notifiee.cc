@@ -47,6 +47,10 @@ void PtrInterface::NotifieeConst::notifierIs(const Ptr<PtrInterface const>& noti
   if (notifier && !dynamic_cast<const Entity*>(notifier.get())) {
     throwRangeException("notifier that is not an entity not allowed");
   }
+  bindEntity(notifier);
+}
+
+void PtrInterface::NotifieeConst::bindEntity(const Ptr<PtrInterface const>& notifier) {
   const bool registered = isRegisteredNotifiee();
   NotifieeConst::isRegisteredNotifieeIs(false);
   notifier_ = notifier;

@@ -61,6 +61,10 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
     return (countWord() & (live | zombieFlag)) == live && notifier_.get() == notifier;
   }
 
+ protected:
+  /// `notifierIs` for a notifier that is known to be an entity.
+  void bindEntity(const Ptr<PtrInterface const>& notifier);
+
  private:
   Ptr<PtrInterface const> notifier_;
 };

@@ -12,8 +12,10 @@ const ZanType* PtrInterface::fwkType() const {
 }
 
 void PtrInterface::flagIs(U32 which, bool on) {
-  if (!isCounted()) return;
-  if (on) {
+  if (!isCounted() || ((countWord() & which) == which) == on) return;
+  if (singleThreaded()) {
+    word_.store(on ? countWord() | which : countWord() & ~which, std::memory_order_relaxed);
+  } else if (on) {
     word_.fetch_or(which, std::memory_order_relaxed);
   } else {
     word_.fetch_and(~which, std::memory_order_relaxed);

@@ -6,6 +6,7 @@
 #include "Zan/Assert.h"
 #include "Zan/Export.h"
 #include "Zan/MemPool.h"
+#include "Zan/SingleThreaded.h"
 #include "Zan/Types.h"
 
 namespace Zan {
@@ -13,9 +14,10 @@ namespace Zan {
 class ZanType;
 
 /// Base of every counted object. One 32-bit word holds the reference count in its low 24 bits and flags in
-/// its top byte; it changes by atomic read-modify-write, so references may be shared between threads. An
-/// object is born with a count of 1, which `Zan::adopt` hands to the first `Ptr`, and is destroyed when the
-/// count reaches zero.
+/// its top byte; it changes by atomic read-modify-write, so references may be shared between threads (while
+/// the process has a single thread, by plain loads and stores, which nobody can tell apart then). An object
+/// is born with a count of 1, which `Zan::adopt` hands to the first `Ptr`, and is destroyed when the count
+/// reaches zero.
 class ZAN_EXPORT PtrInterface {
  public:
   class NotifieeConst;
@@ -56,12 +58,23 @@ class ZAN_EXPORT PtrInterface {
 
   void newReference() const {
     if (!isCounted()) return;
-    const U32 before = word_.fetch_add(1, std::memory_order_relaxed);
+    const U32 before = countWord();
+    if (singleThreaded()) {
+      word_.store(before + 1, std::memory_order_relaxed);
+    } else {
+      word_.fetch_add(1, std::memory_order_relaxed);
+    }
     ZAN_ASSERT_TEXT((before & countMask) < countMask - 1, "references() < countMask");
   }
   void deleteReference() const {
     if (!isCounted()) return;
-    if ((word_.fetch_sub(1, std::memory_order_acq_rel) & countMask) == 1) handleZeroRef();
+    U32 before = countWord();
+    if (singleThreaded()) {
+      word_.store(before - 1, std::memory_order_relaxed);
+    } else {
+      before = word_.fetch_sub(1, std::memory_order_acq_rel);
+    }
+    if ((before & countMask) == 1) handleZeroRef();
   }
 
  protected:

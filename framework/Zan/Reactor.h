@@ -1,5 +1,7 @@
 #pragma once
 
+#include <typeinfo>
+
 #include "Zan/Notifiee.h"
 
 namespace Zan {
@@ -16,10 +18,10 @@ class Reactor : public NotifieeBase {
   }
   /// Accepts notifiers of its own type only; anything else is a range exception.
   void notifierIs(const Ptr<PtrInterface const>& notifier) override {
-    if (notifier && !dynamic_cast<const Notifier*>(notifier.get())) {
+    if (notifier && typeid(*notifier) != typeid(Notifier) && !dynamic_cast<const Notifier*>(notifier.get())) {
       throwRangeException("notifier of the wrong type not allowed");
     }
-    NotifieeBase::notifierIs(notifier);
+    if (notifier.get() != this->rawNotifier()) this->bindEntity(notifier);
   }
   /// Makes the reactor a zombie, which hears nothing, or brings it back.
   virtual void zanDoZombieReactors(bool zombie) {
@@ -36,7 +38,9 @@ class Reactor : public NotifieeBase {
   Owner* owner() const { return owner_; }
   void ownerIs(Owner* owner) { owner_ = owner; }
   /// Binds without telling the derived class: for constructors, and for overrides of `notifierIs`.
-  void bind(const Ptr<Notifier const>& notifier) { NotifieeBase::notifierIs(notifier); }
+  void bind(const Ptr<Notifier const>& notifier) {
+    if (notifier.get() != this->rawNotifier()) this->bindEntity(notifier);
+  }
 
  private:
   Owner* owner_;

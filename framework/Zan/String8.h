@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -40,6 +41,20 @@ class ZAN_EXPORT String8 {
   struct Rep;
   Rep* rep_ = nullptr;
 };
+
+/// A text that a program spells out, as a template argument.
+template <std::size_t n>
+struct Literal {
+  constexpr Literal(const char (&text)[n]) { std::copy_n(text, n, bytes); }  // NOLINT: spelled "text"
+  char bytes[n];
+};
+
+/// The one String8 of a text that the program spells out: no allocation each time.
+template <Literal text>
+const String8& literal() {
+  static const String8 string(std::string_view(text.bytes, sizeof text.bytes - 1));
+  return string;
+}
 
 /// The name of an entity.
 class ZAN_EXPORT Name : public String8 {

@@ -39,9 +39,9 @@ class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
 
 class ZAN_EXPORT AllIntfStatusDir::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onIntfStatus(const Lumo::IntfId&) { onCollectionNotification("intfStatus"); }
-  virtual void onIntfStatuszanImmediate() { onCollectionNotification("intfStatus"); }
-  virtual void onIntfStatus() { onCollectionNotification("intfStatus"); }
+  virtual void onIntfStatus(const Lumo::IntfId&) { onCollectionNotification(Zan::literal<"intfStatus">()); }
+  virtual void onIntfStatuszanImmediate() { onCollectionNotification(Zan::literal<"intfStatus">()); }
+  virtual void onIntfStatus() { onCollectionNotification(Zan::literal<"intfStatus">()); }
 };
 
 }  // namespace Interface

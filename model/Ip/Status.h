@@ -63,9 +63,9 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
 
 class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onIntfAddr(const Lumo::IntfId&) { onCollectionNotification("intfAddr"); }
-  virtual void onIntfAddrzanImmediate() { onCollectionNotification("intfAddr"); }
-  virtual void onIntfAddr() { onCollectionNotification("intfAddr"); }
+  virtual void onIntfAddr(const Lumo::IntfId&) { onCollectionNotification(Zan::literal<"intfAddr">()); }
+  virtual void onIntfAddrzanImmediate() { onCollectionNotification(Zan::literal<"intfAddr">()); }
+  virtual void onIntfAddr() { onCollectionNotification(Zan::literal<"intfAddr">()); }
 };
 
 }  // namespace Ip

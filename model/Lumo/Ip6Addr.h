@@ -2,6 +2,7 @@
 
 #include <array>
 #include <compare>
+#include <cstring>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -19,6 +20,13 @@ class ZAN_EXPORT Ip6Addr {
 
   constexpr Ip6Addr() = default;
   constexpr explicit Ip6Addr(const Bytes& bytes) : bytes_(bytes) {}
+  /// From the first and the last eight bytes as numbers in host byte order.
+  static Ip6Addr fromHost(U64 high, U64 low) {
+    const U64 words[] = {swapNetwork64(high), swapNetwork64(low)};
+    Ip6Addr address;
+    std::memcpy(address.bytes_.data(), words, sizeof words);
+    return address;
+  }
   /// Reads RFC 4291 text; throws a range exception that quotes the text when it is not an address.
   explicit Ip6Addr(std::string_view text);
   static std::optional<Ip6Addr> parse(std::string_view text);
@@ -31,7 +39,9 @@ class ZAN_EXPORT Ip6Addr {
   /// RFC 5952 text.
   std::string stringValue() const;
 
-  friend bool operator==(const Ip6Addr& a, const Ip6Addr& b) { return a.bytes_ == b.bytes_; }
+  friend bool operator==(const Ip6Addr& a, const Ip6Addr& b) {
+    return a.high() == b.high() && a.low() == b.low();
+  }
   friend std::strong_ordering operator<=>(const Ip6Addr& a, const Ip6Addr& b) {
     if (auto c = a.high() <=> b.high(); c != 0) return c;
     return a.low() <=> b.low();

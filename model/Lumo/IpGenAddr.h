@@ -15,7 +15,8 @@ namespace Lumo {
 class ZAN_EXPORT IpGenAddr {
  public:
   constexpr IpGenAddr() = default;
-  explicit IpGenAddr(IpAddr address);
+  explicit IpGenAddr(IpAddr address)
+      : bytes_(Ip6Addr::fromHost(U64{address.host()} << 32, 0)), af_(AddressFamily::ipv4) {}
   explicit IpGenAddr(const Ip6Addr& address) : bytes_(address), af_(AddressFamily::ipv6) {}
   /// Reads text of either family; empty text gives the empty address; other text throws a range exception.
   explicit IpGenAddr(std::string_view text);

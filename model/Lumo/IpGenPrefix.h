@@ -18,7 +18,10 @@ class ZAN_EXPORT IpGenPrefix {
  public:
   constexpr IpGenPrefix() = default;
   IpGenPrefix(IpAddr address, U32 length) : IpGenPrefix(Prefix(address, length)) {}
-  IpGenPrefix(Prefix prefix);           // NOLINT: the family-generic form of the same value
+  IpGenPrefix(Prefix prefix)  // NOLINT: the family-generic form of the same value
+      : address_(Ip6Addr::fromHost(U64{prefix.address().host()} << 32, 0)),
+        length_(prefix.length()),
+        af_(AddressFamily::ipv4) {}
   IpGenPrefix(const Ip6Prefix& prefix)  // NOLINT: likewise
       : address_(prefix.address()), length_(prefix.length()), af_(AddressFamily::ipv6) {}
   /// Reads a prefix of either family; empty text gives the empty prefix; other text throws a range
@@ -32,7 +35,10 @@ class ZAN_EXPORT IpGenPrefix {
   U64 high() const { return address_.high(); }
   U64 low() const { return address_.low(); }
   /// The IPv4 prefix of an IPv4 value; 0.0.0.0/0 for any other.
-  Prefix v4Prefix() const;
+  Prefix v4Prefix() const {
+    if (af_ != AddressFamily::ipv4) return {};
+    return {IpAddr::fromHost(static_cast<U32>(high() >> 32)), length_};
+  }
   /// The IPv6 prefix of an IPv6 value; ::/0 for any other.
   Ip6Prefix v6Prefix() const;
   bool empty() const { return af_ == AddressFamily::unknown; }

@@ -116,10 +116,8 @@ std::string Ip6Addr::stringValue() const {
   return inet_ntop(AF_INET6, bytes_.data(), buffer, sizeof buffer);
 }
 
-Prefix::Prefix(IpAddr address, U32 length) {
-  if (length > maxLength) Zan::throwRangeException("Lumo::Prefix::length > 32 not allowed");
-  address_ = IpAddr::fromHost(address.host() & mask(length));
-  length_ = static_cast<U8>(length);
+void Prefix::refuseLength() {
+  Zan::throwRangeException("Lumo::Prefix::length > 32 not allowed");
 }
 
 Prefix::Prefix(std::string_view text) : Prefix(parsePrefix<Prefix, IpAddr>(text, "IPv4")) {}
@@ -154,13 +152,6 @@ std::string Ip6Prefix::stringValue() const {
   return address_.stringValue() + '/' + std::to_string(length_);
 }
 
-IpGenAddr::IpGenAddr(IpAddr address) : af_(AddressFamily::ipv4) {
-  Ip6Addr::Bytes bytes{};
-  const U32 network = address.network();
-  std::memcpy(bytes.data(), &network, sizeof network);
-  bytes_ = Ip6Addr(bytes);
-}
-
 IpGenAddr::IpGenAddr(std::string_view text) {
   if (text.empty()) return;
   if (const auto v4 = IpAddr::parse(text)) {
@@ -184,17 +175,9 @@ std::string IpGenAddr::stringValue() const {
   return "";
 }
 
-IpGenPrefix::IpGenPrefix(Prefix prefix)
-    : address_(IpGenAddr(prefix.address()).v6Addr()), length_(prefix.length()), af_(AddressFamily::ipv4) {}
-
 IpGenPrefix::IpGenPrefix(std::string_view text) {
   if (text.empty()) return;
   *this = text.find(':') == text.npos ? IpGenPrefix(Prefix(text)) : IpGenPrefix(Ip6Prefix(text));
-}
-
-Prefix IpGenPrefix::v4Prefix() const {
-  if (af_ != AddressFamily::ipv4) return {};
-  return {IpAddr::fromHost(static_cast<U32>(high() >> 32)), length_};
 }
 
 Ip6Prefix IpGenPrefix::v6Prefix() const {

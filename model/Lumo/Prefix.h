@@ -19,7 +19,10 @@ class ZAN_EXPORT Prefix {
 
   constexpr Prefix() = default;
   /// Throws a range exception for a length over 32.
-  Prefix(IpAddr address, U32 length);
+  constexpr Prefix(IpAddr address, U32 length)
+      : address_(IpAddr::fromHost(address.host() & mask(length))), length_(static_cast<U8>(length)) {
+    if (length > maxLength) refuseLength();
+  }
   /// Reads "A.B.C.D/L"; throws a range exception that quotes the text and says what is wrong with it,
   /// host bits that are not zero included.
   explicit Prefix(std::string_view text);
@@ -32,7 +35,7 @@ class ZAN_EXPORT Prefix {
   std::string stringValue() const;
 
   /// The netmask of a length, in host byte order.
-  static constexpr U32 mask(U32 length) { return length == 0 ? 0 : ~U32{0} << (32 - length); }
+  static constexpr U32 mask(U32 length) { return static_cast<U32>(~U64{0xFFFFFFFF} >> (length & 63)); }
 
   friend constexpr bool operator==(Prefix a, Prefix b) = default;
   friend constexpr std::strong_ordering operator<=>(Prefix a, Prefix b) {
@@ -42,6 +45,8 @@ class ZAN_EXPORT Prefix {
   }
 
  private:
+  [[noreturn]] static void refuseLength();
+
   IpAddr address_;
   U8 length_ = 0;
 };

@@ -234,7 +234,7 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfAdded(const Rpf& r
                                                                     const RouteKeyPrefix& rkPrefix,
                                                                     const Lumo::IpGenPrefix& lpm) {
   const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();
-  resolver->doAddOrUpdateRoute(rpf, rkPrefix.prefix(), notifier()->preference());
+  resolver->addRpf(rpf, rkPrefix, notifier()->preference());
   resolver->doMaybeRefreshRoutes(lpm.empty() ? lpm : rkPrefix.prefix(), true);
 }
 

@@ -47,7 +47,15 @@ void RefreshMarks::hearConfig(const ConfigChange& change) {
   if (change.rpf) change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
   const bool configured = inputs_.config->route(entry.prefix()) == &entry;
   if (entry.prefix().af() != Lumo::ipv4()) configured ? foreign_.insert(&entry) : foreign_.erase(&entry);
-  configured ? mark(entry) : unmark(entry);
+  if (!configured) {
+    unmark(entry);
+    fresh_ = {};
+    return;
+  }
+  const bool isFirst = !all_ && marked_.insert({entry.order(), &entry}) && nothingNoted();
+  const bool isFresh = isFirst || (fresh_.entry == &entry && !(fresh_.hasRpf && change.rpf));
+  const bool hadRpf = !isFirst && fresh_.hasRpf;
+  fresh_ = isFresh && change.present ? Fresh{&entry, hadRpf || change.rpf} : Fresh{};
 }
 
 void RefreshMarks::touch(const Lumo::Prefix& prefix) {
@@ -125,6 +133,14 @@ void RefreshMarks::mark(const RouteKeyPrefix& entry) {
 
 void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
   marked_.erase({entry.order(), &entry});
+}
+
+void RefreshMarks::offered(const RouteKeyPrefix& entry) {
+  const bool onlyItself = touched_.size() == 1 && entry.prefix() == touched_.front() && touchedIntfs_.empty();
+  if (fresh_.entry != &entry || all_ || !(nothingNoted() || onlyItself) || !listens()) return;
+  unmark(entry);
+  if (!touched_.empty()) markDependants(touched_.front());
+  touched_.clear();
 }
 
 const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {

@@ -67,6 +67,9 @@ class RefreshMarks {
   /// The prefix is about to be offered.
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
+  /// The prefix, to which an RPF was just added, has been offered that RPF, and nothing else of it can have
+  /// another outcome. It needs no offer of the whole if this RPF is all that it was marked for.
+  void offered(const RouteKeyPrefix& entry);
   /// The first marked prefix that a walk meets behind the one with this order (0: from the start), or null.
   const RouteKeyPrefix* next(U64 order, const Lumo::IpGenPrefix& defaultPrefix);
 
@@ -92,6 +95,14 @@ class RefreshMarks {
     friend auto operator<=>(const IntfAddress&, const IntfAddress&) = default;
   };
 
+  /// A prefix that was not marked before the last changes of the configuration, which were its own: it came,
+  /// or one of its preferences did, or one RPF (`hasRpf`), and nothing else.
+  struct Fresh {
+    const RouteKeyPrefix* entry = nullptr;
+    bool hasRpf = false;
+  };
+
+  bool nothingNoted() const { return touched_.empty() && touchedIntfs_.empty(); }
   void hearConfig(const ConfigChange& change);
   void hearTrie(const Lumo::IpGenPrefix& prefix) { touch(prefix.v4Prefix()); }
   void hearIpStatus(const Lumo::IntfId& id) { touchIntf(id.value()); }
@@ -115,6 +126,7 @@ class RefreshMarks {
   Zan::SortedSet<IntfAddress> intfAddresses_;
   std::unordered_map<U32, U32> addressOfIntf_;
   Zan::SortedSet<const RouteKeyPrefix*> foreign_;  // not of IPv4
+  Fresh fresh_{};
   std::vector<Lumo::Prefix> touched_;
   std::vector<U32> touchedIntfs_;
   Zan::Tap<ConfigChange> configTap_ = Zan::Tap<ConfigChange>::to<&RefreshMarks::hearConfig>(this);

@@ -68,7 +68,7 @@ bool RouteResolverSm::wholePasses() const {
 /// The next prefix for which something has changed since it was offered; null also when that may be all.
 const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
   const auto& shadow = mribSm_->mribShadow();
-  marks_.inputsAre({config().get(), mribStatus().get(), shadow ? shadow->trie().get() : nullptr,
+  marks_.inputsAre({config().get(), &status(), shadow ? shadow->trie().get() : nullptr,
                     mribSm_->ipStatus().get(), mribSm_->intfStatus().get()});
   return marks_.next(order, defaultPrefix());
 }

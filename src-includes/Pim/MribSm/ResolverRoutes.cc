@@ -113,6 +113,17 @@ S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix&
   return changed;
 }
 
+/// The other RPFs of the prefix need no offer with it. Without route, or with one at this preference or a
+/// higher number, they have been offered before, and what they have added is in the route or, at a lower
+/// preference, gone with it. A route at a lower number is left over from a preference that is gone: then they
+/// have not.
+void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
+  const Route* route = status().route(entry.prefix().v4Prefix());
+  const bool othersWereOffered = !route || route->preference() >= preference;
+  doAddOrUpdateRoute(rpf, entry.prefix(), preference);
+  if (othersWereOffered) marks_.offered(entry);
+}
+
 void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                                const Lumo::IpGenPrefix& prefix, U8 preference) {
   const Ptr<Route> route = status().routeIs(prefix.v4Prefix());

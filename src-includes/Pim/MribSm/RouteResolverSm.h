@@ -86,6 +86,9 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   S32 doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix);
   void doDelRoute(const Lumo::IpGenPrefix& prefix);
 
+  /// `doAddOrUpdateRoute` for an RPF that has just been added at the lowest preference of `entry`.
+  void addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference);
+
   // What follows a change (ResolverRefresh.cc).
   void doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefix, bool add);
   void doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset);

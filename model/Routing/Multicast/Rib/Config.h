@@ -55,9 +55,9 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
 
 class ZAN_EXPORT Config::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onRoute(const Lumo::IpGenPrefix&) { onCollectionNotification("route"); }
-  virtual void onRoutezanImmediate() { onCollectionNotification("route"); }
-  virtual void onRoute() { onCollectionNotification("route"); }
+  virtual void onRoute(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoutezanImmediate() { onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoute() { onCollectionNotification(Zan::literal<"route">()); }
 
   const Config* notifier() const { return static_cast<const Config*>(rawNotifier()); }
 };

@@ -38,9 +38,9 @@ class ZAN_EXPORT PrefixSet : public Zan::Entity {
 
 class ZAN_EXPORT PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onPrefix(const Lumo::IpGenPrefix&) { onCollectionNotification("prefix"); }
-  virtual void onPrefixzanImmediate() { onCollectionNotification("prefix"); }
-  virtual void onPrefix() { onCollectionNotification("prefix"); }
+  virtual void onPrefix(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"prefix">()); }
+  virtual void onPrefixzanImmediate() { onCollectionNotification(Zan::literal<"prefix">()); }
+  virtual void onPrefix() { onCollectionNotification(Zan::literal<"prefix">()); }
 };
 
 }  // namespace Routing::Multicast::Rib

@@ -95,14 +95,14 @@ class ZAN_EXPORT RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeCo
   virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
   virtual void onPreference() { onAttribute(preferenceId); }
   virtual void onRouteType() { onAttribute(routeTypeId); }
-  virtual void onVia(const Via&) { onCollectionNotification("via"); }
-  virtual void onViazanImmediate() { onCollectionNotification("via"); }
-  virtual void onVia() { onCollectionNotification("via"); }
+  virtual void onVia(const Via&) { onCollectionNotification(Zan::literal<"via">()); }
+  virtual void onViazanImmediate() { onCollectionNotification(Zan::literal<"via">()); }
+  virtual void onVia() { onCollectionNotification(Zan::literal<"via">()); }
   virtual void onCreationTime() { onAttribute(creationTimeId); }
   virtual void onMetric() { onAttribute(metricId); }
-  virtual void onPrefixSet(const Lumo::IpGenPrefix&) { onCollectionNotification("prefixSet"); }
-  virtual void onPrefixSetzanImmediate() { onCollectionNotification("prefixSet"); }
-  virtual void onPrefixSet() { onCollectionNotification("prefixSet"); }
+  virtual void onPrefixSet(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"prefixSet">()); }
+  virtual void onPrefixSetzanImmediate() { onCollectionNotification(Zan::literal<"prefixSet">()); }
+  virtual void onPrefixSet() { onCollectionNotification(Zan::literal<"prefixSet">()); }
 
   const RouteOf* notifier() const { return static_cast<const RouteOf*>(rawNotifier()); }
 };

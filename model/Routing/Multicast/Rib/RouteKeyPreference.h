@@ -41,9 +41,9 @@ class ZAN_EXPORT RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMemb
 
 class ZAN_EXPORT RouteKeyPreference::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onRpf(const Rpf&) { onCollectionNotification("rpf"); }
-  virtual void onRpfzanImmediate() { onCollectionNotification("rpf"); }
-  virtual void onRpf() { onCollectionNotification("rpf"); }
+  virtual void onRpf(const Rpf&) { onCollectionNotification(Zan::literal<"rpf">()); }
+  virtual void onRpfzanImmediate() { onCollectionNotification(Zan::literal<"rpf">()); }
+  virtual void onRpf() { onCollectionNotification(Zan::literal<"rpf">()); }
 
   const RouteKeyPreference* notifier() const { return static_cast<const RouteKeyPreference*>(rawNotifier()); }
 };

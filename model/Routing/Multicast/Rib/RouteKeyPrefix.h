@@ -58,9 +58,9 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
 
 class ZAN_EXPORT RouteKeyPrefix::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
-  virtual void onPref(const U8&) { onCollectionNotification("pref"); }
-  virtual void onPrefzanImmediate() { onCollectionNotification("pref"); }
-  virtual void onPref() { onCollectionNotification("pref"); }
+  virtual void onPref(const U8&) { onCollectionNotification(Zan::literal<"pref">()); }
+  virtual void onPrefzanImmediate() { onCollectionNotification(Zan::literal<"pref">()); }
+  virtual void onPref() { onCollectionNotification(Zan::literal<"pref">()); }
 
   const RouteKeyPrefix* notifier() const { return static_cast<const RouteKeyPrefix*>(rawNotifier()); }
 };

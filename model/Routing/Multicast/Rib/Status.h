@@ -53,9 +53,9 @@ template <class Family>
 class ZAN_EXPORT StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
  public:
   virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
-  virtual void onRoute(const Prefix&) { onCollectionNotification("route"); }
-  virtual void onRoutezanImmediate() { onCollectionNotification("route"); }
-  virtual void onRoute() { onCollectionNotification("route"); }
+  virtual void onRoute(const Prefix&) { onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoutezanImmediate() { onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoute() { onCollectionNotification(Zan::literal<"route">()); }
   virtual void onTrie() { onAttribute(trieId); }
 
   const StatusOf* notifier() const { return static_cast<const StatusOf*>(rawNotifier()); }
