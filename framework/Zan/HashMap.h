@@ -71,22 +71,29 @@ class HashMap {
   };
   static constexpr U32 scanned = 8;
 
-  /// A member and the top 16 bits of its hash, which user space pointers leave free.
+  /// A member and the first 20 bits of its hash: 16 in the bits that user space pointers leave free at the
+  /// top, 4 in those that the alignment of the members leaves at the bottom. The place in the table is the
+  /// first bits of the hash too, so that the table grows without a look at the members.
   using Slot = U64;
   static constexpr Slot emptySlot = 0;
   static constexpr Slot deletedSlot = 1;
-  static constexpr U32 pointerBits = 48;
-  static Slot slotOf(V* v, U64 hash) {
-    return reinterpret_cast<std::uintptr_t>(v) | hash >> pointerBits << pointerBits;
-  }
-  static V* memberOf(Slot s) {
-    return reinterpret_cast<V*>(static_cast<std::uintptr_t>(s & ((Slot{1} << pointerBits) - 1)));
-  }
-  static bool mayBe(Slot s, U64 hash) { return s > deletedSlot && (s ^ hash) >> pointerBits == 0; }
+  static constexpr Slot tagMask = 0xFFFF00000000000F;
+  static constexpr U32 tagBits = 20;
+  static Slot tagOf(U64 h) { return (h & 0xFFFF000000000000) | (h >> 44 & 0xF); }
+  static V* memberOf(Slot s) { return reinterpret_cast<V*>(static_cast<std::uintptr_t>(s & ~tagMask)); }
+  static bool holds(Slot s) { return s > deletedSlot; }
+  static bool mayBe(Slot s, U64 h) { return holds(s) && ((s ^ h) >> 48) == 0 && ((s ^ h >> 44) & 0xF) == 0; }
 
   static U64 hash(const V& v) { return v.fwkKey().hash(); }
-  U32 place(U64 h) const { return static_cast<U32>(h) & (slotCount_ - 1); }
-  U32 after(U32 at) const { return (at + 1) & (slotCount_ - 1); }
+  /// The hash of the member in a slot, as far as the place needs it.
+  U64 hashIn(Slot s) const {
+    if (slotBits_ > tagBits) return hash(*memberOf(s));
+    return (s & 0xFFFF000000000000) | (s & 0xF) << 44;
+  }
+  U32 slotCount() const { return U32{1} << slotBits_; }
+  U32 place(U64 h) const { return static_cast<U32>(h >> (64 - slotBits_)); }
+  U32 after(U32 at) const { return (at + 1) & (slotCount() - 1); }
+  U32 before(U32 at) const { return (at - 1) & (slotCount() - 1); }
   void enter(V* member, U64 h);
   void leave(V* member);
   void unlink(V* member);
@@ -94,7 +101,7 @@ class HashMap {
   void fit();
 
   std::unique_ptr<Slot[]> slots_;
-  U32 slotCount_ = 0;
+  U32 slotBits_ = 0;
   U32 deleted_ = 0;  // slots that a deletion left behind
   U32 size_ = 0;
   V* first_ = nullptr;
@@ -193,13 +200,15 @@ void HashMap<V, K>::insert(const Ptr<V>& member) {
 
 template <class V, class K>
 void HashMap<V, K>::enter(V* member, U64 h) {
+  const auto bits = static_cast<Slot>(reinterpret_cast<std::uintptr_t>(member));
+  ZAN_ASSERT((bits & tagMask) == 0);
   U32 at = place(h);
-  for (; slots_[at] > deletedSlot; at = after(at)) {
+  for (; holds(slots_[at]); at = after(at)) {
     ZAN_ASSERT_TEXT(!mayBe(slots_[at], h) || !(memberOf(slots_[at])->fwkKey() == member->fwkKey()),
                     "!lookup(member->fwkKey())");
   }
   deleted_ -= slots_[at] == deletedSlot;
-  slots_[at] = slotOf(member, h);
+  slots_[at] = bits | tagOf(h);
 }
 
 /// A search must not end at the freed slot unless it would at the next one.
@@ -213,9 +222,8 @@ void HashMap<V, K>::leave(V* member) {
     return;
   }
   slots_[at] = emptySlot;
-  for (U32 before = (at - 1) & (slotCount_ - 1); slots_[before] == deletedSlot;
-       before = (before - 1) & (slotCount_ - 1)) {
-    slots_[before] = emptySlot;
+  for (U32 i = before(at); slots_[i] == deletedSlot; i = before(i)) {
+    slots_[i] = emptySlot;
     --deleted_;
   }
 }
@@ -254,18 +262,32 @@ void HashMap<V, K>::fit() {
   const U32 wanted = size_ > requested_ ? size_ : requested_;
   if (wanted <= scanned) {
     if (slots_ && size_ <= scanned / 2) rehash(0);
-  } else if (wanted + deleted_ > slotCount_ / 4 * 3 || wanted < slotCount_ / 8) {
+  } else if (!slots_ || wanted + deleted_ > slotCount() / 4 * 3 || wanted < slotCount() / 8) {
     rehash(std::bit_ceil(wanted + wanted / 2));
   }
 }
 
 template <class V, class K>
 void HashMap<V, K>::rehash(U32 count) {
-  slots_.reset(count ? new Slot[count]() : nullptr);
-  slotCount_ = count;
   deleted_ = 0;
-  if (count == 0) return;
-  for (V* v = first_; v; v = v->next_) enter(v, hash(*v));
+  if (count == 0) {
+    slots_.reset();
+    return;
+  }
+  const U32 hadCount = slots_ ? slotCount() : 0;
+  const std::unique_ptr<Slot[]> had = std::exchange(slots_, std::unique_ptr<Slot[]>(new Slot[count]()));
+  const auto enterSlot = [this](Slot s, U64 h) {
+    U32 at = place(h);
+    while (slots_[at] != emptySlot) at = after(at);
+    slots_[at] = s;
+  };
+  slotBits_ = static_cast<U32>(std::countr_zero(count));
+  if (!had) {
+    for (V* v = first_; v; v = v->next_) enter(v, hash(*v));
+  }
+  for (U32 i = 0; i < hadCount; ++i) {
+    if (holds(had[i])) enterSlot(had[i], hashIn(had[i]));
+  }
 }
 
 }  // namespace Zan

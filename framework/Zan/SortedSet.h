@@ -36,7 +36,7 @@ class SortedSet {
   class Iterator {
    public:
     explicit Iterator(const SortedSet& set) : set_(&set), valid_(set.size_ > 0) {
-      if (valid_) value_ = set.blocks_ ? set.blocks_->front().front() : set.lone_;
+      if (valid_) value_ = set.blocks_ ? set.blocks_->front().values.front() : set.lone_;
     }
     explicit operator bool() const { return valid_; }
     const T& operator*() const { return value_; }
@@ -60,14 +60,19 @@ class SortedSet {
   const T* after(const T& value) const;
 
  private:
-  using Block = std::vector<T>;
+  /// Its last value stands beside the values, so that the search for a block reads nothing else.
+  struct Block {
+    explicit Block(std::vector<T> v) : last(v.back()), values(std::move(v)) {}
+    T last;
+    std::vector<T> values;
+  };
   using Blocks = std::vector<Block>;
   static constexpr std::size_t blockSize = 64;
 
   /// The block that holds `value` if any does: the first whose last value is not less.
   std::size_t blockFor(const T& value) const {
     const auto it = std::partition_point(blocks_->begin(), blocks_->end(),
-                                         [&](const Block& b) { return b.back() < value; });
+                                         [&](const Block& b) { return b.last < value; });
     return static_cast<std::size_t>(it - blocks_->begin());
   }
   void split(std::size_t b);
@@ -86,19 +91,18 @@ bool SortedSet<T>::insert(const T& value) {
       return true;
     }
     if (!(value < lone_) && !(lone_ < value)) return false;
-    blocks_ = std::make_unique<Blocks>(1, Block{lone_});
+    blocks_ = std::make_unique<Blocks>(1, Block({lone_}));
   }
   std::size_t b = std::min(blockFor(value), blocks_->size() - 1);
-  Block* block = &(*blocks_)[b];
-  auto at = std::lower_bound(block->begin(), block->end(), value);
-  if (at != block->end() && !(value < *at)) return false;
-  if (block->size() == blockSize) {
+  if (const T* found = from(value); found && !(value < *found)) return false;
+  if ((*blocks_)[b].values.size() == blockSize) {
     split(b);
-    block = &(*blocks_)[b];
-    if (block->back() < value) ++block;
-    at = std::lower_bound(block->begin(), block->end(), value);
+    if ((*blocks_)[b].last < value) ++b;
   }
-  block->insert(at, T(value));  // a copy: `value` may be an element
+  Block& block = (*blocks_)[b];
+  const T added = value;  // which may be an element
+  block.values.insert(std::lower_bound(block.values.begin(), block.values.end(), added), added);
+  block.last = block.values.back();
   ++size_;
   return true;
 }
@@ -108,10 +112,11 @@ bool SortedSet<T>::insert(const T& value) {
 template <class T>
 void SortedSet<T>::split(std::size_t b) {
   const bool last = b + 1 == blocks_->size();
-  Block& block = (*blocks_)[b];
-  const auto from = last ? block.end() - 1 : block.begin() + blockSize / 2;
-  Block upper(from, block.end());
-  block.erase(from, block.end());
+  std::vector<T>& values = (*blocks_)[b].values;
+  const auto from = last ? values.end() - 1 : values.begin() + blockSize / 2;
+  Block upper(std::vector<T>(from, values.end()));
+  values.erase(from, values.end());
+  (*blocks_)[b].last = values.back();
   blocks_->insert(blocks_->begin() + static_cast<std::ptrdiff_t>(b) + 1, std::move(upper));
 }
 
@@ -123,9 +128,13 @@ bool SortedSet<T>::erase(const T& value) {
     return true;
   }
   const std::size_t b = blockFor(value);
-  Block& block = (*blocks_)[b];
-  block.erase(std::lower_bound(block.begin(), block.end(), value));  // from here on `value` may be gone
-  if (block.empty()) blocks_->erase(blocks_->begin() + static_cast<std::ptrdiff_t>(b));
+  std::vector<T>& values = (*blocks_)[b].values;
+  values.erase(std::lower_bound(values.begin(), values.end(), value));  // from here on `value` may be gone
+  if (values.empty()) {
+    blocks_->erase(blocks_->begin() + static_cast<std::ptrdiff_t>(b));
+  } else {
+    (*blocks_)[b].last = values.back();
+  }
   return true;
 }
 
@@ -134,7 +143,8 @@ const T* SortedSet<T>::from(const T& value) const {
   if (!blocks_) return size_ == 1 && !(lone_ < value) ? &lone_ : nullptr;
   const std::size_t b = blockFor(value);
   if (b == blocks_->size()) return nullptr;
-  return &*std::lower_bound((*blocks_)[b].begin(), (*blocks_)[b].end(), value);
+  const std::vector<T>& values = (*blocks_)[b].values;
+  return &*std::lower_bound(values.begin(), values.end(), value);
 }
 
 template <class T>
@@ -142,9 +152,10 @@ const T* SortedSet<T>::after(const T& value) const {
   if (!blocks_) return size_ == 1 && value < lone_ ? &lone_ : nullptr;
   std::size_t b = blockFor(value);
   if (b == blocks_->size()) return nullptr;
-  const auto at = std::upper_bound((*blocks_)[b].begin(), (*blocks_)[b].end(), value);
-  if (at != (*blocks_)[b].end()) return &*at;
-  return ++b < blocks_->size() ? &(*blocks_)[b].front() : nullptr;
+  const std::vector<T>& values = (*blocks_)[b].values;
+  const auto at = std::upper_bound(values.begin(), values.end(), value);
+  if (at != values.end()) return &*at;
+  return ++b < blocks_->size() ? &(*blocks_)[b].values.front() : nullptr;
 }
 
 }  // namespace Zan
