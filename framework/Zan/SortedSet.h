@@ -94,15 +94,18 @@ bool SortedSet<T>::insert(const T& value) {
     blocks_ = std::make_unique<Blocks>(1, Block({lone_}));
   }
   std::size_t b = std::min(blockFor(value), blocks_->size() - 1);
-  if (const T* found = from(value); found && !(value < *found)) return false;
-  if ((*blocks_)[b].values.size() == blockSize) {
-    split(b);
-    if ((*blocks_)[b].last < value) ++b;
-  }
-  Block& block = (*blocks_)[b];
   const T added = value;  // which may be an element
-  block.values.insert(std::lower_bound(block.values.begin(), block.values.end(), added), added);
-  block.last = block.values.back();
+  std::vector<T>* values = &(*blocks_)[b].values;
+  auto at = std::lower_bound(values->begin(), values->end(), added);
+  if (at != values->end() && !(added < *at)) return false;
+  if (values->size() == blockSize) {
+    split(b);
+    if ((*blocks_)[b].last < added) ++b;
+    values = &(*blocks_)[b].values;
+    at = std::lower_bound(values->begin(), values->end(), added);
+  }
+  values->insert(at, added);
+  (*blocks_)[b].last = values->back();
   ++size_;
   return true;
 }

@@ -58,6 +58,15 @@ void RefreshMarks::hearConfig(const ConfigChange& change) {
   fresh_ = isFresh && change.present ? Fresh{&entry, hadRpf || change.rpf} : Fresh{};
 }
 
+void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
+  if (expected_ == prefix) {
+    expected_.reset();
+  } else {
+    othersWrote_ = true;
+  }
+  touch(prefix);
+}
+
 void RefreshMarks::touch(const Lumo::Prefix& prefix) {
   if (all_ || (!touched_.empty() && touched_.back() == prefix)) return;
   if (!listens()) return markAll();
@@ -136,9 +145,21 @@ void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
 }
 
 void RefreshMarks::offered(const RouteKeyPrefix& entry) {
-  const bool onlyItself = touched_.size() == 1 && entry.prefix() == touched_.front() && touchedIntfs_.empty();
-  if (fresh_.entry != &entry || all_ || !(nothingNoted() || onlyItself) || !listens()) return;
+  if (onlyItsOwnWrites(entry)) settleOwnWrites();
+}
+
+void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry) {
+  if (fresh_.entry != &entry || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
   unmark(entry);
+  settleOwnWrites();
+}
+
+bool RefreshMarks::onlyItsOwnWrites(const RouteKeyPrefix& entry) const {
+  return !all_ && touchedIntfs_.empty() && touched_.size() == 1 && entry.prefix() == touched_.front() &&
+         !othersWrote_ && listens();
+}
+
+void RefreshMarks::settleOwnWrites() {
   if (!touched_.empty()) markDependants(touched_.front());
   touched_.clear();
 }
@@ -166,6 +187,7 @@ void RefreshMarks::settle(const Lumo::IpGenPrefix& defaultPrefix) {
   }
   touchedIntfs_.clear();
   touched_.clear();
+  othersWrote_ = false;
 }
 
 /// Marks those with an RPF address below `prefix` that has no longer match.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -67,9 +68,25 @@ class RefreshMarks {
   /// The prefix is about to be offered.
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
+  /// The prefix has been offered as a whole. What the offer itself has written does not mark it again: its
+  /// own route in the trie takes no longest match from its RPF addresses that was of use, since a shorter one
+  /// covers the prefix and is refused like the prefix itself.
+  void offered(const RouteKeyPrefix& entry);
   /// The prefix, to which an RPF was just added, has been offered that RPF, and nothing else of it can have
   /// another outcome. It needs no offer of the whole if this RPF is all that it was marked for.
-  void offered(const RouteKeyPrefix& entry);
+  void offeredNewRpf(const RouteKeyPrefix& entry);
+  /// While the result lives, the next change of this route is the resolver's own; what a handler of that
+  /// change does to the route in turn is not.
+  class OwnWrite {
+   public:
+    OwnWrite(RefreshMarks& marks, const Lumo::Prefix& prefix) : marks_(marks) { marks_.expected_ = prefix; }
+    ~OwnWrite() { marks_.expected_.reset(); }
+    OwnWrite(const OwnWrite&) = delete;
+    OwnWrite& operator=(const OwnWrite&) = delete;
+
+   private:
+    RefreshMarks& marks_;
+  };
   /// The first marked prefix that a walk meets behind the one with this order (0: from the start), or null.
   const RouteKeyPrefix* next(U64 order, const Lumo::IpGenPrefix& defaultPrefix);
 
@@ -102,6 +119,9 @@ class RefreshMarks {
     bool hasRpf = false;
   };
 
+  bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;
+  void settleOwnWrites();
+  void hearStatus(const Lumo::Prefix& prefix);
   bool nothingNoted() const { return touched_.empty() && touchedIntfs_.empty(); }
   void hearConfig(const ConfigChange& change);
   void hearTrie(const Lumo::IpGenPrefix& prefix) { touch(prefix.v4Prefix()); }
@@ -127,10 +147,12 @@ class RefreshMarks {
   std::unordered_map<U32, U32> addressOfIntf_;
   Zan::SortedSet<const RouteKeyPrefix*> foreign_;  // not of IPv4
   Fresh fresh_{};
+  std::optional<Lumo::Prefix> expected_;  // the route that the resolver is about to write
+  bool othersWrote_ = false;              // since the last time that nothing was noted
   std::vector<Lumo::Prefix> touched_;
   std::vector<U32> touchedIntfs_;
   Zan::Tap<ConfigChange> configTap_ = Zan::Tap<ConfigChange>::to<&RefreshMarks::hearConfig>(this);
-  Zan::Tap<Lumo::Prefix> statusTap_ = Zan::Tap<Lumo::Prefix>::to<&RefreshMarks::touch>(this);
+  Zan::Tap<Lumo::Prefix> statusTap_ = Zan::Tap<Lumo::Prefix>::to<&RefreshMarks::hearStatus>(this);
   Zan::Tap<Lumo::IpGenPrefix> trieTap_ = Zan::Tap<Lumo::IpGenPrefix>::to<&RefreshMarks::hearTrie>(this);
   Zan::Tap<Lumo::IntfId> ipTap_ = Zan::Tap<Lumo::IntfId>::to<&RefreshMarks::hearIpStatus>(this);
   Zan::Tap<Lumo::IntfId> intfTap_ = Zan::Tap<Lumo::IntfId>::to<&RefreshMarks::hearIpStatus>(this);

@@ -73,7 +73,7 @@ const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
   return marks_.next(order, defaultPrefix());
 }
 
-/// Offers the preferences of one prefix, lowest first, up to that of its route or the first that resolves.
+/// Offers one prefix; true when that changed its route.
 bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix) {
   const Ptr<RouteKeyPrefix const> pin(&rkPrefix);
   const Lumo::IpGenPrefix& prefix = rkPrefix.prefix();
@@ -84,6 +84,14 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
     return false;
   }
   marks_.unmark(rkPrefix);
+  const bool changedHere = offerPreferences(rkPrefix, route.get());
+  marks_.offered(rkPrefix);
+  return changedHere;
+}
+
+/// Offers the preferences lowest first, up to that of the route, which was there before or not, or to the
+/// first that resolves.
+bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route) {
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
     const Ptr<RouteKeyPreference const> pinEntry(entry.get());
     const U8 preference = pinEntry->preference();
@@ -91,7 +99,7 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
     bool changedHere = false;
     bool installed = false;
     for (auto rpf = pinEntry->rpfIterator(); rpf; ++rpf) {
-      const S32 result = doAddOrUpdateRoute(*rpf, prefix, preference);
+      const S32 result = doAddOrUpdateRoute(*rpf, rkPrefix.prefix(), preference);
       changedHere |= result == changed;
       installed |= isInstalled(result);
     }

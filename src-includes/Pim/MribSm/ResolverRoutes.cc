@@ -121,17 +121,22 @@ void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 pre
   const Route* route = status().route(entry.prefix().v4Prefix());
   const bool othersWereOffered = !route || route->preference() >= preference;
   doAddOrUpdateRoute(rpf, entry.prefix(), preference);
-  if (othersWereOffered) marks_.offered(entry);
+  if (othersWereOffered) marks_.offeredNewRpf(entry);
 }
 
 void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                                const Lumo::IpGenPrefix& prefix, U8 preference) {
-  const Ptr<Route> route = status().routeIs(prefix.v4Prefix());
-  route->preferenceIs(preference);
-  route->routeTypeIs(Fib::RouteType::multicastStatic);
+  const Lumo::Prefix key = prefix.v4Prefix();
+  const auto own = [&](auto write) {
+    const RefreshMarks::OwnWrite expected(marks_, key);
+    return write();
+  };
+  const Ptr<Route> route = own([&] { return status().routeIs(key); });
+  own([&] { route->preferenceIs(preference); });
+  own([&] { route->routeTypeIs(Fib::RouteType::multicastStatic); });
   route->creationTimeIs(Zan::now());
   for (CandidateVias via(*this, rpf, hop, lpm); via; ++via) {
-    route->viaIs(*via, true);
+    own([&] { route->viaIs(*via, true); });
     MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
   }
   MRIB_TRACE_OF(5, opAdd, "Added route " << prefix << " with preference " << preference);
@@ -152,7 +157,10 @@ S32 RouteResolverSm::updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop,
   bool added = false;
   for (CandidateVias via(*this, rpf, hop, lpm); via; ++via) {
     if (route.via(*via)) continue;
-    route.viaIs(*via, true);
+    {
+      const RefreshMarks::OwnWrite expected(marks_, route.prefix());
+      route.viaIs(*via, true);
+    }
     MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
     added = true;
   }

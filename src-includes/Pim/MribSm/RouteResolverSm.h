@@ -118,6 +118,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   const RouteKeyPrefix* nextMarked(U64 order);
   bool wholePasses() const;
   bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
+  bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route);
   void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
