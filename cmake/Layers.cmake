@@ -2,6 +2,10 @@
 add_library(mrib_flags INTERFACE)
 target_compile_options(mrib_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+# Nobody replaces a function of this library by one of the same name, so calls inside it need not allow for that.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(mrib_flags INTERFACE -fno-semantic-interposition)
+endif()
 # The trie counts bits on every look-up: the popcnt instruction is worth a baseline of x86-64-v2 (2009).
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   target_compile_options(mrib_flags INTERFACE -march=x86-64-v2)
