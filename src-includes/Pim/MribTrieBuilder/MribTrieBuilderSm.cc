@@ -40,27 +40,26 @@ MribTrieBuilderSm::MribTrieBuilderSm(const Ptr<Status const>& status,
     : status_(status ? Zan::create<ZanStatus>(status, this) : nullptr), mribRouteStatus_(mribRouteStatus) {
   handleInitialize();
   handleRoute();
-  reconcileRoutes();
+  route_.reconcile(*this->status(), *this);
 }
 
 MribTrieBuilderSm::~MribTrieBuilderSm() {
   zanDoZombieReactors(true);
   if (status_) status_->mribTrieBuilderSmIs(nullptr);
-  for (auto r = route_.iterator(); r; ++r) r->mribTrieBuilderSmIs(nullptr);
-  route_.eraseAll();
+  route_.orphan();
 }
 
 void MribTrieBuilderSm::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
   VFPtrInterface::hasNotificationActiveIs(active);
   if (status_) status_->hasNotificationActiveIs(active);
-  for (auto r = route_.iterator(); r; ++r) r->hasNotificationActiveIs(active);
+  route_.hasNotificationActiveIs(active);
 }
 
 void MribTrieBuilderSm::zanDoZombieReactors(bool zombie) {
   if (zombie == isZombie()) return;
   if (status_) status_->zanDoZombieReactors(zombie);
-  for (auto r = route_.iterator(); r; ++r) r->zanDoZombieReactors(zombie);
+  route_.zanDoZombieReactors(zombie);
   isMarkedForDeletionIs(zombie);
 }
 
@@ -109,7 +108,7 @@ void MribTrieBuilderSm::zan_handleRoute(const Ptr<ZanRoute>& reactor) {
 // ---- The reactors on the routes ----
 
 Ptr<MribTrieBuilderSm::ZanRoute> MribTrieBuilderSm::route(const Lumo::Prefix& prefix) const {
-  return Ptr<ZanRoute>(route_.lookup(prefix));
+  return route_.at(prefix);
 }
 
 Ptr<MribTrieBuilderSm::ZanRoute> MribTrieBuilderSm::routeIs(const Ptr<Route const>& route) {
@@ -118,41 +117,23 @@ Ptr<MribTrieBuilderSm::ZanRoute> MribTrieBuilderSm::routeIs(const Ptr<Route cons
         "null _route parameter to mutator for Routing::Multicast::Rib::MribTrieBuilderSm::route not "
         "allowed\"");
   }
-  Ptr<ZanRoute> reactor(route_.lookup(route->prefix()));
-  if (reactor && reactor->notifier() == route.get()) return reactor;
-  if (reactor) {
-    reactor->notifierIs(route);
-  } else {
-    reactor = newRoute(route);
-  }
-  reactor->zanDoZombieReactors(isZombie());
-  return reactor;
+  return route_.watch(route, *this);
 }
 
 Ptr<MribTrieBuilderSm::ZanRoute> MribTrieBuilderSm::newRoute(const Ptr<Route const>& route) {
-  auto reactor = Zan::create<ZanRoute>(route, this);
-  route_.insert(reactor);
-  return reactor;
+  return route_.add(route, *this);
 }
 
 Ptr<MribTrieBuilderSm::ZanRoute> MribTrieBuilderSm::routeDel(const Lumo::Prefix& prefix) {
-  return route_.erase(prefix);
+  return route_.drop(prefix);
 }
 
 void MribTrieBuilderSm::routeDelAll() {
-  route_.eraseAll();
+  route_.dropAll();
 }
 
 void MribTrieBuilderSm::routeNotify(const Lumo::Prefix&, const Ptr<ZanRoute>& reactor) {
   Zan::retire(reactor, &ZanRoute::mribTrieBuilderSmIs);
-}
-
-void MribTrieBuilderSm::reconcileRoutes() {
-  const Ptr<Status const> routes = status();
-  for (auto r = routes->routeIterator(); r; ++r) routeIs(Ptr<Route const>(r.get()));
-  for (auto r = route_.iterator(); r; ++r) {
-    if (!routes->route(r->fwkKey())) r.erase();
-  }
 }
 
 // ---- ZanStatus ----
@@ -180,7 +161,7 @@ void MribTrieBuilderSm::ZanStatus::onRoute(const Lumo::Prefix& prefix) {
 }
 
 void MribTrieBuilderSm::ZanStatus::onRoutezanImmediate() {
-  if (notifier() && owner()) owner()->reconcileRoutes();
+  if (notifier() && owner()) owner()->route_.reconcile(*notifierPtr(), *owner());
 }
 
 // ---- ZanRoute ----

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Pim/MribTrieBuilder/RouteReactors.h"
 #include "Routing/Multicast/Shadow/Status.h"
 #include "Zan/Export.h"
 #include "Zan/Reactor.h"
@@ -14,8 +15,7 @@ class ZAN_EXPORT MribTrieBuilderSm : public Zan::VFPtrInterface {
   class ZanRoute;
   class ZanStatus;
   using ShadowStatus = Routing::Multicast::Shadow::Status;
-  using RouteMap = Zan::HashMap<ZanRoute, Lumo::Prefix>;
-  using RouteIterator = RouteMap::Iterator;
+  using RouteIterator = Zan::HashMap<ZanRoute, Lumo::Prefix>::Iterator;
 
   /// The value of `deletedPreference` that says that no removal is recorded.
   static constexpr U8 deletedPreferenceUnknown = 0;
@@ -64,14 +64,12 @@ class ZAN_EXPORT MribTrieBuilderSm : public Zan::VFPtrInterface {
   void zan_handleRoute(const Zan::Ptr<ZanRoute>& reactor);
 
  private:
-  void reconcileRoutes();
-
   bool initialize_ = false;
   Zan::Ptr<ZanStatus> status_;
   Zan::Ptr<ShadowStatus> mribRouteStatus_;
   Zan::Ptr<TrieGen> trie_;
   U8 deletedPreference_ = deletedPreferenceUnknown;
-  RouteMap route_;
+  RouteReactors<MribTrieBuilderSm, ZanRoute, Route> route_;
   U32 trieUpdates_ = 0;
 };
 

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include "EngineWorld.h"
+#include "Pim/MribSm/RefreshMarks.h"
+
+namespace {
+
+using Lumo::IpGenPrefix;
+using Routing::Multicast::Rib::RefreshMarks;
+
+/// Records without an engine, and the marks on them, all settled.
+struct Marks : testing::Test {
+  Marks() {
+    for (const char* p : {"10.0.0.0/8", "20.0.0.0/8", "30.0.0.0/8"}) config->routeIs(IpGenPrefix(p));
+    rpfIs("10.0.0.0/8", EngineWorld::via("1.1.1.1"));
+    rpfIs("20.0.0.0/8", EngineWorld::via("1.1.2.2"));
+    rpfIs("30.0.0.0/8", EngineWorld::intf(7));
+    ip->intfAddrIs(Lumo::IntfId(7), Lumo::IpAddr("1.1.3.3"));
+    marks.inputsAre({config.get(), status.get(), trie.get(), ip.get(), intfs.get()});
+    EXPECT_TRUE(marks.allAreMarked()) << "what was never looked at";
+    settle();
+  }
+  void settle() {
+    marks.wholePassBegins();
+    while (const auto* entry = marks.next(0, defaultPrefix)) marks.unmark(*entry);
+  }
+  void rpfIs(const char* prefix, const EngineWorld::Rpf& rpf) {
+    config->routeIs(IpGenPrefix(prefix))->prefIs(1)->rpfIs(rpf);
+  }
+  /// What is marked, in order; then nothing is.
+  std::string marked() {
+    std::string text;
+    U64 order = 0;
+    while (const auto* entry = marks.next(order, defaultPrefix)) {
+      text += entry->prefix().stringValue() + ' ';
+      order = entry->order();
+      marks.unmark(*entry);
+    }
+    return text;
+  }
+
+  const IpGenPrefix defaultPrefix{"0.0.0.0/0"};
+  Zan::Ptr<EngineWorld::Config> config = Zan::create<EngineWorld::Config>("config");
+  Zan::Ptr<EngineWorld::Status> status = Zan::create<EngineWorld::Status>("status");
+  Zan::Ptr<Routing::TrieGen> trie = Zan::create<Routing::TrieGen>("trie", Lumo::ipv4());
+  Zan::Ptr<Ip::Status> ip = Zan::create<Ip::Status>("ip");
+  Zan::Ptr<Interface::AllIntfStatusDir> intfs = Zan::create<Interface::AllIntfStatusDir>("intfs");
+  RefreshMarks marks;
+};
+
+TEST_F(Marks, FollowEveryRecordThatAnOfferReads) {
+  config->route(IpGenPrefix("20.0.0.0/8"))->prefIs(9);
+  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "a preference";
+  ip->intfAddrIs(Lumo::IntfId(7), Lumo::IpAddr("1.1.4.4"));
+  EXPECT_EQ(marked(), "30.0.0.0/8 ") << "an interface's address";
+  intfs->intfStatusIs(Lumo::IntfId(7), "eth7");
+  EXPECT_EQ(marked(), "30.0.0.0/8 ") << "an interface's status";
+  intfs->intfStatusIs(Lumo::IntfId(8), "eth8");
+  EXPECT_EQ(marked(), "") << "an interface that no RPF names";
+  status->routeIs(Lumo::Prefix("10.0.0.0/8"));
+  EXPECT_EQ(marked(), "10.0.0.0/8 ") << "the own route";
+  status->routeIs(Lumo::Prefix("1.1.0.0/16"))->preferenceIs(3);
+  EXPECT_EQ(marked(), "10.0.0.0/8 20.0.0.0/8 30.0.0.0/8 ") << "a route that RPF addresses may match";
+  trie->routeIs(IpGenPrefix("1.1.4.0/24"), true);
+  EXPECT_EQ(marked(), "30.0.0.0/8 ") << "a trie entry, by the interface's new address";
+  trie->routeDel(IpGenPrefix("1.1.4.0/24"));
+  EXPECT_EQ(marked(), "30.0.0.0/8 ");
+  trie->routeIs(defaultPrefix, true);
+  EXPECT_EQ(marked(), "") << "nothing resolves through the default route";
+}
+
+TEST_F(Marks, PassOverAddressesThatHaveALongerMatch) {
+  trie->routeIs(IpGenPrefix("1.1.2.0/24"), true);
+  settle();
+  status->routeIs(Lumo::Prefix("1.0.0.0/8"));
+  EXPECT_EQ(marked(), "10.0.0.0/8 30.0.0.0/8 ");
+  // It loses its longer match before anybody asks: noted for that.
+  status->routeDel(Lumo::Prefix("1.0.0.0/8"));
+  trie->routeDel(IpGenPrefix("1.1.2.0/24"));
+  EXPECT_EQ(marked(), "10.0.0.0/8 20.0.0.0/8 30.0.0.0/8 ");
+}
+
+TEST_F(Marks, MeetInThisPassWhatLiesAheadAndInTheNextWhatLiesBehind) {
+  const auto* middle = config->route(IpGenPrefix("20.0.0.0/8"));
+  marks.mark(*config->route(IpGenPrefix("10.0.0.0/8")));
+  marks.mark(*config->route(IpGenPrefix("30.0.0.0/8")));
+  EXPECT_EQ(marks.next(middle->order(), defaultPrefix), config->route(IpGenPrefix("30.0.0.0/8")));
+  EXPECT_EQ(marked(), "10.0.0.0/8 30.0.0.0/8 ");
+}
+
+TEST_F(Marks, ForgetAnEntryThatGoesAndAnRpfThatNobodyNamesAnyMore) {
+  config->routeIs(IpGenPrefix("10.0.0.0/8"))->prefIs(2)->rpfIs(EngineWorld::via("1.1.1.1"));
+  config->routeIs(IpGenPrefix("10.0.0.0/8"))->prefDel(1);
+  settle();
+  trie->routeIs(IpGenPrefix("1.1.1.0/24"), true);
+  EXPECT_EQ(marked(), "10.0.0.0/8 ") << "still named at the other preference";
+  config->route(IpGenPrefix("10.0.0.0/8"))->prefDel(2);
+  settle();
+  trie->routeDel(IpGenPrefix("1.1.1.0/24"));
+  EXPECT_EQ(marked(), "");
+  marks.mark(*config->route(IpGenPrefix("20.0.0.0/8")));
+  config->routeDel(IpGenPrefix("20.0.0.0/8"));
+  trie->routeIs(IpGenPrefix("1.1.2.0/24"), true);
+  EXPECT_EQ(marked(), "");
+}
+
+TEST_F(Marks, AreAllSetWhenInDoubt) {
+  EXPECT_FALSE(marks.allAreMarked());
+  for (U32 i = 0; i < 100; ++i) status->routeIs(Lumo::Prefix(Lumo::IpAddr::fromHost(i << 8), 24));
+  EXPECT_TRUE(marks.allAreMarked()) << "more was noted than there are prefixes";
+  settle();
+  const auto other = Zan::create<Routing::TrieGen>("other", Lumo::ipv4());
+  marks.inputsAre({config.get(), status.get(), other.get(), ip.get(), intfs.get()});
+  EXPECT_TRUE(marks.allAreMarked()) << "another trie";
+  settle();
+  config = nullptr;
+  status->routeDel(Lumo::Prefix("0.0.1.0/24"));
+  EXPECT_TRUE(marks.allAreMarked()) << "the configuration is gone";
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include "Pim/MribTrieBuilder/MribTrieBuilderSm.h"
+#include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
+#include "TraceRecorder.h"
+
+// The same events through both builders, and what each makes of them: they share their bookkeeping and differ
+// in how the trie follows.
+
+namespace {
+
+struct V4 {
+  using Builder = Routing::Multicast::Rib::MribTrieBuilderSm;
+  using Status = Routing::Multicast::Rib::Status;
+  using Shadow = Routing::Multicast::Shadow::Status;
+  using Prefix = Lumo::Prefix;
+  using Via = Routing::Fib::Via;
+  static constexpr const char* one = "10.1.0.0/16";
+  static constexpr const char* two = "10.2.0.0/16";
+  static Via via() { return {Lumo::IpAddr("192.0.2.1"), nullptr}; }
+  static auto make(const Zan::Ptr<Status>& status, const Zan::Ptr<Shadow>& shadow) {
+    return Routing::Multicast::Rib::mribTrieBuilderSmFactory(status, shadow);
+  }
+  static std::string deleted(const Builder& b) { return " deleted " + std::to_string(b.deletedPreference()); }
+};
+
+struct V6 {
+  using Builder = Routing6::Multicast::Rib::MribTrieBuilderSm;
+  using Status = Routing6::Multicast::Rib::Status;
+  using Shadow = Routing6::Multicast::Shadow::Status;
+  using Prefix = Lumo::Ip6Prefix;
+  using Via = Routing6::Fib::Via;
+  static constexpr const char* one = "2001:db8:1::/48";
+  static constexpr const char* two = "2001:db8:2::/48";
+  static Via via() { return {Lumo::Ip6Addr("fe80::1"), nullptr}; }
+  static auto make(const Zan::Ptr<Status>& status, const Zan::Ptr<Shadow>& shadow) {
+    return Routing6::Multicast::Rib::mribTrieBuilderSmFactory(status, shadow);
+  }
+  static std::string deleted(const Builder&) { return ""; }
+};
+
+template <class F>
+struct World {
+  World() {
+    status->routeIs(one)->viaIs(F::via(), true);
+    builder = F::make(status, shadow);
+  }
+  /// Which of the two prefixes are in the trie, how many updates were counted, how many routes are watched.
+  std::string state() const {
+    std::string s = builder->trie()->route(one) ? "one " : "";
+    s += builder->trie()->route(two) ? "two " : "";
+    return s + "updates " + std::to_string(builder->trieUpdates()) + F::deleted(*builder) + " watched " +
+           std::to_string(builder->routeCount());
+  }
+
+  typename F::Prefix one{F::one};
+  typename F::Prefix two{F::two};
+  Zan::Ptr<typename F::Status> status = Zan::create<typename F::Status>("status");
+  Zan::Ptr<typename F::Shadow> shadow = Zan::create<typename F::Shadow>("shadow");
+  Zan::Ptr<typename F::Builder> builder;
+};
+
+/// Does event number `n` in a world.
+constexpr const char* events[] = {
+    "start with one", "two comes, without via",      "two gets a preference, still without via",
+    "two gets a via", "two gets another preference", "two loses its via",
+    "two goes",       "all may have changed",        "absent prefix is named",
+};
+template <class F>
+void happen(World<F>& w, std::size_t n) {
+  const auto two = w.status->route(w.two);
+  switch (n) {
+    case 1:
+      w.status->routeIs(w.two);
+      break;
+    case 2:
+      two->preferenceIs(7);
+      break;
+    case 3:
+      two->viaIs(F::via(), true);
+      break;
+    case 4:
+      two->preferenceIs(9);
+      break;
+    case 5:
+      two->viaDel(F::via());
+      break;
+    case 6:
+      w.status->routeDel(w.two);
+      break;
+    case 7:
+      w.status->routeNotifyAll();
+      break;
+    case 8:
+      w.builder->trie()->routeIs(Lumo::IpGenPrefix(w.two), true);
+      w.status->routeIs(w.two);
+      w.status->routeDel(w.two);
+      break;
+    default:
+      break;
+  }
+}
+
+TEST(TrieBuilders, DifferExactlyInHowTheTrieFollows) {
+  const char* expected[][2] = {
+      {"one updates 1 deleted 0 watched 1", "one updates 0 watched 1"},
+      {"one updates 1 deleted 0 watched 2", "one two updates 1 watched 2"},
+      {"one updates 1 deleted 0 watched 2", "one two updates 1 watched 2"},
+      {"one two updates 2 deleted 0 watched 2", "one two updates 2 watched 2"},
+      {"one two updates 2 deleted 0 watched 2", "one two updates 2 watched 2"},
+      {"one two updates 2 deleted 0 watched 2", "one two updates 3 watched 2"},
+      {"one updates 3 deleted 9 watched 1", "one updates 4 watched 1"},
+      {"one updates 3 deleted 9 watched 1", "one updates 4 watched 1"},
+      {"one updates 4 deleted 0 watched 1", "one updates 6 watched 1"},
+  };
+  World<V4> w4;
+  World<V6> w6;
+  for (std::size_t n = 0; n < std::size(events); ++n) {
+    happen(w4, n);
+    happen(w6, n);
+    EXPECT_EQ(w4.state(), expected[n][0]) << "IPv4: " << events[n];
+    EXPECT_EQ(w6.state(), expected[n][1]) << "IPv6: " << events[n];
+  }
+}
+
+template <class F>
+std::string traced() {
+  World<F> w;
+  const TraceRecorder recorder;
+  const auto again = F::make(w.status, w.shadow);
+  w.status->route(w.one)->viaDel(F::via());
+  w.status->routeDel(w.one);
+  std::string text;
+  for (const auto& m : recorder.messages) {
+    // The first builder hears the same; what it says is left out.
+    text += m.handle + std::to_string(m.level) + ' ' + m.function + ": " + m.text + '\n';
+  }
+  return text;
+}
+
+TEST(TrieBuilders, SayWhatTheyDoInTheirOwnWords) {
+  const std::string ns6 = "void Routing6::Multicast::Rib::MribTrieBuilderSm::";
+  const std::string text = traced<V6>();
+  for (const std::string& part :
+       {"8 handleInitialize: " + ns6 + "handleInitialize()\n", "8 handleRoute: " + ns6 + "handleRoute()\n",
+        std::string("0 handleRoute: Trie built with 1 nodes  and 1 routes\n"),
+        "8 handleVia: " + ns6 + "ZanRoute::handleVia(const Routing6::Fib::Via&)( fe80::1 ) Deletion\n",
+        "8 handleRoute: " + ns6 + "handleRoute(const Lumo::Ip6Prefix&)( 2001:db8:1::/48 )\n"}) {
+    EXPECT_NE(text.find("MribTrieBuilder" + part), text.npos) << part << "in\n" << text;
+  }
+  EXPECT_EQ(text.find("handleDel"), text.npos);
+  EXPECT_NE(traced<V4>().find("ZanRoute::handleDel()Route with prefix 10.1.0.0/16 and preference "),
+            text.npos);
+}
+
+TEST(TrieBuilders, Ipv6RefusesWhatIpv4Refuses) {
+  World<V6> w;
+  try {
+    w.builder->routeIs(nullptr);
+    FAIL();
+  } catch (const Zan::RangeException& e) {
+    EXPECT_STREQ(
+        e.what(),
+        "null _route parameter to mutator for Routing6::Multicast::Rib::MribTrieBuilderSm::route not "
+        "allowed\"");
+  }
+  EXPECT_DEATH(V6::make(nullptr, w.shadow), "status\\(\\) && mribRouteStatus\\(\\)");
+  EXPECT_DEATH(w.builder->handleRoute(), "trie\\(\\)->nodes\\(\\) == 0");
+  EXPECT_EQ(w.shadow->trie()->name().stringValue(), "mribTrie6");
+  EXPECT_EQ(w.shadow->route(), w.status);
+  // A removed reactor hears nothing more, and neither does anybody after the builder is gone.
+  const auto reactor = w.builder->routeDel(w.one);
+  EXPECT_TRUE(reactor->isZombie());
+  EXPECT_EQ(reactor->mribTrieBuilderSm(), nullptr);
+  w.builder = nullptr;
+  w.status->routeDel(w.one);
+  EXPECT_TRUE(w.shadow->trie()->route(w.one));
+}
+
+}  // namespace
