@@ -43,6 +43,10 @@ class HashMap {
 
   U32 size() const { return size_; }
   V* lookup(const K& key) const;
+  /// Starts to load what a look-up of this key will read first, so that other work hides the wait.
+  void prefetch(const K& key) const {
+    if (slots_) __builtin_prefetch(&slots_[place(key.hash())]);
+  }
   /// Adds a member. Its key must not be in use.
   void insert(const Ptr<V>& member);
   /// Deletes the member under `key` and returns it; null when there is none.

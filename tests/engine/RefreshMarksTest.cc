@@ -46,11 +46,14 @@ struct Marks : testing::Test {
   Zan::Ptr<Ip::Status> ip = Zan::create<Ip::Status>("ip");
   Zan::Ptr<Interface::AllIntfStatusDir> intfs = Zan::create<Interface::AllIntfStatusDir>("intfs");
   RefreshMarks marks;
+  int count = 0;
 };
 
 TEST_F(Marks, FollowEveryRecordThatAnOfferReads) {
   config->route(IpGenPrefix("20.0.0.0/8"))->prefIs(9);
-  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "a preference";
+  EXPECT_EQ(marked(), "") << "a preference without RPF";
+  config->route(IpGenPrefix("20.0.0.0/8"))->pref(9)->rpfIs(EngineWorld::via("1.1.9.9"));
+  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "an RPF";
   ip->intfAddrIs(Lumo::IntfId(7), Lumo::IpAddr("1.1.4.4"));
   EXPECT_EQ(marked(), "30.0.0.0/8 ") << "an interface's address";
   intfs->intfStatusIs(Lumo::IntfId(7), "eth7");
@@ -116,6 +119,28 @@ TEST_F(Marks, AreAllSetWhenInDoubt) {
   config = nullptr;
   status->routeDel(Lumo::Prefix("0.0.1.0/24"));
   EXPECT_TRUE(marks.allAreMarked()) << "the configuration is gone";
+}
+
+TEST_F(Marks, ANewRpfThatWasOfferedNeedsNoOfferOfTheWholeUnlessMoreHasChanged) {
+  const auto& entry = *config->route(IpGenPrefix("20.0.0.0/8"));
+  const auto offerAfter = [&](auto change) {
+    rpfIs("20.0.0.0/8", EngineWorld::via("1.1.5." + std::to_string(++count)));
+    change();
+    marks.offeredNewRpf(entry);
+    return marked();
+  };
+  EXPECT_EQ(offerAfter([] {}), "");
+  EXPECT_EQ(offerAfter([&] { rpfIs("20.0.0.0/8", EngineWorld::via("1.1.6.6")); }), "20.0.0.0/8 ")
+      << "two RPFs";
+  EXPECT_EQ(offerAfter([&] { trie->routeIs(IpGenPrefix("1.1.2.0/24"), true); }), "20.0.0.0/8 ") << "the trie";
+  EXPECT_EQ(offerAfter([&] {
+              const RefreshMarks::OwnWrite own(marks, Lumo::Prefix("20.0.0.0/8"));
+              status->routeIs(Lumo::Prefix("20.0.0.0/8"));
+            }),
+            "")
+      << "the resolver's own write";
+  EXPECT_EQ(offerAfter([&] { status->routeDel(Lumo::Prefix("20.0.0.0/8")); }), "20.0.0.0/8 ")
+      << "somebody else's";
 }
 
 }  // namespace

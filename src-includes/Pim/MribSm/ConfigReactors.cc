@@ -36,6 +36,10 @@ void MribSm::ZanMribConfig::notifierIs(const Ptr<PtrInterface const>& config) {
 
 void MribSm::ZanMribConfig::onRoute(const Lumo::IpGenPrefix& prefix) {
   if (!notifier() || !owner()) return;
+  // A new prefix is looked up in two more tables soon; by then they should be here.
+  const Lumo::Prefix key = prefix.v4Prefix();
+  if (const auto& status = owner()->mribStatus()) status->routePrefetch(key);
+  if (const auto& builder = owner()->trieBuilder()) builder->routePrefetch(key);
   if (const RouteKeyPrefix* entry = notifier()->route(prefix)) {
     owner()->mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(entry));
   } else {

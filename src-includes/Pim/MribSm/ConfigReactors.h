@@ -27,7 +27,7 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefi
   /// A preference as a key.
   struct PrefKey {
     U8 preference;
-    U64 hash() const { return preference; }
+    U64 hash() const { return Zan::mix(preference, 0); }
     friend bool operator==(PrefKey, PrefKey) = default;
   };
   using ConfigPrefMap = Zan::HashMap<ZanMribConfigPref, PrefKey>;

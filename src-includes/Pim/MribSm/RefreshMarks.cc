@@ -33,6 +33,7 @@ void RefreshMarks::inputsAre(const Inputs& inputs) {
 
 void RefreshMarks::markAll() {
   all_ = true;
+  fresh_ = nullptr;
   touched_.clear();
   touchedIntfs_.clear();
 }
@@ -42,20 +43,34 @@ void RefreshMarks::wholePassBegins() {
   all_ = false;
 }
 
+/// Only RPFs matter to an offer; the first one that an unmarked prefix gets is held apart (see
+/// `offeredNewRpf`).
 void RefreshMarks::hearConfig(const ConfigChange& change) {
   const RouteKeyPrefix& entry = change.entry;
-  if (change.rpf) change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
-  const bool configured = inputs_.config->route(entry.prefix()) == &entry;
-  if (entry.prefix().af() != Lumo::ipv4()) configured ? foreign_.insert(&entry) : foreign_.erase(&entry);
-  if (!configured) {
-    unmark(entry);
-    fresh_ = {};
+  if (!change.rpf) {
+    if (entry.prefix().af() != Lumo::ipv4())
+      change.present ? foreign_.insert(&entry) : foreign_.erase(&entry);
+    if (!change.present) forget(entry);
     return;
   }
-  const bool isFirst = !all_ && marked_.insert({entry.order(), &entry}) && nothingNoted();
-  const bool isFresh = isFirst || (fresh_.entry == &entry && !(fresh_.hasRpf && change.rpf));
-  const bool hadRpf = !isFirst && fresh_.hasRpf;
-  fresh_ = isFresh && change.present ? Fresh{&entry, hadRpf || change.rpf} : Fresh{};
+  change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
+  const bool isFresh = change.present && !all_ && nothingNoted() && fresh_ != &entry &&
+                       !marked_.contains({entry.order(), &entry});
+  markFresh();
+  if (isFresh) {
+    fresh_ = &entry;
+  } else {
+    mark(entry);
+  }
+}
+
+void RefreshMarks::forget(const RouteKeyPrefix& entry) {
+  if (fresh_ == &entry) fresh_ = nullptr;
+  unmark(entry);
+}
+
+void RefreshMarks::markFresh() {
+  if (const RouteKeyPrefix* entry = std::exchange(fresh_, nullptr)) mark(*entry);
 }
 
 void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
@@ -149,8 +164,8 @@ void RefreshMarks::offered(const RouteKeyPrefix& entry) {
 }
 
 void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry) {
-  if (fresh_.entry != &entry || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
-  unmark(entry);
+  if (fresh_ != &entry || all_ || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
+  fresh_ = nullptr;
   settleOwnWrites();
 }
 
@@ -166,6 +181,7 @@ void RefreshMarks::settleOwnWrites() {
 
 const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {
   if (!listens()) markAll();
+  markFresh();
   settle(defaultPrefix);
   const Marked* marked = all_ ? nullptr : marked_.from({order + 1, nullptr});
   return marked ? marked->entry : nullptr;

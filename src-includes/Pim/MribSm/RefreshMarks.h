@@ -90,8 +90,6 @@ class RefreshMarks {
   /// The first marked prefix that a walk meets behind the one with this order (0: from the start), or null.
   const RouteKeyPrefix* next(U64 order, const Lumo::IpGenPrefix& defaultPrefix);
 
-  U32 markedCount() const { return marked_.size(); }
-
  private:
   /// A configured prefix by an address or an interface that one of its RPFs names.
   template <class Key>
@@ -112,18 +110,13 @@ class RefreshMarks {
     friend auto operator<=>(const IntfAddress&, const IntfAddress&) = default;
   };
 
-  /// A prefix that was not marked before the last changes of the configuration, which were its own: it came,
-  /// or one of its preferences did, or one RPF (`hasRpf`), and nothing else.
-  struct Fresh {
-    const RouteKeyPrefix* entry = nullptr;
-    bool hasRpf = false;
-  };
-
   bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;
   void settleOwnWrites();
   void hearStatus(const Lumo::Prefix& prefix);
   bool nothingNoted() const { return touched_.empty() && touchedIntfs_.empty(); }
   void hearConfig(const ConfigChange& change);
+  void forget(const RouteKeyPrefix& entry);
+  void markFresh();
   void hearTrie(const Lumo::IpGenPrefix& prefix) { touch(prefix.v4Prefix()); }
   void hearIpStatus(const Lumo::IntfId& id) { touchIntf(id.value()); }
   void touchIntf(U32 intf);
@@ -146,9 +139,9 @@ class RefreshMarks {
   Zan::SortedSet<IntfAddress> intfAddresses_;
   std::unordered_map<U32, U32> addressOfIntf_;
   Zan::SortedSet<const RouteKeyPrefix*> foreign_;  // not of IPv4
-  Fresh fresh_{};
-  std::optional<Lumo::Prefix> expected_;  // the route that the resolver is about to write
-  bool othersWrote_ = false;              // since the last time that nothing was noted
+  const RouteKeyPrefix* fresh_ = nullptr;  // marked, but held apart: for nothing but one RPF that was added
+  std::optional<Lumo::Prefix> expected_;   // the route that the resolver is about to write
+  bool othersWrote_ = false;               // since the last time that nothing was noted
   std::vector<Lumo::Prefix> touched_;
   std::vector<U32> touchedIntfs_;
   Zan::Tap<ConfigChange> configTap_ = Zan::Tap<ConfigChange>::to<&RefreshMarks::hearConfig>(this);

@@ -112,7 +112,7 @@ Config::~Config() = default;
 Zan::Ptr<RouteKeyPrefix> Config::routeIs(const IpGenPrefix& prefix) {
   if (RouteKeyPrefix* existing = route_.lookup(prefix)) return Zan::Ptr<RouteKeyPrefix>(existing);
   auto entry = Zan::create<RouteKeyPrefix>(prefix);
-  routeIs(entry);
+  enter(entry);
   return entry;
 }
 
@@ -124,6 +124,10 @@ void Config::routeIs(const Zan::Ptr<RouteKeyPrefix>& entry) {
     old->zanOrphaned();
     routeTouched(*route_.erase(old), false);
   }
+  enter(entry);
+}
+
+void Config::enter(const Zan::Ptr<RouteKeyPrefix>& entry) {
   entry->parentIs(this, routeId);
   entry->order_ = nextOrder_++;
   route_.insert(entry);

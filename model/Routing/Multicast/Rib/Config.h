@@ -44,6 +44,7 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
 
  private:
   friend class RouteKeyPrefix;
+  void enter(const Zan::Ptr<RouteKeyPrefix>& entry);
   void routeLeft(RouteKeyPrefix& entry);
   void routeTouched(const RouteKeyPrefix& entry, bool present) const;
   void tellRoute(const Lumo::IpGenPrefix& prefix) const;
