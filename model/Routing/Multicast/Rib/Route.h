@@ -100,7 +100,9 @@ class ZAN_EXPORT RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeCo
   virtual void onVia() { onCollectionNotification(Zan::literal<"via">()); }
   virtual void onCreationTime() { onAttribute(creationTimeId); }
   virtual void onMetric() { onAttribute(metricId); }
-  virtual void onPrefixSet(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"prefixSet">()); }
+  virtual void onPrefixSet(const Lumo::IpGenPrefix&) {
+    onCollectionNotification(Zan::literal<"prefixSet">());
+  }
   virtual void onPrefixSetzanImmediate() { onCollectionNotification(Zan::literal<"prefixSet">()); }
   virtual void onPrefixSet() { onCollectionNotification(Zan::literal<"prefixSet">()); }
 
