@@ -10,7 +10,7 @@
 namespace Zan {
 
 /// Kinds of exception that the framework itself raises; a catcher tells them apart by `Exception::id()`.
-enum class ExceptionId : U32 { generic = 0, range = 1, corruption = 2 };
+enum class ExceptionId : U32 { generic = 0, range = 1, corruption = 2, introspection = 3 };
 
 /// Base of every exception thrown by the library. Carries an identifier and a text for people.
 class ZAN_EXPORT Exception : public std::exception {

@@ -94,7 +94,11 @@ template <class T>
 class ListSet<T>::Iterator {
  public:
   explicit Iterator(const ListSet& set) : set_(&set) { set.marks_.add(&mark_); }
-  Iterator(const Iterator&) = delete;
+  Iterator(const Iterator& other) : set_(other.set_) {
+    mark_.index = other.mark_.index;
+    mark_.removed = other.mark_.removed;
+    set_->marks_.add(&mark_);
+  }
   Iterator& operator=(const Iterator&) = delete;
   ~Iterator() { BookmarkList<Mark>::remove(&mark_); }
 

@@ -23,6 +23,7 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
+  const Zan::Ptr<Routing::Multicast::Rib::MribSm>& mribSm() const { return mribSm_; }
   const Routing::Multicast::Rib::Status& mrib() const { return *mribStatus_; }
   /// The MRIB route that a packet from `source` must come in by; null when there is none.
   const Routing::Multicast::Rib::Route* rpf(Lumo::IpAddr source) const;

@@ -2,15 +2,18 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 #include "ConfigCheck.h"
 #include "Error.h"
 #include "Escape.h"
+#include "Inspect.h"
 #include "IpJson.h"
 #include "Netlink.h"
 #include "Output.h"
 #include "Sample.h"
+#include "Zan/Assert.h"
 #include "Zan/Trace.h"
 
 namespace {
@@ -26,6 +29,7 @@ struct Options {
   bool sample = false;
   int traceLevel = -1;
   std::string source;  // of `mrib rpf`
+  host::InspectRequest inspect;
 };
 
 /// Prints a trace with everything that a terminal might take for a command escaped.
@@ -65,6 +69,29 @@ Input readInput(const Options& options) {
     input.source += ", a sample configuration";
   }
   return input;
+}
+
+/// An operation that was called by hand may be refused by an assertion: that is an answer, not a crash.
+void reportAssertion(const Zan::AssertionFailure& failure) {
+  std::fprintf(stderr, "mrib: the engine refuses this: assertion `%s' in %s\n", failure.expression,
+               failure.function);
+  std::_Exit(usageError);
+}
+
+int runInspect(const Options& options) {
+  const Input input = readInput(options);
+  if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
+  const host::Agent agent(input.kernel, input.lines);
+  Zan::assertionObserverIs(reportAssertion);
+  host::InspectRequest request = options.inspect;
+  request.json = options.json;
+  try {
+    std::cout << host::inspect(Zan::GenericIf(agent.mribSm()), "MribSm", request) << std::flush;
+  } catch (const host::Error& e) {
+    std::cerr << "mrib: " << e.what() << '\n';
+    return usageError;
+  }
+  return found;
 }
 
 int run(const Options& options, bool rpf) {
@@ -113,8 +140,21 @@ int main(int argc, char** argv) {
       ->type_name("LEVEL");
   auto* rpf = app.add_subcommand("rpf", "The MRIB route, next hop and interface for a source");
   rpf->add_option("ADDRESS", options.source, "Source address")->required();
+  auto* inspect = app.add_subcommand("inspect", "The engine's live objects, their attributes and operations");
+  inspect->add_option(
+      "PATH", options.inspect.path,
+      "Object or collection, as MribSm/routeResolver/mribForPrefix[20.0.0.0/24]; MribSm by default");
+  inspect->add_option("--set", options.inspect.sets, "Set an attribute first")
+      ->type_name("NAME=VALUE")
+      ->allow_extra_args(false);
+  inspect->add_option("--call", options.inspect.calls, "Invoke an operation first")
+      ->type_name("'NAME ARGUMENT=VALUE ...'")
+      ->allow_extra_args(false);
+  inspect->add_option("--depth", options.inspect.depth, "Objects within objects that are shown (2)")
+      ->type_name("N");
   app.fallthrough();
   rpf->fallthrough();
+  inspect->fallthrough();
   app.footer("Exit codes: 0 found, 1 usage, 2 kernel or file error, 3 no RPF route.");
   try {
     app.parse(argc, argv);
@@ -123,7 +163,7 @@ int main(int argc, char** argv) {
   }
   try {
     if (options.config.empty() && access(defaultConfig, F_OK) == 0) options.config = defaultConfig;
-    return run(options, rpf->parsed());
+    return inspect->parsed() ? runInspect(options) : run(options, rpf->parsed());
   } catch (const std::exception& e) {
     std::cerr << "mrib: " << e.what() << '\n';
     return inputError;

@@ -98,6 +98,42 @@ TEST_F(ProgramTest, ExitCodesTellTheOutcome) {
   EXPECT_EQ(run("--config /nonexistent").code, 2);
 }
 
+TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {
+  const auto inspected = [&](const std::string& arguments) {
+    const auto result = runFiles("inspect " + arguments);
+    return std::to_string(result.code) + ' ' + result.out;
+  };
+  const auto has = [](const std::string& text, const std::string& part) {
+    return text.find(part) == text.npos ? part + " is not in\n" + text : "";
+  };
+  EXPECT_EQ(has(inspected(""), "0 MribSm: Routing::Multicast::Rib::MribSm\n"), "");
+  EXPECT_EQ(has(inspected("MribSm/mribShadow/trie"), "  nodes: S32 = "), "");
+  EXPECT_EQ(has(inspected("MribSm/routeResolver/mribForPrefix"), "members\n  ["), "");
+  EXPECT_EQ(has(inspected("-j MribSm/trieBuilder"), "\"deletedPreferenceUnknown\": {"), "");
+  EXPECT_EQ(has(inspected("MribSm/routeResolver --set initialized=true"), "  initialized: bool = true\n"),
+            "");
+  EXPECT_EQ(
+      has(inspected("MribSm/routeResolver --call 'doAddOrUpdateRoute pref=1 p=99.0.0.0/8 rpf=addr 9.9.9.9'"),
+          "rpf=addr 9.9.9.9 = -1\n"),
+      "");
+  // Wrong names and types: what is wrong, and the nearest right name.
+  EXPECT_EQ(has(inspected("MribSm/routeResolvr"), "did you mean \"routeResolver\"?"), "");
+  EXPECT_EQ(
+      has(inspected("MribSm/routeResolver --call 'doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true'"),
+          "1 mrib: doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true: unknown argument \"chngedPrefix\" "
+          "of "
+          "\"doMaybeRefreshRoutes\"; did you mean \"changedPrefix\"?"),
+      "");
+  EXPECT_EQ(has(inspected("MribSm --set initialize=maybe"), "expected a value of type bool, found \"maybe\""),
+            "");
+  EXPECT_EQ(has(inspected("MribSm/ipStatus/intfAddr[77]"), "there is none"), "");
+  EXPECT_EQ(has(inspected("MribSm/mribConfig --set route=1"), "attempting to modify a const instance"), "");
+  EXPECT_EQ(
+      has(inspected("MribSm/routeResolver --call 'doAddOrUpdateRoute pref=0 p=9.0.0.0/8 rpf=addr 9.9.9.9'"),
+          "1 mrib: the engine refuses this: assertion `pref'"),
+      "");
+}
+
 TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
   const struct {
     const char* file;

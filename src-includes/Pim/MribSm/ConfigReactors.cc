@@ -1,6 +1,7 @@
 #include "Pim/MribSm/ConfigReactors.h"
 
 #include "Pim/MribSm/MribSmTrace.h"
+#include "Zan/ZanType.h"
 
 namespace Routing::Multicast::Rib {
 
@@ -158,6 +159,11 @@ void MribSm::ZanMribConfigPrefix::zan_handleMribConfigPref(const Ptr<ZanMribConf
   reactor->handleDel();
 }
 
+const Zan::ZanType* MribSm::ZanMribConfigPrefix::fwkType() const {
+  static const Zan::ZanType type("Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix", Reactor::fwkType());
+  return &type;
+}
+
 void MribSm::ZanMribConfigPrefix::zanLeft() {
   if (owner()) owner()->mribConfigPrefixNotify(fwkKey(), Ptr<ZanMribConfigPrefix>(this));
 }
@@ -186,6 +192,12 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::notifierIs(const Ptr<PtrInt
   Reactor::notifierIs(rkPreference);
   if (notifier()) handleRpf();
   isRegisteredNotifieeIs(true);
+}
+
+const Zan::ZanType* MribSm::ZanMribConfigPrefix::ZanMribConfigPref::fwkType() const {
+  static const Zan::ZanType type("Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::ZanMribConfigPref",
+                                 Reactor::fwkType());
+  return &type;
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::zanLeft() {

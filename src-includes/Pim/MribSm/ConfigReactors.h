@@ -45,6 +45,7 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefi
   void onPrefzanImmediate() override;
   void zanDoZombieReactors(bool zombie) override;
   using RouteKeyPrefix::NotifieeConst::onPref;
+  const Zan::ZanType* fwkType() const override;
 
   MribSm* mribSm() const { return owner(); }
   void mribSmIs(MribSm* mribSm) { ownerIs(mribSm); }
@@ -53,6 +54,7 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefi
 
   Zan::Ptr<ZanMribConfigPref> mribConfigPref(U8 preference) const;
   U32 mribConfigPrefCount() const { return mribConfigPref_.size(); }
+  ConfigPrefMap::Iterator mribConfigPrefIterator() { return mribConfigPref_.iterator(); }
   Zan::Ptr<ZanMribConfigPref> mribConfigPrefIs(const Zan::Ptr<RouteKeyPreference const>& rkPreference);
   Zan::Ptr<ZanMribConfigPref> mribConfigPrefDel(U8 preference);
   void mribConfigPrefDelAll();
@@ -84,6 +86,7 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix::ZanMribConfigPref
   void onRpf(const Rpf& rpf) override;
   void onRpfzanImmediate() override {}  // intended: each RPF is told on its own
   using RouteKeyPreference::NotifieeConst::onRpf;
+  const Zan::ZanType* fwkType() const override;
 
   ZanMribConfigPrefix* zanMribConfigPrefix() const { return owner(); }
   void zanMribConfigPrefixIs(ZanMribConfigPrefix* prefix) { ownerIs(prefix); }

@@ -1,5 +1,6 @@
 #include "Pim/MribSm/MribSmTrace.h"
 #include "Pim/MribSm/RouteResolverSm.h"
+#include "Zan/ZanType.h"
 
 // Who depends on whom. For every resolving prefix there is a prefix set with the multicast prefixes that
 // resolve through it; mribForPrefix finds it by the resolving prefix, and each member's route links to it.
@@ -18,6 +19,12 @@ constexpr const char* sigDelWatch =
     "Routing::Multicast::Rib::PrefixSet::Ptr&)";
 
 }  // namespace
+
+const Zan::ZanType* RouteResolverSm::ZanMribForPrefix::fwkType() const {
+  static const Zan::ZanType type("Routing::Multicast::Rib::RouteResolverSm::ZanMribForPrefix",
+                                 VFPtrInterface::fwkType());
+  return &type;
+}
 
 PrefixSet::Ptr RouteResolverSm::mribForPrefix(const Lumo::IpGenPrefix& lPrefix) const {
   const ZanMribForPrefix* entry = mribForPrefix_.lookup(lPrefix);

@@ -150,6 +150,7 @@ class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
   const PrefixSet::Ptr& mribForPrefix() const { return set_; }
   void mribForPrefixIs(const PrefixSet::Ptr& set) { set_ = set; }
   const Lumo::IpGenPrefix& fwkKey() const { return set_->lPrefix(); }
+  const Zan::ZanType* fwkType() const override;
 
  private:
   PrefixSet::Ptr set_;

@@ -173,6 +173,11 @@ MribTrieBuilderSm::ZanRoute::ZanRoute(const Ptr<Route const>& route, MribTrieBui
   zanDoZombieReactors(owner->isZombie());
 }
 
+const Zan::ZanType* MribTrieBuilderSm::ZanRoute::fwkType() const {
+  static const Zan::ZanType type("Routing::Multicast::Rib::MribTrieBuilderSm::ZanRoute", Reactor::fwkType());
+  return &type;
+}
+
 void MribTrieBuilderSm::ZanRoute::zanLeft() {
   if (owner()) owner()->routeNotify(fwkKey(), Ptr<ZanRoute>(this));
 }

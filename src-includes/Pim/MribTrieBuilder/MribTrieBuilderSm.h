@@ -100,6 +100,7 @@ class ZAN_EXPORT MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::Notifi
   void onViazanImmediate() override {}  // intended: a change of the whole via collection is ignored
   void handleDefault(Zan::ActivityConfig* activity, Zan::AttributeId attribute, bool leaving) override;
   using Route::NotifieeConst::onVia;
+  const Zan::ZanType* fwkType() const override;
 
   MribTrieBuilderSm* mribTrieBuilderSm() const { return owner(); }
   void mribTrieBuilderSmIs(MribTrieBuilderSm* owner) { ownerIs(owner); }

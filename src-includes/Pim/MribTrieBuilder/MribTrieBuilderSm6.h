@@ -91,6 +91,7 @@ class ZAN_EXPORT MribTrieBuilderSm::ZanRoute : public Zan::Reactor<Route::Notifi
   void onVia(const Fib::Via& via) override { handleVia(via); }
   void onViazanImmediate() override {}  // intended: a change of the whole via collection is ignored
   using Route::NotifieeConst::onVia;
+  const Zan::ZanType* fwkType() const override;
 
   MribTrieBuilderSm* mribTrieBuilderSm() const { return owner(); }
   void mribTrieBuilderSmIs(MribTrieBuilderSm* owner) { ownerIs(owner); }

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Zan/Introspection.h"
+
+namespace Zan {
+
+/// What to do to which attribute.
+struct Operation {
+  AttributeId attribute;
+  AttributeOp op;
+};
+
+/// An argument by name. Without name, the next one in order.
+struct NamedArgument {
+  std::string name;
+  Value value;
+};
+
+/// Access to an object's attributes and operations by identifier or by name. Made from a reference to a const
+/// object it refuses every operation that changes the object.
+///
+/// Every failure throws an `IntrospectionException` that names the attribute, argument or type, and changes
+/// nothing.
+class ZAN_EXPORT GenericIf {
+ public:
+  GenericIf() = default;
+  GenericIf(ObjectRef object) : object_(std::move(object)) {}  // NOLINT: a view
+  template <class T>
+  GenericIf(const Ptr<T>& object) : object_(object) {}  // NOLINT: likewise
+
+  explicit operator bool() const { return static_cast<bool>(object_); }
+  const ObjectRef& object() const { return object_; }
+  /// The type whose table serves this object first; null for null and for an object of no registered type.
+  const TypeEntry* type() const;
+  /// Identifier of a name. Throws for a name that neither the type nor its base types have.
+  AttributeId attributeId(std::string_view name) const;
+
+  /// Dispatches one operation. Its arguments are positional: a value to set, a key, or those of a handler.
+  Value attributeOp(Operation operation, Arguments arguments = {}) const;
+  /// Walks a collection.
+  std::unique_ptr<AttributeIterator> iterator(AttributeId attribute) const;
+
+  // The same by name.
+  Value read(std::string_view name) const;
+  Value read(std::string_view name, const Value& key) const;
+  void set(std::string_view name, const Value& value) const;
+  /// Calls the form of a handler that has these arguments.
+  Value call(std::string_view name, const std::vector<NamedArgument>& arguments = {}) const;
+
+ private:
+  const AttributeRow& row(AttributeId attribute) const;
+  Value invoke(const AttributeRow& row, Arguments arguments) const;
+  PtrInterface& mutableObject() const { return const_cast<PtrInterface&>(*object_.get()); }
+
+  ObjectRef object_;
+};
+
+}  // namespace Zan

@@ -1,0 +1,111 @@
+#include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
+#include "Tables.h"
+#include "ValueTypes.h"
+#include "Zan/Introspection.h"
+
+namespace glue {
+
+namespace {
+
+using Sm = Routing6::Multicast::Rib::MribTrieBuilderSm;
+using ZanRoute = Sm::ZanRoute;
+using Flags = Zan::ZanAttrIntrospectionFlags;
+using Zan::ArgumentRow;
+using Zan::AttributeRow;
+using Zan::Form;
+
+constexpr Form handleInitializeForms[] = {{{}, Zan::call<&Sm::handleInitialize>}};
+constexpr ArgumentRow handleRouteArguments2[] = {{"prefix", "Lumo::Ip6Prefix"}};
+constexpr Form handleRouteForms[] = {
+    {{}, Zan::call<static_cast<void (Sm::*)()>(&Sm::handleRoute)>},
+    {handleRouteArguments2, Zan::call<static_cast<void (Sm::*)(const Lumo::Ip6Prefix&)>(&Sm::handleRoute)>}};
+constexpr ArgumentRow hasNotificationActiveIsArguments[] = {{"active", "bool"}};
+constexpr Form hasNotificationActiveIsForms[] = {
+    {hasNotificationActiveIsArguments, Zan::call<&Sm::hasNotificationActiveIs>}};
+constexpr ArgumentRow zanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
+constexpr Form zanDoZombieReactorsForms[] = {
+    {zanDoZombieReactorsArguments, Zan::call<&Sm::zanDoZombieReactors>}};
+constexpr AttributeRow trieBuilder6Rows[] = {
+    {.id = 130,
+     .name = "status",
+     .type = "Routing6::Multicast::Rib::Status",
+     .flags = Flags::constInput,
+     .get = Zan::get<&Sm::status>},
+    {.id = 131,
+     .name = "mribRouteStatus",
+     .type = "Routing6::Multicast::Shadow::Status",
+     .flags = Flags::readOnly,
+     .get = Zan::get<&Sm::mribRouteStatus>},
+    {.id = Zan::zanFwkActivityId,
+     .name = "zanFwkActivity",
+     .type = "Zan::ActivityConfig",
+     .flags = Flags::readOnly | Flags::framework,
+     .get = Zan::activityOf},
+    {.id = 132,
+     .name = "initialize",
+     .type = "bool",
+     .get = Zan::get<&Sm::initialize>,
+     .set = Zan::set<&Sm::initializeIs>},
+    {.id = 133,
+     .name = "handleInitialize",
+     .type = "void",
+     .flags = Flags::handler,
+     .forms = handleInitializeForms},
+    {.id = 134,
+     .name = "trie",
+     .type = "Routing::TrieGen",
+     .get = Zan::get<&Sm::trie>,
+     .set = Zan::set<&Sm::trieIs>},
+    {.id = 135, .name = "handleRoute", .type = "void", .flags = Flags::handler, .forms = handleRouteForms},
+    {.id = 136,
+     .name = "route",
+     .type = "Routing6::Multicast::Rib::MribTrieBuilderSm::ZanRoute",
+     .flags = Flags::collection | Flags::reactor,
+     .at = Zan::at<&Sm::route>,
+     .count = Zan::count<&Sm::routeCount>,
+     .iterate = Zan::iterate<&Sm::routeIterator, Zan::erase<&Sm::routeDel>>,
+     .erase = Zan::erase<&Sm::routeDel>,
+     .eraseAll = Zan::eraseAll<&Sm::routeDelAll>},
+    {.id = 137,
+     .name = "trieUpdates",
+     .type = "U32",
+     .get = Zan::get<&Sm::trieUpdates>,
+     .set = Zan::set<&Sm::trieUpdatesIs>},
+    {.id = Zan::hasNotificationActiveIsId,
+     .name = "hasNotificationActiveIs",
+     .type = "void",
+     .flags = Flags::handler | Flags::framework,
+     .forms = hasNotificationActiveIsForms},
+    {.id = 138,
+     .name = "zanDoZombieReactors",
+     .type = "void",
+     .flags = Flags::handler,
+     .forms = zanDoZombieReactorsForms},
+};
+static_assert(Zan::covers(trieBuilder6Rows, 130, 138));
+
+constexpr ArgumentRow routezanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
+constexpr Form routezanDoZombieReactorsForms[] = {
+    {routezanDoZombieReactorsArguments, Zan::call<&ZanRoute::zanDoZombieReactors>}};
+constexpr AttributeRow trieBuilder6RouteRows[] = {
+    {.id = 130,
+     .name = "notifier",
+     .type = "Routing6::Multicast::Rib::Route",
+     .flags = Flags::constInput,
+     .get = Zan::get<&ZanRoute::notifierPtr>},
+    {.id = 131,
+     .name = "zanDoZombieReactors",
+     .type = "void",
+     .flags = Flags::handler,
+     .forms = routezanDoZombieReactorsForms},
+};
+static_assert(Zan::covers(trieBuilder6RouteRows, 130, 131));
+
+}  // namespace
+
+constinit const Zan::TypeTable trieBuilder6Table{"Routing6::Multicast::Rib::MribTrieBuilderSm",
+                                                 "Zan::PtrInterface", trieBuilder6Rows};
+constinit const Zan::TypeTable trieBuilder6RouteTable{"Routing6::Multicast::Rib::MribTrieBuilderSm::ZanRoute",
+                                                      "Zan::PtrInterface", trieBuilder6RouteRows};
+
+}  // namespace glue

@@ -1,0 +1,61 @@
+#include "Routing6/Multicast/Rib/Route.h"
+#include "Tables.h"
+#include "ValueTypes.h"
+
+namespace glue {
+
+namespace {
+
+using R = Routing6::Multicast::Rib::Route;
+using Flags = Zan::ZanAttrIntrospectionFlags;
+using Zan::ArgumentRow;
+using Zan::AttributeRow;
+using Zan::Form;
+
+constexpr AttributeRow route6Rows[] = {
+    {.id = 130,
+     .name = "prefix",
+     .type = "Lumo::Ip6Prefix",
+     .flags = Flags::readOnly,
+     .get = Zan::get<&R::prefix>},
+    {.id = 131,
+     .name = "preference",
+     .type = "U8",
+     .get = Zan::get<&R::preference>,
+     .set = Zan::set<&R::preferenceIs>},
+    {.id = 132,
+     .name = "routeType",
+     .type = "Routing::Fib::RouteType",
+     .get = Zan::get<&R::routeType>,
+     .set = Zan::set<&R::routeTypeIs>},
+    {.id = 133,
+     .name = "via",
+     .type = "Routing6::Fib::Via",
+     .flags = Flags::collection,
+     .at = Zan::at<&R::via>,
+     .count = Zan::count<&R::viaCount>,
+     .iterate = Zan::iterate<&R::viaIterator, Zan::erase<&R::viaDel>>,
+     .erase = Zan::erase<&R::viaDel>,
+     .eraseAll = Zan::eraseAll<&R::viaDelAll>},
+    {.id = 134,
+     .name = "creationTime",
+     .type = "double",
+     .get = Zan::get<&R::creationTime>,
+     .set = Zan::set<&R::creationTimeIs>},
+    {.id = 135, .name = "metric", .type = "U32", .get = Zan::get<&R::metric>, .set = Zan::set<&R::metricIs>},
+    {.id = 136,
+     .name = "prefixSet",
+     .type = "Routing::Multicast::Rib::PrefixSet",
+     .flags = Flags::collection,
+     .at = Zan::at<&R::prefixSet>,
+     .count = Zan::count<&R::prefixSetCount>,
+     .iterate = Zan::iterate<&R::prefixSetIterator, Zan::erase<&R::prefixSetDel>>,
+     .erase = Zan::erase<&R::prefixSetDel>},
+};
+static_assert(Zan::covers(route6Rows, 130, 136));
+
+}  // namespace
+
+constinit const Zan::TypeTable route6Table{"Routing6::Multicast::Rib::Route", "Zan::Entity", route6Rows};
+
+}  // namespace glue

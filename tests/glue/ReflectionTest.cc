@@ -1,0 +1,292 @@
+#include <gtest/gtest.h>
+
+#include "EngineWorld.h"
+#include "Pim/MribSm/ConfigReactors.h"
+#include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
+#include "TraceRecorder.h"
+#include "Zan/GenericIf.h"
+
+namespace {
+
+using Lumo::IpGenPrefix;
+using Routing::Multicast::Rib::Rpf;
+using Zan::AttributeOp;
+using Zan::GenericIf;
+using Zan::NamedArgument;
+using Zan::Value;
+
+/// A running engine with one connected and one configured route, and handles on its state machines.
+struct Reflection : testing::Test {
+  Reflection() {
+    world.intfIs(1, "eth0");
+    world.intfAddrIs(1, "20.0.0.1");
+    world.connectedIs("20.0.0.0/24", 1);
+    world.rpfIs("10.0.0.0/8", 1, EngineWorld::via("20.0.0.5"));
+    world.start();
+    sm = GenericIf(world.mrib);
+    resolver = GenericIf(world.mrib->routeResolver());
+    builder = GenericIf(world.mrib->trieBuilder());
+    builder6 = GenericIf(Routing6::Multicast::Rib::mribTrieBuilderSmFactory(status6, shadow6));
+    info = GenericIf(world.intfInfo);
+  }
+  std::vector<GenericIf> machines() const { return {sm, resolver, builder, builder6, info}; }
+  /// The same object, read only.
+  static GenericIf asConst(const GenericIf& handle) {
+    return GenericIf(Zan::Ptr<Zan::PtrInterface const>(handle.object().get()));
+  }
+
+  EngineWorld world;
+  Zan::Ptr<Routing6::Multicast::Rib::Status> status6 = Zan::create<Routing6::Multicast::Rib::Status>("mrib6");
+  Zan::Ptr<Routing6::Multicast::Shadow::Status> shadow6 =
+      Zan::create<Routing6::Multicast::Shadow::Status>("shadow6");
+  GenericIf sm, resolver, builder, builder6, info;
+};
+
+Value text(const char* t) {
+  return Value::of(std::string(t));
+}
+
+/// Does something that must throw an `E`, and gives its text and subject.
+template <class E, class Action>
+std::string thrown(Action action) {
+  try {
+    action();
+  } catch (const E& e) {
+    return std::string(e.what()) + " | " + e.subject();
+  } catch (const std::exception& e) {
+    return "another exception: " + std::string(e.what());
+  }
+  return "nothing";
+}
+
+TEST(Registration, ListsTheTypesInOrderAndTheirAttributesWithTheirIdentifiers) {
+  const auto& registry = Zan::Introspection::instance();
+  const auto names = [&](const char* type) {
+    std::string all;
+    for (const auto& a : registry.type(type)->attributes) (all += a->name()) += ' ';
+    return all;
+  };
+  EXPECT_EQ(
+      names("Routing::Multicast::Rib::MribSm"),
+      "zanFwkActivity initialize handleInitialize intfInfo uribShadowStatus mribConfig mribStatus "
+      "allIntfStatusDir ipStatus intfStatus intfConfig mribConfigPrefix routeResolver mribShadow trieBuilder "
+      "defaultPrefix hasNotificationActiveIs zanDoZombieReactors ");
+  EXPECT_EQ(
+      names("Routing::Multicast::Rib::MribTrieBuilderSm"),
+      "status mribRouteStatus zanFwkActivity initialize handleInitialize trie handleRoute route trieUpdates "
+      "deletedPreference deletedPreferenceUnknown hasNotificationActiveIs zanDoZombieReactors ");
+  EXPECT_EQ(
+      names("Routing6::Multicast::Rib::MribTrieBuilderSm"),
+      "status mribRouteStatus zanFwkActivity initialize handleInitialize trie handleRoute route trieUpdates "
+      "hasNotificationActiveIs zanDoZombieReactors ");
+  const auto id = [&](const char* type, const char* name) {
+    return registry.attribute(std::string("Routing::Multicast::Rib::") + type, name)->id();
+  };
+  EXPECT_EQ(id("InterfaceInfo", "ipStatus"), 130u);
+  EXPECT_EQ(id("InterfaceInfo", "config"), 131u);
+  EXPECT_EQ(id("InterfaceInfo", "status"), 132u);
+  EXPECT_EQ(id("RouteResolverSm", "mribForPrefix"), 136u);
+  EXPECT_EQ(id("RouteResolverSm", "doAddWatchPrefix"), 141u);
+  EXPECT_EQ(id("RouteResolverSm", "doDelWatchPrefix"), 142u);
+  EXPECT_EQ(id("RouteResolverSm", "doMaybeRefreshRoutes"), 143u);
+  EXPECT_EQ(id("RouteResolverSm", "doRecursiveDelete"), 144u);
+  EXPECT_EQ(id("RouteResolverSm", "doRecursiveUpdate"), 145u);
+  EXPECT_EQ(id("MribTrieBuilderSm", "status"), 130u);
+  EXPECT_EQ(id("MribTrieBuilderSm", "zanDoZombieReactors"), 140u);
+  const auto add = registry.attribute("Routing::Multicast::Rib::RouteResolverSm", "doAddOrUpdateRoute");
+  std::string arguments;
+  for (const auto& a : add->forms().at(0)) {
+    (((arguments += a->name()) += ' ') += a->valueType()) += ", ";
+    EXPECT_EQ(a->containingType(), "doAddOrUpdateRoute");
+  }
+  EXPECT_EQ(arguments, "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
+  EXPECT_EQ(registry.names().at(4), "handleInitialize");
+  try {
+    const Zan::ZanAttrIntrospectionFlags flags(0x40);
+    FAIL() << flags.value();
+  } catch (const Zan::RangeException& e) {
+    EXPECT_STREQ(e.what(), "ZanAttrIntrospectionFlags::value > 0x3f not allowed");
+  }
+}
+
+/// Walks every object that can be reached, and compares the tables with what the records say of themselves.
+TEST_F(Reflection, ReachesEveryObjectAndAgreesWithItsOwnNames) {
+  std::vector<GenericIf> todo = machines();
+  for (const auto& input : {GenericIf(world.config), GenericIf(world.mribStatus), GenericIf(world.urib)}) {
+    todo.push_back(input);
+  }
+  std::set<const Zan::PtrInterface*> seen;
+  std::set<std::string_view> types;
+  const auto visit = [&](const Value& value) {
+    if (value.isObject() && value.object()) todo.emplace_back(value.object());
+  };
+  while (!todo.empty()) {
+    const GenericIf handle = todo.back();
+    todo.pop_back();
+    if (!seen.insert(handle.object().get()).second) continue;
+    const auto* type = handle.type();
+    ASSERT_NE(type, nullptr);
+    EXPECT_EQ(type->table->name, handle.object().get()->fwkType()->name())
+        << "each class has a table of its own";
+    types.insert(type->table->name);
+    if (const auto* entity = dynamic_cast<const Zan::Entity*>(handle.object().get())) {
+      for (Zan::AttributeId id = 130; id < 140; ++id) {
+        const auto* row = type->row(id);
+        const std::string_view own = entity->attributeName(id);
+        // The MRIB status only announces its trie: it holds none.
+        if (own.empty() || (own == "trie" && type->table->name.ends_with("Rib::Status"))) continue;
+        ASSERT_TRUE(row) << type->table->name << " does not register " << own;
+        EXPECT_EQ(row->name, own);
+      }
+    }
+    for (const Zan::AttributeRow& row : type->table->rows) {
+      if (row.get) {
+        const Value value = handle.attributeOp({row.id, AttributeOp::read});
+        EXPECT_TRUE(value.isObject() ? !value.object() || value.object().get()->fwkType()
+                                     : value.typeName() == row.type)
+            << row.name << " is a " << value.typeName();
+        visit(value);
+      }
+      if (!row.iterate) continue;
+      U32 members = 0;
+      for (auto i = handle.iterator(row.id); i->nonNull(); i->advance(), ++members) {
+        visit(i->member());
+        const Value key = i->key();
+        if (row.at) visit(handle.attributeOp({row.id, AttributeOp::readAt}, Zan::Arguments(&key, 1)));
+      }
+      EXPECT_EQ(handle.attributeOp({row.id, AttributeOp::count}).as<U32>(), members) << row.name;
+    }
+  }
+  EXPECT_GE(types.size(), 20u);
+}
+
+TEST_F(Reflection, ReadsAndSetsWhatTheAccessorsDo) {
+  EXPECT_EQ(sm.read("initialize").as<bool>(), world.mrib->initialize());
+  EXPECT_EQ(sm.read("defaultPrefix").text(), "0.0.0.0/0");
+  EXPECT_EQ(sm.read("routeResolver").object().get(), world.mrib->routeResolver().get());
+  EXPECT_EQ(builder.read("trieUpdates").as<U32>(), world.mrib->trieBuilder()->trieUpdates());
+  builder.set("trieUpdates", text("77"));
+  builder.set("deletedPreference", Value::of(U8{9}));
+  EXPECT_EQ(world.mrib->trieBuilder()->trieUpdates(), 77u);
+  EXPECT_EQ(world.mrib->trieBuilder()->deletedPreference(), 9);
+  EXPECT_EQ(builder.read("deletedPreferenceUnknown").as<U8>(), 0);
+  EXPECT_EQ(resolver.read("mribForPrefix", text("20.0.0.0/24")).object().get(),
+            world.mrib->routeResolver()->mribForPrefix(IpGenPrefix("20.0.0.0/24")).get());
+  EXPECT_FALSE(resolver.read("mribForPrefix", text("9.9.9.0/24")).object());
+  info.set("status", Value(Zan::Ptr<Interface::AllIntfStatusDir>()));
+  EXPECT_EQ(world.mrib->intfStatus(), nullptr);
+}
+
+TEST_F(Reflection, InvokesOperationsByTheNamesOfTheirArguments) {
+  EXPECT_EQ(resolver
+                .call("doAddOrUpdateRoute",
+                      {{"pref", text("3")}, {"rpf", text("addr 20.0.0.9")}, {"p", text("60.0.0.0/8")}})
+                .as<S32>(),
+            0);
+  EXPECT_EQ(world.show("60.0.0.0/8"), "60.0.0.0/8 p3 t4 [20.0.0.9 on eth0]");
+  resolver.call("doDelRoute", {{"", text("60.0.0.0/8")}});
+  EXPECT_EQ(world.show("60.0.0.0/8"), "none");
+  const U32 updates = builder6.read("trieUpdates").as<U32>();
+  builder6.call("handleRoute", {{"prefix", text("2001:db8::/32")}});
+  EXPECT_EQ(builder6.read("trieUpdates").as<U32>(), updates + 1) << "the form with an argument";
+  resolver.call("doRecursiveUpdate", {{"pset", Value(Zan::Ptr<Routing::Multicast::Rib::PrefixSet>())}});
+}
+
+TEST_F(Reflection, InitializedSilencesBothHandlersOfTheResolver) {
+  resolver.set("initialized", Value::of(true));
+  const TraceRecorder recorder;
+  world.connectedIs("30.0.0.0/24", 1);
+  EXPECT_EQ(world.show("30.0.0.0/24"), "none");
+  EXPECT_TRUE(recorder.messages.empty());
+  resolver.call("handleInitialize");
+  EXPECT_EQ(recorder.messages.size(), 1u) << "its entry, and no more";
+  EXPECT_EQ(world.show("30.0.0.0/24"), "none");
+}
+
+TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
+  using namespace Zan;
+  for (const GenericIf& machine : machines()) {
+    const GenericIf readOnly = asConst(machine);
+    for (const AttributeRow& row : machine.type()->table->rows) {
+      const auto op = [&](const GenericIf& handle, AttributeOp what, std::vector<Value> arguments = {}) {
+        return [&handle, &row, what, arguments] { handle.attributeOp({row.id, what}, arguments); };
+      };
+      const std::string name(row.name);
+      const std::string refused = "attempting to modify a const instance | " + name;
+      for (const AttributeOp what :
+           {AttributeOp::set, AttributeOp::erase, AttributeOp::eraseAll, AttributeOp::invoke}) {
+        EXPECT_EQ(thrown<ConstInstanceException>(op(readOnly, what, {text("1"), text("1")})), refused);
+      }
+      const std::string unsupported = "operation not supported by attribute \"" + name + "\" | " + name;
+      const std::string badIndex = "bad index for attribute \"" + name + "\" | " + name;
+      if (!row.set) {
+        EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, AttributeOp::set, {text("x")})),
+                  unsupported);
+      } else {
+        EXPECT_EQ(thrown<TypeException>(op(machine, AttributeOp::set, {text("no such value")}))
+                      .rfind("expected a ", 0),
+                  0u);
+        EXPECT_EQ(thrown<MissingArgumentException>(op(machine, AttributeOp::set)),
+                  "missing argument \"value\" of \"" + name + "\" | value");
+      }
+      if (!row.at) {
+        EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::readAt, {text("1")})), badIndex);
+      }
+      if (row.at) {
+        EXPECT_EQ(
+            thrown<TypeException>(op(machine, AttributeOp::readAt, {text("no key")})).rfind("expected a ", 0),
+            0u);
+      }
+      if (row.get) {
+        EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::read, {text("1")})), badIndex);
+      }
+      if (row.forms.empty()) {
+        EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, AttributeOp::invoke)), unsupported);
+        EXPECT_EQ(thrown<OperationNotSupportedException>([&] { machine.call(row.name); }), unsupported);
+        continue;
+      }
+      EXPECT_EQ(thrown<UnknownArgumentException>([&] {
+                  machine.call(row.name, {{"bogus", text("1")}});
+                }),
+                "unknown argument \"bogus\" of \"" + name + "\" | bogus");
+      if (const auto& arguments = row.forms.front().arguments; !arguments.empty()) {
+        const std::string first(arguments[0].name);
+        EXPECT_EQ(thrown<MissingArgumentException>([&] { machine.call(row.name); }),
+                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first);
+        EXPECT_EQ(thrown<TypeException>([&] {
+                    machine.attributeOp({row.id, AttributeOp::invoke},
+                                        std::vector<Value>(arguments.size(), Value::of(12.5)));
+                  }),
+                  "expected a value of type " + std::string(arguments[0].type) + ", found double | " +
+                      std::string(arguments[0].type));
+      }
+    }
+    EXPECT_EQ(thrown<UnknownAttributeException>([&] { machine.read("bogus"); }),
+              "no attribute \"bogus\" in " + std::string(machine.type()->table->name) + " | bogus");
+    EXPECT_EQ(thrown<ConstInstanceException>([&] {
+                readOnly.attributeOp({9999, AttributeOp::set});
+              }).rfind("attempting", 0),
+              0u)
+        << "refused before it is looked for";
+  }
+}
+
+TEST_F(Reflection, IteratorsSurviveWhatTheyDelete) {
+  world.rpfIs("11.0.0.0/8", 1, EngineWorld::via("20.0.0.6"));
+  const Zan::AttributeId id = sm.attributeId("mribConfigPrefix");
+  auto i = sm.iterator(id);
+  const auto copy = i->clone();
+  EXPECT_EQ(i->key().text(), "10.0.0.0/8");
+  i->erase();
+  EXPECT_FALSE(i->nonNull());
+  EXPECT_FALSE(copy->nonNull());
+  i->advance();
+  EXPECT_EQ(i->key().text(), "11.0.0.0/8");
+  EXPECT_EQ(world.mrib->mribConfigPrefixCount(), 1u);
+  EXPECT_THROW(asConst(sm).iterator(id)->erase(), Zan::ConstInstanceException);
+  i->erase();
+  copy->advance();
+  EXPECT_FALSE(copy->nonNull());
+}
+
+}  // namespace
