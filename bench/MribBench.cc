@@ -6,6 +6,7 @@
 
 #include "EngineWorld.h"
 #include "Pim/MribSm/ConfigReactors.h"
+#include "Zan/Introspection.h"
 
 namespace {
 
@@ -242,6 +243,22 @@ void memory(benchmark::State& state) {
   state.counters["config"] = sizeof(RouteKeyPrefix) + sizeof(RouteKeyPreference) + sizeof(Rpf);
   state.counters["configReactors"] = sizeof(ConfigPrefix) + sizeof(ConfigPrefix::ZanMribConfigPref);
 }
+
+/// Makes every attribute of every registered type anew: what registration costs when the library is loaded.
+void registration(benchmark::State& state) {
+  std::size_t attributes = 0;
+  for (auto _ : state) {
+    attributes = 0;
+    for (const auto& type : Zan::Introspection::instance().types()) {
+      for (const Zan::AttributeRow& row : type->table->rows) {
+        benchmark::DoNotOptimize(Zan::create<Zan::ZanAttr>(row, type->table->name));
+        ++attributes;
+      }
+    }
+  }
+  state.counters["attributes"] = static_cast<double>(attributes);
+}
+BENCHMARK(registration)->Unit(benchmark::kMicrosecond);
 
 #define MRIB_AT_EACH_SIZE ->Arg(10)->Arg(1000)->Arg(10000)->Arg(50000)->Arg(100000)->UseManualTime()
 BENCHMARK(loadOneByOne<Hops::many>) MRIB_AT_EACH_SIZE->Unit(benchmark::kMillisecond)->MinTime(0.05);

@@ -1,6 +1,7 @@
 #include "Routing/Multicast/Rib/Config.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -62,10 +63,13 @@ static_assert(Zan::covers(routeKeyPreferenceRows, 130, 131));
 
 }  // namespace
 
-constinit const Zan::TypeTable configTable{"Routing::Multicast::Rib::Config", "Zan::Entity", configRows};
-constinit const Zan::TypeTable routeKeyPrefixTable{"Routing::Multicast::Rib::RouteKeyPrefix", "Zan::Entity",
-                                                   routeKeyPrefixRows};
-constinit const Zan::TypeTable routeKeyPreferenceTable{"Routing::Multicast::Rib::RouteKeyPreference",
-                                                       "Zan::Entity", routeKeyPreferenceRows};
+constinit const Zan::TypeTable configTable{"Routing::Multicast::Rib::Config", "Zan::Entity", configRows,
+                                           Zan::IntrospectionReactorOf<Config::NotifieeConst>::make};
+constinit const Zan::TypeTable routeKeyPrefixTable{
+    "Routing::Multicast::Rib::RouteKeyPrefix", "Zan::Entity", routeKeyPrefixRows,
+    Zan::IntrospectionReactorOf<RouteKeyPrefix::NotifieeConst>::make};
+constinit const Zan::TypeTable routeKeyPreferenceTable{
+    "Routing::Multicast::Rib::RouteKeyPreference", "Zan::Entity", routeKeyPreferenceRows,
+    Zan::IntrospectionReactorOf<RouteKeyPreference::NotifieeConst>::make};
 
 }  // namespace glue

@@ -1,6 +1,7 @@
 #include "Pim/MribSm/InterfaceInfo.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -34,6 +35,7 @@ static_assert(Zan::covers(interfaceInfoRows, 130, 132));
 }  // namespace
 
 constinit const Zan::TypeTable interfaceInfoTable{"Routing::Multicast::Rib::InterfaceInfo", "Zan::Entity",
-                                                  interfaceInfoRows};
+                                                  interfaceInfoRows,
+                                                  Zan::IntrospectionReactorOf<Sm::NotifieeConst>::make};
 
 }  // namespace glue

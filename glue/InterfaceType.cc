@@ -3,6 +3,7 @@
 #include "Ip/Status.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -66,10 +67,12 @@ static_assert(Zan::covers(intfStatusRows, 130, 130));
 
 }  // namespace
 
-constinit const Zan::TypeTable ipStatusTable{"Ip::Status", "Zan::Entity", ipStatusRows};
+constinit const Zan::TypeTable ipStatusTable{"Ip::Status", "Zan::Entity", ipStatusRows,
+                                             Zan::IntrospectionReactorOf<Status::NotifieeConst>::make};
 constinit const Zan::TypeTable intfAddrTable{"Ip::IntfAddr", "Zan::Entity", intfAddrRows};
 constinit const Zan::TypeTable intfStatusDirTable{"Interface::AllIntfStatusDir", "Zan::Entity",
-                                                  intfStatusDirRows};
+                                                  intfStatusDirRows,
+                                                  Zan::IntrospectionReactorOf<Dir::NotifieeConst>::make};
 constinit const Zan::TypeTable intfStatusTable{"Interface::IntfStatus", "Zan::Entity", intfStatusRows};
 constinit const Zan::TypeTable intfConfigDirTable{"Interface::AllIntfConfigDir", "Zan::Entity", {}};
 

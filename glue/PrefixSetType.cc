@@ -1,6 +1,7 @@
 #include "Routing/Multicast/Rib/PrefixSet.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -32,6 +33,7 @@ static_assert(Zan::covers(prefixSetRows, 130, 131));
 }  // namespace
 
 constinit const Zan::TypeTable prefixSetTable{"Routing::Multicast::Rib::PrefixSet", "Zan::Entity",
-                                              prefixSetRows};
+                                              prefixSetRows,
+                                              Zan::IntrospectionReactorOf<Set::NotifieeConst>::make};
 
 }  // namespace glue

@@ -1,3 +1,4 @@
+#include "Factories.h"
 #include "Tables.h"
 #include "Zan/Introspection.h"
 
@@ -74,6 +75,12 @@ const Zan::TypeRegistration tables({"Quarn", "Fib"}, {&routeStatusTable, &forwar
 const Zan::TypeRegistration ip({"Ip"}, {&ipStatusTable, &intfAddrTable});
 const Zan::TypeRegistration interfaces({"Interface"},
                                        {&intfStatusDirTable, &intfStatusTable, &intfConfigDirTable});
+
+const struct Factories {
+  Factories() {
+    for (const Zan::FactoryRow& row : factories()) Zan::Introspection::instance().registerFactory(row);
+  }
+} registeredFactories;
 
 // Handles that are looked up once, when everything is registered, and released when the program ends.
 const Zan::AttributeHandle deletedPreference("Routing::Multicast::Rib::MribTrieBuilderSm",

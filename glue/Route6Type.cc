@@ -1,6 +1,7 @@
 #include "Routing6/Multicast/Rib/Route.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -56,6 +57,7 @@ static_assert(Zan::covers(route6Rows, 130, 136));
 
 }  // namespace
 
-constinit const Zan::TypeTable route6Table{"Routing6::Multicast::Rib::Route", "Zan::Entity", route6Rows};
+constinit const Zan::TypeTable route6Table{"Routing6::Multicast::Rib::Route", "Zan::Entity", route6Rows,
+                                           Zan::IntrospectionReactorOf<R::NotifieeConst>::make};
 
 }  // namespace glue

@@ -1,6 +1,7 @@
 #include "Routing/Multicast/Rib/Route.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -56,6 +57,7 @@ static_assert(Zan::covers(routeRows, 130, 136));
 
 }  // namespace
 
-constinit const Zan::TypeTable routeTable{"Routing::Multicast::Rib::Route", "Zan::Entity", routeRows};
+constinit const Zan::TypeTable routeTable{"Routing::Multicast::Rib::Route", "Zan::Entity", routeRows,
+                                          Zan::IntrospectionReactorOf<R::NotifieeConst>::make};
 
 }  // namespace glue

@@ -1,6 +1,7 @@
 #include "Routing/Shadow/Status.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -59,7 +60,9 @@ static_assert(Zan::covers(trieRows, 130, 134));
 
 }  // namespace
 
-constinit const Zan::TypeTable uribShadowTable{"Routing::Shadow::Status", "Zan::Entity", uribShadowRows};
-constinit const Zan::TypeTable trieTable{"Routing::TrieGen", "Zan::Entity", trieRows};
+constinit const Zan::TypeTable uribShadowTable{"Routing::Shadow::Status", "Zan::Entity", uribShadowRows,
+                                               Zan::IntrospectionReactorOf<Shadow::NotifieeConst>::make};
+constinit const Zan::TypeTable trieTable{"Routing::TrieGen", "Zan::Entity", trieRows,
+                                         Zan::IntrospectionReactorOf<Trie::NotifieeConst>::make};
 
 }  // namespace glue

@@ -2,6 +2,7 @@
 #include "Routing6/Multicast/Shadow/Status.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -43,8 +44,10 @@ static_assert(Zan::covers(mribShadow6Rows, 130, 131));
 
 }  // namespace
 
-constinit const Zan::TypeTable status6Table{"Routing6::Multicast::Rib::Status", "Zan::Entity", status6Rows};
+constinit const Zan::TypeTable status6Table{"Routing6::Multicast::Rib::Status", "Zan::Entity", status6Rows,
+                                            Zan::IntrospectionReactorOf<S::NotifieeConst>::make};
 constinit const Zan::TypeTable mribShadow6Table{"Routing6::Multicast::Shadow::Status", "Zan::Entity",
-                                                mribShadow6Rows};
+                                                mribShadow6Rows,
+                                                Zan::IntrospectionReactorOf<Shadow::NotifieeConst>::make};
 
 }  // namespace glue

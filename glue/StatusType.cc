@@ -2,6 +2,7 @@
 #include "Routing/Multicast/Shadow/Status.h"
 #include "Tables.h"
 #include "ValueTypes.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace glue {
 
@@ -43,8 +44,10 @@ static_assert(Zan::covers(mribShadowRows, 130, 131));
 
 }  // namespace
 
-constinit const Zan::TypeTable statusTable{"Routing::Multicast::Rib::Status", "Zan::Entity", statusRows};
+constinit const Zan::TypeTable statusTable{"Routing::Multicast::Rib::Status", "Zan::Entity", statusRows,
+                                           Zan::IntrospectionReactorOf<S::NotifieeConst>::make};
 constinit const Zan::TypeTable mribShadowTable{"Routing::Multicast::Shadow::Status", "Zan::Entity",
-                                               mribShadowRows};
+                                               mribShadowRows,
+                                               Zan::IntrospectionReactorOf<Shadow::NotifieeConst>::make};
 
 }  // namespace glue

@@ -6,6 +6,33 @@
 
 namespace Zan {
 
+namespace {
+
+/// The arguments of a form, each in its place; throws for one that is not known, given twice or missing.
+std::vector<Value> inOrder(std::string_view what, std::span<const ArgumentRow> rows,
+                           const std::vector<NamedArgument>& arguments) {
+  std::vector<Value> values(rows.size());
+  std::vector<bool> given(rows.size());
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const NamedArgument& argument = arguments[i];
+    const auto named = std::find_if(rows.begin(), rows.end(),
+                                    [&](const ArgumentRow& row) { return row.name == argument.name; });
+    const std::size_t place = argument.name.empty() ? i : static_cast<std::size_t>(named - rows.begin());
+    if (place >= rows.size() || given[place]) {
+      throw UnknownArgumentException(what,
+                                     argument.name.empty() ? "#" + std::to_string(i + 1) : argument.name);
+    }
+    values[place] = argument.value;
+    given[place] = true;
+  }
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (!given[i]) throw MissingArgumentException(what, rows[i].name);
+  }
+  return values;
+}
+
+}  // namespace
+
 std::string_view Value::typeName() const {
   if (!isObject()) return isNothing() ? "nothing" : typeName_;
   const ObjectRef ref = object();
@@ -130,26 +157,13 @@ Value GenericIf::call(std::string_view name, const std::vector<NamedArgument>& a
   const auto fits = [&](const Form& form) { return form.arguments.size() == arguments.size(); };
   auto form = std::find_if(r.forms.begin(), r.forms.end(), fits);
   if (form == r.forms.end()) form = r.forms.begin();
-  std::vector<Value> values(form->arguments.size());
-  std::vector<bool> given(values.size());
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const NamedArgument& argument = arguments[i];
-    const auto at = argument.name.empty()
-                        ? form->arguments.begin() + static_cast<std::ptrdiff_t>(std::min(i, values.size()))
-                        : std::find_if(form->arguments.begin(), form->arguments.end(),
-                                       [&](const ArgumentRow& a) { return a.name == argument.name; });
-    const auto position = static_cast<std::size_t>(at - form->arguments.begin());
-    if (position == values.size() || given[position]) {
-      throw UnknownArgumentException(r.name,
-                                     argument.name.empty() ? "#" + std::to_string(i + 1) : argument.name);
-    }
-    values[position] = argument.value;
-    given[position] = true;
-  }
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (!given[i]) throw MissingArgumentException(r.name, form->arguments[i].name);
-  }
-  return form->call(mutableObject(), values, form->arguments);
+  return form->call(mutableObject(), inOrder(r.name, form->arguments, arguments), form->arguments);
+}
+
+Value callFactory(std::string_view name, const std::vector<NamedArgument>& arguments) {
+  const FactoryRow* factory = Introspection::instance().factory(name);
+  if (!factory) throw UnknownAttributeException("the factories", name);
+  return factory->call(inOrder(name, factory->arguments, arguments), factory->arguments);
 }
 
 }  // namespace Zan

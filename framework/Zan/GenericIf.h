@@ -58,4 +58,7 @@ class ZAN_EXPORT GenericIf {
   ObjectRef object_;
 };
 
+/// Calls a registered factory by its full name ("Routing::Multicast::Rib::mribSmFactory").
+ZAN_EXPORT Value callFactory(std::string_view name, const std::vector<NamedArgument>& arguments = {});
+
 }  // namespace Zan

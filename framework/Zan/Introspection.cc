@@ -152,6 +152,17 @@ void Introspection::registerType(const TypeTable& table) {
   types_.push_back(std::move(entry));
 }
 
+void Introspection::registerFactory(const FactoryRow& row) {
+  ZAN_ASSERT(!factory(row.name));
+  factories_.push_back(&row);
+}
+
+const FactoryRow* Introspection::factory(std::string_view name) const {
+  const auto found = std::find_if(factories_.begin(), factories_.end(),
+                                  [name](const FactoryRow* row) { return row->name == name; });
+  return found == factories_.end() ? nullptr : *found;
+}
+
 const TypeEntry* Introspection::type(std::string_view name) const {
   const auto found = std::find_if(types_.begin(), types_.end(),
                                   [name](const auto& entry) { return entry->table->name == name; });

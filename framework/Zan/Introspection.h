@@ -40,6 +40,8 @@ class ZAN_EXPORT Introspection {
   /// The table must outlive the program. Its base type must be registered already, and be inside its
   /// namespace.
   void registerType(const TypeTable& table);
+  /// The row must outlive the program.
+  void registerFactory(const FactoryRow& row);
 
   const std::vector<std::unique_ptr<TypeEntry>>& types() const { return types_; }
   const std::vector<std::string>& names() const { return names_; }
@@ -47,6 +49,9 @@ class ZAN_EXPORT Introspection {
   const TypeEntry* type(std::string_view name) const;
   /// The entry of the nearest registered type that an object is of, or null.
   const TypeEntry* typeOf(const PtrInterface& object) const;
+  /// Null for a factory that is not registered.
+  const FactoryRow* factory(std::string_view name) const;
+  const std::vector<const FactoryRow*>& factories() const { return factories_; }
   /// The handle of an attribute of a type, or null.
   Ptr<ZanAttr> attribute(std::string_view type, std::string_view name) const;
 
@@ -55,6 +60,7 @@ class ZAN_EXPORT Introspection {
 
   std::vector<std::string_view> namespaces_;
   std::vector<std::unique_ptr<TypeEntry>> types_;
+  std::vector<const FactoryRow*> factories_;
   std::vector<std::string> names_;
 };
 

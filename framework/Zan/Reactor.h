@@ -18,7 +18,8 @@ class Reactor : public NotifieeBase {
   }
   /// Accepts notifiers of its own type only; anything else is a range exception.
   void notifierIs(const Ptr<PtrInterface const>& notifier) override {
-    if (notifier && typeid(*notifier) != typeid(Notifier) && !dynamic_cast<const Notifier*>(notifier.get())) {
+    const PtrInterface* n = notifier.get();
+    if (n && typeid(*n) != typeid(Notifier) && !dynamic_cast<const Notifier*>(n)) {
       throwRangeException("notifier of the wrong type not allowed");
     }
     if (notifier.get() != this->rawNotifier()) this->bindEntity(notifier);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <tuple>
 
+#include "Zan/Notifiee.h"
 #include "Zan/Value.h"
 #include "Zan/ZanType.h"
 
@@ -96,6 +98,16 @@ struct TypeTable {
   std::string_view name;
   std::string_view baseName;
   std::span<const AttributeRow> rows;
+  /// Makes an `IntrospectionReactor` for objects of this type.
+  Ptr<PtrInterface::NotifieeConst> (*reactor)(std::function<void(std::string_view)> listener) = nullptr;
+};
+
+/// A function that makes objects, by its full name.
+struct FactoryRow {
+  std::string_view name;
+  std::string_view type;
+  std::span<const ArgumentRow> arguments;
+  Value (*call)(Arguments arguments, std::span<const ArgumentRow> rows);
 };
 
 /// Whether the rows that are not the framework's have the identifiers first to last, each once.
@@ -136,6 +148,9 @@ std::remove_cvref_t<T> fromValue(const Value& value, std::string_view type) {
   if constexpr (IsPtr<Plain>::value) {
     if (value.isNothing() || value.typeName() == "text") throw TypeException(type, value.typeName());
     return value.objectAs<typename Plain::element_type>(type);
+  } else if constexpr (std::is_pointer_v<Plain>) {
+    if (value.isNothing() || value.typeName() == "text") throw TypeException(type, value.typeName());
+    return value.objectAs<std::remove_pointer_t<Plain>>(type).get();
   } else {
     return value.as<Plain>();
   }
@@ -220,6 +235,26 @@ Value call(PtrInterface& object, Arguments arguments, std::span<const ArgumentRo
     } else {
       return toValue(std::remove_cvref_t<typename F::Result>((self.*Function)(std::get<i>(values)...)));
     }
+  }
+  (std::make_index_sequence<F::arity>{});
+}
+
+template <class F>
+struct FreeFunction;
+template <class R, class... Args>
+struct FreeFunction<R (*)(Args...)> {
+  using Tuple = std::tuple<Args...>;
+  static constexpr std::size_t arity = sizeof...(Args);
+};
+
+/// The same for a free function.
+template <auto Function>
+Value callFree(Arguments arguments, std::span<const ArgumentRow> rows) {
+  using F = FreeFunction<decltype(Function)>;
+  return [&]<std::size_t... i>(std::index_sequence<i...>)->Value {
+    const std::tuple<std::remove_cvref_t<std::tuple_element_t<i, typename F::Tuple>>...> values{
+        fromValue<std::tuple_element_t<i, typename F::Tuple>>(arguments[i], rows[i].type)...};
+    return toValue(Function(std::get<i>(values)...));
   }
   (std::make_index_sequence<F::arity>{});
 }

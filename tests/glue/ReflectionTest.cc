@@ -4,7 +4,7 @@
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
 #include "TraceRecorder.h"
-#include "Zan/GenericIf.h"
+#include "Zan/IntrospectionReactor.h"
 
 namespace {
 
@@ -100,7 +100,9 @@ TEST(Registration, ListsTheTypesInOrderAndTheirAttributesWithTheirIdentifiers) {
     EXPECT_EQ(a->containingType(), "doAddOrUpdateRoute");
   }
   EXPECT_EQ(arguments, "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
-  EXPECT_EQ(registry.names().at(4), "handleInitialize");
+  const std::vector<std::string> first(registry.names().begin(), registry.names().begin() + 8);
+  EXPECT_EQ(first, (std::vector<std::string>{"ipStatus", "status", "mribStatus", "allIntfStatusDir",
+                                             "handleInitialize", "defaultPrefix", "config", "uribStatus"}));
   try {
     const Zan::ZanAttrIntrospectionFlags flags(0x40);
     FAIL() << flags.value();
@@ -287,6 +289,35 @@ TEST_F(Reflection, IteratorsSurviveWhatTheyDelete) {
   i->erase();
   copy->advance();
   EXPECT_FALSE(copy->nonNull());
+}
+
+TEST_F(Reflection, HearsTheChangesOfObjectsWithoutKnowingTheirClass) {
+  std::string heard;
+  const auto listen = [&](const GenericIf& object) {
+    return Zan::IntrospectionReactor::on(object, [&](std::string_view name) { (heard += name) += ' '; });
+  };
+  const auto route = world.mribStatus->route(Lumo::Prefix("10.0.0.0/8"));
+  const auto onRoute = listen(GenericIf(Zan::Ptr<Routing::Multicast::Rib::Route>(route)));
+  const auto onStatus = listen(GenericIf(world.mribStatus));
+  world.rpfIs("10.0.0.0/8", 1, EngineWorld::via("20.0.0.7"));
+  route->metricIs(5);
+  world.rpfIs("11.0.0.0/8", 1, EngineWorld::via("20.0.0.7"));
+  EXPECT_EQ(heard, "via metric route ");
+  EXPECT_EQ(listen(sm), nullptr) << "a state machine has no notifiees";
+}
+
+TEST_F(Reflection, CallsTheFactoriesByName) {
+  const Value info6 = Zan::callFactory("Routing::Multicast::Rib::interfaceInfoFactory");
+  EXPECT_EQ(info6.typeName(), "Routing::Multicast::Rib::InterfaceInfo");
+  const Value made =
+      Zan::callFactory("Routing6::Multicast::Rib::mribTrieBuilderSmFactory",
+                       {{"mribRouteStatus", Value(Zan::create<Routing6::Multicast::Shadow::Status>("other"))},
+                        {"status", Value(status6)}});
+  EXPECT_EQ(GenericIf(made.object()).read("status").object().get(), status6.get());
+  EXPECT_EQ(thrown<Zan::MissingArgumentException>(
+                [] { Zan::callFactory("Routing::Multicast::Rib::mribTrieBuilderSmFactory"); }),
+            "missing argument \"status\" of \"Routing::Multicast::Rib::mribTrieBuilderSmFactory\" | status");
+  EXPECT_EQ(Zan::Introspection::instance().factories().size(), 5u);
 }
 
 }  // namespace
