@@ -14,10 +14,6 @@ using Zan::ArgumentRow;
 using Zan::AttributeRow;
 using Zan::Form;
 
-Zan::Value ownerOf(const Zan::PtrInterface& object) {
-  return Zan::ObjectRef(Zan::Ptr<Routing::Multicast::Rib::MribSm>(static_cast<const Sm&>(object).mribSm()));
-}
-
 constexpr Form handleChangedRouteForms[] = {{{}, Zan::call<&Sm::handleChangedRoute>}};
 constexpr ArgumentRow doAddOrUpdateRouteArguments[] = {
     {"rpf", "Routing::Multicast::Rib::Rpf"}, {"p", "Lumo::IpGenPrefix"}, {"pref", "U8"}};
@@ -70,7 +66,7 @@ constexpr AttributeRow routeResolverRows[] = {
      .name = "mribSm",
      .type = "Routing::Multicast::Rib::MribSm",
      .flags = Flags::readOnly,
-     .get = ownerOf},
+     .get = Zan::get<&Sm::mribSm>},
     {.id = 134,
      .name = "initialized",
      .type = "bool",

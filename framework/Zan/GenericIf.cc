@@ -84,11 +84,11 @@ Value GenericIf::attributeOp(Operation operation, Arguments arguments) const {
   switch (op) {
     case AttributeOp::read:
       if (!arguments.empty()) throw BadIndexException(r.name);
-      return require(r.get)(*object_.get());
+      return asConstAsThis(require(r.get)(*object_.get()));
     case AttributeOp::readAt:
       if (!r.at) throw BadIndexException(r.name);
       requireArguments(1, "key");
-      return r.at(*object_.get(), arguments[0]);
+      return asConstAsThis(r.at(*object_.get(), arguments[0]));
     case AttributeOp::count:
       require(r.count);
       requireArguments(0, "");
@@ -115,6 +115,12 @@ Value GenericIf::attributeOp(Operation operation, Arguments arguments) const {
       return invoke(r, arguments);
   }
   throw OperationNotSupportedException(r.name);
+}
+
+/// An object that is reached through a const handle is const too.
+Value GenericIf::asConstAsThis(Value value) const {
+  if (!object_.isConst() || !value.isObject()) return value;
+  return ObjectRef(Ptr<PtrInterface const>(value.object().get()));
 }
 
 /// The form with this number of arguments; else the error is about the longest.

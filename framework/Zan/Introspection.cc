@@ -44,13 +44,13 @@ template <auto Path>
 Value text(const PtrInterface& object) {
   return Value::of(Name((static_cast<const Entity&>(object).*Path)()));
 }
-Value parentOf(const PtrInterface& object) {
-  return ObjectRef(Ptr<Entity>(static_cast<const Entity&>(object).parent()));
-}
-
 constexpr AttributeRow entityRows[] = {
     {.id = Entity::nameId, .name = "name", .type = "Zan::Name", .flags = readOnly, .get = get<&Entity::name>},
-    {.id = Entity::parentId, .name = "parent", .type = "Zan::Entity", .flags = readOnly, .get = parentOf},
+    {.id = Entity::parentId,
+     .name = "parent",
+     .type = "Zan::Entity",
+     .flags = readOnly,
+     .get = get<&Entity::parent>},
     {.id = Entity::parentId + 3,
      .name = "fullName",
      .type = "Zan::Name",

@@ -136,6 +136,8 @@ template <class T>
 Value toValue(const T& value) {
   if constexpr (IsPtr<T>::value) {
     return ObjectRef(value);
+  } else if constexpr (std::is_pointer_v<T>) {
+    return ObjectRef(Ptr<std::remove_pointer_t<T>>(value));
   } else {
     return Value::of<T>(value);
   }
@@ -191,17 +193,8 @@ template <auto Lookup>
 Value at(const PtrInterface& object, const Value& key) {
   using F = MemberFunction<decltype(Lookup)>;
   using Key = std::remove_cvref_t<std::tuple_element_t<0, typename F::Tuple>>;
-  const auto found = (static_cast<const typename F::Class&>(object).*Lookup)(key.as<Key>());
-  return toValue(found);
-}
-
-/// The same for a look-up that returns a plain pointer to a member that its collection owns.
-template <auto Lookup>
-Value atPointer(const PtrInterface& object, const Value& key) {
-  using F = MemberFunction<decltype(Lookup)>;
-  using Key = std::remove_cvref_t<std::tuple_element_t<0, typename F::Tuple>>;
-  using Member = std::remove_pointer_t<typename F::Result>;
-  return ObjectRef(Ptr<Member>((static_cast<const typename F::Class&>(object).*Lookup)(key.as<Key>())));
+  return toValue(std::remove_cvref_t<typename F::Result>(
+      (static_cast<const typename F::Class&>(object).*Lookup)(key.as<Key>())));
 }
 
 template <auto Count>
