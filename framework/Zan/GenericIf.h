@@ -20,7 +20,7 @@ struct NamedArgument {
 };
 
 /// Access to an object's attributes and operations by identifier or by name. Made from a reference to a const
-/// object it refuses every operation that changes the object.
+/// object it refuses every operation that changes the object, and so do the handles that are read through it.
 ///
 /// Every failure throws an `IntrospectionException` that names the attribute, argument or type, and changes
 /// nothing.
@@ -53,6 +53,7 @@ class ZAN_EXPORT GenericIf {
  private:
   const AttributeRow& row(AttributeId attribute) const;
   Value invoke(const AttributeRow& row, Arguments arguments) const;
+  Value asConstAsThis(Value value) const;
   PtrInterface& mutableObject() const { return const_cast<PtrInterface&>(*object_.get()); }
 
   ObjectRef object_;

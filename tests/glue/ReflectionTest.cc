@@ -273,6 +273,17 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
   }
 }
 
+TEST_F(Reflection, WhatIsReachedThroughAConstHandleIsConst) {
+  const GenericIf readOnly = asConst(sm);
+  const GenericIf child(readOnly.read("routeResolver").object());
+  EXPECT_THROW(child.set("initialized", Value::of(true)), Zan::ConstInstanceException);
+  const GenericIf status(readOnly.read("mribStatus").object());
+  const GenericIf route(status.read("route", text("10.0.0.0/8")).object());
+  EXPECT_THROW(route.set("preference", Value::of(U8{9})), Zan::ConstInstanceException);
+  GenericIf(sm.read("routeResolver").object()).set("initialized", Value::of(true));
+  EXPECT_TRUE(world.mrib->routeResolver()->initialized());
+}
+
 TEST_F(Reflection, IteratorsSurviveWhatTheyDelete) {
   world.rpfIs("11.0.0.0/8", 1, EngineWorld::via("20.0.0.6"));
   const Zan::AttributeId id = sm.attributeId("mribConfigPrefix");
