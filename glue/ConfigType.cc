@@ -11,9 +11,7 @@ using Routing::Multicast::Rib::Config;
 using Routing::Multicast::Rib::RouteKeyPreference;
 using Routing::Multicast::Rib::RouteKeyPrefix;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow configRows[] = {
     {.id = 130,

@@ -9,9 +9,7 @@ namespace {
 
 using Sm = Routing::Multicast::Rib::InterfaceInfo;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow interfaceInfoRows[] = {
     {.id = 130,

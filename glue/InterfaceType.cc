@@ -14,9 +14,7 @@ using Ip::Status;
 using Dir = Interface::AllIntfStatusDir;
 using Intf = Interface::IntfStatus;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow ipStatusRows[] = {
     {.id = 130,

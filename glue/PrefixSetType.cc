@@ -9,9 +9,7 @@ namespace {
 
 using Set = Routing::Multicast::Rib::PrefixSet;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow prefixSetRows[] = {
     {.id = 130,

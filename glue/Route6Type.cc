@@ -9,9 +9,7 @@ namespace {
 
 using R = Routing6::Multicast::Rib::Route;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow route6Rows[] = {
     {.id = 130,

@@ -9,9 +9,7 @@ namespace {
 
 using R = Routing::Multicast::Rib::Route;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow routeRows[] = {
     {.id = 130,

@@ -11,9 +11,7 @@ namespace {
 using S = Routing6::Multicast::Rib::Status;
 using Shadow = Routing6::Multicast::Shadow::Status;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow status6Rows[] = {
     {.id = 130,

@@ -11,9 +11,7 @@ namespace {
 using S = Routing::Multicast::Rib::Status;
 using Shadow = Routing::Multicast::Shadow::Status;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
 constexpr AttributeRow statusRows[] = {
     {.id = 130,

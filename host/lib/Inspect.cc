@@ -182,6 +182,7 @@ std::vector<Zan::NamedArgument> argumentsOf(std::string_view text) {
     }
   }
   std::vector<Zan::NamedArgument> arguments;
+  arguments.reserve(found.size());
   for (auto& [name, value] : found) arguments.push_back({name, Value::of(value)});
   return arguments;
 }
