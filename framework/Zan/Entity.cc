@@ -10,11 +10,7 @@ NotifieeList::~NotifieeList() {
   delete many();
 }
 
-void NotifieeList::add(Notifiee* notifiee) {
-  if (empty()) {
-    word_ = reinterpret_cast<std::uintptr_t>(notifiee);
-    return;
-  }
+void NotifieeList::addFurther(Notifiee* notifiee) {
   if (!many()) word_ = reinterpret_cast<std::uintptr_t>(new Many{one()}) | manyBit;
   many()->push_back(notifiee);
 }

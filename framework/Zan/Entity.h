@@ -25,7 +25,13 @@ class ZAN_EXPORT NotifieeList {
   bool empty() const { return word_ == 0; }
   /// The notifiee when there is exactly one, else null.
   Notifiee* one() const { return (word_ & manyBit) == 0 ? reinterpret_cast<Notifiee*>(word_) : nullptr; }
-  void add(Notifiee* notifiee);
+  void add(Notifiee* notifiee) {
+    if (empty()) {
+      word_ = reinterpret_cast<std::uintptr_t>(notifiee);
+    } else {
+      addFurther(notifiee);
+    }
+  }
   void remove(Notifiee* notifiee);
 
   /// Counted references to the notifiees of one moment; one or two cost no allocation.
@@ -45,6 +51,7 @@ class ZAN_EXPORT NotifieeList {
   using Many = std::vector<Notifiee*>;
   static constexpr std::uintptr_t manyBit = 1;
 
+  void addFurther(Notifiee* notifiee);
   Many* many() const { return (word_ & manyBit) != 0 ? reinterpret_cast<Many*>(word_ & ~manyBit) : nullptr; }
 
   std::uintptr_t word_ = 0;  // null, one notifiee, or a vector (lowest bit set)
@@ -107,12 +114,9 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   void tell(AttributeId attribute, const Args&... args) const {
     if (notifiees_.empty()) return;
     if (const Ptr<NotifieeList::Notifiee> only{notifiees_.one()}) {
-      return tellOne<Handler>(only, attribute, args...);
-    }
-    const Ptr<Entity const> pin(this);
-    const NotifieeList::Snapshot snapshot(notifiees_);
-    for (const auto& notifiee : snapshot) {
-      if (notifiee->references() > 1) tellOne<Handler>(notifiee, attribute, args...);
+      tellOne<Handler>(only, attribute, args...);
+    } else {
+      tellMany<Handler>(attribute, args...);
     }
   }
 
@@ -123,10 +127,24 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
                const Args&... args) const {
     if (!notifiee->hears(this)) return;
     if (ActivitySm* activity = notifiee->actsm()) {
-      activity->enqueue<Handler>(notifiee, Ptr<Entity const>(this), attribute, args...);
+      enqueue<Handler>(*activity, notifiee, attribute, args...);
     } else {
       deliver<Handler>(*notifiee, attribute, args...);
     }
+  }
+  // Kept out of line, so that the way of most changes, to one notifiee at once, is short.
+  template <auto Handler, class... Args>
+  [[gnu::noinline]] void tellMany(AttributeId attribute, const Args&... args) const {
+    const Ptr<Entity const> pin(this);
+    const NotifieeList::Snapshot snapshot(notifiees_);
+    for (const auto& notifiee : snapshot) {
+      if (notifiee->references() > 1) tellOne<Handler>(notifiee, attribute, args...);
+    }
+  }
+  template <auto Handler, class... Args>
+  [[gnu::noinline]] void enqueue(ActivitySm& activity, const Ptr<NotifieeList::Notifiee>& notifiee,
+                                 AttributeId attribute, const Args&... args) const {
+    activity.enqueue<Handler>(notifiee, Ptr<Entity const>(this), attribute, args...);
   }
 
   mutable NotifieeList notifiees_;

@@ -2,7 +2,9 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "Zan/Bookmark.h"
 #include "Zan/Member.h"
@@ -104,7 +106,18 @@ class HashMap {
   void rehash(U32 count);
   void fit();
 
-  std::unique_ptr<Slot[]> slots_;
+  struct Free {
+    void operator()(Slot* slots) const { std::free(slots); }  // NOLINT: from calloc
+  };
+  using Slots = std::unique_ptr<Slot[], Free>;
+  /// All empty. A large table comes from the system, which has cleared it already.
+  static Slots newSlots(U32 count) {
+    auto* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));  // NOLINT: nothing else gives that
+    if (!slots) throw std::bad_alloc();
+    return Slots(slots);
+  }
+
+  Slots slots_;
   U32 slotBits_ = 0;
   U32 deleted_ = 0;  // slots that a deletion left behind
   U32 size_ = 0;
@@ -118,7 +131,9 @@ template <class V, class K>
 template <class Value>
 class HashMap<V, K>::BasicIterator {
  public:
+  /// On an empty collection it is at the end for good, and nothing needs to know of it.
   explicit BasicIterator(const HashMap& map) {
+    if (!map.first_) return;
     mark_.map = &map;
     mark_.current = map.first_;
     map.marks_.add(&mark_);
@@ -151,7 +166,7 @@ class HashMap<V, K>::BasicIterator {
   }
   /// Deletes the member under the iterator.
   Ptr<V> erase() requires(!std::is_const_v<Value>) {
-    return const_cast<HashMap*>(mark_.map)->erase(mark_.current);
+    return mark_.current ? const_cast<HashMap*>(mark_.map)->erase(mark_.current) : nullptr;
   }
 
  private:
@@ -279,7 +294,7 @@ void HashMap<V, K>::rehash(U32 count) {
     return;
   }
   const U32 hadCount = slots_ ? slotCount() : 0;
-  const std::unique_ptr<Slot[]> had = std::exchange(slots_, std::unique_ptr<Slot[]>(new Slot[count]()));
+  const Slots had = std::exchange(slots_, newSlots(count));
   const auto enterSlot = [this](Slot s, U64 h) {
     U32 at = place(h);
     while (slots_[at] != emptySlot) at = after(at);

@@ -37,7 +37,33 @@ struct FreeObject {
 class SizeClass {
  public:
   void* take(std::size_t size) {
+    if (singleThreaded()) return takeAlone(size);
     const Lock lock(busy_);
+    return takeAlone(size);
+  }
+  void give(void* object) noexcept {
+    if (singleThreaded()) return giveAlone(object);
+    const Lock lock(busy_);
+    giveAlone(object);
+  }
+  U64 used() {
+    const Lock lock(busy_);
+    return used_;
+  }
+
+ private:
+  struct Lock {
+    explicit Lock(std::atomic_flag& f) : flag(f) {
+      while (flag.test_and_set(std::memory_order_acquire)) {
+      }
+    }
+    ~Lock() { flag.clear(std::memory_order_release); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    std::atomic_flag& flag;
+  };
+
+  void* takeAlone(std::size_t size) {
     if (free_) {
       FreeObject* object = free_;
       free_ = object->next;
@@ -50,30 +76,10 @@ class SizeClass {
     next_ += size;
     return object;
   }
-  void give(void* object) noexcept {
-    const Lock lock(busy_);
+  void giveAlone(void* object) noexcept {
     free_ = new (object) FreeObject{free_};
     --used_;
   }
-  U64 used() {
-    const Lock lock(busy_);
-    return used_;
-  }
-
- private:
-  struct Lock {
-    explicit Lock(std::atomic_flag& f) : flag(f), needed(!singleThreaded()) {
-      while (needed && flag.test_and_set(std::memory_order_acquire)) {
-      }
-    }
-    ~Lock() {
-      if (needed) flag.clear(std::memory_order_release);
-    }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-    std::atomic_flag& flag;
-    const bool needed;
-  };
 
   void refill() {
     next_ = static_cast<char*>(::operator new(chunkBytes, std::align_val_t(pageBytes)));

@@ -5,10 +5,6 @@
 
 namespace Zan {
 
-PtrInterface::NotifieeConst::NotifieeConst() {
-  flagIs(notificationActiveFlag, true);
-}
-
 PtrInterface::NotifieeConst::~NotifieeConst() {
   NotifieeConst::isRegisteredNotifieeIs(false);
 }
@@ -50,10 +46,10 @@ void PtrInterface::NotifieeConst::notifierIs(const Ptr<PtrInterface const>& noti
   bindEntity(notifier);
 }
 
-void PtrInterface::NotifieeConst::bindEntity(const Ptr<PtrInterface const>& notifier) {
+void PtrInterface::NotifieeConst::bindEntity(Ptr<PtrInterface const> notifier) {
   const bool registered = isRegisteredNotifiee();
-  NotifieeConst::isRegisteredNotifieeIs(false);
-  notifier_ = notifier;
+  if (registered) NotifieeConst::isRegisteredNotifieeIs(false);
+  notifier_ = std::move(notifier);
   if (registered) NotifieeConst::isRegisteredNotifieeIs(true);
 }
 

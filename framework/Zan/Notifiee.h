@@ -15,7 +15,7 @@ class ActivitySm;
 /// A typed handler that is not overridden passes its attribute to the untyped ones below.
 class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
  public:
-  NotifieeConst();
+  NotifieeConst() : VFPtrInterface(notificationActiveFlag) {}
   ~NotifieeConst() override;
 
   // The order of these virtual operations, after those of PtrInterface, is part of the interface.
@@ -63,7 +63,7 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
 
  protected:
   /// `notifierIs` for a notifier that is known to be an entity.
-  void bindEntity(const Ptr<PtrInterface const>& notifier);
+  void bindEntity(Ptr<PtrInterface const> notifier);
 
  private:
   Ptr<PtrInterface const> notifier_;

@@ -30,8 +30,9 @@ class Ptr {
   ~Ptr() {
     if (object_) object_->deleteReference();
   }
-  Ptr& operator=(Ptr other) noexcept {
-    std::swap(object_, other.object_);
+  Ptr& operator=(const Ptr& other) noexcept { return *this = Ptr(other); }
+  Ptr& operator=(Ptr&& other) noexcept {
+    const Ptr old = adopt(std::exchange(object_, other.release()));
     return *this;
   }
 

@@ -11,15 +11,4 @@ const ZanType* PtrInterface::fwkType() const {
   return &type;
 }
 
-void PtrInterface::flagIs(U32 which, bool on) {
-  if (!isCounted() || ((countWord() & which) == which) == on) return;
-  if (singleThreaded()) {
-    word_.store(on ? countWord() | which : countWord() & ~which, std::memory_order_relaxed);
-  } else if (on) {
-    word_.fetch_or(which, std::memory_order_relaxed);
-  } else {
-    word_.fetch_and(~which, std::memory_order_relaxed);
-  }
-}
-
 }  // namespace Zan

@@ -57,18 +57,18 @@ class ZAN_EXPORT PtrInterface {
   void isNeverCountedIs() { word_.store(neverCounted | references(), std::memory_order_relaxed); }
 
   void newReference() const {
-    if (!isCounted()) return;
-    const U32 before = countWord();
+    U32 before = countWord();
+    if ((before & ~countMask) == neverCounted) return;
     if (singleThreaded()) {
       word_.store(before + 1, std::memory_order_relaxed);
     } else {
-      word_.fetch_add(1, std::memory_order_relaxed);
+      before = word_.fetch_add(1, std::memory_order_relaxed);
     }
     ZAN_ASSERT_TEXT((before & countMask) < countMask - 1, "references() < countMask");
   }
   void deleteReference() const {
-    if (!isCounted()) return;
     U32 before = countWord();
+    if ((before & ~countMask) == neverCounted) return;
     if (singleThreaded()) {
       word_.store(before - 1, std::memory_order_relaxed);
     } else {
@@ -79,7 +79,19 @@ class ZAN_EXPORT PtrInterface {
 
  protected:
   bool flag(U32 which) const { return (countWord() & which) != 0; }
-  void flagIs(U32 which, bool on);
+  /// An object that is born with these flags set.
+  explicit PtrInterface(U32 flags) : word_(flags | 1) {}
+  void flagIs(U32 which, bool on) {
+    const U32 before = countWord();
+    if ((before & ~countMask) == neverCounted || ((before & which) == which) == on) return;
+    if (singleThreaded()) {
+      word_.store(on ? before | which : before & ~which, std::memory_order_relaxed);
+    } else if (on) {
+      word_.fetch_or(which, std::memory_order_relaxed);
+    } else {
+      word_.fetch_and(~which, std::memory_order_relaxed);
+    }
+  }
 
  private:
   void handleZeroRef() const { delete this; }
@@ -94,6 +106,11 @@ class ZAN_EXPORT VFPtrInterface : public PtrInterface {
   static void* operator new(std::size_t, void* place) { return place; }
   static void operator delete(void* object, std::size_t size) noexcept { ZanMemPool::release(object, size); }
   static void operator delete(void*, void*) noexcept {}
+
+  VFPtrInterface() = default;
+
+ protected:
+  using PtrInterface::PtrInterface;
 };
 
 }  // namespace Zan

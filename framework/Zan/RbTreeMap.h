@@ -98,7 +98,9 @@ template <class V, class K>
 template <class Value>
 class RbTreeMap<V, K>::BasicIterator {
  public:
+  /// On an empty collection it is at the end for good, and nothing needs to know of it.
   explicit BasicIterator(const RbTreeMap& map) {
+    if (!map.root_) return;
     mark_.map = &map;
     mark_.current = map.first();
     map.marks_.add(&mark_);
@@ -131,7 +133,7 @@ class RbTreeMap<V, K>::BasicIterator {
   }
   /// Deletes the member under the iterator.
   Ptr<V> erase() requires(!std::is_const_v<Value>) {
-    return const_cast<RbTreeMap*>(mark_.map)->erase(mark_.current);
+    return mark_.current ? const_cast<RbTreeMap*>(mark_.map)->erase(mark_.current) : nullptr;
   }
 
  private:
