@@ -1,12 +1,7 @@
 #pragma once
 
-#include <bit>
-#include <cstdint>
-#include <cstdlib>
-#include <memory>
-#include <new>
-
 #include "Zan/Bookmark.h"
+#include "Zan/HashIndex.h"
 #include "Zan/Member.h"
 #include "Zan/Ptr.h"
 
@@ -32,9 +27,7 @@ class HashMember {
 /// Keyed collection of counted members that carry their key and their links. A hash index (by the key's
 /// `hash()` and `operator==`) over a list in order of insertion, so that walks are the same in every run and
 /// growing moves nobody. Holds one reference to each member. Lookup, insertion and deletion cost constant
-/// time; up to `scanned` members need no index at all. The index is an open table of member pointers with 16
-/// bits of the hash in each, so that a search reads, next to one line of the table, only the member that it
-/// finds.
+/// time; up to `scanned` members need no index at all.
 template <class V, class K>
 class HashMap {
  public:
@@ -47,7 +40,7 @@ class HashMap {
   V* lookup(const K& key) const;
   /// Starts to load what a look-up of this key will read first, so that other work hides the wait.
   void prefetch(const K& key) const {
-    if (slots_) __builtin_prefetch(&slots_[place(key.hash())]);
+    if (index_.exists()) index_.prefetch(key.hash());
   }
   /// Adds a member. Its key must not be in use.
   void insert(const Ptr<V>& member);
@@ -77,53 +70,15 @@ class HashMap {
   };
   static constexpr U32 scanned = 8;
 
-  /// A member and the first 20 bits of its hash: 16 in the bits that user space pointers leave free at the
-  /// top, 4 in those that the alignment of the members leaves at the bottom. The place in the table is the
-  /// first bits of the hash too, so that the table grows without a look at the members.
-  using Slot = U64;
-  static constexpr Slot emptySlot = 0;
-  static constexpr Slot deletedSlot = 1;
-  static constexpr Slot tagMask = 0xFFFF00000000000F;
-  static constexpr U32 tagBits = 20;
-  static Slot tagOf(U64 h) { return (h & 0xFFFF000000000000) | (h >> 44 & 0xF); }
-  static V* memberOf(Slot s) { return reinterpret_cast<V*>(static_cast<std::uintptr_t>(s & ~tagMask)); }
-  static bool holds(Slot s) { return s > deletedSlot; }
-  static bool mayBe(Slot s, U64 h) { return holds(s) && ((s ^ h) >> 48) == 0 && ((s ^ h >> 44) & 0xF) == 0; }
-
   static U64 hash(const V& v) { return v.fwkKey().hash(); }
-  /// The hash of the member in a slot, as far as the place needs it.
-  U64 hashIn(Slot s) const {
-    if (slotBits_ > tagBits) return hash(*memberOf(s));
-    return (s & 0xFFFF000000000000) | (s & 0xF) << 44;
-  }
-  U32 slotCount() const { return U32{1} << slotBits_; }
-  U32 place(U64 h) const { return static_cast<U32>(h >> (64 - slotBits_)); }
-  U32 after(U32 at) const { return (at + 1) & (slotCount() - 1); }
-  U32 before(U32 at) const { return (at - 1) & (slotCount() - 1); }
-  void enter(V* member, U64 h);
-  void leave(V* member);
   void unlink(V* member);
-  void rehash(U32 count);
   void fit();
 
-  struct Free {
-    void operator()(Slot* slots) const { std::free(slots); }  // NOLINT: from calloc
-  };
-  using Slots = std::unique_ptr<Slot[], Free>;
-  /// All empty. A large table comes from the system, which has cleared it already.
-  static Slots newSlots(U32 count) {
-    auto* slots = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));  // NOLINT: nothing else gives that
-    if (!slots) throw std::bad_alloc();
-    return Slots(slots);
-  }
-
-  Slots slots_;
-  U32 slotBits_ = 0;
-  U32 deleted_ = 0;  // slots that a deletion left behind
-  U32 size_ = 0;
+  HashIndex<V> index_;
   V* first_ = nullptr;
   V* last_ = nullptr;
   mutable BookmarkList<Mark> marks_;
+  U32 size_ = 0;
   U32 requested_;
 };
 
@@ -189,16 +144,11 @@ HashMap<V, K>::~HashMap() {
 
 template <class V, class K>
 V* HashMap<V, K>::lookup(const K& key) const {
-  if (!slots_) {
-    for (V* v = first_; v; v = v->next_) {
-      if (v->fwkKey() == key) return v;
-    }
-    return nullptr;
+  if (index_.exists()) {
+    return index_.find(key.hash(), [&](const V& v) { return v.fwkKey() == key; });
   }
-  const U64 h = key.hash();
-  for (U32 at = place(h); slots_[at] != emptySlot; at = after(at)) {
-    if (!mayBe(slots_[at], h)) continue;
-    if (V* v = memberOf(slots_[at]); v->fwkKey() == key) return v;
+  for (V* v = first_; v; v = v->next_) {
+    if (v->fwkKey() == key) return v;
   }
   return nullptr;
 }
@@ -206,44 +156,17 @@ V* HashMap<V, K>::lookup(const K& key) const {
 template <class V, class K>
 void HashMap<V, K>::insert(const Ptr<V>& member) {
   V* v = member.get();
-  ZAN_ASSERT_TEXT(slots_ || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
+  ZAN_ASSERT_TEXT(index_.exists() || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
   v->newReference();
   v->prev_ = last_;
   v->next_ = nullptr;
   (last_ ? last_->next_ : first_) = v;
   last_ = v;
   ++size_;
-  if (slots_) enter(v, hash(*v));
-  fit();
-}
-
-template <class V, class K>
-void HashMap<V, K>::enter(V* member, U64 h) {
-  const auto bits = static_cast<Slot>(reinterpret_cast<std::uintptr_t>(member));
-  ZAN_ASSERT((bits & tagMask) == 0);
-  U32 at = place(h);
-  for (; holds(slots_[at]); at = after(at)) {
-    ZAN_ASSERT_TEXT(!mayBe(slots_[at], h) || !(memberOf(slots_[at])->fwkKey() == member->fwkKey()),
-                    "!lookup(member->fwkKey())");
-  }
-  deleted_ -= slots_[at] == deletedSlot;
-  slots_[at] = bits | tagOf(h);
-}
-
-/// A search must not end at the freed slot unless it would at the next one.
-template <class V, class K>
-void HashMap<V, K>::leave(V* member) {
-  U32 at = place(hash(*member));
-  while (memberOf(slots_[at]) != member) at = after(at);
-  if (slots_[after(at)] != emptySlot) {
-    slots_[at] = deletedSlot;
-    ++deleted_;
-    return;
-  }
-  slots_[at] = emptySlot;
-  for (U32 i = before(at); slots_[i] == deletedSlot; i = before(i)) {
-    slots_[i] = emptySlot;
-    --deleted_;
+  if (index_.exists()) {
+    index_.enter(v, hash(*v));
+  } else {
+    fit();
   }
 }
 
@@ -268,45 +191,25 @@ void HashMap<V, K>::unlink(V* v) {
       m.removed = true;
     }
   });
-  if (slots_) leave(v);
+  if (index_.exists()) index_.leave(v, hash(*v));
   (v->prev_ ? v->prev_->next_ : first_) = v->next_;
   (v->next_ ? v->next_->prev_ : last_) = v->prev_;
   v->next_ = v->prev_ = nullptr;
   --size_;
 }
 
-/// Keeps an eighth to three quarters of the slots in use, with room between growing and shrinking.
+/// Makes or drops the index, or makes it smaller, with room between growing and shrinking.
 template <class V, class K>
 void HashMap<V, K>::fit() {
   const U32 wanted = size_ > requested_ ? size_ : requested_;
   if (wanted <= scanned) {
-    if (slots_ && size_ <= scanned / 2) rehash(0);
-  } else if (!slots_ || wanted + deleted_ > slotCount() / 4 * 3 || wanted < slotCount() / 8) {
-    rehash(std::bit_ceil(wanted + wanted / 2));
+    if (size_ <= scanned / 2) index_.clear();
+    if (size_ <= scanned) return;
   }
-}
-
-template <class V, class K>
-void HashMap<V, K>::rehash(U32 count) {
-  deleted_ = 0;
-  if (count == 0) {
-    slots_.reset();
-    return;
-  }
-  const U32 hadCount = slots_ ? slotCount() : 0;
-  const Slots had = std::exchange(slots_, newSlots(count));
-  const auto enterSlot = [this](Slot s, U64 h) {
-    U32 at = place(h);
-    while (slots_[at] != emptySlot) at = after(at);
-    slots_[at] = s;
-  };
-  slotBits_ = static_cast<U32>(std::countr_zero(count));
-  if (!had) {
-    for (V* v = first_; v; v = v->next_) enter(v, hash(*v));
-  }
-  for (U32 i = 0; i < hadCount; ++i) {
-    if (holds(had[i])) enterSlot(had[i], hashIn(had[i]));
-  }
+  constexpr U32 mostSlotsPer = 8;
+  if (index_.exists() && index_.slotsPer(wanted) <= mostSlotsPer) return;
+  index_.make(wanted);
+  for (V* v = first_; v; v = v->next_) index_.enter(v, hash(*v));
 }
 
 }  // namespace Zan

@@ -48,8 +48,12 @@ bool TrieGen::route(const Lumo::IpGenPrefix& prefix) const {
 
 void TrieGen::routeIs(const Lumo::IpGenPrefix& prefix, bool present) {
   if (!present) return routeDel(prefix);
+  if (insert(prefix)) changed(prefix);
+}
+
+bool TrieGen::insert(const Lumo::IpGenPrefix& prefix) {
   PrefixTrie* trie = trieFor(prefix);
-  if (trie && trie->insert(keyOf(prefix), prefix.length())) changed(prefix);
+  return trie && trie->insert(keyOf(prefix), prefix.length());
 }
 
 void TrieGen::routeDel(const Lumo::IpGenPrefix& prefix) {

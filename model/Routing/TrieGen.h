@@ -26,6 +26,13 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
   /// Inserts a prefix; one that is stored already changes nothing and tells nobody. The empty prefix is
   /// never stored.
   void routeIs(const Lumo::IpGenPrefix& prefix, bool present);
+  /// Inserts a prefix; one that is new calls `before` ahead of all who hear of it.
+  template <class Before>
+  void routeAdd(const Lumo::IpGenPrefix& prefix, Before before) {
+    if (!insert(prefix)) return;
+    before();
+    changed(prefix);
+  }
   void routeDel(const Lumo::IpGenPrefix& prefix);
   /// Stored prefixes: each counts as one node, whatever blocks hold it.
   S32 nodes() const { return static_cast<S32>(trie4_.size() + trie6_.size()); }
@@ -47,6 +54,7 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
     return const_cast<PrefixTrie*>(static_cast<const TrieGen*>(this)->trieFor(prefix));
   }
   const PrefixTrie* trieFor(const Lumo::IpGenPrefix& prefix) const;
+  bool insert(const Lumo::IpGenPrefix& prefix);
   void changed(const Lumo::IpGenPrefix& prefix);
 
   Lumo::AddressFamily af_;

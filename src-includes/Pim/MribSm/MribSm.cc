@@ -176,6 +176,10 @@ Ptr<Config const> MribSm::mribConfig() const {
   return mribConfig_ ? mribConfig_->notifierPtr() : nullptr;
 }
 
+const Config* MribSm::rawMribConfig() const {
+  return mribConfig_ ? mribConfig_->notifier() : nullptr;
+}
+
 void MribSm::mribConfigIs(const Ptr<Config const>& mribConfig) {
   watchInput(mribConfig_, mribConfig, isZombie(), [this] { return newMribConfig(nullptr); });
 }

@@ -49,6 +49,8 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
   void uribShadowStatusIs(const Zan::Ptr<Routing::Shadow::Status>& uribShadowStatus);
   Zan::Ptr<ZanUribShadowStatus> uribShadowStatusDel();
   Zan::Ptr<Config const> mribConfig() const;
+  /// The same without a reference of the caller's own.
+  const Config* rawMribConfig() const;
   void mribConfigIs(const Zan::Ptr<Config const>& mribConfig);
   Zan::Ptr<ZanMribConfig> mribConfigDel();
   const Zan::Ptr<Status>& mribStatus() const { return mribStatus_; }

@@ -40,7 +40,6 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
 /// Offers every configured prefix once, or those for which the offer may have another outcome than before, in
 /// the order of the configuration; true when that changed a route, so that others may resolve now.
 bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
-  const Ptr<Config const> mribConfig = config();
   bool anyChanged = false;
   U64 met = 0;  // the order of the last one
   if (!wholePasses()) {
@@ -51,6 +50,7 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
     if (!marks_.allAreMarked()) return anyChanged;
   }
   marks_.wholePassBegins();
+  const Ptr<Config const> mribConfig(&config());
   for (auto rkPrefix = mribConfig->routeIterator(); rkPrefix; ++rkPrefix) {
     if (rkPrefix->order() > met) {
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
@@ -68,7 +68,7 @@ bool RouteResolverSm::wholePasses() const {
 /// The next prefix for which something has changed since it was offered; null also when that may be all.
 const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
   const auto& shadow = mribSm_->mribShadow();
-  marks_.inputsAre({config().get(), &status(), shadow ? shadow->trie().get() : nullptr,
+  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr,
                     mribSm_->ipStatus().get(), mribSm_->intfStatus().get()});
   return marks_.next(order, defaultPrefix());
 }
@@ -173,7 +173,7 @@ void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
 void RouteResolverSm::updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix) {
   const Ptr<Route> route(status().route(member.v4Prefix()));
   ZAN_ASSERT(route);
-  const Ptr<RouteKeyPrefix const> rkPrefix(config()->route(member));
+  const Ptr<RouteKeyPrefix const> rkPrefix(config().route(member));
   ZAN_ASSERT(rkPrefix);
   const bool resolved = resolveMember(*rkPrefix);
   const bool hasVia = route->viaCount() > 0;

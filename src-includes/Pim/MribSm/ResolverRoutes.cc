@@ -93,7 +93,12 @@ class RouteResolverSm::CandidateVias {
 };
 
 S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
-  MRIB_TRACE(8, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
+  return offerRpf(rpf, prefix, preference, status().route(prefix.v4Prefix()));
+}
+
+/// `route` is the present route of the prefix, or null.
+S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, Route* route) {
+  MRIB_TRACE_OF(8, opAdd, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
   ZAN_ASSERT_TEXT(preference != 0, "pref");
   const auto hop = rpfAddress(rpf);
   if (!hop) {
@@ -106,9 +111,7 @@ S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix&
     return unusable;
   }
   MRIB_TRACE(8, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
-  if (const Ptr<Route> route{status().route(prefix.v4Prefix())}) {
-    return updateRoute(*route, rpf, *hop, lpm, prefix, preference);
-  }
+  if (const Ptr<Route> pin{route}) return updateRoute(pin, rpf, *hop, lpm, prefix, preference);
   addRoute(rpf, *hop, lpm, prefix, preference);
   return changed;
 }
@@ -118,9 +121,9 @@ S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix&
 /// preference, gone with it. A route at a lower number is left over from a preference that is gone: then they
 /// have not.
 void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
-  const Route* route = status().route(entry.prefix().v4Prefix());
+  Route* route = status().route(entry.prefix().v4Prefix());
   const bool othersWereOffered = !route || route->preference() >= preference;
-  doAddOrUpdateRoute(rpf, entry.prefix(), preference);
+  offerRpf(rpf, entry.prefix(), preference, route);
   if (othersWereOffered) marks_.offeredNewRpf(entry);
 }
 
@@ -140,31 +143,31 @@ void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpG
     MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
   }
   MRIB_TRACE_OF(5, opAdd, "Added route " << prefix << " with preference " << preference);
-  doAddWatchPrefix(lpm, prefix);
+  addWatch(lpm, prefix, present(route));
 }
 
 /// *Intended*: with an unchanged preference an update only adds vias; and a preference change that adds no
 /// via counts as nothing done.
-S32 RouteResolverSm::updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+S32 RouteResolverSm::updateRoute(const Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                                  const Lumo::IpGenPrefix& prefix, U8 preference) {
-  if (route.preference() != preference) {
+  if (route->preference() != preference) {
     MRIB_TRACE_OF(8, opAdd,
-                  sigAdd << " Preference changed from " << route.preference() << " to " << preference);
-    route.preferenceIs(preference);
-    route.viaDelAll();
+                  sigAdd << " Preference changed from " << route->preference() << " to " << preference);
+    route->preferenceIs(preference);
+    route->viaDelAll();
     doDelWatchPrefix(prefix, nullptr);
   }
   bool added = false;
   for (CandidateVias via(*this, rpf, hop, lpm); via; ++via) {
-    if (route.via(*via)) continue;
+    if (route->via(*via)) continue;
     {
-      const RefreshMarks::OwnWrite expected(marks_, route.prefix());
-      route.viaIs(*via, true);
+      const RefreshMarks::OwnWrite expected(marks_, route->prefix());
+      route->viaIs(*via, true);
     }
     MRIB_TRACE_OF(8, opAdd, "Added via " << via->hop);
     added = true;
   }
-  doAddWatchPrefix(lpm, prefix);
+  addWatch(lpm, prefix, present(route));
   if (!added) return nothingToDo;
   MRIB_TRACE_OF(5, opAdd, "Updated route " << prefix << " with preference " << preference);
   return changed;
@@ -178,7 +181,7 @@ S32 RouteResolverSm::doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) {
     return 0;
   }
   const U8 preference = route->preference();
-  const RouteKeyPrefix* rkPrefix = config()->route(prefix);
+  const RouteKeyPrefix* rkPrefix = config().route(prefix);
   ZAN_ASSERT(rkPrefix);
   const RouteKeyPreference* rkPreference = rkPrefix->pref(preference);
   ZAN_ASSERT(rkPreference);

@@ -11,6 +11,7 @@ namespace {
 
 using Zan::Ptr;
 
+constexpr const char* opAddWatch = "doAddWatchPrefix";
 constexpr const char* sigAddWatch =
     "void Routing::Multicast::Rib::RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix&, const "
     "Lumo::IpGenPrefix&)";
@@ -68,19 +69,29 @@ Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const P
 }
 
 void RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p) {
-  MRIB_TRACE(8, sigAddWatch << "( " << lPrefix << ", " << p << " )");
-  const Ptr<Route> route(status().route(p.v4Prefix()));
+  addWatch(lPrefix, p, status().route(p.v4Prefix()));
+}
+
+/// `present` is the route of `p`.
+void RouteResolverSm::addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p, Route* present) {
+  MRIB_TRACE_OF(8, opAddWatch, sigAddWatch << "( " << lPrefix << ", " << p << " )");
+  const Ptr<Route> route(present);
   ZAN_ASSERT(route);
   PrefixSet::Ptr set = mribForPrefix(lPrefix);
   if (!set) {
     set = PrefixSet::PrefixSetIs(lPrefix);
-    MRIB_TRACE(8, sigAddWatch << "Added prefix set " << lPrefix);
+    MRIB_TRACE_OF(8, opAddWatch, sigAddWatch << "Added prefix set " << lPrefix);
   }
   if (set->prefix(p)) return;
   set->prefixIs(p, true);
   route->prefixSetIs(set);
   enterSet(set);
-  MRIB_TRACE(5, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);
+  MRIB_TRACE_OF(5, opAddWatch, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);
+}
+
+/// The route of a prefix that was looked up before handlers ran: the same, if they have not taken it out.
+Route* RouteResolverSm::present(const Ptr<Route>& known) const {
+  return known->parent() == &status() ? known.get() : status().route(known->prefix());
 }
 
 void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr) {

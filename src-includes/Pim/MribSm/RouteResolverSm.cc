@@ -135,10 +135,10 @@ void RouteResolverSm::zan_TrieInIs(const Ptr<TrieGen const>& trie) {
   zan_TrieIn_->notifierIs(trie);
 }
 
-Ptr<Config const> RouteResolverSm::config() const {
-  Ptr<Config const> mribConfig = mribSm_->mribConfig();
+const Config& RouteResolverSm::config() const {
+  const Config* mribConfig = mribSm_->rawMribConfig();
   ZAN_ASSERT(mribConfig);
-  return mribConfig;
+  return *mribConfig;
 }
 
 Status& RouteResolverSm::status() const {

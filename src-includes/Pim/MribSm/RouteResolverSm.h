@@ -103,12 +103,15 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
   bool rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
+  S32 offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, Route* route);
   class CandidateVias;
   void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                 const Lumo::IpGenPrefix& prefix, U8 preference);
-  S32 updateRoute(Route& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
+  S32 updateRoute(const Zan::Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                   const Lumo::IpGenPrefix& prefix, U8 preference);
   void enterSet(const PrefixSet::Ptr& set);
+  Route* present(const Zan::Ptr<Route>& known) const;
+  void addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p, Route* route);
   void delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set);
 
   void copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec, const char* handler);
@@ -124,7 +127,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
 
   /// The configuration; it must exist.
-  Zan::Ptr<Config const> config() const;
+  const Config& config() const;
   /// The MRIB status; it must exist.
   Status& status() const;
   void detach();

@@ -199,9 +199,7 @@ void MribTrieBuilderSm::ZanRoute::handleVia(const Fib::Via& via) {
 }
 
 void MribTrieBuilderSm::ZanRoute::insertPrefix() {
-  const Lumo::IpGenPrefix prefix = notifier()->prefix();
-  if (!owner()->trie()->route(prefix)) owner()->trieUpdatesInc(1);
-  owner()->trie()->routeIs(prefix, true);
+  owner()->trie()->routeAdd(notifier()->prefix(), [this] { owner()->trieUpdatesInc(1); });
   owner()->deletedPreferenceIs(deletedPreferenceUnknown);
 }
 
