@@ -113,19 +113,21 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   template <auto Handler, class... Args>
   void tell(AttributeId attribute, const Args&... args) const {
     if (notifiees_.empty()) return;
-    if (const Ptr<NotifieeList::Notifiee> only{notifiees_.one()}) {
-      tellOne<Handler>(only, attribute, args...);
+    if (NotifieeList::Notifiee* only = notifiees_.one()) {
+      if (hears(*only, attribute)) tellOne<Handler>(Ptr<NotifieeList::Notifiee>(only), attribute, args...);
     } else {
       tellMany<Handler>(attribute, args...);
     }
   }
 
  private:
+  bool hears(const NotifieeList::Notifiee& notifiee, AttributeId attribute) const {
+    return notifiee.hears(this) && !notifiee.ignores(attribute);
+  }
   /// Afterwards this entity may be gone: the notifiee may have held the last reference to it.
   template <auto Handler, class... Args>
   void tellOne(const Ptr<NotifieeList::Notifiee>& notifiee, AttributeId attribute,
                const Args&... args) const {
-    if (!notifiee->hears(this)) return;
     if (ActivitySm* activity = notifiee->actsm()) {
       enqueue<Handler>(*activity, notifiee, attribute, args...);
     } else {
@@ -138,7 +140,8 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
     const Ptr<Entity const> pin(this);
     const NotifieeList::Snapshot snapshot(notifiees_);
     for (const auto& notifiee : snapshot) {
-      if (notifiee->references() > 1) tellOne<Handler>(notifiee, attribute, args...);
+      if (notifiee->references() > 1 && hears(*notifiee, attribute))
+        tellOne<Handler>(notifiee, attribute, args...);
     }
   }
   template <auto Handler, class... Args>
@@ -147,9 +150,9 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
     activity.enqueue<Handler>(notifiee, Ptr<Entity const>(this), attribute, args...);
   }
 
+  AttributeId parentAttrId_ = 0;  // here it fills the gap behind the base's 32-bit word
   mutable NotifieeList notifiees_;
   Entity* parent_ = nullptr;
-  AttributeId parentAttrId_ = 0;
 };
 
 /// Notifiee of any entity; each notifier type derives its own with a handler per attribute.

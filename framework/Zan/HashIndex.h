@@ -45,7 +45,8 @@ class HashIndex {
   V* find(U64 h, Matches matches) const {
     const Slot* slots = segmentOf(h)->slots();
     for (U32 at = place(h); slots[at] != emptySlot; at = after(at)) {
-      if (!mayBe(slots[at], h)) [[unlikely]] continue;
+      if (!mayBe(slots[at], h)) [[unlikely]]
+        continue;
       if (V* v = memberOf(slots[at]); matches(*v)) return v;
     }
     return nullptr;
@@ -139,7 +140,8 @@ void HashIndex<V>::clear() {
 template <class V>
 typename HashIndex<V>::Segment* HashIndex<V>::newSegment(U32 depth) {
   const std::size_t bytes = sizeof(Segment) + slotCount() * sizeof(Slot);
-  auto* segment = new (::operator new(bytes, std::align_val_t(alignof(Segment)))) Segment{depth, roomIn(slotCount())};
+  auto* segment =
+      new (::operator new(bytes, std::align_val_t(alignof(Segment)))) Segment{depth, roomIn(slotCount())};
   std::fill_n(segment->slots(), slotCount(), emptySlot);
   ++segments_;
   return segment;

@@ -60,12 +60,21 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
     constexpr U32 live = registeredFlag | notificationActiveFlag;
     return (countWord() & (live | zombieFlag)) == live && notifier_.get() == notifier;
   }
+  /// Whether this reactor has said that it has no handler for an attribute: it is not called for it then.
+  bool ignores(AttributeId attribute) const {
+    const AttributeId bit = attribute - firstOwnAttribute;
+    return bit < 32 && (ignored_ >> bit & 1) != 0;
+  }
 
  protected:
+  /// For a type whose handlers of this attribute are the default ones: spares it their calls. The attribute
+  /// is one of the first 32 of the notifier's own.
+  void ignoresIs(AttributeId attribute) { ignored_ |= U32{1} << (attribute - firstOwnAttribute); }
   /// `notifierIs` for a notifier that is known to be an entity.
   void bindEntity(Ptr<PtrInterface const> notifier);
 
  private:
+  U32 ignored_ = 0;
   Ptr<PtrInterface const> notifier_;
 };
 

@@ -14,5 +14,7 @@ namespace Zan {
 
 /// Identifies an attribute within its type. Identifiers below 128 belong to the framework.
 using AttributeId = U32;
+/// The first identifier that a record gives to an attribute of its own.
+inline constexpr AttributeId firstOwnAttribute = 130;
 
 }  // namespace Zan

@@ -48,6 +48,13 @@ class ZAN_EXPORT IpGenPrefix {
   std::string stringValue() const;
 
   friend bool operator==(const IpGenPrefix& a, const IpGenPrefix& b) = default;
+  /// Sets of prefixes live on this one: most neighbours differ in the first address bytes.
+  friend bool operator<(const IpGenPrefix& a, const IpGenPrefix& b) {
+    if (a.af_ != b.af_) return a.af_ < b.af_;
+    if (a.high() != b.high()) return a.high() < b.high();
+    if (a.low() != b.low()) return a.low() < b.low();
+    return a.length_ < b.length_;
+  }
   friend std::strong_ordering operator<=>(const IpGenPrefix& a, const IpGenPrefix& b) {
     if (auto c = a.af_ <=> b.af_; c != 0) return c;
     if (auto c = a.address_ <=> b.address_; c != 0) return c;

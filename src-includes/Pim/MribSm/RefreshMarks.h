@@ -96,7 +96,9 @@ class RefreshMarks {
   struct User {
     Key key;
     const RouteKeyPrefix* entry;
-    friend auto operator<=>(const User&, const User&) = default;
+    friend bool operator<(const User& a, const User& b) {
+      return a.key < b.key || (a.key == b.key && a.entry < b.entry);
+    }
   };
   struct Marked {
     U64 order;

@@ -68,8 +68,8 @@ bool RouteResolverSm::wholePasses() const {
 /// The next prefix for which something has changed since it was offered; null also when that may be all.
 const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
   const auto& shadow = mribSm_->mribShadow();
-  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr,
-                    mribSm_->ipStatus().get(), mribSm_->intfStatus().get()});
+  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, mribSm_->ipStatus().get(),
+                    mribSm_->intfStatus().get()});
   return marks_.next(order, defaultPrefix());
 }
 

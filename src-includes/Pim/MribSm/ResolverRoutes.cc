@@ -148,8 +148,9 @@ void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpG
 
 /// *Intended*: with an unchanged preference an update only adds vias; and a preference change that adds no
 /// via counts as nothing done.
-S32 RouteResolverSm::updateRoute(const Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
-                                 const Lumo::IpGenPrefix& prefix, U8 preference) {
+S32 RouteResolverSm::updateRoute(const Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop,
+                                 const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix,
+                                 U8 preference) {
   if (route->preference() != preference) {
     MRIB_TRACE_OF(8, opAdd,
                   sigAdd << " Preference changed from " << route->preference() << " to " << preference);

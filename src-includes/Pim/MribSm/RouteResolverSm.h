@@ -107,8 +107,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   class CandidateVias;
   void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                 const Lumo::IpGenPrefix& prefix, U8 preference);
-  S32 updateRoute(const Zan::Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
-                  const Lumo::IpGenPrefix& prefix, U8 preference);
+  S32 updateRoute(const Zan::Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop,
+                  const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix, U8 preference);
   void enterSet(const PrefixSet::Ptr& set);
   Route* present(const Zan::Ptr<Route>& known) const;
   void addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p, Route* route);

@@ -168,6 +168,10 @@ void MribTrieBuilderSm::ZanStatus::onRoutezanImmediate() {
 
 MribTrieBuilderSm::ZanRoute::ZanRoute(const Ptr<Route const>& route, MribTrieBuilderSm* owner)
     : Reactor(owner) {
+  ignoresIs(Route::routeTypeId);
+  ignoresIs(Route::creationTimeId);
+  ignoresIs(Route::metricId);
+  ignoresIs(Route::prefixSetId);
   bind(route);
   isRegisteredNotifieeIs(true);
   zanDoZombieReactors(owner->isZombie());
