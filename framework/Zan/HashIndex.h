@@ -38,7 +38,7 @@ class HashIndex {
   void make(U32 count);
   void clear();
   /// Slots for each of `count` members, rounded down.
-  U32 slotsPer(U32 count) const { return segments_ * slotCount() / count; }
+  U32 slotsPer(U32 count) const { return directorySize() * slotCount() / count; }
 
   /// The member with this hash for which `matches` holds, or null.
   template <class Matches>
@@ -79,21 +79,18 @@ class HashIndex {
 
   U32 slotCount() const { return U32{lastSlot_} + 1; }
   static U32 roomIn(U32 slots) { return slots / 4 * 3; }
-  U32 place(U64 h) const { return static_cast<U32>(h >> placeShift_); }
+  U32 place(U64 h) const { return static_cast<U32>(h >> (64 - mostSlotBits)) & lastSlot_; }
   U32 after(U32 at) const { return (at + 1) & lastSlot_; }
   U32 before(U32 at) const { return (at - 1) & lastSlot_; }
   U32 depth() const { return 63u - directoryShift_; }  // bits of the hash that the directory goes by
   U32 directorySize() const { return U32{1} << depth(); }
   U32 directoryPlace(U64 h) const { return static_cast<U32>((h << mostSlotBits) >> 1 >> directoryShift_); }
   Segment* segmentOf(U64 h) const { return directory_[directoryPlace(h)]; }
-  void slotBitsAre(U32 bits) {
-    lastSlot_ = static_cast<U16>((1u << bits) - 1);
-    placeShift_ = static_cast<U8>(64 - bits);
-  }
+  void slotBitsAre(U32 bits) { lastSlot_ = static_cast<U16>((1u << bits) - 1); }
   void depthIs(U32 depth) { directoryShift_ = static_cast<U8>(63 - depth); }
 
   Segment* newSegment(U32 depth);
-  void deleteSegment(Segment* segment);
+  static void deleteSegment(Segment* segment);
   void makeRoom(U64 h);
   void doubleDirectory();
   void distribute(Segment& from);
@@ -110,9 +107,7 @@ class HashIndex {
   }
 
   std::unique_ptr<Segment*[]> directory_;
-  U32 segments_ = 0;
   U16 lastSlot_ = 0;  // all segments have the same size; there is one only while that is not the greatest
-  U8 placeShift_ = 0;
   U8 directoryShift_ = 0;
 };
 
@@ -143,14 +138,12 @@ typename HashIndex<V>::Segment* HashIndex<V>::newSegment(U32 depth) {
   auto* segment =
       new (::operator new(bytes, std::align_val_t(alignof(Segment)))) Segment{depth, roomIn(slotCount())};
   std::fill_n(segment->slots(), slotCount(), emptySlot);
-  ++segments_;
   return segment;
 }
 
 template <class V>
 void HashIndex<V>::deleteSegment(Segment* segment) {
   ::operator delete(segment, std::align_val_t(alignof(Segment)));
-  --segments_;
 }
 
 template <class V>

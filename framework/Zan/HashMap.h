@@ -29,9 +29,10 @@ class HashMember {
 /// growing moves nobody. Holds one reference to each member. Lookup, insertion and deletion cost constant
 /// time; up to `scanned` members need no index at all.
 template <class V, class K>
-class HashMap {
+class HashMap : HashIndex<V> {
  public:
-  explicit HashMap(U32 requestedSize = 0) : requested_(requestedSize) {}
+  /// The index is never smaller than for `requestedSize` members, rounded up to a power of two.
+  explicit HashMap(U32 requestedSize = 0) : requestedBits_(static_cast<U8>(std::bit_width(requestedSize))) {}
   HashMap(const HashMap&) = delete;
   HashMap& operator=(const HashMap&) = delete;
   ~HashMap();
@@ -40,7 +41,7 @@ class HashMap {
   V* lookup(const K& key) const;
   /// Starts to load what a look-up of this key will read first, so that other work hides the wait.
   void prefetch(const K& key) const {
-    if (index_.exists()) index_.prefetch(key.hash());
+    if (Index::exists()) Index::prefetch(key.hash());
   }
   /// Adds a member. Its key must not be in use.
   void insert(const Ptr<V>& member);
@@ -62,6 +63,7 @@ class HashMap {
   IteratorConst iterator() const { return IteratorConst(*this); }
 
  private:
+  using Index = HashIndex<V>;
   struct Mark : BookmarkList<Mark>::Link {
     const HashMap* map = nullptr;
     V* current = nullptr;
@@ -74,12 +76,11 @@ class HashMap {
   void unlink(V* member);
   void fit();
 
-  HashIndex<V> index_;
+  U8 requestedBits_;
+  U32 size_ = 0;
   V* first_ = nullptr;
   V* last_ = nullptr;
   mutable BookmarkList<Mark> marks_;
-  U32 size_ = 0;
-  U32 requested_;
 };
 
 template <class V, class K>
@@ -144,8 +145,8 @@ HashMap<V, K>::~HashMap() {
 
 template <class V, class K>
 V* HashMap<V, K>::lookup(const K& key) const {
-  if (index_.exists()) {
-    return index_.find(key.hash(), [&](const V& v) { return v.fwkKey() == key; });
+  if (Index::exists()) {
+    return Index::find(key.hash(), [&](const V& v) { return v.fwkKey() == key; });
   }
   for (V* v = first_; v; v = v->next_) {
     if (v->fwkKey() == key) return v;
@@ -156,15 +157,15 @@ V* HashMap<V, K>::lookup(const K& key) const {
 template <class V, class K>
 void HashMap<V, K>::insert(const Ptr<V>& member) {
   V* v = member.get();
-  ZAN_ASSERT_TEXT(index_.exists() || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
+  ZAN_ASSERT_TEXT(Index::exists() || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
   v->newReference();
   v->prev_ = last_;
   v->next_ = nullptr;
   (last_ ? last_->next_ : first_) = v;
   last_ = v;
   ++size_;
-  if (index_.exists()) {
-    index_.enter(v, hash(*v));
+  if (Index::exists()) {
+    Index::enter(v, hash(*v));
   } else {
     fit();
   }
@@ -191,7 +192,7 @@ void HashMap<V, K>::unlink(V* v) {
       m.removed = true;
     }
   });
-  if (index_.exists()) index_.leave(v, hash(*v));
+  if (Index::exists()) Index::leave(v, hash(*v));
   (v->prev_ ? v->prev_->next_ : first_) = v->next_;
   (v->next_ ? v->next_->prev_ : last_) = v->prev_;
   v->next_ = v->prev_ = nullptr;
@@ -201,15 +202,15 @@ void HashMap<V, K>::unlink(V* v) {
 /// Makes or drops the index, or makes it smaller, with room between growing and shrinking.
 template <class V, class K>
 void HashMap<V, K>::fit() {
-  const U32 wanted = size_ > requested_ ? size_ : requested_;
+  const U32 wanted = std::max(size_, (U32{1} << requestedBits_) - 1);
   if (wanted <= scanned) {
-    if (size_ <= scanned / 2) index_.clear();
+    if (size_ <= scanned / 2) Index::clear();
     if (size_ <= scanned) return;
   }
-  constexpr U32 mostSlotsPer = 8;
-  if (index_.exists() && index_.slotsPer(wanted) <= mostSlotsPer) return;
-  index_.make(wanted);
-  for (V* v = first_; v; v = v->next_) index_.enter(v, hash(*v));
+  constexpr U32 mostSlotsPer = 16;
+  if (Index::exists() && Index::slotsPer(wanted) <= mostSlotsPer) return;
+  Index::make(wanted);
+  for (V* v = first_; v; v = v->next_) Index::enter(v, hash(*v));
 }
 
 }  // namespace Zan

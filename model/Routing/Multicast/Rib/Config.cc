@@ -129,7 +129,7 @@ void Config::routeIs(const Zan::Ptr<RouteKeyPrefix>& entry) {
 
 void Config::enter(const Zan::Ptr<RouteKeyPrefix>& entry) {
   entry->parentIs(this, routeId);
-  entry->order_ = nextOrder_++;
+  entry->order_ = nextOrder_++ & 0xFFFFFFFFFFFF;
   route_.insert(entry);
   routeTouched(*entry, true);
   tellRoute(entry->prefix());
