@@ -40,7 +40,7 @@ class HashMap : HashIndex<V> {
   U32 size() const { return size_; }
   V* lookup(const K& key) const;
   /// Starts to load what a look-up of this key will read first, so that other work hides the wait.
-  void prefetch(const K& key) const {
+  [[gnu::always_inline]] void prefetch(const K& key) const {
     if (Index::exists()) Index::prefetch(key.hash());
   }
   /// Adds a member. Its key must not be in use.

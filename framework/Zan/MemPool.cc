@@ -37,14 +37,14 @@ struct FreeObject {
 class SizeClass {
  public:
   void* take(std::size_t size) {
-    if (singleThreaded()) return takeAlone(size);
-    const Lock lock(busy_);
-    return takeAlone(size);
+    return singleThreaded() ? takeAlone(size) : takeLocked(size);
   }
   void give(void* object) noexcept {
-    if (singleThreaded()) return giveAlone(object);
-    const Lock lock(busy_);
-    giveAlone(object);
+    if (singleThreaded()) {
+      giveAlone(object);
+    } else {
+      giveLocked(object);
+    }
   }
   U64 used() {
     const Lock lock(busy_);
@@ -63,6 +63,15 @@ class SizeClass {
     std::atomic_flag& flag;
   };
 
+  // The rare ways are kept out of line, so that the usual one is short.
+  [[gnu::noinline]] void* takeLocked(std::size_t size) {
+    const Lock lock(busy_);
+    return takeAlone(size);
+  }
+  [[gnu::noinline]] void giveLocked(void* object) noexcept {
+    const Lock lock(busy_);
+    giveAlone(object);
+  }
   void* takeAlone(std::size_t size) {
     if (free_) {
       FreeObject* object = free_;
@@ -81,7 +90,7 @@ class SizeClass {
     --used_;
   }
 
-  void refill() {
+  [[gnu::noinline]] void refill() {
     next_ = static_cast<char*>(::operator new(chunkBytes, std::align_val_t(pageBytes)));
     end_ = next_ + chunkBytes;
 #ifdef MADV_POPULATE_WRITE

@@ -40,7 +40,8 @@ class ZAN_EXPORT Ip6Addr {
   std::string stringValue() const;
 
   friend bool operator==(const Ip6Addr& a, const Ip6Addr& b) {
-    return a.high() == b.high() && a.low() == b.low();
+    const auto *x = a.bytes_.data(), *y = b.bytes_.data();
+    return Zan::load64(x) == Zan::load64(y) && Zan::load64(x + 8) == Zan::load64(y + 8);
   }
   friend std::strong_ordering operator<=>(const Ip6Addr& a, const Ip6Addr& b) {
     if (auto c = a.high() <=> b.high(); c != 0) return c;

@@ -37,7 +37,8 @@ void MribSm::ZanMribConfig::notifierIs(const Ptr<PtrInterface const>& config) {
 
 void MribSm::ZanMribConfig::onRoute(const Lumo::IpGenPrefix& prefix) {
   if (!notifier() || !owner()) return;
-  // A new prefix is looked up in two more tables soon; by then they should be here.
+  // A new prefix is looked up in three more tables soon; by then they should be here.
+  owner()->mribConfigPrefix_.prefetch(prefix);
   const Lumo::Prefix key = prefix.v4Prefix();
   if (const auto& status = owner()->mribStatus()) status->routePrefetch(key);
   if (const auto& builder = owner()->trieBuilder()) builder->routePrefetch(key);

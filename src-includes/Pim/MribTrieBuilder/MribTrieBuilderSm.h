@@ -46,7 +46,7 @@ class ZAN_EXPORT MribTrieBuilderSm : public Zan::VFPtrInterface {
   /// The reactor on the route of a prefix, or null.
   Zan::Ptr<ZanRoute> route(const Lumo::Prefix& prefix) const;
   /// The prefix will be looked up soon.
-  void routePrefetch(const Lumo::Prefix& prefix) const { route_.prefetch(prefix); }
+  [[gnu::always_inline]] void routePrefetch(const Lumo::Prefix& prefix) const { route_.prefetch(prefix); }
   U32 routeCount() const { return route_.size(); }
   RouteIterator routeIterator() { return route_.iterator(); }
   /// Watches a route; does not touch the trie. Throws a range exception for null.

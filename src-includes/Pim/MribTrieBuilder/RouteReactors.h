@@ -14,7 +14,7 @@ class RouteReactors {
   using Map = Zan::HashMap<ZanRoute, Prefix>;
 
   Zan::Ptr<ZanRoute> at(const Prefix& prefix) const { return Zan::Ptr<ZanRoute>(map_.lookup(prefix)); }
-  void prefetch(const Prefix& prefix) const { map_.prefetch(prefix); }
+  [[gnu::always_inline]] void prefetch(const Prefix& prefix) const { map_.prefetch(prefix); }
   U32 size() const { return map_.size(); }
   typename Map::Iterator iterator() { return map_.iterator(); }
 

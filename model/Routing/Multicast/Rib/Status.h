@@ -24,7 +24,7 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
   /// The route of a prefix, or null. Owned by the status; hold it by `Ptr` across a change.
   Route* route(const Prefix& prefix) const { return route_.lookup(prefix); }
   /// The prefix will be looked up soon.
-  void routePrefetch(const Prefix& prefix) const { route_.prefetch(prefix); }
+  [[gnu::always_inline]] void routePrefetch(const Prefix& prefix) const { route_.prefetch(prefix); }
   U32 routeCount() const { return route_.size(); }
   typename RouteMap::IteratorConst routeIterator() const { return route_.iterator(); }
   /// Creates the route if it is absent, and returns it.
