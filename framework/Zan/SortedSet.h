@@ -161,10 +161,11 @@ bool SortedSet<T>::insert(const T& value) {
     makeMany();
   }
   Many& m = many();
-  const std::size_t b = std::min(blockFor(m, added), m.blocks.size() - 1);
+  const bool atEnd = m.lasts.back() < added;  // values often come in order
+  const std::size_t b = atEnd ? m.blocks.size() - 1 : blockFor(m, added);
   Block& block = *m.blocks[b];
-  T* at = lower(block.values(), block.count, added);
-  if (at != block.end() && !(added < *at)) return false;
+  T* at = atEnd ? block.end() : lower(block.values(), block.count, added);
+  if (!atEnd && !(added < *at)) return false;
   if (block.count == block.capacity) {
     makeRoom(m, b);
     return insert(added);

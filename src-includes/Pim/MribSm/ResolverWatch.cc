@@ -82,8 +82,7 @@ void RouteResolverSm::addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpG
     set = PrefixSet::PrefixSetIs(lPrefix);
     MRIB_TRACE_OF(8, opAddWatch, sigAddWatch << "Added prefix set " << lPrefix);
   }
-  if (set->prefix(p)) return;
-  set->prefixIs(p, true);
+  if (!set->prefixAdd(p)) return;
   route->prefixSetIs(set);
   enterSet(set);
   MRIB_TRACE_OF(5, opAddWatch, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);

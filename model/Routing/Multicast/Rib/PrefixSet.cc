@@ -17,7 +17,13 @@ PrefixSet::~PrefixSet() = default;
 
 void PrefixSet::prefixIs(const Lumo::IpGenPrefix& prefix, bool member) {
   if (!member) return prefixDel(prefix);
-  if (prefix_.insert(prefix)) tell<onPrefix>(prefixId, prefix);
+  prefixAdd(prefix);
+}
+
+bool PrefixSet::prefixAdd(const Lumo::IpGenPrefix& prefix) {
+  if (!prefix_.insert(prefix)) return false;
+  tell<onPrefix>(prefixId, prefix);
+  return true;
 }
 
 void PrefixSet::prefixDel(const Lumo::IpGenPrefix& prefix) {

@@ -26,6 +26,8 @@ class ZAN_EXPORT PrefixSet : public Zan::Entity {
   U32 prefixCount() const { return prefix_.size(); }
   Zan::SortedSet<Lumo::IpGenPrefix>::Iterator prefixIterator() const { return prefix_.iterator(); }
   void prefixIs(const Lumo::IpGenPrefix& prefix, bool member);
+  /// Adds a member; false when it was one already.
+  bool prefixAdd(const Lumo::IpGenPrefix& prefix);
   void prefixDel(const Lumo::IpGenPrefix& prefix);
 
   const Zan::ZanType* fwkType() const override;
