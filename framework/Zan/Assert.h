@@ -18,7 +18,7 @@ using AssertionObserver = void (*)(const AssertionFailure&);
 ZAN_EXPORT void assertionObserverIs(AssertionObserver observer);
 
 /// Writes "file:line: function: assertion `expression' failed" to standard error and aborts.
-[[noreturn]] ZAN_EXPORT void assertionFailed(const AssertionFailure& failure);
+[[noreturn, gnu::cold]] ZAN_EXPORT void assertionFailed(const AssertionFailure& failure);
 
 }  // namespace Zan
 

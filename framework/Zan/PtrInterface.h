@@ -57,23 +57,17 @@ class ZAN_EXPORT PtrInterface {
   void isNeverCountedIs() { word_.store(neverCounted | references(), std::memory_order_relaxed); }
 
   void newReference() const {
-    U32 before = countWord();
+    const U32 before = countWord();
     if ((before & ~countMask) == neverCounted) return;
-    if (singleThreaded()) {
-      word_.store(before + 1, std::memory_order_relaxed);
-    } else {
-      before = word_.fetch_add(1, std::memory_order_relaxed);
-    }
-    ZAN_ASSERT_TEXT((before & countMask) < countMask - 1, "references() < countMask");
+    if (!singleThreaded()) return newSharedReference();
+    word_.store(before + 1, std::memory_order_relaxed);
+    if ((before & countMask) >= countMask - 1) refuseReference();
   }
   void deleteReference() const {
-    U32 before = countWord();
+    const U32 before = countWord();
     if ((before & ~countMask) == neverCounted) return;
-    if (singleThreaded()) {
-      word_.store(before - 1, std::memory_order_relaxed);
-    } else {
-      before = word_.fetch_sub(1, std::memory_order_acq_rel);
-    }
+    if (!singleThreaded()) return deleteSharedReference();
+    word_.store(before - 1, std::memory_order_relaxed);
     if ((before & countMask) == 1) handleZeroRef();
   }
 
@@ -95,6 +89,10 @@ class ZAN_EXPORT PtrInterface {
 
  private:
   void handleZeroRef() const { delete this; }
+  // Out of line, so that counting stays short enough to be inlined everywhere.
+  void newSharedReference() const;
+  void deleteSharedReference() const;
+  [[noreturn, gnu::cold]] static void refuseReference();
 
   mutable std::atomic<U32> word_{1};
 };

@@ -77,6 +77,7 @@ class SortedSet {
     U32 capacity;
     T* values() { return reinterpret_cast<T*>(this + 1); }
     T* end() { return values() + count; }
+    T* lower(const T& value) { return std::lower_bound(values(), end(), value); }
     void insert(T* at, const T& value) {
       std::copy_backward(at, end(), end() + 1);
       *at = value;
@@ -95,22 +96,6 @@ class SortedSet {
     std::vector<Block*> blocks;
   };
 
-  /// As std::lower_bound and upper_bound, but without a branch on a comparison: where values come in no order,
-  /// half of those would be mispredicted.
-  template <class Goes>
-  static const T* search(const T* first, std::size_t count, Goes goesBefore) {
-    if (count == 0) return first;
-    while (count > 1) {
-      const std::size_t half = count / 2;
-      first = goesBefore(first[half - 1]) ? first + half : first;
-      count -= half;
-    }
-    return goesBefore(*first) ? first + 1 : first;
-  }
-  static T* lower(const T* first, std::size_t count, const T& value) {
-    return const_cast<T*>(search(first, count, [&](const T& v) { return v < value; }));
-  }
-
   Many& many() const {
     Many* m;
     std::memcpy(&m, store_, sizeof m);
@@ -119,7 +104,7 @@ class SortedSet {
   const T& lone() const { return *reinterpret_cast<const T*>(store_); }
   /// The block that holds `value` if any does: the first whose last value is not less.
   static std::size_t blockFor(const Many& m, const T& value) {
-    return static_cast<std::size_t>(lower(m.lasts.data(), m.lasts.size(), value) - m.lasts.data());
+    return static_cast<std::size_t>(std::lower_bound(m.lasts.begin(), m.lasts.end(), value) - m.lasts.begin());
   }
   void makeMany();
   static Block* newBlock(U32 capacity, const T* first, const T* end);
@@ -164,7 +149,7 @@ bool SortedSet<T>::insert(const T& value) {
   const bool atEnd = m.lasts.back() < added;  // values often come in order
   const std::size_t b = atEnd ? m.blocks.size() - 1 : blockFor(m, added);
   Block& block = *m.blocks[b];
-  T* at = atEnd ? block.end() : lower(block.values(), block.count, added);
+  T* at = atEnd ? block.end() : block.lower(added);
   if (!atEnd && !(added < *at)) return false;
   if (block.count == block.capacity) {
     makeRoom(m, b);
@@ -204,7 +189,7 @@ bool SortedSet<T>::erase(const T& value) {
   Many& m = many();
   const std::size_t b = blockFor(m, value);
   Block& block = *m.blocks[b];
-  block.erase(lower(block.values(), block.count, value));  // from here on `value` may be gone
+  block.erase(block.lower(value));  // from here on `value` may be gone
   --size_;
   if (block.count == 0) {
     ::operator delete(&block);
@@ -220,9 +205,9 @@ template <class T>
 const T* SortedSet<T>::from(const T& value) const {
   if (!many_) return size_ == 1 && !(lone() < value) ? &lone() : nullptr;
   const Many& m = many();
+  if (m.lasts.back() < value) return nullptr;
   const std::size_t b = blockFor(m, value);
-  if (b == m.blocks.size()) return nullptr;
-  return lower(m.blocks[b]->values(), m.blocks[b]->count, value);
+  return m.blocks[b]->lower(value);
 }
 
 template <class T>
@@ -232,7 +217,7 @@ const T* SortedSet<T>::after(const T& value) const {
   std::size_t b = blockFor(m, value);
   if (b == m.blocks.size()) return nullptr;
   Block& block = *m.blocks[b];
-  const T* at = search(block.values(), block.count, [&](const T& v) { return !(value < v); });
+  const T* at = std::upper_bound(block.values(), block.end(), value);
   if (at != block.end()) return at;
   return ++b < m.blocks.size() ? m.blocks[b]->values() : nullptr;
 }
