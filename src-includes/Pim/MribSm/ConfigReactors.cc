@@ -24,6 +24,7 @@ constexpr const char* sigRpf =
 
 MribSm::ZanMribConfig::ZanMribConfig(const Ptr<Config const>& config, MribSm* mribSm) : Reactor(mribSm) {
   bind(config);
+  followExpectations();
   isRegisteredNotifieeIs(true);
 }
 
@@ -31,22 +32,35 @@ void MribSm::ZanMribConfig::notifierIs(const Ptr<PtrInterface const>& config) {
   if (config.get() == rawNotifier()) return;
   isRegisteredNotifieeIs(false);
   Reactor::notifierIs(config);
+  followExpectations();
   onRoutezanImmediate();
   isRegisteredNotifieeIs(true);
 }
 
 void MribSm::ZanMribConfig::onRoute(const Lumo::IpGenPrefix& prefix) {
   if (!notifier() || !owner()) return;
-  // A new prefix is looked up in three more tables soon; by then they should be here.
-  owner()->mribConfigPrefix_.prefetch(prefix);
-  const Lumo::Prefix key = prefix.v4Prefix();
-  if (const auto& status = owner()->mribStatus()) status->routePrefetch(key);
-  if (const auto& builder = owner()->trieBuilder()) builder->routePrefetch(key);
   if (const RouteKeyPrefix* entry = notifier()->route(prefix)) {
     owner()->mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(entry));
   } else {
     owner()->mribConfigPrefixDel(prefix);
   }
+}
+
+void MribSm::ZanMribConfig::followExpectations() {
+  if (notifier()) {
+    expectations_.attach(notifier()->expectations());
+  } else {
+    expectations_.detach();
+  }
+}
+
+/// A new prefix will be looked up in three tables more.
+void MribSm::ZanMribConfig::expect(const Lumo::IpGenPrefix& prefix) {
+  if (!owner()) return;
+  owner()->mribConfigPrefix_.prefetch(prefix);
+  const Lumo::Prefix key = prefix.v4Prefix();
+  if (const auto& status = owner()->mribStatus()) status->routePrefetch(key);
+  if (const auto& builder = owner()->trieBuilder()) builder->routePrefetch(key);
 }
 
 void MribSm::ZanMribConfig::onRoutezanImmediate() {

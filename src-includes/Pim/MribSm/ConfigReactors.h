@@ -17,6 +17,12 @@ class ZAN_EXPORT MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeCon
   using Config::NotifieeConst::onRoute;
 
   void mribSmIs(MribSm* mribSm) { ownerIs(mribSm); }
+
+ private:
+  void expect(const Lumo::IpGenPrefix& prefix);
+  void followExpectations();
+
+  Zan::Tap<Lumo::IpGenPrefix> expectations_ = Zan::Tap<Lumo::IpGenPrefix>::to<&ZanMribConfig::expect>(this);
 };
 
 /// Watches one configured prefix and keeps one reactor for each of its preferences.

@@ -110,6 +110,7 @@ void RouteKeyPrefix::zanLeft() {
 Config::~Config() = default;
 
 Zan::Ptr<RouteKeyPrefix> Config::routeIs(const IpGenPrefix& prefix) {
+  expectations_.tell(prefix);
   if (RouteKeyPrefix* existing = route_.lookup(prefix)) return Zan::Ptr<RouteKeyPrefix>(existing);
   auto entry = Zan::create<RouteKeyPrefix>(prefix);
   enter(entry);

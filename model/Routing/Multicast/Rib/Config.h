@@ -38,6 +38,9 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
 
   /// Every RPF and every entry that comes or goes. An entry that goes takes its RPFs along first.
   const Zan::Taps<ConfigChange>& taps() const { return taps_; }
+  /// Every prefix that is about to be looked up and probably added: those who keep more under the same prefix
+  /// can start to load it, so that one wait for the memory serves all.
+  const Zan::Taps<Lumo::IpGenPrefix>& expectations() const { return expectations_; }
 
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
@@ -52,6 +55,7 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
   RouteMap route_;
   U64 nextOrder_ = 1;
   Zan::Taps<ConfigChange> taps_;
+  Zan::Taps<Lumo::IpGenPrefix> expectations_;
 };
 
 class ZAN_EXPORT Config::NotifieeConst : public Zan::Entity::NotifieeConst {
