@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <new>
+#include <utility>
 
 #include "Zan/SingleThreaded.h"
 
@@ -34,7 +35,7 @@ struct FreeObject {
 };
 
 /// The objects of one size. The lock is held for a few instructions, so waiters spin.
-class SizeClass {
+class alignas(64) SizeClass {
  public:
   void* take(std::size_t size) {
     return singleThreaded() ? takeAlone(size) : takeLocked(size);
@@ -79,23 +80,22 @@ class SizeClass {
       ++used_;
       return object;
     }
-    if (static_cast<std::size_t>(end_ - next_) < size) refill();
+    if (static_cast<std::size_t>(end_ - next_) < size) return takeFromNewChunk(size);
     ++used_;
-    char* object = next_;
-    next_ += size;
-    return object;
+    return std::exchange(next_, next_ + size);
   }
   void giveAlone(void* object) noexcept {
     free_ = new (object) FreeObject{free_};
     --used_;
   }
 
-  [[gnu::noinline]] void refill() {
+  [[gnu::noinline]] void* takeFromNewChunk(std::size_t size) {
     next_ = static_cast<char*>(::operator new(chunkBytes, std::align_val_t(pageBytes)));
     end_ = next_ + chunkBytes;
 #ifdef MADV_POPULATE_WRITE
     madvise(next_, chunkBytes, MADV_POPULATE_WRITE);  // one system call, not a page fault for each page
 #endif
+    return takeAlone(size);
   }
 
   std::atomic_flag busy_ = ATOMIC_FLAG_INIT;

@@ -82,8 +82,7 @@ void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
   touch(prefix);
 }
 
-void RefreshMarks::touch(const Lumo::Prefix& prefix) {
-  if (all_ || (!touched_.empty() && touched_.back() == prefix)) return;
+void RefreshMarks::note(const Lumo::Prefix& prefix) {
   if (!listens()) return markAll();
   touched_.push_back(prefix);
   constexpr std::size_t fewNotes = 64;

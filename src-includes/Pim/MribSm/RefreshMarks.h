@@ -64,7 +64,9 @@ class RefreshMarks {
   void wholePassBegins();
 
   /// Says that something about `prefix`, or about what resolves through it, has changed.
-  void touch(const Lumo::Prefix& prefix);
+  void touch(const Lumo::Prefix& prefix) {
+    if (!all_ && (touched_.empty() || touched_.back() != prefix)) note(prefix);
+  }
   /// The prefix is about to be offered.
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
@@ -113,6 +115,7 @@ class RefreshMarks {
   };
 
   bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;
+  [[gnu::noinline]] void note(const Lumo::Prefix& prefix);
   void settleOwnWrites();
   void hearStatus(const Lumo::Prefix& prefix);
   bool nothingNoted() const { return touched_.empty() && touchedIntfs_.empty(); }
