@@ -45,29 +45,30 @@ class SortedSet {
 
   class Iterator {
    public:
-    explicit Iterator(const SortedSet& set) : set_(&set), valid_(set.size_ > 0) {
-      if (valid_) value_ = set.many_ ? set.many().blocks.front()->values()[0] : set.lone();
-    }
     explicit operator bool() const { return valid_; }
     const T& operator*() const { return value_; }
     const T* operator->() const { return &value_; }
     Iterator& operator++() {
-      const T* next = set_->after(value_);
-      valid_ = next != nullptr;
-      if (next) value_ = *next;
+      *this = set_->behind(*this);
       return *this;
     }
 
    private:
+    friend class SortedSet;
+    explicit Iterator(const SortedSet& set) : set_(&set) {}
+
     const SortedSet* set_;
+    // Where the value stood; it is searched for when it does not stand there any more.
+    std::size_t block_ = 0;
+    U32 place_ = 0;
+    bool valid_ = false;
     T value_{};
-    bool valid_;
   };
-  Iterator iterator() const { return Iterator(*this); }
+  Iterator iterator() const;
+  /// A walk from the smallest value that is not less than `value`.
+  Iterator iterator(const T& value) const;
   /// The smallest value that is not less than `value`, or null. Valid until the set changes.
   const T* from(const T& value) const;
-  /// The smallest value that is greater, or null. Valid until the set changes.
-  const T* after(const T& value) const;
 
  private:
   static constexpr U32 blockSize = 64;
@@ -104,15 +105,19 @@ class SortedSet {
   const T& lone() const { return *reinterpret_cast<const T*>(store_); }
   /// The block that holds `value` if any does: the first whose last value is not less.
   static std::size_t blockFor(const Many& m, const T& value) {
-    return static_cast<std::size_t>(std::lower_bound(m.lasts.begin(), m.lasts.end(), value) - m.lasts.begin());
+    return static_cast<std::size_t>(std::lower_bound(m.lasts.begin(), m.lasts.end(), value) -
+                                    m.lasts.begin());
   }
+  Iterator at(std::size_t block, const T* value) const;
+  Iterator behind(const Iterator& i) const;
   void makeMany();
   static Block* newBlock(U32 capacity, const T* first, const T* end);
   static void makeRoom(Many& m, std::size_t b);
 
   U32 size_ : 31 = 0;
   U32 many_ : 1 = false;
-  alignas(T) unsigned char store_[std::max(sizeof(T), sizeof(Many*))];  // a lone value, or where there are many
+  alignas(
+      T) unsigned char store_[std::max(sizeof(T), sizeof(Many*))];  // a lone value, or where there are many
 };
 
 template <class T>
@@ -205,21 +210,49 @@ template <class T>
 const T* SortedSet<T>::from(const T& value) const {
   if (!many_) return size_ == 1 && !(lone() < value) ? &lone() : nullptr;
   const Many& m = many();
-  if (m.lasts.back() < value) return nullptr;
-  const std::size_t b = blockFor(m, value);
-  return m.blocks[b]->lower(value);
+  return m.lasts.back() < value ? nullptr : m.blocks[blockFor(m, value)]->lower(value);
 }
 
 template <class T>
-const T* SortedSet<T>::after(const T& value) const {
-  if (!many_) return size_ == 1 && value < lone() ? &lone() : nullptr;
+typename SortedSet<T>::Iterator SortedSet<T>::iterator() const {
+  if (!many_) return at(0, size_ == 1 ? &lone() : nullptr);
+  return at(0, many().blocks.front()->values());
+}
+
+template <class T>
+typename SortedSet<T>::Iterator SortedSet<T>::iterator(const T& value) const {
+  const T* first = from(value);
+  return at(first && many_ ? blockFor(many(), value) : 0, first);
+}
+
+/// On a value in a block, or on a lone one; null is the end.
+template <class T>
+typename SortedSet<T>::Iterator SortedSet<T>::at(std::size_t block, const T* value) const {
+  Iterator i(*this);
+  if (!value) return i;
+  i.block_ = block;
+  i.place_ = many_ ? static_cast<U32>(value - many().blocks[block]->values()) : 0;
+  i.value_ = *value;
+  i.valid_ = true;
+  return i;
+}
+
+template <class T>
+typename SortedSet<T>::Iterator SortedSet<T>::behind(const Iterator& i) const {
+  if (!i.valid_ || !many_) return at(0, i.valid_ && size_ == 1 && i.value_ < lone() ? &lone() : nullptr);
   const Many& m = many();
-  std::size_t b = blockFor(m, value);
-  if (b == m.blocks.size()) return nullptr;
-  Block& block = *m.blocks[b];
-  const T* at = std::upper_bound(block.values(), block.end(), value);
-  if (at != block.end()) return at;
-  return ++b < m.blocks.size() ? m.blocks[b]->values() : nullptr;
+  std::size_t b = i.block_;
+  const T* next;
+  if (b < m.blocks.size() && i.place_ < m.blocks[b]->count && m.blocks[b]->values()[i.place_] == i.value_) {
+    next = m.blocks[b]->values() + i.place_ + 1;
+  } else if (m.lasts.back() < i.value_) {
+    return at(0, nullptr);
+  } else {
+    b = blockFor(m, i.value_);
+    next = std::upper_bound(m.blocks[b]->values(), m.blocks[b]->end(), i.value_);
+  }
+  if (next != m.blocks[b]->end()) return at(b, next);
+  return ++b < m.blocks.size() ? at(b, m.blocks[b]->values()) : at(0, nullptr);
 }
 
 }  // namespace Zan

@@ -207,40 +207,29 @@ void RefreshMarks::settle(const Lumo::IpGenPrefix& defaultPrefix) {
 
 /// Marks those with an RPF address below `prefix` that has no longer match.
 void RefreshMarks::markDependants(const Lumo::Prefix& prefix) {
-  const auto walk = [&](const auto& set, auto first, auto addressOf, auto markAt) {
-    const U32 last = lastOf(prefix);
-    for (const auto* at = set.from(first(prefix.address().host())); at && addressOf(*at) <= last;) {
-      const Lumo::IpGenPrefix match =
-          inputs_.trie->longestMatch({Lumo::IpAddr::fromHost(addressOf(*at)), 32});
+  const U32 last = lastOf(prefix);
+  // Both indexes go by the address first; those below a longer match are passed over.
+  const auto walk = [&](const auto& set, auto markUser) {
+    for (auto at = set.iterator({prefix.address().host(), {}}); at;) {
+      const auto [address, user] = *at;
+      if (address > last) return;
+      const Lumo::IpGenPrefix match = inputs_.trie->longestMatch({Lumo::IpAddr::fromHost(address), 32});
       if (match.empty() || match.length() <= prefix.length()) {
-        markAt(*at);
-        at = set.after(*at);
+        markUser(user);
+        ++at;
       } else if (const U32 end = lastOf(match.v4Prefix()); end < last) {
-        at = set.from(first(end + 1));
+        at = set.iterator({end + 1, {}});
       } else {
         return;
       }
     }
   };
-  walk(
-      byAddress_,
-      [](U32 address) {
-        return User<U32>{address, nullptr};
-      },
-      [](const User<U32>& u) { return u.key; }, [&](const User<U32>& u) { mark(*u.entry); });
-  walk(
-      intfAddresses_,
-      [](U32 address) {
-        return IntfAddress{address, 0};
-      },
-      [](const IntfAddress& i) { return i.address; }, [&](const IntfAddress& i) { markUsersOf(i.intf); });
+  walk(byAddress_, [&](const RouteKeyPrefix* entry) { mark(*entry); });
+  if (intfAddresses_.size() > 0) walk(intfAddresses_, [&](U32 intf) { markUsersOf(intf); });
 }
 
 void RefreshMarks::markUsersOf(U32 intf) {
-  for (const auto* user = byIntf_.from({intf, nullptr}); user && user->key == intf;
-       user = byIntf_.after(*user)) {
-    mark(*user->entry);
-  }
+  for (auto user = byIntf_.iterator({intf, nullptr}); user && user->key == intf; ++user) mark(*user->entry);
 }
 
 }  // namespace Routing::Multicast::Rib

@@ -98,6 +98,7 @@ class RefreshMarks {
   struct User {
     Key key;
     const RouteKeyPrefix* entry;
+    friend bool operator==(const User&, const User&) = default;
     friend bool operator<(const User& a, const User& b) {
       return a.key < b.key || (a.key == b.key && a.entry < b.entry);
     }
@@ -105,6 +106,7 @@ class RefreshMarks {
   struct Marked {
     U64 order;
     const RouteKeyPrefix* entry;
+    friend bool operator==(const Marked&, const Marked&) = default;
     friend bool operator<(const Marked& a, const Marked& b) { return a.order < b.order; }
   };
   /// An interface that RPFs name, under the address that it had when they were last looked at.
