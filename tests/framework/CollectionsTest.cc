@@ -88,6 +88,111 @@ TEST_P(CollectionsTest, AgreeWithTheStandardOnesOverRandomChanges) {
   }
 }
 
+/// Hashes that differ in few of their first bits, so that an index must go deep to tell the members apart.
+struct NarrowKey {
+  int value;
+  U64 hash() const { return Zan::mix(static_cast<U64>(value), 0) & ~(U64{0x7FF} << 44); }
+  friend bool operator==(NarrowKey, NarrowKey) = default;
+};
+
+struct Narrow : Zan::VFPtrInterface, Zan::HashMember<Narrow> {
+  explicit Narrow(int k) : key{k} {}
+  NarrowKey fwkKey() const { return key; }
+  NarrowKey key;
+};
+
+/// Grows by `count` random members with a loss for every fourth, is emptied to a few, and grows again.
+template <class Member, class Key>
+void growAndShrink(unsigned seed, int count) {
+  std::mt19937 random(seed);
+  Zan::HashMap<Member, Key> hash;
+  Zan::SortedSet<int> sorted;
+  std::set<int> reference;
+  const auto check = [&] {
+    ASSERT_EQ(hash.size(), reference.size());
+    ASSERT_EQ(sorted.size(), reference.size());
+    auto i = sorted.iterator();
+    for (const int key : reference) {
+      ASSERT_TRUE(hash.lookup({key}));
+      ASSERT_EQ(*i, key);
+      ++i;
+    }
+    ASSERT_FALSE(i);
+    for (int n = 0; n < 1000; ++n) {
+      const int key = static_cast<int>(random() % (1 << 20));
+      ASSERT_EQ(hash.lookup({key}) != nullptr, reference.contains(key));
+      const auto next = reference.lower_bound(key);
+      const auto from = sorted.iterator(key);
+      ASSERT_EQ(static_cast<bool>(from), next != reference.end());
+      if (from) {
+        ASSERT_EQ(*from, *next);
+      }
+    }
+  };
+  const auto loseOne = [&] {
+    const auto at = reference.lower_bound(static_cast<int>(random() % (1 << 20)));
+    const int key = at == reference.end() ? *reference.begin() : *at;
+    EXPECT_TRUE(hash.erase(Key{key}));
+    EXPECT_TRUE(sorted.erase(key));
+    reference.erase(key);
+  };
+  for (const std::size_t rest : {std::size_t{5}, std::size_t{0}}) {
+    for (int n = 0; n < count; ++n) {
+      const int key = static_cast<int>(random() % (1 << 20));
+      if (!reference.insert(key).second) continue;
+      hash.insert(Zan::create<Member>(key));
+      ASSERT_TRUE(sorted.insert(key));
+      ASSERT_FALSE(sorted.insert(key));
+      if (n % 4 == 0) loseOne();
+    }
+    check();
+    while (reference.size() > rest) {
+      loseOne();
+      if (reference.size() == 700) check();
+    }
+    check();
+  }
+}
+
+TEST_P(CollectionsTest, StayExactWhileTheyGrowLargeAndShrink) {
+  growAndShrink<Hashed, Key>(GetParam(), 60000);
+  growAndShrink<Narrow, NarrowKey>(GetParam(), 6000);
+}
+
+TEST_P(CollectionsTest, SortedSetsAreWalkedUpwardsWhateverHappens) {
+  std::mt19937 random(GetParam());
+  for (int round = 0; round < 50; ++round) {
+    Zan::SortedSet<int> set;
+    std::set<int> reference;
+    const auto change = [&] {
+      const int key = static_cast<int>(random() % 1000);
+      if (random() % 3 != 0) {
+        EXPECT_EQ(set.insert(key), reference.insert(key).second);
+      } else {
+        EXPECT_EQ(set.erase(key), reference.erase(key) == 1);
+      }
+    };
+    for (auto n = random() % 600; n > 0; --n) change();
+    auto at = set.iterator();
+    for (int last = -1; at;) {
+      ASSERT_GT(*at, last);
+      last = *at;
+      for (auto n = random() % 4; n > 0; --n) change();
+      if (random() % 4 == 0) {
+        EXPECT_EQ(set.erase(last), reference.erase(last) == 1);
+      }
+      if (random() % 200 == 0) set.clear(), reference.clear();
+      const auto next = reference.upper_bound(last);
+      ++at;
+      ASSERT_EQ(static_cast<bool>(at), next != reference.end())
+          << "seed " << GetParam() << " round " << round;
+      if (at) {
+        ASSERT_EQ(*at, *next) << "seed " << GetParam() << " round " << round;
+      }
+    }
+  }
+}
+
 /// Walks while members at random places come and go; what stays from start to end is met exactly once.
 template <class Member, class Map>
 void walkThroughChanges(unsigned seed) {

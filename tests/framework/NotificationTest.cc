@@ -33,6 +33,7 @@ class RouteWatcher : public Route::NotifieeConst {
     log_.push_back(name_ + " threw in " + std::to_string(id));
   }
   Zan::ActivitySm* actsm() override { return activity.get(); }
+  using Route::NotifieeConst::ignoresIs;
   using Route::NotifieeConst::onVia;
 
   std::function<void()> then;
@@ -61,6 +62,17 @@ TEST_F(NotificationTest, AreInOrderOfRegistrationAndOnlyForChanges) {
   route->preferenceIs(5);
   route->preferenceIs(5);
   EXPECT_EQ(log, (Log{"a preference", "b preference", "c preference"}));
+}
+
+TEST_F(NotificationTest, WhatAReactorIgnoresIsToldToTheOthersAlone) {
+  const auto a = watch("a");
+  a->ignoresIs(Route::preferenceId);
+  route->preferenceIs(5);
+  EXPECT_EQ(log, Log{});
+  const auto b = watch("b");
+  route->preferenceIs(6);
+  route->viaIs({Lumo::IpAddr("10.0.0.1"), nullptr}, true);
+  EXPECT_EQ(log, (Log{"b preference", "a via 10.0.0.1", "b via 10.0.0.1"}));
 }
 
 TEST_F(NotificationTest, ThrowingHandlerIsToldAndTheOthersStillHear) {
