@@ -51,6 +51,10 @@ class alignas(64) SizeClass {
     const Lock lock(busy_);
     return used_;
   }
+  U64 chunks() {
+    const Lock lock(busy_);
+    return chunks_;
+  }
 
  private:
   struct Lock {
@@ -95,6 +99,7 @@ class alignas(64) SizeClass {
 #ifdef MADV_POPULATE_WRITE
     madvise(next_, chunkBytes, MADV_POPULATE_WRITE);  // one system call, not a page fault for each page
 #endif
+    ++chunks_;
     return takeAlone(size);
   }
 
@@ -103,6 +108,7 @@ class alignas(64) SizeClass {
   char* next_ = nullptr;        // what is left of the last chunk
   char* end_ = nullptr;
   U64 used_ = 0;
+  U64 chunks_ = 0;
 };
 
 constinit std::array<SizeClass, largest / granule> classes{};
@@ -130,6 +136,12 @@ void ZanMemPool::release(void* object, std::size_t size) noexcept {
 U64 ZanMemPool::bytesInUse() {
   U64 total = 0;
   for (std::size_t c = 0; c < classes.size(); ++c) total += classes[c].used() * (c + 1) * granule;
+  return total;
+}
+
+U64 ZanMemPool::bytesHeld() {
+  U64 total = 0;
+  for (SizeClass& c : classes) total += c.chunks() * chunkBytes;
   return total;
 }
 

@@ -17,6 +17,8 @@ class ZAN_EXPORT ZanMemPool {
   static void release(void* object, std::size_t size) noexcept;
   /// Bytes in objects now handed out, rounded as the pool rounds them.
   static U64 bytesInUse();
+  /// Bytes in the chunks, which `bytesInUse` is part of.
+  static U64 bytesHeld();
 };
 
 }  // namespace Zan

@@ -54,13 +54,8 @@ void MribSm::ZanMribConfig::followExpectations() {
   }
 }
 
-/// A new prefix will be looked up in three tables more.
 void MribSm::ZanMribConfig::expect(const Lumo::IpGenPrefix& prefix) {
-  if (!owner()) return;
-  owner()->mribConfigPrefix_.prefetch(prefix);
-  const Lumo::Prefix key = prefix.v4Prefix();
-  if (const auto& status = owner()->mribStatus()) status->routePrefetch(key);
-  if (const auto& builder = owner()->trieBuilder()) builder->routePrefetch(key);
+  if (owner()) owner()->expect(prefix);
 }
 
 void MribSm::ZanMribConfig::onRoutezanImmediate() {

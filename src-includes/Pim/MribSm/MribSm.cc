@@ -319,9 +319,18 @@ void MribSm::zan_handleMribConfigPrefix(const Ptr<ZanMribConfigPrefix>& reactor)
   reactor->handleDel();
 }
 
+void MribSm::expect(const Lumo::IpGenPrefix& prefix) const {
+  mribConfigPrefix_.prefetch(prefix);
+  const Lumo::Prefix key = prefix.v4Prefix();
+  if (mribStatus_) mribStatus_->routePrefetch(key);
+  if (trieBuilder_) trieBuilder_->routePrefetch(key);
+}
+
 void MribSm::reconcileConfigPrefixes() {
   const Ptr<Config const> config = mribConfig();
-  for (auto r = config->routeIterator(); r; ++r) mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(r.get()));
+  for (ConfigWalk entry(*this, *config); entry; ++entry)
+    mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(&*entry));
+  if (mribConfigPrefix_.size() == config->routeCount()) return;  // each entry has one: there is no other
   for (auto p = mribConfigPrefix_.iterator(); p; ++p) {
     if (!config->route(p->fwkKey())) p.erase();
   }

@@ -80,6 +80,10 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
                                             const Zan::Ptr<MribShadow>& mribShadow);
   Zan::Ptr<MribTrieBuilderSm> trieBuilderDel();
 
+  /// A configured prefix will be looked up in every table soon: starts to load what will be read then.
+  void expect(const Lumo::IpGenPrefix& prefix) const;
+  class ConfigWalk;
+
   // One reactor per configured prefix.
   Zan::Ptr<ZanMribConfigPrefix> mribConfigPrefix(const Lumo::IpGenPrefix& prefix) const;
   U32 mribConfigPrefixCount() const { return mribConfigPrefix_.size(); }
@@ -125,6 +129,33 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
   Zan::Ptr<MribShadow> mribShadow_;
   Zan::Ptr<MribTrieBuilderSm> trieBuilder_;
   Lumo::IpGenPrefix defaultPrefix_;
+};
+
+/// Walks the configuration as `routeIterator` does, and lets the engine expect what lies a few entries ahead.
+class MribSm::ConfigWalk {
+ public:
+  ConfigWalk(const MribSm& mribSm, const Config& config)
+      : mribSm_(mribSm), at_(config.routeIterator()), ahead_(config.routeIterator()) {
+    constexpr int lead = 4;
+    for (int i = 0; i < lead; ++i) moveAhead();
+  }
+  explicit operator bool() const { return static_cast<bool>(at_); }
+  const RouteKeyPrefix& operator*() const { return *at_; }
+  ConfigWalk& operator++() {
+    ++at_;
+    moveAhead();
+    return *this;
+  }
+
+ private:
+  void moveAhead() {
+    if (ahead_) mribSm_.expect(ahead_->prefix());
+    ++ahead_;
+  }
+
+  const MribSm& mribSm_;
+  Config::RouteMap::IteratorConst at_;
+  Config::RouteMap::IteratorConst ahead_;
 };
 
 /// Creates the engine on its inputs and outputs and starts it. Null inputs are tolerated where the engine can

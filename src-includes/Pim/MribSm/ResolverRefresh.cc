@@ -51,8 +51,8 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
   }
   marks_.wholePassBegins();
   const Ptr<Config const> mribConfig(&config());
-  for (auto rkPrefix = mribConfig->routeIterator(); rkPrefix; ++rkPrefix) {
-    if (rkPrefix->order() > met) {
+  for (MribSm::ConfigWalk rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
+    if ((*rkPrefix).order() > met) {
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
     } else {
       marks_.mark(*rkPrefix);  // all were marked when the pass had met it already
