@@ -75,7 +75,8 @@ class SortedSet {
   /// Followed by its values.
   struct Block {
     U32 count;
-    U32 capacity;
+    U16 capacity;
+    U16 newest;  // where the last insertion was
     T* values() { return reinterpret_cast<T*>(this + 1); }
     T* end() { return values() + count; }
     T* lower(const T& value) { return std::lower_bound(values(), end(), value); }
@@ -83,6 +84,7 @@ class SortedSet {
       std::copy_backward(at, end(), end() + 1);
       *at = value;
       ++count;
+      newest = static_cast<U16>(at - values());
     }
     void erase(T* at) {
       std::copy(at + 1, end(), at);
@@ -112,7 +114,7 @@ class SortedSet {
   Iterator behind(const Iterator& i) const;
   void makeMany();
   static Block* newBlock(U32 capacity, const T* first, const T* end);
-  static void makeRoom(Many& m, std::size_t b);
+  static void makeRoom(Many& m, std::size_t b, U32 place);
 
   U32 size_ : 31 = 0;
   U32 many_ : 1 = false;
@@ -123,7 +125,7 @@ class SortedSet {
 template <class T>
 typename SortedSet<T>::Block* SortedSet<T>::newBlock(U32 capacity, const T* first, const T* end) {
   void* place = ::operator new(sizeof(Block) + capacity * sizeof(T));
-  auto* block = new (place) Block{static_cast<U32>(end - first), capacity};
+  auto* block = new (place) Block{static_cast<U32>(end - first), static_cast<U16>(capacity), 0};
   std::copy(first, end, block->values());
   return block;
 }
@@ -157,7 +159,7 @@ bool SortedSet<T>::insert(const T& value) {
   T* at = atEnd ? block.end() : block.lower(added);
   if (!atEnd && !(added < *at)) return false;
   if (block.count == block.capacity) {
-    makeRoom(m, b);
+    makeRoom(m, b, static_cast<U32>(at - block.values()));
     return insert(added);
   }
   block.insert(at, added);
@@ -166,22 +168,22 @@ bool SortedSet<T>::insert(const T& value) {
   return true;
 }
 
-/// Makes a full block larger, or moves its upper half into a new block behind it; of the last block, which
-/// values that come in order fill, only the last value.
+/// Makes a full block larger, or moves its upper half into a new block behind it. Where values come in order,
+/// there or among others, everything behind the last one moves instead, so that they leave full blocks.
 template <class T>
-void SortedSet<T>::makeRoom(Many& m, std::size_t b) {
+void SortedSet<T>::makeRoom(Many& m, std::size_t b, U32 place) {
   Block* full = m.blocks[b];
   if (full->capacity < blockSize) {
-    m.blocks[b] = newBlock(2 * full->capacity, full->values(), full->end());
+    m.blocks[b] = newBlock(2u * full->capacity, full->values(), full->end());
+    m.blocks[b]->newest = full->newest;
     ::operator delete(full);
     return;
   }
-  const bool last = b + 1 == m.blocks.size();
-  const U32 stay = last ? blockSize - 1 : blockSize / 2;
-  const auto place = static_cast<std::ptrdiff_t>(b);
-  m.blocks.insert(m.blocks.begin() + place + 1, newBlock(blockSize, full->values() + stay, full->end()));
+  const U32 stay = place == full->newest + 1u ? std::min(place, blockSize - 1) : blockSize / 2;
+  const auto at = static_cast<std::ptrdiff_t>(b);
+  m.blocks.insert(m.blocks.begin() + at + 1, newBlock(blockSize, full->values() + stay, full->end()));
   full->count = stay;
-  m.lasts.insert(m.lasts.begin() + place, full->end()[-1]);
+  m.lasts.insert(m.lasts.begin() + at, full->end()[-1]);
 }
 
 template <class T>
