@@ -1,11 +1,11 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "Zan/Assert.h"
 #include "Zan/Types.h"
@@ -17,7 +17,8 @@ namespace Zan {
 /// Extendible hashing (Fagin, Nievergelt, Pippenger, Strong, "Extendible Hashing - A Fast Access Method for
 /// Dynamic Files", 1979): a directory leads to segments of up to 512 slots, each an open table with linear
 /// probing; a segment that is three quarters full is split in two. So an insertion never costs more than the
-/// rehash of one segment, and growing never holds two copies of the whole.
+/// rehash of one segment, and growing never holds two copies of the whole. Should so many hashes be alike
+/// that the directory would outgrow the segments, the segment grows instead.
 ///
 /// A slot is a pointer to a member with the first 20 bits of its hash: 16 in the bits that user space
 /// pointers leave free at the top, 4 in those that the alignment of the members leaves at the bottom. The
@@ -37,14 +38,15 @@ class HashIndex {
   /// Makes it anew and empty, with room for `count` members.
   void make(U32 count);
   void clear();
-  /// Slots for each of `count` members, rounded down.
-  U32 slotsPer(U32 count) const { return directorySize() * slotCount() / count; }
+  /// Whether it is larger than `count` members are worth.
+  bool isSparseFor(U32 count) const { return exists() && depth() > 0 && directorySize() * 16 > count; }
 
   /// The member with this hash for which `matches` holds, or null.
   template <class Matches>
   V* find(U64 h, Matches matches) const {
-    const Slot* slots = segmentOf(h)->slots();
-    for (U32 at = place(h); slots[at] != emptySlot; at = after(at)) {
+    const Segment segment = segmentOf(h);
+    const Slot* slots = segment.slots();
+    for (U32 at = segment.place(h); slots[at] != emptySlot; at = segment.after(at)) {
       if (!mayBe(slots[at], h)) [[unlikely]]
         continue;
       if (V* v = memberOf(slots[at]); matches(*v)) return v;
@@ -52,7 +54,10 @@ class HashIndex {
     return nullptr;
   }
   /// Inlined by force, here and in those who pass it on: g++ 12 takes a call of it for one without effect.
-  [[gnu::always_inline]] void prefetch(U64 h) const { __builtin_prefetch(segmentOf(h)->slots() + place(h)); }
+  [[gnu::always_inline]] void prefetch(U64 h) const {
+    const Segment segment = segmentOf(h);
+    __builtin_prefetch(segment.slots() + segment.place(h));
+  }
   /// `h` is the hash of the member's key, here and below.
   void enter(V* member, U64 h);
   void leave(V* member, U64 h);
@@ -70,88 +75,100 @@ class HashIndex {
   static bool holds(Slot s) { return s > deletedSlot; }
   static bool mayBe(Slot s, U64 h) { return holds(s) && ((s ^ h) >> 48) == 0 && ((s ^ h >> 44) & 0xF) == 0; }
 
-  /// Followed by its slots. Several neighbours in the directory may lead to one segment, all those whose
-  /// first `depth` bits are the same.
-  struct alignas(64) Segment {
-    U32 depth;
-    U32 room;  // empty slots that may still be used
-    Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }
+  /// Where a segment is, with 64 less the logarithm of its size, which is a shift, in the bits that its
+  /// alignment leaves: all that a search needs to know of it. Several neighbours in the directory may lead to
+  /// one segment, all those whose first `depth` bits are the same.
+  class Segment {
+   public:
+    static constexpr std::size_t alignment = 64;
+    struct Header {
+      U32 depth;
+      U32 room;  // empty slots that may still be used
+    };
+
+    static Segment make(U32 bits, U32 depth);
+    void destroy() { ::operator delete(&header(), std::align_val_t(alignment)); }
+
+    U32 bits() const { return static_cast<U32>(alignment - word_ % alignment); }
+    U32 size() const { return last() + 1; }
+    U32 place(U64 h) const { return static_cast<U32>(h >> word_ % alignment); }
+    U32 last() const { return place(~U64{0}); }
+    U32 after(U32 at) const { return (at + 1) & last(); }
+    U32 before(U32 at) const { return (at - 1) & last(); }
+    Header& header() const { return *reinterpret_cast<Header*>(word_ & ~(alignment - 1)); }
+    Slot* slots() const { return reinterpret_cast<Slot*>((word_ & ~(alignment - 1)) + alignment); }
+    Slot* end() const { return slots() + size(); }
+    void clear() {
+      std::fill(slots(), end(), emptySlot);
+      header().room = size() / 4 * 3;
+    }
+
+   private:
+    std::uintptr_t word_ = 0;
   };
 
-  U32 slotCount() const { return U32{lastSlot_} + 1; }
-  static U32 roomIn(U32 slots) { return slots / 4 * 3; }
-  U32 place(U64 h) const { return static_cast<U32>(h >> (64 - mostSlotBits)) & lastSlot_; }
-  U32 after(U32 at) const { return (at + 1) & lastSlot_; }
-  U32 before(U32 at) const { return (at - 1) & lastSlot_; }
   U32 depth() const { return 63u - directoryShift_; }  // bits of the hash that the directory goes by
+  void depthIs(U32 depth) { directoryShift_ = static_cast<U8>(63 - depth); }
   U32 directorySize() const { return U32{1} << depth(); }
   U32 directoryPlace(U64 h) const { return static_cast<U32>((h << mostSlotBits) >> 1 >> directoryShift_); }
-  Segment* segmentOf(U64 h) const { return directory_[directoryPlace(h)]; }
-  void slotBitsAre(U32 bits) { lastSlot_ = static_cast<U16>((1u << bits) - 1); }
-  void depthIs(U32 depth) { directoryShift_ = static_cast<U8>(63 - depth); }
+  Segment segmentOf(U64 h) const { return directory_[directoryPlace(h)]; }
+  /// How many entries of the directory lead to a segment of this depth.
+  U32 entriesFor(U32 segmentDepth) const { return U32{1} << (depth() - segmentDepth); }
+  void directoryLeadsTo(Segment segment, U64 h);
 
-  Segment* newSegment(U32 depth);
-  static void deleteSegment(Segment* segment);
   void makeRoom(U64 h);
+  bool mayDouble() const;
   void doubleDirectory();
-  void distribute(Segment& from);
+  void putAll(const Slot* first, const Slot* end);
   /// Fills the first slot that is free, and calls `check` with what is in those before it.
   template <class Check>
   void put(Slot slot, U64 h, Check check);
-  void putBack(Slot slot) {
-    put(slot, hashIn(slot), [](Slot) {});
-  }
   /// The hash of the member in a slot, as far as its place needs it.
   U64 hashIn(Slot s) const {
-    if (mostSlotBits + depth() > tagBits) return memberOf(s)->fwkKey().hash();
-    return (s & 0xFFFF000000000000) | (s & 0xF) << 44;
+    const U64 first = (s & 0xFFFF000000000000) | (s & 0xF) << 44;
+    if (mostSlotBits + depth() <= tagBits && segmentOf(first).bits() <= mostSlotBits) return first;
+    return memberOf(s)->fwkKey().hash();
   }
 
-  std::unique_ptr<Segment*[]> directory_;
-  U16 lastSlot_ = 0;  // all segments have the same size; there is one only while that is not the greatest
-  U8 directoryShift_ = 0;
+  std::unique_ptr<Segment[]> directory_;
+  U8 directoryShift_ = 63;
 };
+
+template <class V>
+typename HashIndex<V>::Segment HashIndex<V>::Segment::make(U32 bits, U32 depth) {
+  const std::size_t bytes = alignment + (std::size_t{1} << bits) * sizeof(Slot);
+  auto* header = new (::operator new(bytes, std::align_val_t(alignment))) Header{depth, 0};
+  Segment segment;
+  segment.word_ = reinterpret_cast<std::uintptr_t>(header) | (alignment - bits);
+  segment.clear();
+  return segment;
+}
 
 template <class V>
 void HashIndex<V>::make(U32 count) {
   clear();
-  const U32 slots = std::bit_ceil(count + count / 2 + 1);
-  const auto bits = static_cast<U32>(std::countr_zero(slots));
-  slotBitsAre(std::min(bits, mostSlotBits));
-  depthIs(bits - std::min(bits, mostSlotBits));
-  directory_.reset(new Segment*[directorySize()]);
-  for (U32 i = 0; i < directorySize(); ++i) directory_[i] = newSegment(depth());
+  const auto bits = static_cast<U32>(std::bit_width(count + count / 2));
+  const U32 segmentBits = std::min(bits, mostSlotBits);
+  depthIs(bits - segmentBits);
+  directory_.reset(new Segment[directorySize()]);
+  for (U32 i = 0; i < directorySize(); ++i) directory_[i] = Segment::make(segmentBits, depth());
 }
 
 template <class V>
 void HashIndex<V>::clear() {
   for (U32 i = 0; exists() && i < directorySize();) {
-    Segment* segment = directory_[i];
-    i += U32{1} << (depth() - segment->depth);
-    deleteSegment(segment);
+    Segment segment = directory_[i];
+    i += entriesFor(segment.header().depth);
+    segment.destroy();
   }
   directory_.reset();
-}
-
-template <class V>
-typename HashIndex<V>::Segment* HashIndex<V>::newSegment(U32 depth) {
-  const std::size_t bytes = sizeof(Segment) + slotCount() * sizeof(Slot);
-  auto* segment =
-      new (::operator new(bytes, std::align_val_t(alignof(Segment)))) Segment{depth, roomIn(slotCount())};
-  std::fill_n(segment->slots(), slotCount(), emptySlot);
-  return segment;
-}
-
-template <class V>
-void HashIndex<V>::deleteSegment(Segment* segment) {
-  ::operator delete(segment, std::align_val_t(alignof(Segment)));
 }
 
 template <class V>
 void HashIndex<V>::enter(V* member, U64 h) {
   const auto bits = static_cast<Slot>(reinterpret_cast<std::uintptr_t>(member));
   ZAN_ASSERT((bits & tagMask) == 0);
-  while (segmentOf(h)->room == 0) makeRoom(h);
+  while (segmentOf(h).header().room == 0) makeRoom(h);
   put(bits | tagOf(h), h, [&](Slot other) {
     ZAN_ASSERT_TEXT(!mayBe(other, h) || !(memberOf(other)->fwkKey() == member->fwkKey()),
                     "!lookup(member->fwkKey())");
@@ -161,75 +178,85 @@ void HashIndex<V>::enter(V* member, U64 h) {
 template <class V>
 template <class Check>
 void HashIndex<V>::put(Slot slot, U64 h, Check check) {
-  Segment* segment = segmentOf(h);
-  Slot* slots = segment->slots();
-  U32 at = place(h);
-  for (; holds(slots[at]); at = after(at)) check(slots[at]);
-  segment->room -= slots[at] == emptySlot;
+  const Segment segment = segmentOf(h);
+  Slot* slots = segment.slots();
+  U32 at = segment.place(h);
+  for (; holds(slots[at]); at = segment.after(at)) check(slots[at]);
+  segment.header().room -= slots[at] == emptySlot;
   slots[at] = slot;
+}
+
+/// Enters the members of what was a segment again, where the directory now wants them.
+template <class V>
+void HashIndex<V>::putAll(const Slot* first, const Slot* end) {
+  for (; first != end; ++first) {
+    if (holds(*first)) put(*first, hashIn(*first), [](Slot) {});
+  }
 }
 
 /// A search must not end at the freed slot unless it would at the next one.
 template <class V>
 void HashIndex<V>::leave(V* member, U64 h) {
-  Segment* segment = segmentOf(h);
-  Slot* slots = segment->slots();
-  U32 at = place(h);
-  while (memberOf(slots[at]) != member) at = after(at);
-  if (slots[after(at)] != emptySlot) {
+  const Segment segment = segmentOf(h);
+  Slot* slots = segment.slots();
+  U32 at = segment.place(h);
+  while (memberOf(slots[at]) != member) at = segment.after(at);
+  if (slots[segment.after(at)] != emptySlot) {
     slots[at] = deletedSlot;
     return;
   }
   do {
     slots[at] = emptySlot;
-    ++segment->room;
-    at = before(at);
+    ++segment.header().room;
+    at = segment.before(at);
   } while (slots[at] == deletedSlot);
 }
 
-/// Gives the segment of `h` room: by clearing what removals left, by doubling the only one, or by a split.
+/// Gives the segment of `h` room: by clearing what removals left, by growth, or by a split.
 template <class V>
 void HashIndex<V>::makeRoom(U64 h) {
-  Segment* full = segmentOf(h);
-  if (std::count(full->slots(), full->slots() + slotCount(), deletedSlot) > slotCount() / 4) {
-    return distribute(*full);
+  Segment full = segmentOf(h);
+  if (std::count(full.slots(), full.end(), deletedSlot) > full.size() / 4) {
+    const std::vector<Slot> had(full.slots(), full.end());
+    full.clear();
+    return putAll(had.data(), had.data() + had.size());
   }
-  if (slotCount() < mostSlots) {
-    const U32 hadSlots = slotCount();
-    slotBitsAre(static_cast<U32>(std::bit_width(hadSlots)));
-    directory_[0] = newSegment(0);
-    for (U32 i = 0; i < hadSlots; ++i) {
-      if (holds(full->slots()[i])) putBack(full->slots()[i]);
-    }
-    return deleteSegment(full);
+  const U32 depth = full.header().depth;
+  if (full.bits() < mostSlotBits || (depth == this->depth() && !mayDouble())) {
+    directoryLeadsTo(Segment::make(full.bits() + 1, depth), h);
+  } else {
+    if (depth == this->depth()) doubleDirectory();
+    const U64 deciding = U64{1} << (63 - mostSlotBits - depth);
+    const Segment lower = Segment::make(full.bits(), depth + 1);
+    const Segment upper = Segment::make(full.bits(), depth + 1);
+    directoryLeadsTo(lower, h & ~deciding);
+    directoryLeadsTo(upper, h | deciding);
   }
-  if (full->depth == depth()) doubleDirectory();
-  Segment* upper = newSegment(full->depth + 1);
-  ++full->depth;
-  const U32 leading = U32{1} << (depth() - full->depth);  // to each of the two
-  const U32 first = directoryPlace(h) & ~(2 * leading - 1);
-  std::fill_n(&directory_[first + leading], leading, upper);
-  distribute(*full);
+  putAll(full.slots(), full.end());
+  full.destroy();
+}
+
+/// Enters a segment in all places of the directory that are its own by its depth and a hash in it.
+template <class V>
+void HashIndex<V>::directoryLeadsTo(Segment segment, U64 h) {
+  const U32 entries = entriesFor(segment.header().depth);
+  std::fill_n(&directory_[directoryPlace(h) & ~(entries - 1)], entries, segment);
+}
+
+/// A directory is not to have many more entries than there are segments.
+template <class V>
+bool HashIndex<V>::mayDouble() const {
+  U32 segments = 0;
+  for (U32 i = 0; i < directorySize(); i += entriesFor(directory_[i].header().depth)) ++segments;
+  return segments >= directorySize() / 4;
 }
 
 template <class V>
 void HashIndex<V>::doubleDirectory() {
-  std::unique_ptr<Segment*[]> larger(new Segment*[directorySize() * 2]);
+  std::unique_ptr<Segment[]> larger(new Segment[directorySize() * 2]);
   for (U32 i = 0; i < directorySize(); ++i) larger[2 * i] = larger[2 * i + 1] = directory_[i];
   directory_ = std::move(larger);
   depthIs(depth() + 1);
-}
-
-/// Enters the members of a segment again, where the directory now wants them.
-template <class V>
-void HashIndex<V>::distribute(Segment& from) {
-  std::array<Slot, mostSlots> had;
-  std::copy_n(from.slots(), slotCount(), had.begin());
-  std::fill_n(from.slots(), slotCount(), emptySlot);
-  from.room = roomIn(slotCount());
-  for (U32 i = 0; i < slotCount(); ++i) {
-    if (holds(had[i])) putBack(had[i]);
-  }
 }
 
 }  // namespace Zan

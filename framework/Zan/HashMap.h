@@ -207,8 +207,7 @@ void HashMap<V, K>::fit() {
     if (size_ <= scanned / 2) Index::clear();
     if (size_ <= scanned) return;
   }
-  constexpr U32 mostSlotsPer = 16;
-  if (Index::exists() && Index::slotsPer(wanted) <= mostSlotsPer) return;
+  if (Index::exists() && !Index::isSparseFor(wanted)) return;
   Index::make(wanted);
   for (V* v = first_; v; v = v->next_) Index::enter(v, hash(*v));
 }

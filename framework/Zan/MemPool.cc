@@ -37,9 +37,7 @@ struct FreeObject {
 /// The objects of one size. The lock is held for a few instructions, so waiters spin.
 class alignas(64) SizeClass {
  public:
-  void* take(std::size_t size) {
-    return singleThreaded() ? takeAlone(size) : takeLocked(size);
-  }
+  void* take(std::size_t size) { return singleThreaded() ? takeAlone(size) : takeLocked(size); }
   void give(void* object) noexcept {
     if (singleThreaded()) {
       giveAlone(object);

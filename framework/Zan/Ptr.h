@@ -30,9 +30,8 @@ class Ptr {
   ~Ptr() {
     if (object_) object_->deleteReference();
   }
-  Ptr& operator=(const Ptr& other) noexcept { return *this = Ptr(other); }
-  Ptr& operator=(Ptr&& other) noexcept {
-    const Ptr old = adopt(std::exchange(object_, other.release()));
+  Ptr& operator=(Ptr other) noexcept {
+    std::swap(object_, other.object_);
     return *this;
   }
 

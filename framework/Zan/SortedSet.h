@@ -72,6 +72,8 @@ class SortedSet {
 
  private:
   static constexpr U32 blockSize = 64;
+  static constexpr std::size_t valueBytes = sizeof(T);  // NOLINT: T may be a pointer
+  static constexpr std::size_t pointerBytes = sizeof(void*);
   /// Followed by its values.
   struct Block {
     U32 count;
@@ -101,7 +103,7 @@ class SortedSet {
 
   Many& many() const {
     Many* m;
-    std::memcpy(&m, store_, sizeof m);
+    std::memcpy(&m, store_, pointerBytes);
     return *m;
   }
   const T& lone() const { return *reinterpret_cast<const T*>(store_); }
@@ -118,13 +120,13 @@ class SortedSet {
 
   U32 size_ : 31 = 0;
   U32 many_ : 1 = false;
-  alignas(
-      T) unsigned char store_[std::max(sizeof(T), sizeof(Many*))];  // a lone value, or where there are many
+  /// A lone value, or the address of many. As bytes: a pointer's alignment would cost smaller values a word.
+  alignas(T) unsigned char store_[std::max(valueBytes, pointerBytes)];
 };
 
 template <class T>
 typename SortedSet<T>::Block* SortedSet<T>::newBlock(U32 capacity, const T* first, const T* end) {
-  void* place = ::operator new(sizeof(Block) + capacity * sizeof(T));
+  void* place = ::operator new(sizeof(Block) + capacity * valueBytes);
   auto* block = new (place) Block{static_cast<U32>(end - first), static_cast<U16>(capacity), 0};
   std::copy(first, end, block->values());
   return block;
@@ -136,7 +138,7 @@ void SortedSet<T>::makeMany() {
   m->lasts.push_back(lone());
   m->blocks.push_back(newBlock(4, &lone(), &lone() + 1));
   const Many* place = m.release();
-  std::memcpy(store_, &place, sizeof place);
+  std::memcpy(store_, &place, pointerBytes);
   many_ = true;
 }
 
