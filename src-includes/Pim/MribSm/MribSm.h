@@ -141,6 +141,7 @@ class MribSm::ConfigWalk {
   }
   explicit operator bool() const { return static_cast<bool>(at_); }
   const RouteKeyPrefix& operator*() const { return *at_; }
+  const RouteKeyPrefix* operator->() const { return at_.get(); }
   ConfigWalk& operator++() {
     ++at_;
     moveAhead();

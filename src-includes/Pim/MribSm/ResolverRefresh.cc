@@ -52,7 +52,7 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
   marks_.wholePassBegins();
   const Ptr<Config const> mribConfig(&config());
   for (MribSm::ConfigWalk rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
-    if ((*rkPrefix).order() > met) {
+    if (rkPrefix->order() > met) {
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
     } else {
       marks_.mark(*rkPrefix);  // all were marked when the pass had met it already

@@ -93,11 +93,12 @@ class RouteResolverSm::CandidateVias {
 };
 
 S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
-  return offerRpf(rpf, prefix, preference, status().route(prefix.v4Prefix()));
+  return offerRpf(rpf, prefix, preference, std::nullopt);
 }
 
-/// `route` is the present route of the prefix, or null.
-S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, Route* route) {
+/// `known` is the present route of the prefix, or null for none, where it has been looked up already.
+S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference,
+                              std::optional<Route*> known) {
   MRIB_TRACE_OF(8, opAdd, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
   ZAN_ASSERT_TEXT(preference != 0, "pref");
   const auto hop = rpfAddress(rpf);
@@ -111,7 +112,9 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
     return unusable;
   }
   MRIB_TRACE(8, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
-  if (const Ptr<Route> pin{route}) return updateRoute(pin, rpf, *hop, lpm, prefix, preference);
+  if (const Ptr<Route> route{known ? *known : status().route(prefix.v4Prefix())}) {
+    return updateRoute(route, rpf, *hop, lpm, prefix, preference);
+  }
   addRoute(rpf, *hop, lpm, prefix, preference);
   return changed;
 }

@@ -103,7 +103,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
   bool rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
-  S32 offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, Route* route);
+  S32 offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, std::optional<Route*> known);
   class CandidateVias;
   void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
                 const Lumo::IpGenPrefix& prefix, U8 preference);
