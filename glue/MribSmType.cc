@@ -1,7 +1,7 @@
+#include "CommonRows.h"
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Tables.h"
 #include "ValueTypes.h"
-#include "Zan/Introspection.h"
 
 namespace glue {
 
@@ -15,29 +15,14 @@ using Zan::ArgumentRow;
 using Zan::AttributeRow;
 using Zan::Form;
 
-constexpr Form handleInitializeForms[] = {{{}, Zan::call<&Sm::handleInitialize>}};
-constexpr ArgumentRow hasNotificationActiveIsArguments[] = {{"active", "bool"}};
-constexpr Form hasNotificationActiveIsForms[] = {
-    {hasNotificationActiveIsArguments, Zan::call<&Sm::hasNotificationActiveIs>}};
-constexpr ArgumentRow zanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form zanDoZombieReactorsForms[] = {
-    {zanDoZombieReactorsArguments, Zan::call<&Sm::zanDoZombieReactors>}};
 constexpr AttributeRow mribSmRows[] = {
-    {.id = Zan::zanFwkActivityId,
-     .name = "zanFwkActivity",
-     .type = "Zan::ActivityConfig",
-     .flags = Flags::readOnly | Flags::framework,
-     .get = Zan::activityOf},
+    activityRow,
     {.id = 130,
      .name = "initialize",
      .type = "bool",
      .get = Zan::get<&Sm::initialize>,
      .set = Zan::set<&Sm::initializeIs>},
-    {.id = 131,
-     .name = "handleInitialize",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = handleInitializeForms},
+    handlerRow<&Sm::handleInitialize>(131, "handleInitialize"),
     {.id = 132,
      .name = "intfInfo",
      .type = "Routing::Multicast::Rib::InterfaceInfo",
@@ -110,23 +95,11 @@ constexpr AttributeRow mribSmRows[] = {
      .type = "Lumo::IpGenPrefix",
      .get = Zan::get<&Sm::defaultPrefix>,
      .set = Zan::set<&Sm::defaultPrefixIs>},
-    {.id = Zan::hasNotificationActiveIsId,
-     .name = "hasNotificationActiveIs",
-     .type = "void",
-     .flags = Flags::handler | Flags::framework,
-     .forms = hasNotificationActiveIsForms},
-    {.id = 145,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = zanDoZombieReactorsForms},
+    activeRow<Sm>,
+    zombieRow<Sm>(145),
 };
 static_assert(Zan::covers(mribSmRows, 130, 145));
 
-constexpr Form prefixhandleDelForms[] = {{{}, Zan::call<&Prefix::handleDel>}};
-constexpr ArgumentRow prefixzanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form prefixzanDoZombieReactorsForms[] = {
-    {prefixzanDoZombieReactorsArguments, Zan::call<&Prefix::zanDoZombieReactors>}};
 constexpr AttributeRow mribConfigPrefixRows[] = {
     {.id = 130,
      .name = "notifier",
@@ -142,12 +115,8 @@ constexpr AttributeRow mribConfigPrefixRows[] = {
      .iterate = Zan::iterate<&Prefix::mribConfigPrefIterator, Zan::erase<&Prefix::mribConfigPrefDel>>,
      .erase = Zan::erase<&Prefix::mribConfigPrefDel>,
      .eraseAll = Zan::eraseAll<&Prefix::mribConfigPrefDelAll>},
-    {.id = 132, .name = "handleDel", .type = "void", .flags = Flags::handler, .forms = prefixhandleDelForms},
-    {.id = 133,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = prefixzanDoZombieReactorsForms},
+    handlerRow<&Prefix::handleDel>(132, "handleDel"),
+    zombieRow<Prefix>(133),
 };
 static_assert(Zan::covers(mribConfigPrefixRows, 130, 133));
 
@@ -156,10 +125,6 @@ constexpr Form prefhandleRpfForms[] = {
     {{}, Zan::call<static_cast<void (Pref::*)()>(&Pref::handleRpf)>},
     {prefhandleRpfArguments2,
      Zan::call<static_cast<void (Pref::*)(const Routing::Multicast::Rib::Rpf&)>(&Pref::handleRpf)>}};
-constexpr Form prefhandleDelForms[] = {{{}, Zan::call<&Pref::handleDel>}};
-constexpr ArgumentRow prefzanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form prefzanDoZombieReactorsForms[] = {
-    {prefzanDoZombieReactorsArguments, Zan::call<&Pref::zanDoZombieReactors>}};
 constexpr AttributeRow mribConfigPrefRows[] = {
     {.id = 130,
      .name = "notifier",
@@ -167,12 +132,8 @@ constexpr AttributeRow mribConfigPrefRows[] = {
      .flags = Flags::constInput,
      .get = Zan::get<&Pref::notifierPtr>},
     {.id = 131, .name = "handleRpf", .type = "void", .flags = Flags::handler, .forms = prefhandleRpfForms},
-    {.id = 132, .name = "handleDel", .type = "void", .flags = Flags::handler, .forms = prefhandleDelForms},
-    {.id = 133,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = prefzanDoZombieReactorsForms},
+    handlerRow<&Pref::handleDel>(132, "handleDel"),
+    zombieRow<Pref>(133),
 };
 static_assert(Zan::covers(mribConfigPrefRows, 130, 133));
 

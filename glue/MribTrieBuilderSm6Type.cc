@@ -1,7 +1,7 @@
+#include "CommonRows.h"
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
 #include "Tables.h"
 #include "ValueTypes.h"
-#include "Zan/Introspection.h"
 
 namespace glue {
 
@@ -14,17 +14,10 @@ using Zan::ArgumentRow;
 using Zan::AttributeRow;
 using Zan::Form;
 
-constexpr Form handleInitializeForms[] = {{{}, Zan::call<&Sm::handleInitialize>}};
 constexpr ArgumentRow handleRouteArguments2[] = {{"prefix", "Lumo::Ip6Prefix"}};
 constexpr Form handleRouteForms[] = {
     {{}, Zan::call<static_cast<void (Sm::*)()>(&Sm::handleRoute)>},
     {handleRouteArguments2, Zan::call<static_cast<void (Sm::*)(const Lumo::Ip6Prefix&)>(&Sm::handleRoute)>}};
-constexpr ArgumentRow hasNotificationActiveIsArguments[] = {{"active", "bool"}};
-constexpr Form hasNotificationActiveIsForms[] = {
-    {hasNotificationActiveIsArguments, Zan::call<&Sm::hasNotificationActiveIs>}};
-constexpr ArgumentRow zanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form zanDoZombieReactorsForms[] = {
-    {zanDoZombieReactorsArguments, Zan::call<&Sm::zanDoZombieReactors>}};
 constexpr AttributeRow trieBuilder6Rows[] = {
     {.id = 130,
      .name = "status",
@@ -36,21 +29,13 @@ constexpr AttributeRow trieBuilder6Rows[] = {
      .type = "Routing6::Multicast::Shadow::Status",
      .flags = Flags::readOnly,
      .get = Zan::get<&Sm::mribRouteStatus>},
-    {.id = Zan::zanFwkActivityId,
-     .name = "zanFwkActivity",
-     .type = "Zan::ActivityConfig",
-     .flags = Flags::readOnly | Flags::framework,
-     .get = Zan::activityOf},
+    activityRow,
     {.id = 132,
      .name = "initialize",
      .type = "bool",
      .get = Zan::get<&Sm::initialize>,
      .set = Zan::set<&Sm::initializeIs>},
-    {.id = 133,
-     .name = "handleInitialize",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = handleInitializeForms},
+    handlerRow<&Sm::handleInitialize>(133, "handleInitialize"),
     {.id = 134,
      .name = "trie",
      .type = "Routing::TrieGen",
@@ -71,33 +56,18 @@ constexpr AttributeRow trieBuilder6Rows[] = {
      .type = "U32",
      .get = Zan::get<&Sm::trieUpdates>,
      .set = Zan::set<&Sm::trieUpdatesIs>},
-    {.id = Zan::hasNotificationActiveIsId,
-     .name = "hasNotificationActiveIs",
-     .type = "void",
-     .flags = Flags::handler | Flags::framework,
-     .forms = hasNotificationActiveIsForms},
-    {.id = 138,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = zanDoZombieReactorsForms},
+    activeRow<Sm>,
+    zombieRow<Sm>(138),
 };
 static_assert(Zan::covers(trieBuilder6Rows, 130, 138));
 
-constexpr ArgumentRow routezanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form routezanDoZombieReactorsForms[] = {
-    {routezanDoZombieReactorsArguments, Zan::call<&ZanRoute::zanDoZombieReactors>}};
 constexpr AttributeRow trieBuilder6RouteRows[] = {
     {.id = 130,
      .name = "notifier",
      .type = "Routing6::Multicast::Rib::Route",
      .flags = Flags::constInput,
      .get = Zan::get<&ZanRoute::notifierPtr>},
-    {.id = 131,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = routezanDoZombieReactorsForms},
+    zombieRow<ZanRoute>(131),
 };
 static_assert(Zan::covers(trieBuilder6RouteRows, 130, 131));
 

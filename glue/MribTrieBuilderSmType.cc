@@ -1,7 +1,7 @@
+#include "CommonRows.h"
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm.h"
 #include "Tables.h"
 #include "ValueTypes.h"
-#include "Zan/Introspection.h"
 
 namespace glue {
 
@@ -10,18 +10,8 @@ namespace {
 using Sm = Routing::Multicast::Rib::MribTrieBuilderSm;
 using ZanRoute = Sm::ZanRoute;
 using Flags = Zan::ZanAttrIntrospectionFlags;
-using Zan::ArgumentRow;
 using Zan::AttributeRow;
-using Zan::Form;
 
-constexpr Form handleInitializeForms[] = {{{}, Zan::call<&Sm::handleInitialize>}};
-constexpr Form handleRouteForms[] = {{{}, Zan::call<&Sm::handleRoute>}};
-constexpr ArgumentRow hasNotificationActiveIsArguments[] = {{"active", "bool"}};
-constexpr Form hasNotificationActiveIsForms[] = {
-    {hasNotificationActiveIsArguments, Zan::call<&Sm::hasNotificationActiveIs>}};
-constexpr ArgumentRow zanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form zanDoZombieReactorsForms[] = {
-    {zanDoZombieReactorsArguments, Zan::call<&Sm::zanDoZombieReactors>}};
 constexpr AttributeRow trieBuilderRows[] = {
     {.id = 130,
      .name = "status",
@@ -33,27 +23,19 @@ constexpr AttributeRow trieBuilderRows[] = {
      .type = "Routing::Multicast::Shadow::Status",
      .flags = Flags::readOnly,
      .get = Zan::get<&Sm::mribRouteStatus>},
-    {.id = Zan::zanFwkActivityId,
-     .name = "zanFwkActivity",
-     .type = "Zan::ActivityConfig",
-     .flags = Flags::readOnly | Flags::framework,
-     .get = Zan::activityOf},
+    activityRow,
     {.id = 132,
      .name = "initialize",
      .type = "bool",
      .get = Zan::get<&Sm::initialize>,
      .set = Zan::set<&Sm::initializeIs>},
-    {.id = 133,
-     .name = "handleInitialize",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = handleInitializeForms},
+    handlerRow<&Sm::handleInitialize>(133, "handleInitialize"),
     {.id = 134,
      .name = "trie",
      .type = "Routing::TrieGen",
      .get = Zan::get<&Sm::trie>,
      .set = Zan::set<&Sm::trieIs>},
-    {.id = 135, .name = "handleRoute", .type = "void", .flags = Flags::handler, .forms = handleRouteForms},
+    handlerRow<&Sm::handleRoute>(135, "handleRoute"),
     {.id = 136,
      .name = "route",
      .type = "Routing::Multicast::Rib::MribTrieBuilderSm::ZanRoute",
@@ -78,41 +60,20 @@ constexpr AttributeRow trieBuilderRows[] = {
      .type = "U8",
      .flags = Flags::readOnly,
      .get = Zan::getConstant<Sm::deletedPreferenceUnknown>},
-    {.id = Zan::hasNotificationActiveIsId,
-     .name = "hasNotificationActiveIs",
-     .type = "void",
-     .flags = Flags::handler | Flags::framework,
-     .forms = hasNotificationActiveIsForms},
-    {.id = 140,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = zanDoZombieReactorsForms},
+    activeRow<Sm>,
+    zombieRow<Sm>(140),
 };
 static_assert(Zan::covers(trieBuilderRows, 130, 140));
 
-constexpr Form routehandlePreferenceForms[] = {{{}, Zan::call<&ZanRoute::handlePreference>}};
-constexpr Form routehandleDelForms[] = {{{}, Zan::call<&ZanRoute::handleDel>}};
-constexpr ArgumentRow routezanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form routezanDoZombieReactorsForms[] = {
-    {routezanDoZombieReactorsArguments, Zan::call<&ZanRoute::zanDoZombieReactors>}};
 constexpr AttributeRow trieBuilderRouteRows[] = {
     {.id = 130,
      .name = "notifier",
      .type = "Routing::Multicast::Rib::Route",
      .flags = Flags::constInput,
      .get = Zan::get<&ZanRoute::notifierPtr>},
-    {.id = 131,
-     .name = "handlePreference",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = routehandlePreferenceForms},
-    {.id = 132, .name = "handleDel", .type = "void", .flags = Flags::handler, .forms = routehandleDelForms},
-    {.id = 133,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = routezanDoZombieReactorsForms},
+    handlerRow<&ZanRoute::handlePreference>(131, "handlePreference"),
+    handlerRow<&ZanRoute::handleDel>(132, "handleDel"),
+    zombieRow<ZanRoute>(133),
 };
 static_assert(Zan::covers(trieBuilderRouteRows, 130, 133));
 

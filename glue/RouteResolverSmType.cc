@@ -1,7 +1,7 @@
+#include "CommonRows.h"
 #include "Pim/MribSm/MribSm.h"
 #include "Tables.h"
 #include "ValueTypes.h"
-#include "Zan/Introspection.h"
 
 namespace glue {
 
@@ -14,7 +14,6 @@ using Zan::ArgumentRow;
 using Zan::AttributeRow;
 using Zan::Form;
 
-constexpr Form handleChangedRouteForms[] = {{{}, Zan::call<&Sm::handleChangedRoute>}};
 constexpr ArgumentRow doAddOrUpdateRouteArguments[] = {
     {"rpf", "Routing::Multicast::Rib::Rpf"}, {"p", "Lumo::IpGenPrefix"}, {"pref", "U8"}};
 constexpr Form doAddOrUpdateRouteForms[] = {
@@ -39,13 +38,6 @@ constexpr ArgumentRow doRecursiveDeleteArguments[] = {{"delRoute", "Routing::Mul
 constexpr Form doRecursiveDeleteForms[] = {{doRecursiveDeleteArguments, Zan::call<&Sm::doRecursiveDelete>}};
 constexpr ArgumentRow doRecursiveUpdateArguments[] = {{"pset", "Routing::Multicast::Rib::PrefixSet"}};
 constexpr Form doRecursiveUpdateForms[] = {{doRecursiveUpdateArguments, Zan::call<&Sm::doRecursiveUpdate>}};
-constexpr Form handleInitializeForms[] = {{{}, Zan::call<&Sm::handleInitialize>}};
-constexpr ArgumentRow hasNotificationActiveIsArguments[] = {{"active", "bool"}};
-constexpr Form hasNotificationActiveIsForms[] = {
-    {hasNotificationActiveIsArguments, Zan::call<&Sm::hasNotificationActiveIs>}};
-constexpr ArgumentRow zanDoZombieReactorsArguments[] = {{"zombie", "bool"}};
-constexpr Form zanDoZombieReactorsForms[] = {
-    {zanDoZombieReactorsArguments, Zan::call<&Sm::zanDoZombieReactors>}};
 constexpr AttributeRow routeResolverRows[] = {
     {.id = 130,
      .name = "uribStatus",
@@ -72,11 +64,7 @@ constexpr AttributeRow routeResolverRows[] = {
      .type = "bool",
      .get = Zan::get<&Sm::initialized>,
      .set = Zan::set<&Sm::initializedIs>},
-    {.id = 135,
-     .name = "handleChangedRoute",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = handleChangedRouteForms},
+    handlerRow<&Sm::handleChangedRoute>(135, "handleChangedRoute"),
     {.id = 136,
      .name = "mribForPrefix",
      .type = "Routing::Multicast::Rib::PrefixSet",
@@ -123,31 +111,15 @@ constexpr AttributeRow routeResolverRows[] = {
      .type = "void",
      .flags = Flags::handler,
      .forms = doRecursiveUpdateForms},
-    {.id = 146,
-     .name = "handleInitialize",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = handleInitializeForms},
+    handlerRow<&Sm::handleInitialize>(146, "handleInitialize"),
     {.id = 147,
      .name = "zan_TrieIn",
      .type = "Routing::TrieGen",
      .get = Zan::get<&Sm::zan_TrieIn>,
      .set = Zan::set<&Sm::zan_TrieInIs>},
-    {.id = Zan::zanFwkActivityId,
-     .name = "zanFwkActivity",
-     .type = "Zan::ActivityConfig",
-     .flags = Flags::readOnly | Flags::framework,
-     .get = Zan::activityOf},
-    {.id = Zan::hasNotificationActiveIsId,
-     .name = "hasNotificationActiveIs",
-     .type = "void",
-     .flags = Flags::handler | Flags::framework,
-     .forms = hasNotificationActiveIsForms},
-    {.id = 148,
-     .name = "zanDoZombieReactors",
-     .type = "void",
-     .flags = Flags::handler,
-     .forms = zanDoZombieReactorsForms},
+    activityRow,
+    activeRow<Sm>,
+    zombieRow<Sm>(148),
 };
 static_assert(Zan::covers(routeResolverRows, 130, 148));
 

@@ -7,14 +7,18 @@ namespace glue {
 
 namespace {
 
-using R = Routing::Multicast::Rib::Route;
+using Routing::Family4;
+using Routing::Family6;
+template <class Family>
+using RouteOf = Routing::Multicast::RouteOf<Family>;
 using Flags = Zan::ZanAttrIntrospectionFlags;
 using Zan::AttributeRow;
 
+template <class Family, class R = RouteOf<Family>>
 constexpr AttributeRow routeRows[] = {
     {.id = 130,
      .name = "prefix",
-     .type = "Lumo::Prefix",
+     .type = Family::prefixName,
      .flags = Flags::readOnly,
      .get = Zan::get<&R::prefix>},
     {.id = 131,
@@ -29,7 +33,7 @@ constexpr AttributeRow routeRows[] = {
      .set = Zan::set<&R::routeTypeIs>},
     {.id = 133,
      .name = "via",
-     .type = "Routing::Fib::Via",
+     .type = Family::viaName,
      .flags = Flags::collection,
      .at = Zan::at<&R::via>,
      .count = Zan::count<&R::viaCount>,
@@ -51,11 +55,15 @@ constexpr AttributeRow routeRows[] = {
      .iterate = Zan::iterate<&R::prefixSetIterator, Zan::erase<&R::prefixSetDel>>,
      .erase = Zan::erase<&R::prefixSetDel>},
 };
-static_assert(Zan::covers(routeRows, 130, 136));
+static_assert(Zan::covers(routeRows<Family4>, 130, 136));
+
+template <class Family>
+constexpr Zan::TypeTable tableOf{Family::routeName, "Zan::Entity", routeRows<Family>,
+                                 Zan::IntrospectionReactorOf<typename RouteOf<Family>::NotifieeConst>::make};
 
 }  // namespace
 
-constinit const Zan::TypeTable routeTable{"Routing::Multicast::Rib::Route", "Zan::Entity", routeRows,
-                                          Zan::IntrospectionReactorOf<R::NotifieeConst>::make};
+constinit const Zan::TypeTable routeTable = tableOf<Family4>;
+constinit const Zan::TypeTable route6Table = tableOf<Family6>;
 
 }  // namespace glue

@@ -8,15 +8,20 @@ namespace glue {
 
 namespace {
 
-using S = Routing::Multicast::Rib::Status;
-using Shadow = Routing::Multicast::Shadow::Status;
+using Routing::Family4;
+using Routing::Family6;
+template <class Family>
+using StatusOf = Routing::Multicast::StatusOf<Family>;
+template <class Family>
+using ShadowStatusOf = Routing::Multicast::ShadowStatusOf<Family>;
 using Flags = Zan::ZanAttrIntrospectionFlags;
 using Zan::AttributeRow;
 
+template <class Family, class S = StatusOf<Family>>
 constexpr AttributeRow statusRows[] = {
     {.id = 130,
      .name = "route",
-     .type = "Routing::Multicast::Rib::Route",
+     .type = Family::routeName,
      .flags = Flags::collection,
      .at = Zan::at<&S::route>,
      .count = Zan::count<&S::routeCount>,
@@ -24,12 +29,13 @@ constexpr AttributeRow statusRows[] = {
      .erase = Zan::erase<&S::routeDel>,
      .eraseAll = Zan::eraseAll<&S::routeDelAll>},
 };
-static_assert(Zan::covers(statusRows, 130, 130));
+static_assert(Zan::covers(statusRows<Family4>, 130, 130));
 
+template <class Family, class Shadow = ShadowStatusOf<Family>>
 constexpr AttributeRow mribShadowRows[] = {
     {.id = 130,
      .name = "route",
-     .type = "Routing::Multicast::Rib::Status",
+     .type = Family::statusName,
      .get = Zan::get<&Shadow::route>,
      .set = Zan::set<&Shadow::routeIs>},
     {.id = 131,
@@ -38,14 +44,22 @@ constexpr AttributeRow mribShadowRows[] = {
      .flags = Flags::readOnly,
      .get = Zan::get<&Shadow::trie>},
 };
-static_assert(Zan::covers(mribShadowRows, 130, 131));
+static_assert(Zan::covers(mribShadowRows<Family4>, 130, 131));
+
+template <class Family>
+constexpr Zan::TypeTable statusTableOf{
+    Family::statusName, "Zan::Entity", statusRows<Family>,
+    Zan::IntrospectionReactorOf<typename StatusOf<Family>::NotifieeConst>::make};
+template <class Family>
+constexpr Zan::TypeTable shadowTableOf{
+    Family::shadowName, "Zan::Entity", mribShadowRows<Family>,
+    Zan::IntrospectionReactorOf<typename ShadowStatusOf<Family>::NotifieeConst>::make};
 
 }  // namespace
 
-constinit const Zan::TypeTable statusTable{"Routing::Multicast::Rib::Status", "Zan::Entity", statusRows,
-                                           Zan::IntrospectionReactorOf<S::NotifieeConst>::make};
-constinit const Zan::TypeTable mribShadowTable{"Routing::Multicast::Shadow::Status", "Zan::Entity",
-                                               mribShadowRows,
-                                               Zan::IntrospectionReactorOf<Shadow::NotifieeConst>::make};
+constinit const Zan::TypeTable statusTable = statusTableOf<Family4>;
+constinit const Zan::TypeTable status6Table = statusTableOf<Family6>;
+constinit const Zan::TypeTable mribShadowTable = shadowTableOf<Family4>;
+constinit const Zan::TypeTable mribShadow6Table = shadowTableOf<Family6>;
 
 }  // namespace glue

@@ -13,6 +13,7 @@ namespace Routing {
 struct ZAN_EXPORT Family4 {
   using Addr = Lumo::IpAddr;
   using Prefix = Lumo::Prefix;
+  static constexpr std::string_view prefixName = "Lumo::Prefix";
   static constexpr std::string_view viaName = "Routing::Fib::Via";
   static constexpr std::string_view routeName = "Routing::Multicast::Rib::Route";
   static constexpr std::string_view statusName = "Routing::Multicast::Rib::Status";
@@ -22,6 +23,7 @@ struct ZAN_EXPORT Family4 {
 struct ZAN_EXPORT Family6 {
   using Addr = Lumo::Ip6Addr;
   using Prefix = Lumo::Ip6Prefix;
+  static constexpr std::string_view prefixName = "Lumo::Ip6Prefix";
   static constexpr std::string_view viaName = "Routing6::Fib::Via";
   static constexpr std::string_view routeName = "Routing6::Multicast::Rib::Route";
   static constexpr std::string_view statusName = "Routing6::Multicast::Rib::Status";

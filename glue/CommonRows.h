@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Zan/Introspection.h"
+
+// Rows that many types have alike.
+
+namespace glue {
+
+/// The one form of an operation without arguments.
+template <auto Function>
+inline constexpr Zan::Form formWithoutArguments[] = {{{}, Zan::call<Function>}};
+
+/// An operation without arguments and result.
+template <auto Function>
+constexpr Zan::AttributeRow handlerRow(Zan::AttributeId id, std::string_view name) {
+  return {.id = id,
+          .name = name,
+          .type = "void",
+          .flags = Zan::ZanAttrIntrospectionFlags::handler,
+          .forms = formWithoutArguments<Function>};
+}
+
+inline constexpr Zan::ArgumentRow zombieArguments[] = {{"zombie", "bool"}};
+template <class T>
+inline constexpr Zan::Form zombieForms[] = {{zombieArguments, Zan::call<&T::zanDoZombieReactors>}};
+template <class T>
+constexpr Zan::AttributeRow zombieRow(Zan::AttributeId id) {
+  return {.id = id,
+          .name = "zanDoZombieReactors",
+          .type = "void",
+          .flags = Zan::ZanAttrIntrospectionFlags::handler,
+          .forms = zombieForms<T>};
+}
+
+inline constexpr Zan::AttributeRow activityRow = {
+    .id = Zan::zanFwkActivityId,
+    .name = "zanFwkActivity",
+    .type = "Zan::ActivityConfig",
+    .flags = Zan::ZanAttrIntrospectionFlags::readOnly | Zan::ZanAttrIntrospectionFlags::framework,
+    .get = Zan::activityOf};
+
+inline constexpr Zan::ArgumentRow activeArguments[] = {{"active", "bool"}};
+template <class T>
+inline constexpr Zan::Form activeForms[] = {{activeArguments, Zan::call<&T::hasNotificationActiveIs>}};
+template <class T>
+inline constexpr Zan::AttributeRow activeRow = {
+    .id = Zan::hasNotificationActiveIsId,
+    .name = "hasNotificationActiveIs",
+    .type = "void",
+    .flags = Zan::ZanAttrIntrospectionFlags::handler | Zan::ZanAttrIntrospectionFlags::framework,
+    .forms = activeForms<T>};
+
+}  // namespace glue
