@@ -21,7 +21,7 @@ struct Marks : testing::Test {
     settle();
   }
   void settle() {
-    marks.wholePassBegins();
+    const RefreshMarks::WholePass met(marks);
     while (const auto* entry = marks.next(0, defaultPrefix)) marks.unmark(*entry);
   }
   void rpfIs(const char* prefix, const EngineWorld::Rpf& rpf) {

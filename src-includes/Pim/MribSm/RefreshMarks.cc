@@ -38,11 +38,6 @@ void RefreshMarks::markAll() {
   touchedIntfs_.clear();
 }
 
-void RefreshMarks::wholePassBegins() {
-  markAll();
-  all_ = false;
-}
-
 /// Only RPFs matter to an offer; the first one that an unmarked prefix gets is held apart (see
 /// `offeredNewRpf`).
 void RefreshMarks::hearConfig(const ConfigChange& change) {
@@ -158,8 +153,8 @@ void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
   marked_.erase({entry.order(), &entry});
 }
 
-void RefreshMarks::offered(const RouteKeyPrefix& entry) {
-  if (onlyItsOwnWrites(entry)) settleOwnWrites();
+void RefreshMarks::markIfConfigured(const RouteKeyPrefix& entry) {
+  if (inputs_.config && inputs_.config->route(entry.prefix()) == &entry) mark(entry);
 }
 
 void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry) {
@@ -179,6 +174,7 @@ void RefreshMarks::settleOwnWrites() {
 }
 
 const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {
+  ++refreshes_;
   if (!listens()) markAll();
   markFresh();
   settle(defaultPrefix);

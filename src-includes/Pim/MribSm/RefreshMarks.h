@@ -60,20 +60,60 @@ class RefreshMarks {
   bool listens() const { return configTap_.isOn() && statusTap_.isOn() && trieTap_.isOn(); }
   void markAll();
   bool allAreMarked() const { return all_; }
-  /// A whole pass begins, which will meet every prefix.
-  void wholePassBegins();
+  /// A whole pass, while this lives: it meets every prefix, and nothing is known of those that it has not met
+  /// yet. So what refreshes within it, for a handler of what it writes, must go through all as well.
+  class WholePass {
+   public:
+    explicit WholePass(RefreshMarks& marks) : marks_(marks) {
+      marks_.markAll();
+      marks_.all_ = false;
+      ++marks_.wholePassesUnderWay_;
+    }
+    ~WholePass() { --marks_.wholePassesUnderWay_; }
+    WholePass(const WholePass&) = delete;
+    WholePass& operator=(const WholePass&) = delete;
+
+   private:
+    RefreshMarks& marks_;
+  };
+  bool wholePassIsUnderWay() const { return wholePassesUnderWay_ > 0; }
 
   /// Says that something about `prefix`, or about what resolves through it, has changed.
   void touch(const Lumo::Prefix& prefix) {
     if (!all_ && (touched_.empty() || touched_.back() != prefix)) note(prefix);
   }
-  /// The prefix is about to be offered.
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
-  /// The prefix has been offered as a whole. What the offer itself has written does not mark it again: its
-  /// own route in the trie takes no longest match from its RPF addresses that was of use, since a shorter one
-  /// covers the prefix and is refused like the prefix itself.
-  void offered(const RouteKeyPrefix& entry);
+  /// The offer of a whole prefix, while this lives. It takes the mark away; one that was not `complete`
+  /// leaves the prefix marked.
+  class Offer {
+   public:
+    Offer(RefreshMarks& marks, const RouteKeyPrefix& entry)
+        : marks_(marks), entry_(entry), refreshes_(++marks.refreshes_) {
+      ++marks_.offersUnderWay_;
+      marks_.unmark(entry);
+    }
+    ~Offer() {
+      --marks_.offersUnderWay_;
+      if (!complete_) marks_.markIfConfigured(entry_);
+    }
+    Offer(const Offer&) = delete;
+    Offer& operator=(const Offer&) = delete;
+    /// What the offer itself has written does not mark the prefix again: its own route in the trie takes no
+    /// longest match from its RPF addresses that was of use, since a shorter one covers the prefix and is
+    /// refused like the prefix itself. But if a handler of that has refreshed in between, the prefix was met
+    /// half done.
+    void complete() {
+      complete_ = marks_.refreshes_ == refreshes_;
+      if (complete_ && marks_.onlyItsOwnWrites(entry_)) marks_.settleOwnWrites();
+    }
+
+   private:
+    RefreshMarks& marks_;
+    const RouteKeyPrefix& entry_;
+    U64 refreshes_;
+    bool complete_ = false;
+  };
   /// The prefix, to which an RPF was just added, has been offered that RPF, and nothing else of it can have
   /// another outcome. It needs no offer of the whole if this RPF is all that it was marked for.
   void offeredNewRpf(const RouteKeyPrefix& entry);
@@ -116,6 +156,7 @@ class RefreshMarks {
     friend auto operator<=>(const IntfAddress&, const IntfAddress&) = default;
   };
 
+  void markIfConfigured(const RouteKeyPrefix& entry);
   bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;
   [[gnu::noinline]] void note(const Lumo::Prefix& prefix);
   void settleOwnWrites();
@@ -140,6 +181,9 @@ class RefreshMarks {
 
   Inputs inputs_{};
   bool all_ = true;
+  int wholePassesUnderWay_ = 0;
+  int offersUnderWay_ = 0;
+  U64 refreshes_ = 0;  // questions for the next prefix, and offers
   Zan::SortedSet<Marked> marked_;
   Zan::SortedSet<User<U32>> byAddress_;  // address RPFs
   Zan::SortedSet<User<U32>> byIntf_;     // interface RPFs

@@ -42,14 +42,14 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
 bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
   bool anyChanged = false;
   U64 met = 0;  // the order of the last one
-  if (!wholePasses()) {
+  if (!wholePasses() && !marks_.wholePassIsUnderWay()) {
     while (const RouteKeyPrefix* rkPrefix = nextMarked(met)) {
       met = rkPrefix->order();
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
     }
     if (!marks_.allAreMarked()) return anyChanged;
   }
-  marks_.wholePassBegins();
+  const RefreshMarks::WholePass wholePass(marks_);
   const Ptr<Config const> mribConfig(&config());
   for (MribSm::ConfigWalk rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
     if (rkPrefix->order() > met) {
@@ -83,9 +83,9 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
     marks_.mark(rkPrefix);
     return false;
   }
-  marks_.unmark(rkPrefix);
+  RefreshMarks::Offer offer(marks_, rkPrefix);
   const bool changedHere = offerPreferences(rkPrefix, route.get());
-  marks_.offered(rkPrefix);
+  offer.complete();
   return changedHere;
 }
 

@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+#include "EngineWorld.h"
+
+// An agent's own reactors may change what the engine works on while it works. The marks must not lose that:
+// random events with such reactors end, event by event, in the same state as with whole passes.
+
+namespace {
+
+using Routing::Fib::RouteType;
+
+/// Hears every route and every trie entry, and calls `react`.
+struct StatusWatcher : EngineWorld::Status::NotifieeConst {
+  explicit StatusWatcher(std::function<void()> r) : react(std::move(r)) {}
+  void onRoute(const Lumo::Prefix&) override { react(); }
+  std::function<void()> react;
+};
+struct TrieWatcher : Routing::TrieGen::NotifieeConst {
+  explicit TrieWatcher(std::function<void()> r) : react(std::move(r)) {}
+  void onChangedRoute() override { react(); }
+  std::function<void()> react;
+};
+
+class Agent {
+ public:
+  Agent(U64 seed, bool whole) : random_(seed) {
+    for (U32 id = 1; id <= intfs; ++id) {
+      w_.intfIs(id, "eth" + std::to_string(id));
+      w_.intfAddrIs(id, address());
+      if (id > 1) w_.connectedIs("20." + std::to_string(id) + ".0.0/16", id);
+    }
+    for (auto n = random_() % 40; n > 0; --n) configure();
+    w_.start();
+    resolver().wholePassesIs(whole);
+    watch(Zan::create<StatusWatcher>([this] { react(); }), w_.mribStatus);
+    watch(Zan::create<TrieWatcher>([this] { react(); }), w_.mrib->mribShadow()->trie());
+  }
+
+  void step() {
+    reactions_ = static_cast<int>(random_() % 5);
+    switch (random_() % 12) {
+      case 0:
+        w_.unicastDel("20." + std::to_string(intf()) + ".0.0/16");
+        break;
+      case 1:
+        if (auto* entry = w_.config->route(prefix())) w_.config->routeDel(entry->prefix());
+        break;
+      case 2: {  // the same again: everybody looks at everything
+        const auto config = w_.config;
+        w_.mrib->mribConfigPrefixDelAll();
+        w_.mrib->mribConfigIs(nullptr);
+        w_.mrib->mribConfigIs(config);
+        break;
+      }
+      case 3:
+        if (auto* route = w_.mribStatus->route(prefix().v4Prefix()))
+          route->viaDelAll();  // somebody else's doing
+        break;
+      case 4:
+        w_.mrib->hasNotificationActiveIs(false);
+        for (int i = 0; i < 3; ++i) change();
+        w_.mrib->hasNotificationActiveIs(true);
+        w_.config->routeNotifyAll();
+        break;
+      default:
+        change();
+    }
+  }
+
+  std::string state() const {
+    std::string text;
+    for (auto r = w_.mribStatus->routeIterator(); r; ++r) {
+      text += w_.show(r->prefix().stringValue()) + " {";
+      for (auto s = r->prefixSetIterator(); s; ++s) text += (*s)->lPrefix().stringValue() + ' ';
+      text += "}\n";
+    }
+    for (auto s = resolver().mribForPrefixIterator(); s; ++s) {
+      text += s->mribForPrefix()->lPrefix().stringValue() + ':';
+      for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) text += ' ' + m->stringValue();
+      text += '\n';
+    }
+    const auto& builder = *w_.mrib->trieBuilder();
+    return text + std::to_string(builder.trie()->nodes()) + " in the trie, " +
+           std::to_string(builder.trieUpdates()) + " updates\n";
+  }
+  U32 routes() const { return w_.mribStatus->routeCount(); }
+
+ private:
+  static constexpr U32 intfs = 6, prefixes = 16;
+
+  void react() {
+    if (reactions_ <= 0) return;
+    --reactions_;
+    if (random_() % 2) change();
+  }
+  void change() {
+    switch (random_() % 8) {
+      case 0:
+        w_.connectedIs("20." + std::to_string(intf()) + ".0.0/16", intf());
+        break;
+      case 1:
+        w_.intfAddrIs(intf(), address());
+        break;
+      case 2:
+        w_.intfIs(intf(), "eth" + std::to_string(random_() % 100));
+        break;
+      default:
+        configure();
+    }
+  }
+  /// A prefix resolves through an interface or through one with a smaller number, so that no circle is made.
+  void configure() {
+    const U32 i = static_cast<U32>(random_() % prefixes);
+    const U8 preference = random_() % 4 ? 1 : 2;
+    auto rpf = EngineWorld::via(address());
+    if (random_() % 6 == 0) rpf = EngineWorld::intf(intf());
+    if (i > 0 && random_() % 3 == 0) rpf = EngineWorld::via(text(static_cast<U32>(random_() % i)) + ".9.9");
+    w_.rpfIs(text(i) + ".0.0/16", preference, rpf);
+  }
+  static std::string text(U32 i) { return "10." + std::to_string(i); }
+  Lumo::IpGenPrefix prefix() {
+    return Lumo::IpGenPrefix(text(static_cast<U32>(random_() % prefixes)) + ".0.0/16");
+  }
+  U32 intf() { return 1 + static_cast<U32>(random_() % intfs); }
+  std::string address() { return "20." + std::to_string(intf()) + ".3." + std::to_string(random_() % 9); }
+  Routing::Multicast::Rib::RouteResolverSm& resolver() const { return *w_.mrib->routeResolver(); }
+
+  template <class Watcher, class Record>
+  void watch(const Zan::Ptr<Watcher>& watcher, const Zan::Ptr<Record>& record) {
+    watcher->notifierIs(record);
+    watcher->isRegisteredNotifieeIs(true);
+    watchers_.push_back(watcher);
+  }
+
+  std::mt19937_64 random_;
+  EngineWorld w_;
+  std::vector<Zan::Ptr<Zan::PtrInterface>> watchers_;
+  int reactions_ = 0;
+};
+
+TEST(EngineHandlers, MayChangeWhatTheEngineWorksOn) {
+  U64 routes = 0;
+  for (U64 seed = 1; seed <= 300; ++seed) {
+    Agent whole(seed, true), marked(seed, false);
+    ASSERT_EQ(whole.state(), marked.state()) << "seed " << seed << " at start";
+    for (int step = 0; step < 60; ++step) {
+      whole.step();
+      marked.step();
+      ASSERT_EQ(whole.state(), marked.state()) << "seed " << seed << " step " << step;
+    }
+    routes += marked.routes();
+  }
+  EXPECT_GT(routes, 300u * 5) << "the events reach the engine";
+}
+
+}  // namespace
