@@ -4,6 +4,7 @@
 #include <random>
 
 #include "EngineWorld.h"
+#include "Pim/MribSm/ConfigReactors.h"
 
 // An agent's own reactors may change what the engine works on while it works. The marks must not lose that:
 // random events with such reactors end, event by event, in the same state as with whole passes.
@@ -41,27 +42,37 @@ class Agent {
 
   void step() {
     reactions_ = static_cast<int>(random_() % 5);
-    switch (random_() % 12) {
+    switch (random_() % 15) {
       case 0:
         w_.unicastDel("20." + std::to_string(intf()) + ".0.0/16");
         break;
       case 1:
         if (auto* entry = w_.config->route(prefix())) w_.config->routeDel(entry->prefix());
         break;
-      case 2: {  // the same again: everybody looks at everything
+      case 2:
+        removeSome();
+        break;
+      case 3: {  // the same again: everybody looks at everything
         const auto config = w_.config;
         w_.mrib->mribConfigPrefixDelAll();
         w_.mrib->mribConfigIs(nullptr);
         w_.mrib->mribConfigIs(config);
         break;
       }
-      case 3:
-        if (auto* route = w_.mribStatus->route(prefix().v4Prefix()))
-          route->viaDelAll();  // somebody else's doing
+      case 4:  // somebody else's doing
+        if (auto* route = w_.mribStatus->route(prefix().v4Prefix())) {
+          random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
+        }
         break;
-      case 4:
+      case 6:  // one of them the same again
+        if (const auto* entry = w_.config->route(prefix())) {
+          w_.mrib->mribConfigPrefixDel(entry->prefix());
+          w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
+        }
+        break;
+      case 5:
         w_.mrib->hasNotificationActiveIs(false);
-        for (int i = 0; i < 3; ++i) change();
+        for (int i = 0; i < 3; ++i) random_() % 4 ? change() : removeSome();
         w_.mrib->hasNotificationActiveIs(true);
         w_.config->routeNotifyAll();
         break;
@@ -111,6 +122,19 @@ class Agent {
         configure();
     }
   }
+  /// A preference, or one of its RPFs.
+  void removeSome() {
+    auto* entry = w_.config->route(prefix());
+    auto* pref = entry ? entry->pref(random_() % 4 ? 1 : 2) : nullptr;
+    if (!pref) return;
+    const auto* route = w_.mribStatus->route(entry->prefix().v4Prefix());
+    const auto rpf = pref->rpfIterator();
+    if (rpf && random_() % 2 && (!route || entry->pref(route->preference()))) {
+      pref->rpfDel(EngineWorld::Rpf(*rpf));
+    } else {
+      entry->prefDel(pref->preference());
+    }
+  }
   /// A prefix resolves through an interface or through one with a smaller number, so that no circle is made.
   void configure() {
     const U32 i = static_cast<U32>(random_() % prefixes);
@@ -118,7 +142,12 @@ class Agent {
     auto rpf = EngineWorld::via(address());
     if (random_() % 6 == 0) rpf = EngineWorld::intf(intf());
     if (i > 0 && random_() % 3 == 0) rpf = EngineWorld::via(text(static_cast<U32>(random_() % i)) + ".9.9");
-    w_.rpfIs(text(i) + ".0.0/16", preference, rpf);
+    if (const U32 k = intf(); k > 1 && random_() % 16 == 0) {  // one that is connected, or may be
+      w_.rpfIs("20." + std::to_string(k) + ".0.0/16", preference,
+               EngineWorld::via("20." + std::to_string(k - 1) + ".1.1"));
+    } else {
+      w_.rpfIs(text(i) + ".0.0/16", preference, rpf);
+    }
   }
   static std::string text(U32 i) { return "10." + std::to_string(i); }
   Lumo::IpGenPrefix prefix() {

@@ -42,7 +42,7 @@ class Driver {
       if (chance(80)) addressIs(id);
     }
     for (int i = 0; i < 3; ++i) unicast(false);
-    for (int i = 0; i < 4; ++i) configure();
+    for (auto n = random_() % 40; n > 0; --n) configure();
   }
 
   void start(Way way) {

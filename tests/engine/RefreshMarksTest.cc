@@ -21,7 +21,8 @@ struct Marks : testing::Test {
     settle();
   }
   void settle() {
-    const RefreshMarks::WholePass met(marks);
+    RefreshMarks::WholePass met(marks);
+    met.complete();
     while (const auto* entry = marks.next(0, defaultPrefix)) marks.unmark(*entry);
   }
   void rpfIs(const char* prefix, const EngineWorld::Rpf& rpf) {
@@ -124,9 +125,10 @@ TEST_F(Marks, AreAllSetWhenInDoubt) {
 TEST_F(Marks, ANewRpfThatWasOfferedNeedsNoOfferOfTheWholeUnlessMoreHasChanged) {
   const auto& entry = *config->route(IpGenPrefix("20.0.0.0/8"));
   const auto offerAfter = [&](auto change) {
-    rpfIs("20.0.0.0/8", EngineWorld::via("1.1.5." + std::to_string(++count)));
+    const auto rpf = EngineWorld::via("1.1.5." + std::to_string(++count));
+    rpfIs("20.0.0.0/8", rpf);
     change();
-    marks.offeredNewRpf(entry);
+    marks.offeredNewRpf(entry, rpf, 1);
     return marked();
   };
   EXPECT_EQ(offerAfter([] {}), "");

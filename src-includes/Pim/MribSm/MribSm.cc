@@ -320,15 +320,23 @@ void MribSm::zan_handleMribConfigPrefix(const Ptr<ZanMribConfigPrefix>& reactor)
 }
 
 void MribSm::expect(const Lumo::IpGenPrefix& prefix) const {
-  mribConfigPrefix_.prefetch(prefix);
+  expectReactor(prefix);
+  expectOffer(prefix);
+}
+
+void MribSm::expectOffer(const Lumo::IpGenPrefix& prefix) const {
   const Lumo::Prefix key = prefix.v4Prefix();
   if (mribStatus_) mribStatus_->routePrefetch(key);
   if (trieBuilder_) trieBuilder_->routePrefetch(key);
 }
 
+void MribSm::expectReactor(const Lumo::IpGenPrefix& prefix) const {
+  mribConfigPrefix_.prefetch(prefix);
+}
+
 void MribSm::reconcileConfigPrefixes() {
   const Ptr<Config const> config = mribConfig();
-  for (ConfigWalk entry(*this, *config); entry; ++entry)
+  for (ConfigWalk<&MribSm::expectReactor> entry(*this, *config); entry; ++entry)
     mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(&*entry));
   if (mribConfigPrefix_.size() == config->routeCount()) return;  // each entry has one: there is no other
   for (auto p = mribConfigPrefix_.iterator(); p; ++p) {

@@ -82,6 +82,10 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
 
   /// A configured prefix will be looked up in every table soon: starts to load what will be read then.
   void expect(const Lumo::IpGenPrefix& prefix) const;
+  /// The same for the tables that an offer of the prefix reads, and for those that its reactor's start reads.
+  void expectOffer(const Lumo::IpGenPrefix& prefix) const;
+  void expectReactor(const Lumo::IpGenPrefix& prefix) const;
+  template <auto Expect>
   class ConfigWalk;
 
   // One reactor per configured prefix.
@@ -132,11 +136,12 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
 };
 
 /// Walks the configuration as `routeIterator` does, and lets the engine expect what lies a few entries ahead.
+template <auto Expect>
 class MribSm::ConfigWalk {
  public:
   ConfigWalk(const MribSm& mribSm, const Config& config)
       : mribSm_(mribSm), at_(config.routeIterator()), ahead_(config.routeIterator()) {
-    constexpr int lead = 4;
+    constexpr int lead = 16;
     for (int i = 0; i < lead; ++i) moveAhead();
   }
   explicit operator bool() const { return static_cast<bool>(at_); }
@@ -150,7 +155,7 @@ class MribSm::ConfigWalk {
 
  private:
   void moveAhead() {
-    if (ahead_) mribSm_.expect(ahead_->prefix());
+    if (ahead_) (mribSm_.*Expect)(ahead_->prefix());
     ++ahead_;
   }
 

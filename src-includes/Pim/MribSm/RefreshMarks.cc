@@ -33,7 +33,7 @@ void RefreshMarks::inputsAre(const Inputs& inputs) {
 
 void RefreshMarks::markAll() {
   all_ = true;
-  fresh_ = nullptr;
+  fresh_ = {};
   touched_.clear();
   touchedIntfs_.clear();
 }
@@ -49,23 +49,23 @@ void RefreshMarks::hearConfig(const ConfigChange& change) {
     return;
   }
   change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
-  const bool isFresh = change.present && !all_ && nothingNoted() && fresh_ != &entry &&
+  const bool isFresh = change.present && !all_ && nothingNoted() && fresh_.entry != &entry &&
                        !marked_.contains({entry.order(), &entry});
   markFresh();
   if (isFresh) {
-    fresh_ = &entry;
+    fresh_ = {&entry, *change.rpf, change.preference};
   } else {
     mark(entry);
   }
 }
 
 void RefreshMarks::forget(const RouteKeyPrefix& entry) {
-  if (fresh_ == &entry) fresh_ = nullptr;
+  if (fresh_.entry == &entry) fresh_ = {};
   unmark(entry);
 }
 
 void RefreshMarks::markFresh() {
-  if (const RouteKeyPrefix* entry = std::exchange(fresh_, nullptr)) mark(*entry);
+  if (const RouteKeyPrefix* entry = std::exchange(fresh_, {}).entry) mark(*entry);
 }
 
 void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
@@ -95,6 +95,7 @@ void RefreshMarks::indexAll() {
   byIntf_.clear();
   intfAddresses_.clear();
   foreign_.clear();
+  passedOver_.clear();
   marked_.clear();
   if (!inputs_.config) return;
   for (auto entry = inputs_.config->routeIterator(); entry; ++entry) {
@@ -122,7 +123,7 @@ void RefreshMarks::unindex(const RouteKeyPrefix& entry, const Rpf& rpf) {
 
 /// Whether an entry that is configured has the RPF at another preference.
 bool RefreshMarks::isNamedElsewhere(const RouteKeyPrefix& entry, const Rpf& rpf) const {
-  if (inputs_.config->route(entry.prefix()) != &entry) return false;
+  if (!isConfigured(entry)) return false;
   for (auto pref = entry.prefIterator(); pref; ++pref) {
     if (pref->rpf(rpf)) return true;
   }
@@ -151,15 +152,26 @@ void RefreshMarks::mark(const RouteKeyPrefix& entry) {
 
 void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
   marked_.erase({entry.order(), &entry});
+  passedOver_.erase(&entry);
 }
 
-void RefreshMarks::markIfConfigured(const RouteKeyPrefix& entry) {
-  if (inputs_.config && inputs_.config->route(entry.prefix()) == &entry) mark(entry);
+bool RefreshMarks::isConfigured(const RouteKeyPrefix& entry) const {
+  return inputs_.config && inputs_.config->route(entry.prefix()) == &entry;
 }
 
-void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry) {
-  if (fresh_ != &entry || all_ || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
-  fresh_ = nullptr;
+/// An offer that has left something out, or was not made to its end; if no handler has taken the prefix out.
+void RefreshMarks::keepInMind(const RouteKeyPrefix& entry, bool wasOffered) {
+  if (!isConfigured(entry)) return;
+  if (wasOffered) {
+    passedOver_.insert(&entry);
+  } else {
+    mark(entry);
+  }
+}
+
+void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry, const Rpf& rpf, U8 preference) {
+  if (fresh_ != Fresh{&entry, rpf, preference} || all_ || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
+  fresh_ = {};
   settleOwnWrites();
 }
 

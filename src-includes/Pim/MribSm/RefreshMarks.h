@@ -61,7 +61,8 @@ class RefreshMarks {
   void markAll();
   bool allAreMarked() const { return all_; }
   /// A whole pass, while this lives: it meets every prefix, and nothing is known of those that it has not met
-  /// yet. So what refreshes within it, for a handler of what it writes, must go through all as well.
+  /// yet. So what refreshes within it, for a handler of what it writes, must go through all as well. One that
+  /// was not `complete` leaves all marked.
   class WholePass {
    public:
     explicit WholePass(RefreshMarks& marks) : marks_(marks) {
@@ -69,18 +70,29 @@ class RefreshMarks {
       marks_.all_ = false;
       ++marks_.wholePassesUnderWay_;
     }
-    ~WholePass() { --marks_.wholePassesUnderWay_; }
+    ~WholePass() {
+      --marks_.wholePassesUnderWay_;
+      if (!complete_) marks_.markAll();
+    }
     WholePass(const WholePass&) = delete;
     WholePass& operator=(const WholePass&) = delete;
+    void complete() { complete_ = true; }
 
    private:
     RefreshMarks& marks_;
+    bool complete_ = false;
   };
   bool wholePassIsUnderWay() const { return wholePassesUnderWay_ > 0; }
 
   /// Says that something about `prefix`, or about what resolves through it, has changed.
   void touch(const Lumo::Prefix& prefix) {
     if (!all_ && (touched_.empty() || touched_.back() != prefix)) note(prefix);
+  }
+  /// Whether the prefix has been offered with its lowest preference, and nothing has changed for it since.
+  /// False when in doubt.
+  bool isSettled(const RouteKeyPrefix& entry) const {
+    return !all_ && nothingNoted() && offersUnderWay_ == 0 && !wholePassIsUnderWay() && fresh_.entry != &entry &&
+           listens() && !marked_.contains({entry.order(), &entry}) && !passedOver_.contains(&entry);
   }
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
@@ -95,10 +107,12 @@ class RefreshMarks {
     }
     ~Offer() {
       --marks_.offersUnderWay_;
-      if (!complete_) marks_.markIfConfigured(entry_);
+      if (!complete_ || passedOver_) marks_.keepInMind(entry_, complete_);
     }
     Offer(const Offer&) = delete;
     Offer& operator=(const Offer&) = delete;
+    /// A preference is not offered, since the route has a better one.
+    void passOver() { passedOver_ = true; }
     /// What the offer itself has written does not mark the prefix again: its own route in the trie takes no
     /// longest match from its RPF addresses that was of use, since a shorter one covers the prefix and is
     /// refused like the prefix itself. But if a handler of that has refreshed in between, the prefix was met
@@ -113,10 +127,11 @@ class RefreshMarks {
     const RouteKeyPrefix& entry_;
     U64 refreshes_;
     bool complete_ = false;
+    bool passedOver_ = false;
   };
   /// The prefix, to which an RPF was just added, has been offered that RPF, and nothing else of it can have
   /// another outcome. It needs no offer of the whole if this RPF is all that it was marked for.
-  void offeredNewRpf(const RouteKeyPrefix& entry);
+  void offeredNewRpf(const RouteKeyPrefix& entry, const Rpf& rpf, U8 preference);
   /// While the result lives, the next change of this route is the resolver's own; what a handler of that
   /// change does to the route in turn is not.
   class OwnWrite {
@@ -156,7 +171,16 @@ class RefreshMarks {
     friend auto operator<=>(const IntfAddress&, const IntfAddress&) = default;
   };
 
-  void markIfConfigured(const RouteKeyPrefix& entry);
+  /// An RPF that was added to a prefix which was not marked.
+  struct Fresh {
+    const RouteKeyPrefix* entry = nullptr;
+    Rpf rpf{};
+    U8 preference = 0;
+    friend bool operator==(const Fresh&, const Fresh&) = default;
+  };
+
+  bool isConfigured(const RouteKeyPrefix& entry) const;
+  void keepInMind(const RouteKeyPrefix& entry, bool wasOffered);
   bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;
   [[gnu::noinline]] void note(const Lumo::Prefix& prefix);
   void settleOwnWrites();
@@ -189,8 +213,9 @@ class RefreshMarks {
   Zan::SortedSet<User<U32>> byIntf_;     // interface RPFs
   Zan::SortedSet<IntfAddress> intfAddresses_;
   std::unordered_map<U32, U32> addressOfIntf_;
-  Zan::SortedSet<const RouteKeyPrefix*> foreign_;  // not of IPv4
-  const RouteKeyPrefix* fresh_ = nullptr;  // marked, but held apart: for nothing but one RPF that was added
+  Zan::SortedSet<const RouteKeyPrefix*> foreign_;     // not of IPv4
+  Zan::SortedSet<const RouteKeyPrefix*> passedOver_;  // whose last offer left out a preference
+  Fresh fresh_;                            // marked, but held apart: for nothing but one RPF that was added
   std::optional<Lumo::Prefix> expected_;   // the route that the resolver is about to write
   bool othersWrote_ = false;               // since the last time that nothing was noted
   std::vector<Lumo::Prefix> touched_;

@@ -49,15 +49,16 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
     }
     if (!marks_.allAreMarked()) return anyChanged;
   }
-  const RefreshMarks::WholePass wholePass(marks_);
+  RefreshMarks::WholePass wholePass(marks_);
   const Ptr<Config const> mribConfig(&config());
-  for (MribSm::ConfigWalk rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
+  for (MribSm::ConfigWalk<&MribSm::expectOffer> rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
     if (rkPrefix->order() > met) {
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
     } else {
       marks_.mark(*rkPrefix);  // all were marked when the pass had met it already
     }
   }
+  wholePass.complete();
   return anyChanged;
 }
 
@@ -65,12 +66,23 @@ bool RouteResolverSm::wholePasses() const {
   return wholePasses_ || mribSmTrace.wants(8);
 }
 
-/// The next prefix for which something has changed since it was offered; null also when that may be all.
-const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
+void RouteResolverSm::followInputs() {
   const auto& shadow = mribSm_->mribShadow();
   marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, mribSm_->ipStatus().get(),
                     mribSm_->intfStatus().get()});
+}
+
+/// The next prefix for which something has changed since it was offered; null also when that may be all.
+const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
+  followInputs();
   return marks_.next(order, defaultPrefix());
+}
+
+/// Whether to offer the lowest preference of a prefix again, or an RPF of it, would write nothing.
+bool RouteResolverSm::isSettled(const RouteKeyPrefix& rkPrefix) {
+  if (wholePasses()) return false;
+  followInputs();
+  return marks_.isSettled(rkPrefix);
 }
 
 /// Offers one prefix; true when that changed its route.
@@ -84,18 +96,22 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
     return false;
   }
   RefreshMarks::Offer offer(marks_, rkPrefix);
-  const bool changedHere = offerPreferences(rkPrefix, route.get());
+  const bool changedHere = offerPreferences(rkPrefix, route.get(), offer);
   offer.complete();
   return changedHere;
 }
 
 /// Offers the preferences lowest first, up to that of the route, which was there before or not, or to the
 /// first that resolves.
-bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route) {
+bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route,
+                                       RefreshMarks::Offer& offer) {
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
     const Ptr<RouteKeyPreference const> pinEntry(entry.get());
     const U8 preference = pinEntry->preference();
-    if (route && route->preference() < preference) continue;
+    if (route && route->preference() < preference) {
+      offer.passOver();
+      continue;
+    }
     bool changedHere = false;
     bool installed = false;
     for (auto rpf = pinEntry->rpfIterator(); rpf; ++rpf) {

@@ -119,15 +119,19 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
   return changed;
 }
 
+/// The RPF needs no offer if all of them were offered since it was added, as they are at the start, where the
+/// first refresh offers all prefixes.
+///
 /// The other RPFs of the prefix need no offer with it. Without route, or with one at this preference or a
 /// higher number, they have been offered before, and what they have added is in the route or, at a lower
 /// preference, gone with it. A route at a lower number is left over from a preference that is gone: then they
 /// have not.
 void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
+  if (isSettled(entry)) return;
   Route* route = status().route(entry.prefix().v4Prefix());
   const bool othersWereOffered = !route || route->preference() >= preference;
   offerRpf(rpf, entry.prefix(), preference, route);
-  if (othersWereOffered) marks_.offeredNewRpf(entry);
+  if (othersWereOffered) marks_.offeredNewRpf(entry, rpf, preference);
 }
 
 void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,

@@ -118,10 +118,12 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   std::optional<Quarn::Fib::Fec> connectedFec(const Quarn::Fib::Route& route) const;
 
   bool refreshPass(const Lumo::IpGenPrefix& changedPrefix);
+  void followInputs();
   const RouteKeyPrefix* nextMarked(U64 order);
+  bool isSettled(const RouteKeyPrefix& rkPrefix);
   bool wholePasses() const;
   bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
-  bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route);
+  bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route, RefreshMarks::Offer& offer);
   void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);

@@ -46,7 +46,7 @@ void RouteKeyPreference::rpfDel(const Rpf& rpf) {
 }
 
 void RouteKeyPreference::touched(const Rpf& rpf, bool present) const {
-  if (parent()) static_cast<RouteKeyPrefix*>(parent())->rpfTouched(rpf, present);
+  if (parent()) static_cast<RouteKeyPrefix*>(parent())->rpfTouched(preference_, rpf, present);
 }
 
 void RouteKeyPreference::zanLeft() {
@@ -77,14 +77,14 @@ void RouteKeyPrefix::prefIs(const Zan::Ptr<RouteKeyPreference>& entry) {
   tellPref(entry->preference());
 }
 
-void RouteKeyPrefix::rpfTouched(const Rpf& rpf, bool present) const {
-  if (parent()) static_cast<Config*>(parent())->taps().tell({*this, &rpf, present});
+void RouteKeyPrefix::rpfTouched(U8 preference, const Rpf& rpf, bool present) const {
+  if (parent()) static_cast<Config*>(parent())->taps().tell({*this, present, &rpf, preference});
 }
 
 void RouteKeyPrefix::prefTouched(const RouteKeyPreference& entry, bool present) const {
   if (!parent()) return;
-  for (auto rpf = entry.rpfIterator(); rpf; ++rpf) rpfTouched(*rpf, present);
-  static_cast<Config*>(parent())->taps().tell({*this, nullptr, true});
+  for (auto rpf = entry.rpfIterator(); rpf; ++rpf) rpfTouched(entry.preference(), *rpf, present);
+  static_cast<Config*>(parent())->taps().tell({*this, true});
 }
 
 void RouteKeyPrefix::prefLeft(RouteKeyPreference& entry) {
@@ -138,9 +138,9 @@ void Config::enter(const Zan::Ptr<RouteKeyPrefix>& entry) {
 
 void Config::routeTouched(const RouteKeyPrefix& entry, bool present) const {
   for (auto pref = entry.prefIterator(); pref; ++pref) {
-    for (auto rpf = pref->rpfIterator(); rpf; ++rpf) taps_.tell({entry, &*rpf, present});
+    for (auto rpf = pref->rpfIterator(); rpf; ++rpf) taps_.tell({entry, present, &*rpf, pref->preference()});
   }
-  taps_.tell({entry, nullptr, present});
+  taps_.tell({entry, present});
 }
 
 void Config::routeLeft(RouteKeyPrefix& entry) {

@@ -6,12 +6,13 @@
 
 namespace Routing::Multicast::Rib {
 
-/// An RPF that came to or left an entry of the configuration; without RPF, the entry itself or one of its
-/// preferences did.
+/// An RPF that came to or left an entry of the configuration, at a preference; without RPF, the entry itself or
+/// one of its preferences did.
 struct ConfigChange {
   const RouteKeyPrefix& entry;
-  const Rpf* rpf;
   bool present;
+  const Rpf* rpf = nullptr;
+  U8 preference = 0;
 };
 
 /// The MRIB configuration: the statically configured multicast routes by source prefix.

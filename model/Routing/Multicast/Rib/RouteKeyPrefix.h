@@ -47,7 +47,7 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
   friend class RouteKeyPreference;
   friend class Config;
   void prefLeft(RouteKeyPreference& entry);
-  void rpfTouched(const Rpf& rpf, bool present) const;
+  void rpfTouched(U8 preference, const Rpf& rpf, bool present) const;
   void prefTouched(const RouteKeyPreference& entry, bool present) const;
   void tellPref(U8 preference) const;
 
