@@ -91,8 +91,9 @@ class RefreshMarks {
   /// Whether the prefix has been offered with its lowest preference, and nothing has changed for it since.
   /// False when in doubt.
   bool isSettled(const RouteKeyPrefix& entry) const {
-    return !all_ && nothingNoted() && offersUnderWay_ == 0 && !wholePassIsUnderWay() && fresh_.entry != &entry &&
-           listens() && !marked_.contains({entry.order(), &entry}) && !passedOver_.contains(&entry);
+    return fresh_.entry != &entry && !all_ && nothingNoted() && offersUnderWay_ == 0 &&
+           !wholePassIsUnderWay() && listens() && !marked_.contains({entry.order(), &entry}) &&
+           !passedOver_.contains(&entry);
   }
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
@@ -215,9 +216,9 @@ class RefreshMarks {
   std::unordered_map<U32, U32> addressOfIntf_;
   Zan::SortedSet<const RouteKeyPrefix*> foreign_;     // not of IPv4
   Zan::SortedSet<const RouteKeyPrefix*> passedOver_;  // whose last offer left out a preference
-  Fresh fresh_;                            // marked, but held apart: for nothing but one RPF that was added
-  std::optional<Lumo::Prefix> expected_;   // the route that the resolver is about to write
-  bool othersWrote_ = false;               // since the last time that nothing was noted
+  Fresh fresh_;                           // marked, but held apart: for nothing but one RPF that was added
+  std::optional<Lumo::Prefix> expected_;  // the route that the resolver is about to write
+  bool othersWrote_ = false;              // since the last time that nothing was noted
   std::vector<Lumo::Prefix> touched_;
   std::vector<U32> touchedIntfs_;
   Zan::Tap<ConfigChange> configTap_ = Zan::Tap<ConfigChange>::to<&RefreshMarks::hearConfig>(this);

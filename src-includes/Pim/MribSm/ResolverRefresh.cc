@@ -80,9 +80,9 @@ const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
 
 /// Whether to offer the lowest preference of a prefix again, or an RPF of it, would write nothing.
 bool RouteResolverSm::isSettled(const RouteKeyPrefix& rkPrefix) {
-  if (wholePasses()) return false;
+  if (!marks_.isSettled(rkPrefix) || wholePasses()) return false;
   followInputs();
-  return marks_.isSettled(rkPrefix);
+  return !marks_.allAreMarked();
 }
 
 /// Offers one prefix; true when that changed its route.
