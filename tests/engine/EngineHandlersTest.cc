@@ -11,9 +11,12 @@
 
 namespace {
 
-using Routing::Fib::RouteType;
-
-/// Hears every route and every trie entry, and calls `react`.
+/// These call `react` for every configured prefix, route and trie entry that comes or goes.
+struct ConfigWatcher : EngineWorld::Config::NotifieeConst {
+  explicit ConfigWatcher(std::function<void()> r) : react(std::move(r)) {}
+  void onRoute(const Lumo::IpGenPrefix&) override { react(); }
+  std::function<void()> react;
+};
 struct StatusWatcher : EngineWorld::Status::NotifieeConst {
   explicit StatusWatcher(std::function<void()> r) : react(std::move(r)) {}
   void onRoute(const Lumo::Prefix&) override { react(); }
@@ -36,6 +39,7 @@ class Agent {
     for (auto n = random_() % 40; n > 0; --n) configure();
     w_.start();
     resolver().wholePassesIs(whole);
+    watch(Zan::create<ConfigWatcher>([this] { react(); }), w_.config);
     watch(Zan::create<StatusWatcher>([this] { react(); }), w_.mribStatus);
     watch(Zan::create<TrieWatcher>([this] { react(); }), w_.mrib->mribShadow()->trie());
   }
