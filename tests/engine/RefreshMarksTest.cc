@@ -145,4 +145,32 @@ TEST_F(Marks, ANewRpfThatWasOfferedNeedsNoOfferOfTheWholeUnlessMoreHasChanged) {
       << "somebody else's";
 }
 
+TEST_F(Marks, TrustNoOfferThatWasDisturbedOrLeftSomethingOut) {
+  const Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const> pin(config->route(IpGenPrefix("20.0.0.0/8")));
+  const auto& entry = *pin;
+  const auto offer = [&](auto during) {
+    RefreshMarks::Offer o(marks, entry);
+    EXPECT_FALSE(marks.isSettled(entry)) << "half done";
+    during(o);
+    o.complete();
+  };
+  offer([](auto&) {});
+  EXPECT_TRUE(marks.isSettled(entry));
+  offer([](auto& o) { o.passOver(); });
+  EXPECT_FALSE(marks.isSettled(entry)) << "a preference was left out";
+  EXPECT_EQ(marked(), "") << "but to offer it again would leave it out again";
+  offer([&](auto&) { marks.next(0, defaultPrefix); });
+  EXPECT_FALSE(marks.isSettled(entry)) << "a refresh within";
+  EXPECT_EQ(marked(), "20.0.0.0/8 ");
+  { const RefreshMarks::Offer thrown(marks, entry); }
+  EXPECT_EQ(marked(), "20.0.0.0/8 ");
+  offer([&](auto&) {
+    marks.next(0, defaultPrefix);
+    config->routeDel(IpGenPrefix("20.0.0.0/8"));
+  });
+  EXPECT_EQ(marked(), "") << "a handler has taken it out";
+  { const RefreshMarks::WholePass thrown(marks); }
+  EXPECT_TRUE(marks.allAreMarked());
+}
+
 }  // namespace
