@@ -170,7 +170,8 @@ void RefreshMarks::keepInMind(const RouteKeyPrefix& entry, bool wasOffered) {
 }
 
 void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry, const Rpf& rpf, U8 preference) {
-  if (fresh_ != Fresh{&entry, rpf, preference} || all_ || !(nothingNoted() || onlyItsOwnWrites(entry))) return;
+  if (fresh_ != Fresh{&entry, rpf, preference} || all_ || !(nothingNoted() || onlyItsOwnWrites(entry)))
+    return;
   fresh_ = {};
   settleOwnWrites();
 }

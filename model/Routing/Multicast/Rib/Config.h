@@ -6,8 +6,8 @@
 
 namespace Routing::Multicast::Rib {
 
-/// An RPF that came to or left an entry of the configuration, at a preference; without RPF, the entry itself or
-/// one of its preferences did.
+/// An RPF that came to or left an entry of the configuration, at a preference; without RPF, the entry itself
+/// or one of its preferences did.
 struct ConfigChange {
   const RouteKeyPrefix& entry;
   bool present;
