@@ -26,6 +26,7 @@ constexpr bool pooling = true;
 #endif
 
 constexpr std::size_t granule = 16;
+constexpr std::size_t lineBytes = 64;
 constexpr std::size_t pageBytes = 4096;
 constexpr std::size_t largest = 512;
 constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
@@ -33,6 +34,11 @@ constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 struct FreeObject {
   FreeObject* next;
 };
+struct Chunk {
+  char objects[chunkBytes - granule];
+  Chunk* next;
+};
+static_assert(sizeof(Chunk) <= chunkBytes);
 
 /// The objects of one size. The lock is held for a few instructions, so waiters spin.
 class alignas(64) SizeClass {
@@ -79,32 +85,53 @@ class alignas(64) SizeClass {
     if (free_) {
       FreeObject* object = free_;
       free_ = object->next;
+      if (free_) {  // objects come back in any order: the next one is fetched while this one is put to use
+        __builtin_prefetch(free_, 1);
+        if (size > lineBytes) __builtin_prefetch(reinterpret_cast<const char*>(free_) + lineBytes, 1);
+      }
       ++used_;
       return object;
     }
-    if (static_cast<std::size_t>(end_ - next_) < size) return takeFromNewChunk(size);
+    if (static_cast<std::size_t>(end_ - next_) < size) return takeFromNextChunk(size);
     ++used_;
     return std::exchange(next_, next_ + size);
   }
   void giveAlone(void* object) noexcept {
     free_ = new (object) FreeObject{free_};
-    --used_;
+    if (--used_ == 0) beginAgain();
   }
 
-  [[gnu::noinline]] void* takeFromNewChunk(std::size_t size) {
-    next_ = static_cast<char*>(::operator new(chunkBytes, std::align_val_t(pageBytes)));
-    end_ = next_ + chunkBytes;
-#ifdef MADV_POPULATE_WRITE
-    madvise(next_, chunkBytes, MADV_POPULATE_WRITE);  // one system call, not a page fault for each page
-#endif
-    ++chunks_;
+  /// When all have come back, they are handed out as at first: neighbours one after the other, which memory
+  /// serves best.
+  [[gnu::noinline]] void beginAgain() {
+    free_ = nullptr;
+    link_ = &first_;
+    next_ = end_ = nullptr;
+  }
+  [[gnu::noinline]] void* takeFromNextChunk(std::size_t size) {
+    if (!*link_) *link_ = newChunk();
+    Chunk& chunk = **link_;
+    next_ = chunk.objects;
+    end_ = next_ + sizeof chunk.objects;
+    link_ = &chunk.next;
     return takeAlone(size);
+  }
+  Chunk* newChunk() {
+    auto* chunk = new (::operator new(chunkBytes, std::align_val_t(pageBytes))) Chunk;
+#ifdef MADV_POPULATE_WRITE
+    madvise(chunk, chunkBytes, MADV_POPULATE_WRITE);  // one system call, not a page fault for each page
+#endif
+    chunk->next = nullptr;
+    ++chunks_;
+    return chunk;
   }
 
   std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
   FreeObject* free_ = nullptr;  // given back
-  char* next_ = nullptr;        // what is left of the last chunk
+  char* next_ = nullptr;        // what is left of the chunk that is being handed out
   char* end_ = nullptr;
+  Chunk* first_ = nullptr;
+  Chunk** link_ = &first_;  // to the chunk that comes next
   U64 used_ = 0;
   U64 chunks_ = 0;
 };
