@@ -22,6 +22,10 @@ class ZAN_EXPORT ZanAttr : public VFPtrInterface {
   /// For each form in which it can be called, its arguments.
   const std::vector<std::vector<Ptr<ZanAttr>>>& forms() const { return forms_; }
 
+  /// From the system: it lives as long as the process, and would keep the pool from having all back.
+  static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void operator delete(void* attribute) noexcept { ::operator delete(attribute); }
+
  private:
   std::string_view name_;
   std::string_view valueType_;
