@@ -65,7 +65,9 @@ void RefreshMarks::forget(const RouteKeyPrefix& entry) {
 }
 
 void RefreshMarks::markFresh() {
-  if (const RouteKeyPrefix* entry = std::exchange(fresh_, {}).entry) mark(*entry);
+  if (!fresh_.entry) return;
+  mark(*fresh_.entry);
+  fresh_ = {};
 }
 
 void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
