@@ -32,22 +32,12 @@ constexpr Zan::AttributeRow zombieRow(Zan::AttributeId id) {
           .forms = zombieForms<T>};
 }
 
-inline constexpr Zan::AttributeRow activityRow = {
-    .id = Zan::zanFwkActivityId,
-    .name = "zanFwkActivity",
-    .type = "Zan::ActivityConfig",
-    .flags = Zan::ZanAttrIntrospectionFlags::readOnly | Zan::ZanAttrIntrospectionFlags::framework,
-    .get = Zan::activityOf};
-
-inline constexpr Zan::ArgumentRow activeArguments[] = {{"active", "bool"}};
-template <class T>
-inline constexpr Zan::Form activeForms[] = {{activeArguments, Zan::call<&T::hasNotificationActiveIs>}};
-template <class T>
-inline constexpr Zan::AttributeRow activeRow = {
-    .id = Zan::hasNotificationActiveIsId,
-    .name = "hasNotificationActiveIs",
-    .type = "void",
-    .flags = Zan::ZanAttrIntrospectionFlags::handler | Zan::ZanAttrIntrospectionFlags::framework,
-    .forms = activeForms<T>};
+/// A row of every object, which the framework gives a type among its own.
+constexpr Zan::AttributeRow frameworkRow(Zan::AttributeRow row) {
+  row.flags = row.flags.value() | Zan::ZanAttrIntrospectionFlags::framework;
+  return row;
+}
+inline constexpr Zan::AttributeRow activityRow = frameworkRow(Zan::zanFwkActivityRow);
+inline constexpr Zan::AttributeRow activeRow = frameworkRow(Zan::hasNotificationActiveIsRow);
 
 }  // namespace glue

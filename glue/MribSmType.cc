@@ -95,7 +95,7 @@ constexpr AttributeRow mribSmRows[] = {
      .type = "Lumo::IpGenPrefix",
      .get = Zan::get<&Sm::defaultPrefix>,
      .set = Zan::set<&Sm::defaultPrefixIs>},
-    activeRow<Sm>,
+    activeRow,
     zombieRow<Sm>(145),
 };
 static_assert(Zan::covers(mribSmRows, 130, 145));

@@ -56,7 +56,7 @@ constexpr AttributeRow trieBuilder6Rows[] = {
      .type = "U32",
      .get = Zan::get<&Sm::trieUpdates>,
      .set = Zan::set<&Sm::trieUpdatesIs>},
-    activeRow<Sm>,
+    activeRow,
     zombieRow<Sm>(138),
 };
 static_assert(Zan::covers(trieBuilder6Rows, 130, 138));

@@ -60,7 +60,7 @@ constexpr AttributeRow trieBuilderRows[] = {
      .type = "U8",
      .flags = Flags::readOnly,
      .get = Zan::getConstant<Sm::deletedPreferenceUnknown>},
-    activeRow<Sm>,
+    activeRow,
     zombieRow<Sm>(140),
 };
 static_assert(Zan::covers(trieBuilderRows, 130, 140));

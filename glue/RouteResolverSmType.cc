@@ -118,7 +118,7 @@ constexpr AttributeRow routeResolverRows[] = {
      .get = Zan::get<&Sm::zan_TrieIn>,
      .set = Zan::set<&Sm::zan_TrieInIs>},
     activityRow,
-    activeRow<Sm>,
+    activeRow,
     zombieRow<Sm>(148),
 };
 static_assert(Zan::covers(routeResolverRows, 130, 148));

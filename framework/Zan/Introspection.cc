@@ -12,15 +12,9 @@ namespace {
 
 // What every object answers, and every entity.
 
-constexpr ArgumentRow activeArgument[] = {{"active", "bool"}};
-constexpr Form activeForms[] = {{activeArgument, call<&PtrInterface::hasNotificationActiveIs>}};
 constexpr auto readOnly = ZanAttrIntrospectionFlags::readOnly;
 constexpr AttributeRow objectRows[] = {
-    {.id = hasNotificationActiveIsId,
-     .name = "hasNotificationActiveIs",
-     .type = "void",
-     .flags = ZanAttrIntrospectionFlags::handler,
-     .forms = activeForms},
+    hasNotificationActiveIsRow,
     {.id = hasNotificationActiveId,
      .name = "hasNotificationActive",
      .type = "bool",
@@ -31,11 +25,7 @@ constexpr AttributeRow objectRows[] = {
      .type = "bool",
      .flags = readOnly,
      .get = get<&PtrInterface::isZombie>},
-    {.id = zanFwkActivityId,
-     .name = "zanFwkActivity",
-     .type = "Zan::ActivityConfig",
-     .flags = readOnly,
-     .get = activityOf},
+    zanFwkActivityRow,
 };
 static_assert(covers(objectRows, 1, 4));
 constexpr TypeTable objectTable{"Zan::PtrInterface", "", objectRows};

@@ -16,6 +16,20 @@ inline constexpr AttributeId zanFwkActivityId = 4;
 /// The activity of a reactor; null for one without, and for an object that is none.
 ZAN_EXPORT Value activityOf(const PtrInterface& object);
 
+// Two of them are listed by state machines among their own as well.
+inline constexpr ArgumentRow activeArguments[] = {{"active", "bool"}};
+inline constexpr Form activeForms[] = {{activeArguments, call<&PtrInterface::hasNotificationActiveIs>}};
+inline constexpr AttributeRow hasNotificationActiveIsRow = {.id = hasNotificationActiveIsId,
+                                                            .name = "hasNotificationActiveIs",
+                                                            .type = "void",
+                                                            .flags = ZanAttrIntrospectionFlags::handler,
+                                                            .forms = activeForms};
+inline constexpr AttributeRow zanFwkActivityRow = {.id = zanFwkActivityId,
+                                                   .name = "zanFwkActivity",
+                                                   .type = "Zan::ActivityConfig",
+                                                   .flags = ZanAttrIntrospectionFlags::readOnly,
+                                                   .get = activityOf};
+
 /// A type as it was registered: its table, its attributes, and its base type.
 struct ZAN_EXPORT TypeEntry {
   const TypeTable* table;
