@@ -68,17 +68,17 @@ class Agent {
           random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
         }
         break;
-      case 6:  // one of them the same again
-        if (const auto* entry = w_.config->route(prefix())) {
-          w_.mrib->mribConfigPrefixDel(entry->prefix());
-          w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
-        }
-        break;
       case 5:
         w_.mrib->hasNotificationActiveIs(false);
         for (int i = 0; i < 3; ++i) random_() % 4 ? change() : removeSome();
         w_.mrib->hasNotificationActiveIs(true);
         w_.config->routeNotifyAll();
+        break;
+      case 6:  // one of them the same again
+        if (const auto* entry = w_.config->route(prefix())) {
+          w_.mrib->mribConfigPrefixDel(entry->prefix());
+          w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
+        }
         break;
       default:
         change();

@@ -49,8 +49,7 @@ void RefreshMarks::hearConfig(const ConfigChange& change) {
     return;
   }
   change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
-  const bool isFresh = change.present && !all_ && nothingNoted() && fresh_.entry != &entry &&
-                       !marked_.contains({entry.order(), &entry});
+  const bool isFresh = change.present && isUnmarked(entry);
   markFresh();
   if (isFresh) {
     fresh_ = {&entry, *change.rpf, change.preference};

@@ -91,9 +91,7 @@ class RefreshMarks {
   /// Whether the prefix has been offered with its lowest preference, and nothing has changed for it since.
   /// False when in doubt.
   bool isSettled(const RouteKeyPrefix& entry) const {
-    return fresh_.entry != &entry && !all_ && nothingNoted() && offersUnderWay_ == 0 &&
-           !wholePassIsUnderWay() && listens() && !marked_.contains({entry.order(), &entry}) &&
-           !passedOver_.contains(&entry);
+    return isUnmarked(entry) && offersUnderWay_ == 0 && listens() && !passedOver_.contains(&entry);
   }
   void unmark(const RouteKeyPrefix& entry);
   void mark(const RouteKeyPrefix& entry);
@@ -180,6 +178,10 @@ class RefreshMarks {
     friend bool operator==(const Fresh&, const Fresh&) = default;
   };
 
+  /// Whether it is known that nothing has changed for the prefix.
+  bool isUnmarked(const RouteKeyPrefix& entry) const {
+    return fresh_.entry != &entry && !all_ && nothingNoted() && !marked_.contains({entry.order(), &entry});
+  }
   bool isConfigured(const RouteKeyPrefix& entry) const;
   void keepInMind(const RouteKeyPrefix& entry, bool wasOffered);
   bool onlyItsOwnWrites(const RouteKeyPrefix& entry) const;

@@ -42,7 +42,7 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
 bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
   bool anyChanged = false;
   U64 met = 0;  // the order of the last one
-  if (!wholePasses() && !marks_.wholePassIsUnderWay()) {
+  if (!wholePasses()) {
     while (const RouteKeyPrefix* rkPrefix = nextMarked(met)) {
       met = rkPrefix->order();
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
@@ -63,7 +63,7 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
 }
 
 bool RouteResolverSm::wholePasses() const {
-  return wholePasses_ || mribSmTrace.wants(8);
+  return wholePasses_ || mribSmTrace.wants(8) || marks_.wholePassIsUnderWay();
 }
 
 void RouteResolverSm::followInputs() {
