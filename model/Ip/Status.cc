@@ -18,18 +18,21 @@ Status::~Status() = default;
 void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
   Zan::Ptr<IntfAddr> member(intfAddr_.lookup(id));
   if (member && member->addr_ == addr) return;
-  if (!member) {
+  AddressChange change{id, std::nullopt};
+  if (member) {
+    change.before = member->addr_;
+  } else {
     member = Zan::create<IntfAddr>(id);
     member->parentIs(this, intfAddrId);
     intfAddr_.insert(member);
   }
   member->addr_ = addr;
-  taps_.tell(id);
+  taps_.tell(change);
   tellIntfAddr(id);
 }
 
 void Status::intfAddrLeft(IntfAddr& member) {
-  taps_.tell(member.intfId());
+  taps_.tell({member.intfId(), member.addr()});
   member.tellLeaving();
   member.parentIs(nullptr);
   tellIntfAddr(member.intfId());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "Lumo/IntfId.h"
 #include "Lumo/IpAddr.h"
 #include "Zan/Entity.h"
@@ -27,6 +29,12 @@ class ZAN_EXPORT IntfAddr : public Zan::Entity, public Zan::HashMember<IntfAddr>
   Lumo::IpAddr addr_;
 };
 
+/// An interface got an address, another one, or lost it. `before` is what it had, if anything.
+struct AddressChange {
+  Lumo::IntfId intf;
+  std::optional<Lumo::IpAddr> before;
+};
+
 /// The interfaces' IPv4 addresses, by interface identifier.
 class ZAN_EXPORT Status : public Zan::NamedEntity {
  public:
@@ -47,7 +55,7 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   void intfAddrDel(Lumo::IntfId id) { intfAddr_.erase(id); }
 
   /// Every change of an interface's address.
-  const Zan::Taps<Lumo::IntfId>& taps() const { return taps_; }
+  const Zan::Taps<AddressChange>& taps() const { return taps_; }
 
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
@@ -58,7 +66,7 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   void tellIntfAddr(Lumo::IntfId id) const;
 
   Zan::HashMap<IntfAddr, Lumo::IntfId> intfAddr_;
-  Zan::Taps<Lumo::IntfId> taps_;
+  Zan::Taps<AddressChange> taps_;
 };
 
 class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "EngineWorld.h"
 #include "Pim/MribSm/RefreshMarks.h"
+#include "TraceRecorder.h"
 
 namespace {
 
@@ -21,8 +24,10 @@ struct Marks : testing::Test {
     settle();
   }
   void settle() {
-    RefreshMarks::WholePass met(marks);
-    met.complete();
+    {
+      RefreshMarks::WholePass met(marks);
+      met.complete();
+    }
     while (const auto* entry = marks.next(0, defaultPrefix)) marks.unmark(*entry);
   }
   void rpfIs(const char* prefix, const EngineWorld::Rpf& rpf) {
@@ -47,7 +52,6 @@ struct Marks : testing::Test {
   Zan::Ptr<Ip::Status> ip = Zan::create<Ip::Status>("ip");
   Zan::Ptr<Interface::AllIntfStatusDir> intfs = Zan::create<Interface::AllIntfStatusDir>("intfs");
   RefreshMarks marks;
-  int count = 0;
 };
 
 TEST_F(Marks, FollowEveryRecordThatAnOfferReads) {
@@ -122,55 +126,127 @@ TEST_F(Marks, AreAllSetWhenInDoubt) {
   EXPECT_TRUE(marks.allAreMarked()) << "the configuration is gone";
 }
 
-TEST_F(Marks, ANewRpfThatWasOfferedNeedsNoOfferOfTheWholeUnlessMoreHasChanged) {
-  const auto& entry = *config->route(IpGenPrefix("20.0.0.0/8"));
-  const auto offerAfter = [&](auto change) {
-    const auto rpf = EngineWorld::via("1.1.5." + std::to_string(++count));
-    rpfIs("20.0.0.0/8", rpf);
-    change();
-    marks.offeredNewRpf(entry, rpf, 1);
-    return marked();
-  };
-  EXPECT_EQ(offerAfter([] {}), "");
-  EXPECT_EQ(offerAfter([&] { rpfIs("20.0.0.0/8", EngineWorld::via("1.1.6.6")); }), "20.0.0.0/8 ")
-      << "two RPFs";
-  EXPECT_EQ(offerAfter([&] { trie->routeIs(IpGenPrefix("1.1.2.0/24"), true); }), "20.0.0.0/8 ") << "the trie";
-  EXPECT_EQ(offerAfter([&] {
-              const RefreshMarks::OwnWrite own(marks, Lumo::Prefix("20.0.0.0/8"));
-              status->routeIs(Lumo::Prefix("20.0.0.0/8"));
-            }),
-            "")
-      << "the resolver's own write";
-  EXPECT_EQ(offerAfter([&] { status->routeDel(Lumo::Prefix("20.0.0.0/8")); }), "20.0.0.0/8 ")
-      << "somebody else's";
-}
-
-TEST_F(Marks, TrustNoOfferThatWasDisturbedOrLeftSomethingOut) {
+TEST_F(Marks, TrustNoOfferThatWasDisturbed) {
   const Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const> pin(config->route(IpGenPrefix("20.0.0.0/8")));
   const auto& entry = *pin;
   const auto offer = [&](auto during) {
     RefreshMarks::Offer o(marks, entry);
-    EXPECT_FALSE(marks.isSettled(entry)) << "half done";
-    during(o);
+    EXPECT_TRUE(marks.isMarked(entry)) << "half done";
+    during();
     o.complete();
   };
-  offer([](auto&) {});
-  EXPECT_TRUE(marks.isSettled(entry));
-  offer([](auto& o) { o.passOver(); });
-  EXPECT_FALSE(marks.isSettled(entry)) << "a preference was left out";
-  EXPECT_EQ(marked(), "") << "but to offer it again would leave it out again";
-  offer([&](auto&) { marks.next(0, defaultPrefix); });
-  EXPECT_FALSE(marks.isSettled(entry)) << "a refresh within";
+  const auto write = [&](bool own) {
+    std::optional<RefreshMarks::OwnWrite> scope;
+    if (own) scope.emplace(marks, Lumo::Prefix("20.0.0.0/8"));
+    auto route = status->routeIs(Lumo::Prefix("20.0.0.0/8"));
+    route->preferenceIs(static_cast<U8>(route->preference() + 1));
+  };
+  write(false);
   EXPECT_EQ(marked(), "20.0.0.0/8 ");
+  offer([&] { write(true); });
+  EXPECT_FALSE(marks.isMarked(entry)) << "its own write";
+  offer([&] { write(false); });
+  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "somebody else's";
+  offer([&] { marks.next(0, defaultPrefix); });
+  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "a refresh within";
   { const RefreshMarks::Offer thrown(marks, entry); }
   EXPECT_EQ(marked(), "20.0.0.0/8 ");
-  offer([&](auto&) {
+  offer([&] {
     marks.next(0, defaultPrefix);
     config->routeDel(IpGenPrefix("20.0.0.0/8"));
   });
   EXPECT_EQ(marked(), "") << "a handler has taken it out";
   { const RefreshMarks::WholePass thrown(marks); }
   EXPECT_TRUE(marks.allAreMarked());
+}
+
+// ---- The same in the engine ----
+
+/// 20.0.0.0/8 by an interface without an address, and 40 routes by a connected one: when that goes, more is
+/// noted than there are prefixes.
+struct MarkedAll : testing::TestWithParam<bool> {
+  MarkedAll() {
+    w.intfIs(1, "eth1");
+    w.intfIs(2, "eth2");
+    w.start();
+    w.connectedIs("10.0.1.0/24", 1);
+    w.rpfIs("20.0.0.0/8", 1, EngineWorld::intf(2));
+    for (int i = 0; i < 40; ++i) {
+      w.rpfIs("100." + std::to_string(i) + ".0.0/16", 1, EngineWorld::via("10.0.1.2"));
+    }
+  }
+  EngineWorld w;
+};
+INSTANTIATE_TEST_SUITE_P(AddressFirst, MarkedAll, testing::Bool());
+
+TEST_P(MarkedAll, LosesNoInterfaceAddress) {
+  if (GetParam()) w.intfAddrIs(2, "10.0.2.1");
+  w.unicastDel("10.0.1.0/24");
+  if (!GetParam()) w.intfAddrIs(2, "10.0.2.1");
+  w.connectedIs("10.0.9.0/24", 1);
+  EXPECT_EQ(w.show("20.0.0.0/8"), "none");
+  w.connectedIs("10.0.2.0/24", 2);
+  EXPECT_EQ(w.show("20.0.0.0/8"), "20.0.0.0/8 p1 t4 [10.0.2.1 on eth2]");
+}
+
+/// A resolver in place of another: routes keep the sets of the former one.
+struct Resolver : EngineWorld {
+  Resolver() {
+    intfIs(1, "eth1");
+    intfIs(2, "eth2");
+    connectedIs("10.0.1.0/24", 1);
+    start();
+  }
+  auto& resolver() { return *mrib->routeResolver(); }
+  Routing::Multicast::Rib::PrefixSet::Ptr set(const char* lpm) {
+    return resolver().mribForPrefix(IpGenPrefix(lpm));
+  }
+};
+
+TEST(MarksInTheEngine, RegisterADroppedSetAgain) {
+  Resolver w;
+  w.rpfIs("100.0.0.0/16", 1, EngineWorld::via("10.0.1.2"));
+  const auto former = w.set("10.0.1.0/24");
+  w.resolver().mribForPrefixDel(IpGenPrefix("10.0.1.0/24"));
+  w.rpfIs("100.1.0.0/16", 1, EngineWorld::via("10.0.1.3"));
+  EXPECT_NE(w.set("10.0.1.0/24"), former);
+  w.resolver().doDelWatchPrefix(IpGenPrefix("100.0.0.0/16"), former);
+  EXPECT_EQ(w.set("10.0.1.0/24"), nullptr) << "the set of that name goes, whichever it is";
+  w.connectedIs("10.0.9.0/24", 2);
+  ASSERT_NE(w.set("10.0.1.0/24"), nullptr);
+  EXPECT_EQ(w.set("10.0.1.0/24")->prefixCount(), 2u);
+}
+
+TEST(MarksInTheEngine, FollowTheDependantsOfALongDefaultPrefix) {
+  Resolver w;
+  w.connectedIs("10.0.0.0/16", 2);
+  w.resolver().defaultPrefixIs(IpGenPrefix("10.0.1.0/24"));
+  w.rpfIs("100.0.0.0/16", 1, EngineWorld::via("10.0.1.2"));
+  EXPECT_EQ(w.show("100.0.0.0/16"), "none") << "the default route resolves nothing";
+  w.unicastDel("10.0.1.0/24");
+  w.connectedIs("10.0.8.0/24", 2);
+  EXPECT_EQ(w.show("100.0.0.0/16"), "100.0.0.0/16 p1 t4 [10.0.1.2 on eth2]");
+}
+
+TEST(MarksInTheEngine, FollowInputsThatWereReplacedWhileTracing) {
+  Resolver w;
+  const auto first = w.intfDir, other = Zan::create<Interface::AllIntfStatusDir>("other");
+  w.intfAddrIs(2, "10.0.1.1");
+  w.intfInfo->statusIs(other);
+  w.rpfIs("100.0.0.0/16", 1, EngineWorld::intf(2));
+  EXPECT_EQ(w.show("100.0.0.0/16"), "100.0.0.0/16 p1 t4 [10.0.1.1]");
+  w.intfInfo->statusIs(first);
+  w.mrib->routeResolver()->doMaybeRefreshRoutes({}, true);
+  w.intfInfo->statusIs(other);
+  {
+    const TraceRecorder tracing;
+    w.connectedIs("10.0.9.0/24", 1);
+    w.mribStatus->route(Lumo::Prefix("100.0.0.0/16"))->viaDelAll();
+    w.connectedIs("10.0.8.0/24", 1);
+  }
+  w.intfInfo->statusIs(first);
+  w.connectedIs("10.0.7.0/24", 1);
+  EXPECT_EQ(w.show("100.0.0.0/16"), "100.0.0.0/16 p1 t4 [10.0.1.1, 10.0.1.1 on eth2]");
 }
 
 }  // namespace

@@ -269,7 +269,8 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfRemoved(const Rpf&
                                                                       const Lumo::IpGenPrefix& lpm) {
   const Lumo::IpGenPrefix prefix = rkPrefix.prefix();
   if (lpm.empty() || (lpm == mribSm()->defaultPrefix() && prefix != lpm)) {
-    MRIB_TRACE_AT(5, 158, sigRpf << "Prefix " << prefix << " Already deleted. Nothing to do.");
+    MRIB_TRACE_AT_OF(5, 158, "handleRpf",
+                     sigRpf << "Prefix " << prefix << " Already deleted. Nothing to do.");
     return;
   }
   const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();

@@ -14,5 +14,6 @@ extern Zan::TraceHandle mribSmTrace;
 #define MRIB_TRACE_OF(level, function, ...) \
   ZAN_TRACE_OF(::Routing::Multicast::Rib::mribSmTrace, this, level, __LINE__, function, __VA_ARGS__)
 /// With a line number that is part of the interface.
-#define MRIB_TRACE_AT(level, line, ...) \
-  ZAN_TRACE_AT(::Routing::Multicast::Rib::mribSmTrace, this, level, line, __VA_ARGS__)
+#define MRIB_TRACE_AT(level, line, ...) MRIB_TRACE_AT_OF(level, line, __func__, __VA_ARGS__)
+#define MRIB_TRACE_AT_OF(level, line, function, ...) \
+  ZAN_TRACE_OF(::Routing::Multicast::Rib::mribSmTrace, this, level, line, function, __VA_ARGS__)

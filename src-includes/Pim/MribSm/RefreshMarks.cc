@@ -32,50 +32,47 @@ void RefreshMarks::inputsAre(const Inputs& inputs) {
 }
 
 void RefreshMarks::markAll() {
-  all_ = true;
-  fresh_ = {};
+  doubt_ = Doubt::all;
   touched_.clear();
-  touchedIntfs_.clear();
 }
 
-/// Only RPFs matter to an offer; the first one that an unmarked prefix gets is held apart (see
-/// `offeredNewRpf`).
+/// Only RPFs matter to an offer.
 void RefreshMarks::hearConfig(const ConfigChange& change) {
   const RouteKeyPrefix& entry = change.entry;
   if (!change.rpf) {
-    if (entry.prefix().af() != Lumo::ipv4())
-      change.present ? foreign_.insert(&entry) : foreign_.erase(&entry);
-    if (!change.present) forget(entry);
+    if (!change.present) unmark(entry);
     return;
   }
   change.present ? index(entry, *change.rpf) : unindex(entry, *change.rpf);
-  const bool isFresh = change.present && isUnmarked(entry);
-  markFresh();
-  if (isFresh) {
-    fresh_ = {&entry, *change.rpf, change.preference};
-  } else {
-    mark(entry);
-  }
-}
-
-void RefreshMarks::forget(const RouteKeyPrefix& entry) {
-  if (fresh_.entry == &entry) fresh_ = {};
-  unmark(entry);
-}
-
-void RefreshMarks::markFresh() {
-  if (!fresh_.entry) return;
-  mark(*fresh_.entry);
-  fresh_ = {};
+  mark(entry);
 }
 
 void RefreshMarks::hearStatus(const Lumo::Prefix& prefix) {
-  if (expected_ == prefix) {
-    expected_.reset();
-  } else {
-    othersWrote_ = true;
-  }
-  touch(prefix);
+  if (!offer_ || !offer_->writing_ || offer_->prefix_ != prefix) return touch(prefix);
+  offer_->writing_ = false;
+  offer_->wrote_ = true;
+}
+
+/// An entry of the prefix that is being offered is of no use to the offer, whoever made it.
+void RefreshMarks::hearTrie(const Lumo::IpGenPrefix& prefix) {
+  const Lumo::Prefix key = prefix.v4Prefix();
+  if (!offer_ || offer_->prefix_ != key) return touch(key);
+  offer_->wrote_ = true;
+}
+
+void RefreshMarks::hearMember(const Lumo::IpGenPrefix& prefix) {
+  const Lumo::Prefix key = prefix.v4Prefix();
+  if (!offer_ || !offer_->writing_ || offer_->prefix_ != key) return touch(key);
+  offer_->writing_ = false;
+}
+
+/// The index goes by the present addresses at any time, so that it is right whenever it is asked.
+void RefreshMarks::hearAddress(const Ip::AddressChange& change) {
+  const U32 intf = change.intf.value();
+  if (!isNamed(intf)) return;
+  if (change.before) intfAddresses_.erase({change.before->host(), intf});
+  if (const auto* now = addressOf(intf)) intfAddresses_.insert({now->addr().host(), intf});
+  markUsersOf(intf);
 }
 
 void RefreshMarks::note(const Lumo::Prefix& prefix) {
@@ -85,8 +82,8 @@ void RefreshMarks::note(const Lumo::Prefix& prefix) {
   if (touched_.size() > std::max<std::size_t>(fewNotes, inputs_.config->routeCount())) markAll();
 }
 
-void RefreshMarks::touchIntf(U32 intf) {
-  if (!all_ && byIntf_.from({intf, nullptr})) touchedIntfs_.push_back(intf);
+void RefreshMarks::disturbOffers() {
+  for (Offer* offer = offer_; offer; offer = offer->outer_) offer->disturbed_ = true;
 }
 
 // ---- The index ----
@@ -95,12 +92,9 @@ void RefreshMarks::indexAll() {
   byAddress_.clear();
   byIntf_.clear();
   intfAddresses_.clear();
-  foreign_.clear();
-  passedOver_.clear();
   marked_.clear();
   if (!inputs_.config) return;
   for (auto entry = inputs_.config->routeIterator(); entry; ++entry) {
-    if (entry->prefix().af() != Lumo::ipv4()) foreign_.insert(entry.get());
     for (auto pref = entry->prefIterator(); pref; ++pref) {
       for (auto rpf = pref->rpfIterator(); rpf; ++rpf) index(*entry, *rpf);
     }
@@ -109,17 +103,20 @@ void RefreshMarks::indexAll() {
 
 void RefreshMarks::index(const RouteKeyPrefix& entry, const Rpf& rpf) {
   if (rpf.rpfType == Rpf::addr()) byAddress_.insert({rpf.address.v4Addr().host(), &entry});
-  if (rpf.rpfType == Rpf::intf() && byIntf_.insert({rpf.intfId.value(), &entry})) {
-    readIntfAddress(rpf.intfId.value());
-  }
+  if (rpf.rpfType != Rpf::intf()) return;
+  const U32 intf = rpf.intfId.value();
+  byIntf_.insert({intf, &entry});
+  if (const auto* now = addressOf(intf)) intfAddresses_.insert({now->addr().host(), intf});
 }
 
 void RefreshMarks::unindex(const RouteKeyPrefix& entry, const Rpf& rpf) {
   if (isNamedElsewhere(entry, rpf)) return;
   if (rpf.rpfType == Rpf::addr()) byAddress_.erase({rpf.address.v4Addr().host(), &entry});
-  if (rpf.rpfType == Rpf::intf() && byIntf_.erase({rpf.intfId.value(), &entry})) {
-    readIntfAddress(rpf.intfId.value());
-  }
+  if (rpf.rpfType != Rpf::intf()) return;
+  const U32 intf = rpf.intfId.value();
+  byIntf_.erase({intf, &entry});
+  const auto* now = isNamed(intf) ? nullptr : addressOf(intf);
+  if (now) intfAddresses_.erase({now->addr().host(), intf});
 }
 
 /// Whether an entry that is configured has the RPF at another preference.
@@ -131,88 +128,47 @@ bool RefreshMarks::isNamedElsewhere(const RouteKeyPrefix& entry, const Rpf& rpf)
   return false;
 }
 
-/// Keeps the address of an interface that RPFs name, and forgets that of another.
-void RefreshMarks::readIntfAddress(U32 intf) {
-  if (const auto old = addressOfIntf_.find(intf); old != addressOfIntf_.end()) {
-    intfAddresses_.erase({old->second, intf});
-    addressOfIntf_.erase(old);
-  }
-  const User<U32>* user = byIntf_.from({intf, nullptr});
-  if (!user || user->key != intf || !ipTap_.isOn()) return;
-  if (const auto* entry = inputs_.ipStatus->intfAddr(Lumo::IntfId(intf))) {
-    addressOfIntf_[intf] = entry->addr().host();
-    intfAddresses_.insert({entry->addr().host(), intf});
-  }
+bool RefreshMarks::isNamed(U32 intf) const {
+  const User* user = byIntf_.from({intf, nullptr});
+  return user && user->key == intf;
+}
+
+const Ip::IntfAddr* RefreshMarks::addressOf(U32 intf) const {
+  return ipTap_.isOn() ? inputs_.ipStatus->intfAddr(Lumo::IntfId(intf)) : nullptr;
+}
+
+bool RefreshMarks::isConfigured(const RouteKeyPrefix& entry) const {
+  return configTap_.isOn() && inputs_.config->route(entry.prefix()) == &entry;
 }
 
 // ---- The marks ----
 
 void RefreshMarks::mark(const RouteKeyPrefix& entry) {
-  if (!all_) marked_.insert({entry.order(), &entry});
-}
-
-void RefreshMarks::unmark(const RouteKeyPrefix& entry) {
-  marked_.erase({entry.order(), &entry});
-  passedOver_.erase(&entry);
-}
-
-bool RefreshMarks::isConfigured(const RouteKeyPrefix& entry) const {
-  return inputs_.config && inputs_.config->route(entry.prefix()) == &entry;
-}
-
-/// An offer that has left something out, or was not made to its end; if no handler has taken the prefix out.
-void RefreshMarks::keepInMind(const RouteKeyPrefix& entry, bool wasOffered) {
-  if (!isConfigured(entry)) return;
-  if (wasOffered) {
-    passedOver_.insert(&entry);
-  } else {
-    mark(entry);
-  }
-}
-
-void RefreshMarks::offeredNewRpf(const RouteKeyPrefix& entry, const Rpf& rpf, U8 preference) {
-  if (fresh_ != Fresh{&entry, rpf, preference} || all_ || !(nothingNoted() || onlyItsOwnWrites(entry)))
-    return;
-  fresh_ = {};
-  settleOwnWrites();
-}
-
-bool RefreshMarks::onlyItsOwnWrites(const RouteKeyPrefix& entry) const {
-  return !all_ && touchedIntfs_.empty() && touched_.size() == 1 && entry.prefix() == touched_.front() &&
-         !othersWrote_ && listens();
-}
-
-void RefreshMarks::settleOwnWrites() {
-  if (!touched_.empty()) markDependants(touched_.front());
-  touched_.clear();
+  if (doubt_ != Doubt::all) marked_.insert({entry.order(), &entry});
 }
 
 const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {
-  ++refreshes_;
-  if (!listens()) markAll();
-  markFresh();
+  disturbOffers();
   settle(defaultPrefix);
-  const Marked* marked = all_ ? nullptr : marked_.from({order + 1, nullptr});
+  const Marked* marked = allAreMarked() ? nullptr : marked_.from({order + 1, nullptr});
   return marked ? marked->entry : nullptr;
 }
 
-/// Turns what was noted into marks.
 void RefreshMarks::settle(const Lumo::IpGenPrefix& defaultPrefix) {
-  for (const U32 intf : touchedIntfs_) {
-    readIntfAddress(intf);
-    markUsersOf(intf);
-  }
+  if (!listens()) markAll();
   for (const Lumo::Prefix& prefix : touched_) {
     if (const auto* entry = inputs_.config->route(prefix)) mark(*entry);
-    if (prefix == Lumo::Prefix()) {  // the key under which the routes of other families are looked up
-      for (auto entry = foreign_.iterator(); entry; ++entry) mark(**entry);
-    }
-    // Nothing resolves through the default route: to have it as the longest match or none is the same.
-    if (Lumo::IpGenPrefix(prefix) != defaultPrefix) markDependants(prefix);
+    // Nothing resolves through the default route: to have it as the longest match or none is the same, where
+    // there is nothing shorter.
+    if (prefix.length() > 0 || Lumo::IpGenPrefix(prefix) != defaultPrefix) markDependants(prefix);
   }
-  touchedIntfs_.clear();
   touched_.clear();
-  othersWrote_ = false;
+}
+
+/// An offer has written the route of its prefix.
+void RefreshMarks::settleWrites(const Lumo::Prefix& prefix) {
+  if (!listens()) markAll();
+  if (doubt_ != Doubt::all) markDependants(prefix);
 }
 
 /// Marks those with an RPF address below `prefix` that has no longer match.

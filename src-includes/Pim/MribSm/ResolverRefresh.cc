@@ -40,6 +40,7 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
 /// Offers every configured prefix once, or those for which the offer may have another outcome than before, in
 /// the order of the configuration; true when that changed a route, so that others may resolve now.
 bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
+  followInputs();
   bool anyChanged = false;
   U64 met = 0;  // the order of the last one
   if (!wholePasses()) {
@@ -63,7 +64,7 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
 }
 
 bool RouteResolverSm::wholePasses() const {
-  return wholePasses_ || mribSmTrace.wants(8) || marks_.wholePassIsUnderWay();
+  return wholePasses_ || mribSmTrace.wants(8);
 }
 
 void RouteResolverSm::followInputs() {
@@ -78,9 +79,15 @@ const RouteKeyPrefix* RouteResolverSm::nextMarked(U64 order) {
   return marks_.next(order, defaultPrefix());
 }
 
-/// Whether to offer the lowest preference of a prefix again, or an RPF of it, would write nothing.
+bool RouteResolverSm::isMarked(const RouteKeyPrefix& rkPrefix) {
+  followInputs();
+  marks_.settle(defaultPrefix());
+  return marks_.isMarked(rkPrefix);
+}
+
+/// Whether it is known, without a look at what was noted, that to offer a prefix would write nothing.
 bool RouteResolverSm::isSettled(const RouteKeyPrefix& rkPrefix) {
-  if (!marks_.isSettled(rkPrefix) || wholePasses()) return false;
+  if (wholePasses() || marks_.isMarked(rkPrefix)) return false;
   followInputs();
   return !marks_.allAreMarked();
 }
@@ -96,20 +103,19 @@ bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::
     return false;
   }
   RefreshMarks::Offer offer(marks_, rkPrefix);
-  const bool changedHere = offerPreferences(rkPrefix, route.get(), offer);
+  const bool changedHere = offerPreferences(rkPrefix, route.get());
   offer.complete();
   return changedHere;
 }
 
 /// Offers the preferences lowest first, up to that of the route, which was there before or not, or to the
 /// first that resolves.
-bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route,
-                                       RefreshMarks::Offer& offer) {
+bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route) {
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
     const Ptr<RouteKeyPreference const> pinEntry(entry.get());
     const U8 preference = pinEntry->preference();
     if (route && route->preference() < preference) {
-      offer.passOver();
+      if (pinEntry.get() == rkPrefix.bestPref()) marks_.passOverBest();
       continue;
     }
     bool changedHere = false;

@@ -103,15 +103,15 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
   ZAN_ASSERT_TEXT(preference != 0, "pref");
   const auto hop = rpfAddress(rpf);
   if (!hop) {
-    MRIB_TRACE(8, sigAdd << "Could not find an IP address on  " << rpf.intfId);
+    MRIB_TRACE_OF(8, opAdd, sigAdd << "Could not find an IP address on  " << rpf.intfId);
     return unusable;
   }
   const Lumo::IpGenPrefix lpm = longestMatch(*hop);
   if (rejects(lpm, prefix)) {
-    MRIB_TRACE(8, sigAdd << "Rejecting add/update for lpm " << lpm);
+    MRIB_TRACE_OF(8, opAdd, sigAdd << "Rejecting add/update for lpm " << lpm);
     return unusable;
   }
-  MRIB_TRACE(8, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
+  MRIB_TRACE_OF(8, opAdd, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
   if (const Ptr<Route> route{known ? *known : status().route(prefix.v4Prefix())}) {
     return updateRoute(route, rpf, *hop, lpm, prefix, preference);
   }
@@ -119,19 +119,22 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
   return changed;
 }
 
-/// The RPF needs no offer if all of them were offered since it was added, as they are at the start, where the
-/// first refresh offers all prefixes.
-///
-/// The other RPFs of the prefix need no offer with it. Without route, or with one at this preference or a
-/// higher number, they have been offered before, and what they have added is in the route or, at a lower
-/// preference, gone with it. A route at a lower number is left over from a preference that is gone: then they
-/// have not.
+/// At the start, where the first refresh has offered all prefixes, those that are not marked need no offer.
+/// And most prefixes have one RPF: to offer it is to offer the whole prefix. Neither holds where the route is
+/// left over from a lower preference that is gone: then a refresh passes over what is configured.
 void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
-  if (isSettled(entry)) return;
+  const bool settled = isSettled(entry);
+  if (settled && !marks_.bestWasPassedOver()) return;
   Route* route = status().route(entry.prefix().v4Prefix());
-  const bool othersWereOffered = !route || route->preference() >= preference;
+  const bool refreshOffersIt = !route || route->preference() >= preference;
+  if (settled && refreshOffersIt) return;
+  if (!refreshOffersIt || entry.prefCount() > 1 || entry.bestPref()->rpfCount() > 1) {
+    offerRpf(rpf, entry.prefix(), preference, route);
+    return;
+  }
+  RefreshMarks::Offer offer(marks_, entry);
   offerRpf(rpf, entry.prefix(), preference, route);
-  if (othersWereOffered) marks_.offeredNewRpf(entry, rpf, preference);
+  offer.complete();
 }
 
 void RouteResolverSm::addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,

@@ -63,7 +63,7 @@ void RouteResolverSm::mribForPrefixDelAll() {
 }
 
 Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const PrefixSet::Ptr& set) {
-  auto entry = Zan::create<ZanMribForPrefix>(set);
+  auto entry = Zan::create<ZanMribForPrefix>(set, marks_);
   mribForPrefix_.insert(entry);
   return entry;
 }
@@ -82,10 +82,15 @@ void RouteResolverSm::addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpG
     set = PrefixSet::PrefixSetIs(lPrefix);
     MRIB_TRACE_OF(8, opAddWatch, sigAddWatch << "Added prefix set " << lPrefix);
   }
-  if (!set->prefixAdd(p)) return;
+  if (!addMember(*set, p)) return;
   route->prefixSetIs(set);
   enterSet(set);
   MRIB_TRACE_OF(5, opAddWatch, sigAddWatch << "Added prefix " << p << " into prefix set " << lPrefix);
+}
+
+bool RouteResolverSm::addMember(PrefixSet& set, const Lumo::IpGenPrefix& p) {
+  const RefreshMarks::OwnWrite own(marks_, p.v4Prefix());
+  return set.prefixAdd(p);
 }
 
 /// The route of a prefix that was looked up before handlers ran: the same, if they have not taken it out.
@@ -107,12 +112,21 @@ void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const Pr
   }
 }
 
+/// Should another set be registered under the prefix than the one that was emptied, a refresh registers those
+/// of its members anew.
+void RouteResolverSm::dropSet(const Lumo::IpGenPrefix& lPrefix) {
+  const Ptr<ZanMribForPrefix> entry = mribForPrefix_.erase(lPrefix);
+  if (!entry) return;
+  for (auto member = entry->mribForPrefix()->prefixIterator(); member; ++member) {
+    marks_.touch(member->v4Prefix());
+  }
+}
+
 void RouteResolverSm::delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set) {
   const Lumo::IpGenPrefix lPrefix = set.lPrefix();
   set.prefixDel(prefix);
   route.prefixSetDel(lPrefix);
-  if (set.prefixCount() == 0) mribForPrefix_.erase(lPrefix);
-  marks_.touch(route.prefix());
+  if (set.prefixCount() == 0) dropSet(lPrefix);
   MRIB_TRACE_OF(5, "doDelWatchPrefix",
                 sigDelWatch << "Deleted prefix " << prefix << " from prefix set " << lPrefix);
 }

@@ -97,6 +97,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   /// state ends the same; the traces of a step that changes nothing are written by whole passes alone, which
   /// therefore run whenever level 8 is traced.
   void wholePassesIs(bool whole) { wholePasses_ = whole; }
+  /// Whether the next refresh would offer the prefix. To offer one that is not marked would write nothing.
+  bool isMarked(const RouteKeyPrefix& rkPrefix);
 
  private:
   /// The RPF address; nothing when the RPF is an interface without one.
@@ -110,6 +112,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   S32 updateRoute(const Zan::Ptr<Route>& route, const Rpf& rpf, Lumo::IpAddr hop,
                   const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix, U8 preference);
   void enterSet(const PrefixSet::Ptr& set);
+  void dropSet(const Lumo::IpGenPrefix& lPrefix);
+  bool addMember(PrefixSet& set, const Lumo::IpGenPrefix& p);
   Route* present(const Zan::Ptr<Route>& known) const;
   void addWatch(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p, Route* route);
   void delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set);
@@ -123,7 +127,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   bool isSettled(const RouteKeyPrefix& rkPrefix);
   bool wholePasses() const;
   bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
-  bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route, RefreshMarks::Offer& offer);
+  bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route);
   void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
@@ -150,15 +154,23 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
 class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
                                                      public Zan::HashMember<ZanMribForPrefix> {
  public:
-  explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) {}
+  ZanMribForPrefix(const PrefixSet::Ptr& set, RefreshMarks& marks) : members_(marks.memberTap()) {
+    mribForPrefixIs(set);
+  }
 
   const PrefixSet::Ptr& mribForPrefix() const { return set_; }
-  void mribForPrefixIs(const PrefixSet::Ptr& set) { set_ = set; }
+  void mribForPrefixIs(const PrefixSet::Ptr& set) {
+    set_ = set;
+    members_.attach(set_->taps());
+  }
   const Lumo::IpGenPrefix& fwkKey() const { return set_->lPrefix(); }
+  void zanLeft() { members_.detach(); }
+  void zanOrphaned() { members_.detach(); }
   const Zan::ZanType* fwkType() const override;
 
  private:
   PrefixSet::Ptr set_;
+  Zan::Tap<Lumo::IpGenPrefix> members_;
 };
 
 ZAN_EXPORT Zan::Ptr<RouteResolverSm> routeResolverSmFactory(

@@ -22,13 +22,16 @@ void PrefixSet::prefixIs(const Lumo::IpGenPrefix& prefix, bool member) {
 
 bool PrefixSet::prefixAdd(const Lumo::IpGenPrefix& prefix) {
   if (!prefix_.insert(prefix)) return false;
+  taps_.tell(prefix);
   tell<onPrefix>(prefixId, prefix);
   return true;
 }
 
 void PrefixSet::prefixDel(const Lumo::IpGenPrefix& prefix) {
   const Lumo::IpGenPrefix removed = prefix;  // the argument may be the very element
-  if (prefix_.erase(removed)) tell<onPrefix>(prefixId, removed);
+  if (!prefix_.erase(removed)) return;
+  taps_.tell(removed);
+  tell<onPrefix>(prefixId, removed);
 }
 
 const Zan::ZanType* PrefixSet::fwkType() const {

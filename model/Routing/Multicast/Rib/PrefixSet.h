@@ -4,6 +4,7 @@
 #include "Zan/Entity.h"
 #include "Zan/Export.h"
 #include "Zan/SortedSet.h"
+#include "Zan/Tap.h"
 
 namespace Routing::Multicast::Rib {
 
@@ -30,12 +31,16 @@ class ZAN_EXPORT PrefixSet : public Zan::Entity {
   bool prefixAdd(const Lumo::IpGenPrefix& prefix);
   void prefixDel(const Lumo::IpGenPrefix& prefix);
 
+  /// Every member that comes or goes.
+  const Zan::Taps<Lumo::IpGenPrefix>& taps() const { return taps_; }
+
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
   Lumo::IpGenPrefix lPrefix_;
   Zan::SortedSet<Lumo::IpGenPrefix> prefix_;
+  Zan::Taps<Lumo::IpGenPrefix> taps_;
 };
 
 class ZAN_EXPORT PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
