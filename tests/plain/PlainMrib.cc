@@ -28,7 +28,6 @@ const std::string sDelete = "void " + resolver +
 const std::string sUpdate =
     "void " + resolver + "doRecursiveUpdate(const Routing::Multicast::Rib::PrefixSet::Ptr&)";
 const std::string sRpf = pref + "handleRpf(const Routing::Multicast::Rib::Rpf&)";
-const IpGenPrefix defaultPrefix("0.0.0.0/0");
 constexpr int deepest = 200;
 
 std::string str(const IpGenPrefix& p) {
@@ -59,12 +58,24 @@ std::string RouteState::text() const {
 
 /// Copies the sets too, each once.
 PlainMrib::PlainMrib(const PlainMrib& o)
-    : config(o.config),
-      addresses(o.addresses),
-      intfs(o.intfs),
+    : configs(o.configs),
+      addressTables(o.addressTables),
+      intfTables(o.intfTables),
       unicast(o.unicast),
+      configInUse(o.configInUse),
+      addressesInUse(o.addressesInUse),
+      intfsInUse(o.intfsInUse),
+      resolverIntfs(o.resolverIntfs),
+      started(o.started),
+      asleep(o.asleep),
+      zombie(o.zombie),
       traces(o.traces),
+      defaultPrefix(o.defaultPrefix),
+      smDefaultPrefix(o.smDefaultPrefix),
+      held(o.held),
       routes_(o.routes_),
+      reactors_(o.reactors_),
+      nextObject_(o.nextObject_),
       sets_(o.sets_),
       trie_(o.trie_),
       deletedPreference_(o.deletedPreference_),
@@ -77,6 +88,7 @@ PlainMrib::PlainMrib(const PlainMrib& o)
   };
   for (auto& [lpm, set] : sets_) copy(set);
   for (RouteState& r : routes_) std::for_each(r.sets.begin(), r.sets.end(), copy);
+  std::for_each(held.begin(), held.end(), copy);
 }
 
 std::string PlainMrib::state() const {
@@ -95,8 +107,8 @@ std::string PlainMrib::state() const {
 
 PlainMrib::Entry* PlainMrib::entry(const IpGenPrefix& prefix) {
   const auto it =
-      std::find_if(config.begin(), config.end(), [&](const Entry& e) { return e.prefix == prefix; });
-  return it == config.end() ? nullptr : &*it;
+      std::find_if(config().begin(), config().end(), [&](const Entry& e) { return e.prefix == prefix; });
+  return it == config().end() ? nullptr : &*it;
 }
 
 UnicastRoute* PlainMrib::unicastRoute(const IpGenPrefix& prefix) {
@@ -161,6 +173,10 @@ void PlainMrib::setPreference(const IpGenPrefix& prefix, int preference) {
   if (!r->vias.empty()) enterTrie(prefix);
 }
 
+void PlainMrib::delAllVias(const IpGenPrefix& prefix) {
+  while (!route(prefix)->vias.empty()) delVia(prefix, Via(route(prefix)->vias.front()));
+}
+
 IpGenPrefix PlainMrib::longestMatch(const IpGenPrefix& prefix) const {
   IpGenPrefix best;
   for (const IpGenPrefix& p : trie_) {
@@ -175,6 +191,7 @@ void PlainMrib::copyConnected(const UnicastRoute& u) {
   newRoute(u.prefix);
   setPreference(u.prefix, u.preference);
   route(u.prefix)->type = 7;
+  const Intfs& intfs = intfTables[resolverIntfs];
   for (const auto& [hop, intf] : u.vias) {
     const auto it = intfs.find(intf);
     addVia(u.prefix, {hop, it == intfs.end() ? Intf{} : it->second});
@@ -183,10 +200,26 @@ void PlainMrib::copyConnected(const UnicastRoute& u) {
 }
 
 void PlainMrib::start(const std::vector<IpGenPrefix>& tableOrder, const IpGenPrefix& changedRoute) {
+  started = true;
+  asleep = zombie = false;
+  reactors_.clear();
+  trie_.clear();
+  for (const RouteState& r : routes_) trie_.insert(r.prefix);
+  trieUpdates_ = static_cast<U32>(routes_.size());
+  deletedPreference_ = 0;
+  smDefaultPrefix = IpGenPrefix("0.0.0.0/0");
+  resolverIntfs = intfsInUse;
+  const std::string count = std::to_string(routes_.size());
   say(8, sm + "handleInitialize()");
   sayTrie(8, builder + "handleInitialize()");
   sayTrie(8, builder + "handleRoute()");
-  sayTrie(0, "Trie built with 0 nodes  and 0 routes");
+  sayTrie(0, "Trie built with " + count + " nodes  and " + count + " routes");
+  newResolver(tableOrder, changedRoute);
+  reconcilePrefixes();
+}
+
+void PlainMrib::newResolver(const std::vector<IpGenPrefix>& tableOrder, const IpGenPrefix& changedRoute) {
+  sets_.clear();
   say(8, "void " + resolver + "handleInitialize()");
   for (const IpGenPrefix& p : tableOrder) {
     const UnicastRoute& u = *unicastRoute(p);
@@ -194,13 +227,12 @@ void PlainMrib::start(const std::vector<IpGenPrefix>& tableOrder, const IpGenPre
     copyConnected(u);
     say(5, "void " + resolver + "handleInitialize()Added connected route " + str(p) + "into Mrib status");
   }
+  defaultPrefix = IpGenPrefix("0.0.0.0/0");
   unicastChanged(changedRoute);
-  for (std::size_t i = 0; i < config.size(); ++i) {
-    for (const auto& [preference, rpfs] : config[i].prefs) handleRpfs(config[i].prefix, preference);
-  }
 }
 
 void PlainMrib::unicastChanged(const IpGenPrefix& prefix) {
+  if (!started || asleep) return;
   const std::string s = "void " + resolver + "handleChangedRoute()";
   say(8, s);
   if (prefix.empty()) return;
@@ -218,24 +250,46 @@ void PlainMrib::unicastChanged(const IpGenPrefix& prefix) {
   refresh({}, true);
 }
 
-// ---- Configuration ----
+// ---- The reactors on the configuration ----
 
-void PlainMrib::prefixAdded(const IpGenPrefix& prefix) {
-  if (!entry(prefix)) config.push_back({prefix, {}});
+PlainMrib::Reactor* PlainMrib::reactor(const IpGenPrefix& prefix) {
+  const auto it =
+      std::find_if(reactors_.begin(), reactors_.end(), [&](const Reactor& r) { return r.prefix == prefix; });
+  return it == reactors_.end() ? nullptr : &*it;
 }
 
-void PlainMrib::prefixDeleted(const IpGenPrefix& prefix) {
-  config.erase(config.begin() + (entry(prefix) - config.data()));
-  say(8, sm + "ZanMribConfigPrefix::handleDel()" + str(prefix));
-  refresh(prefix, false);
+/// The reactor that hears of changes of the present entry of a prefix.
+PlainMrib::Reactor* PlainMrib::watcher(const IpGenPrefix& prefix) {
+  Reactor* r = hearsConfig() ? reactor(prefix) : nullptr;
+  return r && r->object == entry(prefix)->object ? r : nullptr;
 }
 
-void PlainMrib::preferenceAdded(const IpGenPrefix& prefix, int preference) {
-  if (entry(prefix)->prefs.try_emplace(preference).second) handleRpfs(prefix, preference);
+void PlainMrib::watchPrefix(const Entry& entry) {
+  Reactor* r = reactor(entry.prefix);
+  if (r && r->object == entry.object) return;
+  if (!r) r = &reactors_.emplace_back(Reactor{entry.prefix, 0, {}});
+  r->object = entry.object;
+  reconcilePreferences(IpGenPrefix(entry.prefix));
 }
 
-void PlainMrib::preferenceDeleted(const IpGenPrefix& prefix, int preference) {
-  entry(prefix)->prefs.erase(preference);
+void PlainMrib::watchPreference(const IpGenPrefix& prefix, int preference) {
+  auto& prefs = reactor(prefix)->prefs;
+  const int object = entry(prefix)->prefs.at(preference).object;
+  const auto it =
+      std::find_if(prefs.begin(), prefs.end(), [&](const auto& p) { return p.first == preference; });
+  if (it == prefs.end()) {
+    prefs.emplace_back(preference, object);
+  } else if (it->second == object) {
+    return;
+  } else {
+    it->second = object;
+  }
+  handleRpfs(prefix, preference);
+}
+
+void PlainMrib::unwatchPreference(const IpGenPrefix& prefix, int preference) {
+  if (std::erase_if(reactor(prefix)->prefs, [&](const auto& p) { return p.first == preference; }) == 0)
+    return;
   say(8, pref + "handleDel()" + std::to_string(preference));
   for (const auto& [other, rpfs] : entry(prefix)->prefs) {
     if (!offer(prefix, other)) continue;
@@ -246,24 +300,90 @@ void PlainMrib::preferenceDeleted(const IpGenPrefix& prefix, int preference) {
   if (r && r->preference == preference) refresh(prefix, false);
 }
 
+void PlainMrib::unwatchPrefix(const IpGenPrefix& prefix) {
+  if (std::erase_if(reactors_, [&](const Reactor& r) { return r.prefix == prefix; }) == 0) return;
+  say(8, sm + "ZanMribConfigPrefix::handleDel()" + str(prefix));
+  refresh(prefix, false);
+}
+
+void PlainMrib::reconcilePreferences(const IpGenPrefix& prefix) {
+  const auto prefs = entry(prefix)->prefs;
+  for (const auto& [preference, configured] : prefs) watchPreference(prefix, preference);
+  const auto watched = reactor(prefix)->prefs;
+  for (const auto& [preference, object] : watched) {
+    if (!prefs.contains(preference)) unwatchPreference(prefix, preference);
+  }
+}
+
+void PlainMrib::reconcilePrefixes() {
+  for (std::size_t i = 0; i < config().size(); ++i) watchPrefix(config()[i]);
+  const auto watched = reactors_;
+  for (const Reactor& r : watched) {
+    if (!entry(r.prefix)) unwatchPrefix(r.prefix);
+  }
+}
+
+// ---- Configuration ----
+
+void PlainMrib::prefixAdded(const IpGenPrefix& prefix) {
+  if (entry(prefix)) return;
+  config().push_back({prefix, nextObject_++, {}});
+  if (hearsConfig()) watchPrefix(config().back());
+}
+
+void PlainMrib::prefixDeleted(const IpGenPrefix& prefix) {
+  std::erase_if(config(), [&](const Entry& e) { return e.prefix == prefix; });
+  if (hearsConfig()) unwatchPrefix(prefix);
+}
+
+void PlainMrib::preferenceAdded(const IpGenPrefix& prefix, int preference) {
+  if (!entry(prefix)->prefs.try_emplace(preference, Pref{nextObject_++, {}}).second) return;
+  if (watcher(prefix)) watchPreference(prefix, preference);
+}
+
+void PlainMrib::preferenceDeleted(const IpGenPrefix& prefix, int preference) {
+  entry(prefix)->prefs.erase(preference);
+  if (watcher(prefix)) unwatchPreference(prefix, preference);
+}
+
 void PlainMrib::rpfAdded(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
-  if (entry(prefix)->prefs.at(preference).insert(rpf).second) handleRpf(prefix, preference, rpf);
+  if (entry(prefix)->prefs.at(preference).rpfs.insert(rpf).second) rpfTouched(prefix, preference, rpf);
 }
 
 void PlainMrib::rpfDeleted(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
-  if (entry(prefix)->prefs.at(preference).erase(rpf)) handleRpf(prefix, preference, rpf);
+  if (entry(prefix)->prefs.at(preference).rpfs.erase(rpf)) rpfTouched(prefix, preference, rpf);
+}
+
+void PlainMrib::rpfTouched(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
+  const Reactor* r = watcher(prefix);
+  const std::pair watched(preference, entry(prefix)->prefs.at(preference).object);
+  if (r && std::find(r->prefs.begin(), r->prefs.end(), watched) != r->prefs.end())
+    handleRpf(prefix, preference, rpf);
+}
+
+void PlainMrib::everyPrefixMayHaveChanged() {
+  if (hearsConfig()) reconcilePrefixes();
+}
+
+void PlainMrib::everyPreferenceMayHaveChanged(const IpGenPrefix& prefix) {
+  if (watcher(prefix)) reconcilePreferences(prefix);
+}
+
+void PlainMrib::configReplaced(std::size_t by) {
+  configInUse = by;
+  reconcilePrefixes();
 }
 
 void PlainMrib::handleRpfs(const IpGenPrefix& prefix, int preference) {
   say(8, pref + "handleRpf()" + std::to_string(preference));
-  for (const Rpf& rpf : entry(prefix)->prefs.at(preference)) handleRpf(prefix, preference, rpf);
+  for (const Rpf& rpf : entry(prefix)->prefs.at(preference).rpfs) handleRpf(prefix, preference, rpf);
 }
 
 void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
   say(5, sRpf + "( " + rpf.text() + " ) for prefix " + str(prefix) + " with preference " +
              std::to_string(preference));
   const auto& prefs = entry(prefix)->prefs;
-  const bool present = prefs.at(preference).contains(rpf);
+  const bool present = prefs.at(preference).rpfs.contains(rpf);
   const IpGenPrefix lpm = longestMatch(prefix);
   const int best = prefs.begin()->first;
   if (preference != best) {
@@ -275,7 +395,7 @@ void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& 
     refresh(lpm.empty() ? lpm : prefix, true);
     return;
   }
-  if (lpm.empty() || (lpm == defaultPrefix && prefix != lpm)) {
+  if (lpm.empty() || (lpm == smDefaultPrefix && prefix != lpm)) {
     say(5, sRpf + "Prefix " + str(prefix) + " Already deleted. Nothing to do.");
     return;
   }
@@ -293,7 +413,7 @@ void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& 
 
 bool PlainMrib::offer(const IpGenPrefix& prefix, int preference) {
   bool installed = false;
-  for (const Rpf& rpf : entry(prefix)->prefs.at(preference)) {
+  for (const Rpf& rpf : entry(prefix)->prefs.at(preference).rpfs) {
     installed |= addOrUpdate(rpf, prefix, preference) != -1;
   }
   return installed;
@@ -303,14 +423,15 @@ bool PlainMrib::offer(const IpGenPrefix& prefix, int preference) {
 
 std::optional<IpAddr> PlainMrib::rpfAddress(const Rpf& rpf) const {
   if (rpf.type == 2) return rpf.address;
+  const Addresses& addresses = addressTables[addressesInUse];
   const auto it = addresses.find(rpf.intf);
   return it == addresses.end() ? std::nullopt : std::optional(it->second);
 }
 
 std::vector<Via> PlainMrib::candidates(const Rpf& rpf, IpAddr hop, const IpGenPrefix& lpm) {
   if (rpf.type == 1) {
-    const auto it = intfs.find(rpf.intf);
-    return {{hop, it == intfs.end() ? Intf{} : it->second}};
+    const auto it = intfs().find(rpf.intf);
+    return {{hop, it == intfs().end() ? Intf{} : it->second}};
   }
   const RouteState* r = route(lpm);
   if (!r) throw Forbidden("no route for the longest match");
@@ -324,6 +445,7 @@ std::vector<Via> PlainMrib::candidates(const Rpf& rpf, IpAddr hop, const IpGenPr
 bool PlainMrib::rejects(const IpGenPrefix& lpm, const IpGenPrefix& prefix) const {
   if (lpm.empty() || lpm == prefix || lpm == defaultPrefix) return true;
   if (lpm.length() >= prefix.length()) return false;
+  if (lpm.length() == 0) return lpm.v4Prefix().address() == prefix.v4Prefix().address();
   return covers(lpm, prefix);
 }
 
@@ -356,7 +478,7 @@ int PlainMrib::addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int prefer
   if (route(prefix)->preference != preference) {
     say(8, sAdd + " Preference changed from " + std::to_string(route(prefix)->preference) + " to " + number);
     setPreference(prefix, preference);
-    while (!route(prefix)->vias.empty()) delVia(prefix, Via(route(prefix)->vias.front()));
+    delAllVias(prefix);
     delWatch(prefix, nullptr);
   }
   bool added = false;
@@ -383,7 +505,7 @@ void PlainMrib::delRpf(const Rpf& rpf, const IpGenPrefix& prefix) {
   const int preference = r->preference;
   if (!entry(prefix) || !entry(prefix)->prefs.contains(preference))
     throw Forbidden("no entry at the preference");
-  if (entry(prefix)->prefs.at(preference).empty()) {
+  if (entry(prefix)->prefs.at(preference).rpfs.empty()) {
     say(5, sDelRpf + " Deleted route " + str(prefix) + " with preference " + std::to_string(preference));
     delRoute(prefix);
     return;
@@ -418,6 +540,7 @@ SetPtr PlainMrib::setOf(const IpGenPrefix& lpm) const {
 
 void PlainMrib::addWatch(const IpGenPrefix& lpm, const IpGenPrefix& p) {
   say(8, sAddWatch + "( " + str(lpm) + ", " + str(p) + " )");
+  if (!route(p)) throw Forbidden("a watch for no route");
   SetPtr set = setOf(lpm);
   if (!set) {
     set = std::make_shared<Set>(Set{lpm, {}});
@@ -463,25 +586,35 @@ void PlainMrib::refresh(const IpGenPrefix& changed, bool add) {
   }
   for (bool again = true; again;) {
     again = false;
-    for (std::size_t i = 0; i < config.size(); ++i) {
-      const IpGenPrefix prefix = config[i].prefix;
-      const bool had = route(prefix) != nullptr;  // a route that this very offer adds does not stop it
+    for (std::size_t i = 0; i < config().size(); ++i) {
+      const IpGenPrefix prefix = config()[i].prefix;
       if (prefix == changed) {
         say(8, sRefresh + "Skipped " + str(prefix));
-        continue;
-      }
-      for (const auto& [preference, rpfs] : config[i].prefs) {
-        if (had && route(prefix)->preference < preference) continue;
-        bool installed = false;
-        for (const Rpf& rpf : rpfs) {
-          const int result = addOrUpdate(rpf, prefix, preference);
-          installed |= result != -1;
-          again |= result == 0;
-        }
-        if (installed) break;
+      } else {
+        again |= offerPrefix(prefix);
       }
     }
   }
+}
+
+bool PlainMrib::offerPrefix(const IpGenPrefix& prefix) {
+  const bool had = route(prefix) != nullptr;  // a route that this very offer adds does not stop it
+  for (const auto& [preference, configured] : entry(prefix)->prefs) {
+    if (had && route(prefix)->preference < preference) continue;
+    bool installed = false, changed = false;
+    for (const Rpf& rpf : configured.rpfs) {
+      const int result = addOrUpdate(rpf, prefix, preference);
+      installed |= result != -1;
+      changed |= result == 0;
+    }
+    if (installed) return changed;
+  }
+  return false;
+}
+
+void PlainMrib::recursiveDelete(const IpGenPrefix& gone, const SetPtr& set) {
+  const RouteState* r = route(gone);
+  recursiveDelete(r ? std::optional(*r) : std::nullopt, set, 0);
 }
 
 void PlainMrib::recursiveDelete(const std::optional<RouteState>& gone, const SetPtr& set, int depth) {
@@ -509,8 +642,8 @@ void PlainMrib::recursiveDelete(const std::optional<RouteState>& gone, const Set
         say(8, sDelete + "Deleted via " + v.hop.stringValue() + " from " + str(p));
         continue;
       }
-      const std::vector<Via> held = route(p)->vias;
-      for (const Via& w : held) {
+      const std::vector<Via> present = route(p)->vias;
+      for (const Via& w : present) {
         if (!(w.intf == v.intf)) continue;
         delVia(p, w);
         say(8, sDelete + "Deleted via " + w.hop.stringValue() + " from " + str(p));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -80,25 +81,41 @@ struct Forbidden : std::logic_error {
 class PlainMrib {
  public:
   using RpfSet = std::set<Rpf>;
+  /// An entry at a preference, and one of a prefix: which object it is counts.
+  struct Pref {
+    int object = 0;
+    RpfSet rpfs;
+  };
   struct Entry {
     IpGenPrefix prefix;
-    std::map<int, RpfSet> prefs;
+    int object = 0;
+    std::map<int, Pref> prefs;
   };
+  using Config = std::vector<Entry>;  // in order of insertion
+  using Addresses = std::map<U32, IpAddr>;
+  using Intfs = std::map<U32, Intf>;
 
   PlainMrib() = default;
   PlainMrib(const PlainMrib& other);
   PlainMrib& operator=(PlainMrib&&) = default;
 
-  // Inputs, as they stand.
-  std::vector<Entry> config;  // in order of insertion
-  std::map<U32, IpAddr> addresses;
-  std::map<U32, Intf> intfs;
+  // Inputs, as they stand. Of those that can be replaced there are two, and which one is in use.
+  std::array<Config, 2> configs;
+  std::array<Addresses, 2> addressTables;
+  std::array<Intfs, 2> intfTables;
   std::vector<UnicastRoute> unicast;
+  std::size_t configInUse = 0, addressesInUse = 0, intfsInUse = 0, resolverIntfs = 0;
+  bool started = false;
+  bool asleep = false;  // nothing is heard
+  bool zombie = false;  // nothing is heard of the configuration
 
   std::vector<Trace> traces;
 
-  // Events. `start` takes the unicast routes in the order of the table's walk, and the trie's changed route.
+  // Events. A start and a new resolver take the unicast routes in the order of the table's walk, and the
+  // trie's changed route.
   void start(const std::vector<IpGenPrefix>& tableOrder, const IpGenPrefix& changedRoute);
+  void stop() { started = false; }
+  void newResolver(const std::vector<IpGenPrefix>& tableOrder, const IpGenPrefix& changedRoute);
   void unicastChanged(const IpGenPrefix& prefix);
   void prefixAdded(const IpGenPrefix& prefix);
   void prefixDeleted(const IpGenPrefix& prefix);
@@ -106,20 +123,65 @@ class PlainMrib {
   void preferenceDeleted(const IpGenPrefix& prefix, int preference);
   void rpfAdded(const IpGenPrefix& prefix, int preference, const Rpf& rpf);
   void rpfDeleted(const IpGenPrefix& prefix, int preference, const Rpf& rpf);
+  void everyPrefixMayHaveChanged();
+  void everyPreferenceMayHaveChanged(const IpGenPrefix& prefix);
+  void configReplaced(std::size_t by);
+
+  // What anybody may call by name, and write into the MRIB status and the prefix sets.
+  IpGenPrefix defaultPrefix{"0.0.0.0/0"};    // the resolver's
+  IpGenPrefix smDefaultPrefix{"0.0.0.0/0"};  // that of the machine
+  int addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference);
+  void delRpf(const Rpf& rpf, const IpGenPrefix& prefix);
+  void delRoute(const IpGenPrefix& prefix);
+  void addWatch(const IpGenPrefix& lpm, const IpGenPrefix& p);
+  void delWatch(const IpGenPrefix& prefix, const SetPtr& set);
+  void refresh(const IpGenPrefix& changed, bool add);
+  void recursiveDelete(const IpGenPrefix& gone, const SetPtr& set);
+  void recursiveUpdate(const SetPtr& set) { recursiveUpdate(set, 0); }
+  void registerSet(const SetPtr& set) { sets_[set->lpm] = set; }
+  void dropSet(const IpGenPrefix& lpm) { sets_.erase(lpm); }
+  void dropAllSets() { sets_.clear(); }
+  SetPtr setOf(const IpGenPrefix& lpm) const;
+  std::vector<SetPtr> held;  // sets that somebody keeps a reference to
+  RouteState* route(const IpGenPrefix& prefix);
+  void statusRouteAdded(const IpGenPrefix& prefix) { newRoute(prefix); }
+  void statusRouteDeleted(const IpGenPrefix& prefix) { deleteRoute(prefix); }
+  void setPreference(const IpGenPrefix& prefix, int preference);
+  void addVia(const IpGenPrefix& prefix, const Via& via);
+  bool delVia(const IpGenPrefix& prefix, const Via& via);
+  void delAllVias(const IpGenPrefix& prefix);
+
+  /// Offers a prefix once, as a refresh does; true when that changed the route.
+  bool offerPrefix(const IpGenPrefix& prefix);
 
   /// Everything that is to be equal, in one text.
   std::string state() const;
 
+  Config& config() { return configs[configInUse]; }
+  const Intfs& intfs() const { return intfTables[intfsInUse]; }
   Entry* entry(const IpGenPrefix& prefix);
   UnicastRoute* unicastRoute(const IpGenPrefix& prefix);
 
  private:
-  RouteState* route(const IpGenPrefix& prefix);
+  /// A reactor on a configured prefix, with those on its preferences: which objects they watch.
+  struct Reactor {
+    IpGenPrefix prefix;
+    int object;
+    std::vector<std::pair<int, int>> prefs;  // preference and object, in order of insertion
+  };
+
+  bool hearsConfig() const { return started && !asleep && !zombie; }
+  Reactor* reactor(const IpGenPrefix& prefix);
+  Reactor* watcher(const IpGenPrefix& prefix);
+  void watchPrefix(const Entry& entry);
+  void watchPreference(const IpGenPrefix& prefix, int preference);
+  void reconcilePreferences(const IpGenPrefix& prefix);
+  void reconcilePrefixes();
+  void unwatchPrefix(const IpGenPrefix& prefix);
+  void unwatchPreference(const IpGenPrefix& prefix, int preference);
+
   RouteState& newRoute(const IpGenPrefix& prefix);
   void deleteRoute(const IpGenPrefix& prefix);
-  void addVia(const IpGenPrefix& prefix, const Via& via);
-  bool delVia(const IpGenPrefix& prefix, const Via& via);
-  void setPreference(const IpGenPrefix& prefix, int preference);
   void enterTrie(const IpGenPrefix& prefix);
   IpGenPrefix longestMatch(const IpGenPrefix& prefix) const;
 
@@ -130,14 +192,8 @@ class PlainMrib {
   std::optional<IpAddr> rpfAddress(const Rpf& rpf) const;
   std::vector<Via> candidates(const Rpf& rpf, IpAddr hop, const IpGenPrefix& lpm);
   bool rejects(const IpGenPrefix& lpm, const IpGenPrefix& prefix) const;
-  int addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference);
-  void delRpf(const Rpf& rpf, const IpGenPrefix& prefix);
-  void delRoute(const IpGenPrefix& prefix);
-  void addWatch(const IpGenPrefix& lpm, const IpGenPrefix& p);
-  void delWatch(const IpGenPrefix& prefix, const SetPtr& set);
+  void rpfTouched(const IpGenPrefix& prefix, int preference, const Rpf& rpf);
   void delWatchOf(const IpGenPrefix& prefix, const SetPtr& set);
-  SetPtr setOf(const IpGenPrefix& lpm) const;
-  void refresh(const IpGenPrefix& changed, bool add);
   void recursiveDelete(const std::optional<RouteState>& gone, const SetPtr& set, int depth);
   void recursiveUpdate(const SetPtr& set, int depth);
 
@@ -148,6 +204,8 @@ class PlainMrib {
   void sayTrie(U32 level, const std::string& text) { traces.push_back({"MribTrieBuilder", level, text}); }
 
   std::vector<RouteState> routes_;  // in order of insertion
+  std::vector<Reactor> reactors_;   // likewise
+  int nextObject_ = 1;
   std::map<IpGenPrefix, SetPtr> sets_;
   std::set<IpGenPrefix> trie_;
   int deletedPreference_ = 0;

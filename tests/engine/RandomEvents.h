@@ -1,0 +1,87 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <random>
+
+#include "EngineWorld.h"
+#include "TraceRecorder.h"
+#include "plain/PlainMrib.h"
+
+/// How the engine goes about a refresh: in whole passes with every trace, in whole passes without, with the
+/// marked prefixes alone, or now so and now so, as level 8 is turned on and off. It ends in the same state.
+enum class Way { traced, whole, marked, toggled };
+
+/// Random events on an engine and on the plain model: what agents do, what careless ones do, and what anybody
+/// may call by name. The model says which events would break the engine's contract; those are dropped.
+class RandomEvents {
+ public:
+  RandomEvents(U64 seed, Way way);
+
+  void start();
+  void step();
+  /// Where model and engine differ; empty when they do not.
+  std::string difference();
+  /// A configured prefix that is not marked although to offer it would write something; empty when there is
+  /// none.
+  std::string wronglyUnmarked();
+  U64 traced() const { return traced_; }
+
+ private:
+  using OnModel = std::function<void(plain::PlainMrib&)>;
+  using OnEngine = std::function<void()>;
+  using Set = Routing::Multicast::Rib::PrefixSet::Ptr;
+
+  bool chance(U32 percent) { return random_() % 100 < percent; }
+  template <class T>
+  const T& pick(const std::vector<T>& pool) {
+    return pool[random_() % pool.size()];
+  }
+  U32 intf();
+  std::string prefixText();
+  Routing::Multicast::Rib::RouteResolverSm& resolver() const { return *world_.mrib->routeResolver(); }
+
+  /// Applies an event to the model, and to the engine unless the model refuses it.
+  bool apply(const std::string& name, const OnModel& onModel, const OnEngine& onEngine);
+
+  // Agents.
+  void interfaces();
+  void intfIs(U32 id);
+  void addressIs(U32 id);
+  void unicast(bool mayDelete);
+  void configure();
+  void rpfAdded(const std::string& prefix, int preference, const plain::Rpf& rpf);
+  void burst();
+  // Careless ones.
+  void inputReplaced();
+  void restart();
+  void sleep();
+  void zombie();
+  void statusWritten();
+  void setWritten();
+  void operationCalled();
+  void defaultPrefixSet();
+
+  std::vector<Lumo::IpGenPrefix> tableOrder() const;
+  void newEngine();
+  void traceToggled();
+  plain::Rpf someRpf();
+  std::string state() const;
+  std::string traceDifference() const;
+
+  std::mt19937_64 random_;  // the same events in every way
+  std::mt19937_64 extras_;
+  Way way_;
+  EngineWorld world_;
+  std::array<Zan::Ptr<EngineWorld::Config>, 2> configs_;
+  std::array<Zan::Ptr<Ip::Status>, 2> addresses_;
+  std::array<Zan::Ptr<Interface::AllIntfStatusDir>, 2> intfs_;
+  std::array<Zan::Ptr<Routing::TrieGen>, 2> tries_;
+  std::vector<Set> held_;  // beside those that the model holds
+  plain::PlainMrib model_;
+  std::unique_ptr<TraceRecorder> recorder_;
+  std::string event_;
+  U64 traced_ = 0;
+  int objects_ = 0;
+};
