@@ -86,6 +86,12 @@ class ZAN_EXPORT Value {
   std::any value_;
 };
 
+/// What is read through `owner`: an object that is reached through a const handle is const too.
+inline Value asConstAs(const ObjectRef& owner, Value value) {
+  if (!owner.isConst() || !value.isObject()) return value;
+  return ObjectRef(Ptr<PtrInterface const>(value.object().get()));
+}
+
 /// A text that stands for a value of the type that is wanted.
 template <>
 struct ValueTraits<std::string> {
@@ -141,6 +147,25 @@ struct ValueTraits<double> {
     return error == std::errc() && end == t.data() + t.size() ? std::optional<double>(v) : std::nullopt;
   }
 };
+/// Of a type with a text form and a `parse` that yields nothing for a wrong text.
+template <class T>
+struct ParsedTraits {
+  static std::string text(const T& v) { return v.stringValue(); }
+  static std::optional<T> parse(std::string_view t) { return T::parse(t); }
+};
+/// Of a type whose constructor from a text throws a range exception for a wrong one.
+template <class T>
+struct ConstructedTraits {
+  static std::string text(const T& v) { return v.stringValue(); }
+  static std::optional<T> parse(std::string_view t) {
+    try {
+      return T(t);
+    } catch (const RangeException&) {
+      return std::nullopt;
+    }
+  }
+};
+
 template <>
 struct ValueTraits<Name> {
   static constexpr std::string_view name = "Zan::Name";
