@@ -378,6 +378,10 @@ TEST_F(Reflection, WhatIsReachedThroughAConstHandleIsConst) {
   const GenericIf status(readOnly.read("mribStatus").object());
   const GenericIf route(status.read("route", text("10.0.0.0/8")).object());
   EXPECT_THROW(route.set("preference", Value::of(U8{9})), Zan::ConstInstanceException);
+  EXPECT_EQ(
+      thrown<Zan::TypeException>([&] { resolver.set("mribStatus", readOnly.read("mribStatus")); }),
+      "expected a value of type Routing::Multicast::Rib::Status, found const "
+      "Routing::Multicast::Rib::Status for \"mribStatus\" | Routing::Multicast::Rib::Status | mribStatus");
   GenericIf(sm.read("routeResolver").object()).set("initialized", Value::of(true));
   EXPECT_TRUE(world.mrib->routeResolver()->initialized());
 }

@@ -73,8 +73,9 @@ class ZAN_EXPORT Value {
   template <class T>
   Ptr<T> objectAs(std::string_view expected) const {
     const ObjectRef ref = object();
-    if (!isObject() || (ref && ref.isConst() && !std::is_const_v<T>))
-      throw TypeException(expected, typeName());
+    if (!isObject()) throw TypeException(expected, typeName());
+    if (ref && ref.isConst() && !std::is_const_v<T>)
+      throw TypeException(expected, "const " + std::string(typeName()));
     const auto* object = dynamic_cast<const T*>(ref.get());
     if (ref && !object) throw TypeException(expected, typeName());
     return Ptr<T>(const_cast<T*>(object));
