@@ -82,8 +82,7 @@ std::string stateOf(const World& world) {
   return state + world.show("10.0.0.0/8") + world.show("11.0.0.0/8");
 }
 
-void walk(const GenericIf& handle, Zan::AttributeId id, Bytes& bytes) {
-  auto iterator = handle.iterator(id);
+void walk(const GenericIf& handle, const Zan::IteratorPtr& iterator, Bytes& bytes) {
   auto copy = iterator->clone();
   for (U8 steps = bytes.next() % 4; steps > 0; --steps) iterator->advance();
   for (const auto& i : {iterator.get(), copy.get()}) {
@@ -107,13 +106,12 @@ void step(World& world, Bytes& bytes) {
   // here they all go through a const handle, and through the other one only what reads.
   const GenericIf& handle = mutating || how & 2 ? constant : original;
   try {
-    if (op == AttributeOp::iterate) {
-      walk(handle, id, bytes);
-    } else {
-      handle.attributeOp({id, op}, arguments).text();
-    }
+    const Value result = handle.attributeOp({id, op}, arguments);
+    result.text();
+    if (op == AttributeOp::iterate) walk(handle, result.as<Zan::IteratorPtr>(), bytes);
     if (mutating) std::abort();  // nothing that changes may come through
-  } catch (const Zan::IntrospectionException&) {
+  } catch (const Zan::IntrospectionException& e) {
+    if (e.attribute().empty()) std::abort();  // every refusal says whose it is
   }
 }
 

@@ -18,9 +18,10 @@ constexpr AttributeRow configRows[] = {
      .name = "route",
      .type = "Routing::Multicast::Rib::RouteKeyPrefix",
      .flags = Flags::collection,
+     .index = {"prefix", "Lumo::IpGenPrefix"},
      .at = Zan::at<&Config::route>,
      .count = Zan::count<&Config::routeCount>,
-     .iterate = Zan::iterate<&Config::routeIterator, Zan::erase<&Config::routeDel>>,
+     .iterate = Zan::iterate<&Config::routeIterator>,
      .erase = Zan::erase<&Config::routeDel>},
 };
 static_assert(Zan::covers(configRows, 130, 130));
@@ -35,9 +36,10 @@ constexpr AttributeRow routeKeyPrefixRows[] = {
      .name = "pref",
      .type = "Routing::Multicast::Rib::RouteKeyPreference",
      .flags = Flags::collection,
+     .index = {"preference", "U8"},
      .at = Zan::at<&RouteKeyPrefix::pref>,
      .count = Zan::count<&RouteKeyPrefix::prefCount>,
-     .iterate = Zan::iterate<&RouteKeyPrefix::prefIterator, Zan::erase<&RouteKeyPrefix::prefDel>>,
+     .iterate = Zan::iterate<&RouteKeyPrefix::prefIterator>,
      .erase = Zan::erase<&RouteKeyPrefix::prefDel>},
 };
 static_assert(Zan::covers(routeKeyPrefixRows, 130, 131));
@@ -52,9 +54,10 @@ constexpr AttributeRow routeKeyPreferenceRows[] = {
      .name = "rpf",
      .type = "Routing::Multicast::Rib::Rpf",
      .flags = Flags::collection,
+     .index = {"rpf", "Routing::Multicast::Rib::Rpf"},
      .at = Zan::at<&RouteKeyPreference::rpf>,
      .count = Zan::count<&RouteKeyPreference::rpfCount>,
-     .iterate = Zan::iterate<&RouteKeyPreference::rpfIterator, Zan::erase<&RouteKeyPreference::rpfDel>>,
+     .iterate = Zan::iterate<&RouteKeyPreference::rpfIterator>,
      .erase = Zan::erase<&RouteKeyPreference::rpfDel>},
 };
 static_assert(Zan::covers(routeKeyPreferenceRows, 130, 131));

@@ -21,9 +21,10 @@ constexpr AttributeRow ipStatusRows[] = {
      .name = "intfAddr",
      .type = "Ip::IntfAddr",
      .flags = Flags::collection,
+     .index = {"intfId", "Lumo::IntfId"},
      .at = Zan::at<&Status::intfAddr>,
      .count = Zan::count<&Status::intfAddrCount>,
-     .iterate = Zan::iterate<&Status::intfAddrIterator, Zan::erase<&Status::intfAddrDel>>,
+     .iterate = Zan::iterate<&Status::intfAddrIterator>,
      .erase = Zan::erase<&Status::intfAddrDel>},
 };
 static_assert(Zan::covers(ipStatusRows, 130, 130));
@@ -47,9 +48,10 @@ constexpr AttributeRow intfStatusDirRows[] = {
      .name = "intfStatus",
      .type = "Interface::IntfStatus",
      .flags = Flags::collection,
+     .index = {"intfId", "Lumo::IntfId"},
      .at = Zan::at<&Dir::intfStatus>,
      .count = Zan::count<&Dir::intfStatusCount>,
-     .iterate = Zan::iterate<&Dir::intfStatusIterator, Zan::erase<&Dir::intfStatusDel>>,
+     .iterate = Zan::iterate<&Dir::intfStatusIterator>,
      .erase = Zan::erase<&Dir::intfStatusDel>},
 };
 static_assert(Zan::covers(intfStatusDirRows, 130, 130));

@@ -15,6 +15,15 @@ using Zan::ArgumentRow;
 using Zan::AttributeRow;
 using Zan::Form;
 
+constexpr ArgumentRow routeResolverArguments[] = {{"uribStatus", "Routing::Shadow::Status"},
+                                                  {"mribStatus", "Routing::Multicast::Rib::Status"},
+                                                  {"allIntfStatusDir", "Interface::AllIntfStatusDir"}};
+constexpr Form routeResolverForms[] = {{routeResolverArguments, Zan::call<&Sm::routeResolverIs>}};
+constexpr ArgumentRow mribShadowArguments[] = {{"name", "Zan::Name"}};
+constexpr Form mribShadowForms[] = {{mribShadowArguments, Zan::call<&Sm::mribShadowIs>}};
+constexpr ArgumentRow trieBuilderArguments[] = {{"mribStatus", "Routing::Multicast::Rib::Status"},
+                                                {"mribRouteStatus", "Routing::Multicast::Shadow::Status"}};
+constexpr Form trieBuilderForms[] = {{trieBuilderArguments, Zan::call<&Sm::trieBuilderIs>}};
 constexpr AttributeRow mribSmRows[] = {
     activityRow,
     {.id = 130,
@@ -70,26 +79,27 @@ constexpr AttributeRow mribSmRows[] = {
      .name = "mribConfigPrefix",
      .type = "Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix",
      .flags = Flags::collection | Flags::reactor,
+     .index = {"prefix", "Lumo::IpGenPrefix"},
      .at = Zan::at<&Sm::mribConfigPrefix>,
      .count = Zan::count<&Sm::mribConfigPrefixCount>,
-     .iterate = Zan::iterate<&Sm::mribConfigPrefixIterator, Zan::erase<&Sm::mribConfigPrefixDel>>,
+     .iterate = Zan::iterate<&Sm::mribConfigPrefixIterator>,
      .erase = Zan::erase<&Sm::mribConfigPrefixDel>,
      .eraseAll = Zan::eraseAll<&Sm::mribConfigPrefixDelAll>},
     {.id = 141,
      .name = "routeResolver",
      .type = "Routing::Multicast::Rib::RouteResolverSm",
-     .flags = Flags::readOnly,
-     .get = Zan::get<&Sm::routeResolver>},
+     .get = Zan::get<&Sm::routeResolver>,
+     .forms = routeResolverForms},
     {.id = 142,
      .name = "mribShadow",
      .type = "Routing::Multicast::Shadow::Status",
-     .flags = Flags::readOnly,
-     .get = Zan::get<&Sm::mribShadow>},
+     .get = Zan::get<&Sm::mribShadow>,
+     .forms = mribShadowForms},
     {.id = 143,
      .name = "trieBuilder",
      .type = "Routing::Multicast::Rib::MribTrieBuilderSm",
-     .flags = Flags::readOnly,
-     .get = Zan::get<&Sm::trieBuilder>},
+     .get = Zan::get<&Sm::trieBuilder>,
+     .forms = trieBuilderForms},
     {.id = 144,
      .name = "defaultPrefix",
      .type = "Lumo::IpGenPrefix",
@@ -110,9 +120,10 @@ constexpr AttributeRow mribConfigPrefixRows[] = {
      .name = "mribConfigPref",
      .type = "Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::ZanMribConfigPref",
      .flags = Flags::collection | Flags::reactor,
+     .index = {"preference", "U8"},
      .at = Zan::at<&Prefix::mribConfigPref>,
      .count = Zan::count<&Prefix::mribConfigPrefCount>,
-     .iterate = Zan::iterate<&Prefix::mribConfigPrefIterator, Zan::erase<&Prefix::mribConfigPrefDel>>,
+     .iterate = Zan::iterate<&Prefix::mribConfigPrefIterator>,
      .erase = Zan::erase<&Prefix::mribConfigPrefDel>,
      .eraseAll = Zan::eraseAll<&Prefix::mribConfigPrefDelAll>},
     handlerRow<&Prefix::handleDel>(132, "handleDel"),

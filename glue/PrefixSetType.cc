@@ -21,9 +21,10 @@ constexpr AttributeRow prefixSetRows[] = {
      .name = "prefix",
      .type = "Lumo::IpGenPrefix",
      .flags = Flags::collection,
+     .index = {"prefix", "Lumo::IpGenPrefix"},
      .at = Zan::at<&Set::prefix>,
      .count = Zan::count<&Set::prefixCount>,
-     .iterate = Zan::iterate<&Set::prefixIterator, Zan::erase<&Set::prefixDel>>,
+     .iterate = Zan::iterate<&Set::prefixIterator>,
      .erase = Zan::erase<&Set::prefixDel>},
 };
 static_assert(Zan::covers(prefixSetRows, 130, 131));

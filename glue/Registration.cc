@@ -8,63 +8,20 @@ namespace glue {
 
 namespace {
 
-/// The names of the configuration side in the order of their first use.
-struct Names {
-  Names() {
-    for (const char* name : {"ipStatus",
-                             "status",
-                             "mribStatus",
-                             "allIntfStatusDir",
-                             "handleInitialize",
-                             "defaultPrefix",
-                             "config",
-                             "uribStatus",
-                             "mribSm",
-                             "initialized",
-                             "handleChangedRoute",
-                             "mribForPrefix",
-                             "lPrefix",
-                             "doAddOrUpdateRoute",
-                             "rpf",
-                             "p",
-                             "pref",
-                             "doDelRpf",
-                             "doDelRoute",
-                             "doAddWatchPrefix",
-                             "doDelWatchPrefix",
-                             "prefix",
-                             "paddr",
-                             "doMaybeRefreshRoutes",
-                             "changedPrefix",
-                             "add",
-                             "doRecursiveDelete",
-                             "delRoute",
-                             "pset",
-                             "doRecursiveUpdate",
-                             "intfInfo",
-                             "uribShadowStatus",
-                             "mribConfig",
-                             "initialize",
-                             "intfStatus",
-                             "intfConfig",
-                             "mribConfigPrefix",
-                             "routeResolver",
-                             "mribShadow",
-                             "name",
-                             "trieBuilder",
-                             "mribRouteStatus"}) {
-      Zan::Introspection::instance().useName(name);
-    }
-  }
-};
-
-const Names names;
-const Zan::TypeRegistration engine({"Routing", "Multicast", "Rib"},
-                                   {&interfaceInfoTable, &routeResolverTable, &mribForPrefixTable,
-                                    &mribSmTable, &mribConfigPrefixTable, &mribConfigPrefTable,
-                                    &trieBuilderTable, &trieBuilderRouteTable, &configTable,
-                                    &routeKeyPrefixTable, &routeKeyPreferenceTable, &routeTable, &statusTable,
-                                    &prefixSetTable});
+// The state machines refer to each other, and tools list names in the order of their first use: what all of
+// the configuration side is given comes first, then the resolver but for what it shares with the engine that
+// owns it, then the engine from its inputs on.
+const Zan::TypeRegistration engine(
+    {"Routing", "Multicast", "Rib"},
+    {&interfaceInfoTable, &routeResolverTable, &mribForPrefixTable, &mribSmTable, &mribConfigPrefixTable,
+     &mribConfigPrefTable, &trieBuilderTable, &trieBuilderRouteTable, &configTable, &routeKeyPrefixTable,
+     &routeKeyPreferenceTable, &routeTable, &statusTable, &prefixSetTable},
+    {{&interfaceInfoTable, {"ipStatus", "status"}},
+     {&mribSmTable, {"mribStatus", "allIntfStatusDir", "handleInitialize", "defaultPrefix"}},
+     {&interfaceInfoTable},
+     {&routeResolverTable, {}, {"intfStatus", "zan_TrieIn"}},
+     {&mribSmTable, {"intfInfo", "uribShadowStatus", "mribConfig"}},
+     {&mribSmTable}});
 const Zan::TypeRegistration engine6({"Routing6", "Multicast", "Rib"},
                                     {&trieBuilder6Table, &trieBuilder6RouteTable, &route6Table,
                                      &status6Table});
@@ -81,12 +38,6 @@ const struct Factories {
     for (const Zan::FactoryRow& row : factories()) Zan::Introspection::instance().registerFactory(row);
   }
 } registeredFactories;
-
-// Handles that are looked up once, when everything is registered, and released when the program ends.
-const Zan::AttributeHandle deletedPreference("Routing::Multicast::Rib::MribTrieBuilderSm",
-                                             "deletedPreference");
-const Zan::AttributeHandle deletedPreferenceUnknown("Routing::Multicast::Rib::MribTrieBuilderSm",
-                                                    "deletedPreferenceUnknown");
 
 }  // namespace
 

@@ -35,9 +35,10 @@ constexpr AttributeRow routeRows[] = {
      .name = "via",
      .type = Family::viaName,
      .flags = Flags::collection,
+     .index = {"via", Family::viaName},
      .at = Zan::at<&R::via>,
      .count = Zan::count<&R::viaCount>,
-     .iterate = Zan::iterate<&R::viaIterator, Zan::erase<&R::viaDel>>,
+     .iterate = Zan::iterate<&R::viaIterator>,
      .erase = Zan::erase<&R::viaDel>,
      .eraseAll = Zan::eraseAll<&R::viaDelAll>},
     {.id = 134,
@@ -50,9 +51,10 @@ constexpr AttributeRow routeRows[] = {
      .name = "prefixSet",
      .type = "Routing::Multicast::Rib::PrefixSet",
      .flags = Flags::collection,
+     .index = {"lPrefix", "Lumo::IpGenPrefix"},
      .at = Zan::at<&R::prefixSet>,
      .count = Zan::count<&R::prefixSetCount>,
-     .iterate = Zan::iterate<&R::prefixSetIterator, Zan::erase<&R::prefixSetDel>>,
+     .iterate = Zan::iterate<&R::prefixSetIterator>,
      .erase = Zan::erase<&R::prefixSetDel>},
 };
 static_assert(Zan::covers(routeRows<Family4>, 130, 136));

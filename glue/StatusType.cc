@@ -23,9 +23,10 @@ constexpr AttributeRow statusRows[] = {
      .name = "route",
      .type = Family::routeName,
      .flags = Flags::collection,
+     .index = {"prefix", Family::prefixName},
      .at = Zan::at<&S::route>,
      .count = Zan::count<&S::routeCount>,
-     .iterate = Zan::iterate<&S::routeIterator, Zan::erase<&S::routeDel>>,
+     .iterate = Zan::iterate<&S::routeIterator>,
      .erase = Zan::erase<&S::routeDel>,
      .eraseAll = Zan::eraseAll<&S::routeDelAll>},
 };

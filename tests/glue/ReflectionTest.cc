@@ -46,13 +46,13 @@ Value text(const char* t) {
   return Value::of(std::string(t));
 }
 
-/// Does something that must throw an `E`, and gives its text and subject.
+/// Does something that must throw an `E`, and gives its text, subject and attribute.
 template <class E, class Action>
 std::string thrown(Action action) {
   try {
     action();
   } catch (const E& e) {
-    return std::string(e.what()) + " | " + e.subject();
+    return std::string(e.what()) + " | " + e.subject() + " | " + e.attribute();
   } catch (const std::exception& e) {
     return "another exception: " + std::string(e.what());
   }
@@ -100,14 +100,57 @@ TEST(Registration, ListsTheTypesInOrderAndTheirAttributesWithTheirIdentifiers) {
     EXPECT_EQ(a->containingType(), "doAddOrUpdateRoute");
   }
   EXPECT_EQ(arguments, "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
-  const std::vector<std::string> first(registry.names().begin(), registry.names().begin() + 8);
-  EXPECT_EQ(first, (std::vector<std::string>{"ipStatus", "status", "mribStatus", "allIntfStatusDir",
-                                             "handleInitialize", "defaultPrefix", "config", "uribStatus"}));
   try {
     const Zan::ZanAttrIntrospectionFlags flags(0x40);
     FAIL() << flags.value();
   } catch (const Zan::RangeException& e) {
     EXPECT_STREQ(e.what(), "ZanAttrIntrospectionFlags::value > 0x3f not allowed");
+  }
+}
+
+TEST(Registration, UsesTheNamesOfTheConfigurationSideInTheirOrder) {
+  // What every state machine has comes in between.
+  const std::set<std::string_view> common = {"hasNotificationActiveIs", "active", "zanDoZombieReactors",
+                                             "zombie", "zanFwkActivity"};
+  std::string names;
+  for (const auto& name : Zan::Introspection::instance().names()) {
+    if (!common.contains(name)) (names += name) += ' ';
+    if (name == "mribRouteStatus") break;
+  }
+  EXPECT_EQ(names,
+            "ipStatus status mribStatus allIntfStatusDir handleInitialize defaultPrefix config uribStatus "
+            "mribSm initialized handleChangedRoute mribForPrefix lPrefix doAddOrUpdateRoute rpf p pref "
+            "doDelRpf doDelRoute doAddWatchPrefix doDelWatchPrefix prefix paddr doMaybeRefreshRoutes "
+            "changedPrefix add doRecursiveDelete delRoute pset doRecursiveUpdate intfInfo uribShadowStatus "
+            "mribConfig initialize intfStatus intfConfig mribConfigPrefix routeResolver mribShadow name "
+            "trieBuilder mribRouteStatus ");
+}
+
+TEST(Registration, GivesMutatorsAndCollectionsTheirArgumentContexts) {
+  const auto& registry = Zan::Introspection::instance();
+  const auto context = [&](const char* name) {
+    const auto attribute = registry.attribute("Routing::Multicast::Rib::MribSm", name);
+    std::string all;
+    for (const auto& a : attribute->forms().at(0)) (((all += a->name()) += ' ') += a->valueType()) += ", ";
+    return all;
+  };
+  EXPECT_EQ(context("mribShadow"), "name Zan::Name, ");
+  EXPECT_EQ(context("trieBuilder"),
+            "mribStatus Routing::Multicast::Rib::Status, "
+            "mribRouteStatus Routing::Multicast::Shadow::Status, ");
+  EXPECT_EQ(context("routeResolver"),
+            "uribStatus Routing::Shadow::Status, mribStatus Routing::Multicast::Rib::Status, "
+            "allIntfStatusDir Interface::AllIntfStatusDir, ");
+  const auto sets = registry.attribute("Routing::Multicast::Rib::RouteResolverSm", "mribForPrefix");
+  EXPECT_EQ(sets->index()->name(), "lPrefix");
+  EXPECT_EQ(sets->index()->valueType(), "Lumo::IpGenPrefix");
+  EXPECT_EQ(sets->index()->containingType(), "mribForPrefix");
+  for (const auto& type : registry.types()) {
+    for (const auto& attribute : type->attributes) {
+      EXPECT_EQ(attribute->index() != nullptr,
+                attribute->flags().has(Zan::ZanAttrIntrospectionFlags::collection))
+          << type->table->name << ' ' << attribute->name();
+    }
   }
 }
 
@@ -154,6 +197,7 @@ TEST_F(Reflection, ReachesEveryObjectAndAgreesWithItsOwnNames) {
       for (auto i = handle.iterator(row.id); i->nonNull(); i->advance(), ++members) {
         visit(i->member());
         const Value key = i->key();
+        EXPECT_EQ(key.typeName(), row.index.type) << row.name;
         if (row.at) visit(handle.attributeOp({row.id, AttributeOp::readAt}, Zan::Arguments(&key, 1)));
       }
       EXPECT_EQ(handle.attributeOp({row.id, AttributeOp::count}).as<U32>(), members) << row.name;
@@ -194,6 +238,31 @@ TEST_F(Reflection, InvokesOperationsByTheNamesOfTheirArguments) {
   resolver.call("doRecursiveUpdate", {{"pset", Value(Zan::Ptr<Routing::Multicast::Rib::PrefixSet>())}});
 }
 
+TEST_F(Reflection, InvokesMutatorsWithTheirArguments) {
+  const auto shadow = world.mrib->mribShadow();
+  const auto trieBuilder = world.mrib->trieBuilder();
+  EXPECT_EQ(sm.call("mribShadow", {{"name", text("mribShadow")}}).object().get(), shadow.get());
+  EXPECT_EQ(sm.call("routeResolver", {{"allIntfStatusDir", sm.read("allIntfStatusDir")},
+                                      {"uribStatus", sm.read("uribShadowStatus")},
+                                      {"mribStatus", sm.read("mribStatus")}})
+                .object()
+                .get(),
+            resolver.object().get())
+      << "from the same inputs: the same child";
+  sm.set("mribShadow", text("another"));
+  EXPECT_EQ(world.mrib->mribShadow()->name(), Zan::Name("another"));
+  const Value inputs[] = {sm.read("mribStatus"), sm.read("mribShadow")};
+  const Value made = sm.attributeOp({sm.attributeId("trieBuilder"), AttributeOp::set}, inputs);
+  EXPECT_EQ(made.object().get(), world.mrib->trieBuilder().get());
+  EXPECT_NE(made.object().get(), trieBuilder.get());
+  EXPECT_EQ(world.mrib->trieBuilder()->mribRouteStatus(), world.mrib->mribShadow());
+  const auto set = Routing::Multicast::Rib::PrefixSet::PrefixSetIs(IpGenPrefix("9.0.0.0/8"));
+  resolver.set("mribForPrefix", Value(set));
+  EXPECT_EQ(resolver.read("mribForPrefix", text("9.0.0.0/8")).object().get(), set.get());
+  EXPECT_THROW(resolver.set("mribForPrefix", Value(Routing::Multicast::Rib::PrefixSet::Ptr())),
+               Zan::RangeException);
+}
+
 TEST_F(Reflection, InitializedSilencesBothHandlersOfTheResolver) {
   resolver.set("initialized", Value::of(true));
   const TraceRecorder recorder;
@@ -214,30 +283,45 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
         return [&handle, &row, what, arguments] { handle.attributeOp({row.id, what}, arguments); };
       };
       const std::string name(row.name);
-      const std::string refused = "attempting to modify a const instance | " + name;
-      for (const AttributeOp what :
-           {AttributeOp::set, AttributeOp::erase, AttributeOp::eraseAll, AttributeOp::invoke}) {
+      const std::string refused = "attempting to modify a const instance | " + name + " | " + name;
+      for (const AttributeOp what : {AttributeOp::set, AttributeOp::erase, AttributeOp::eraseAll,
+                                     AttributeOp::invoke, AttributeOp(200), AttributeOp(255)}) {
         EXPECT_EQ(thrown<ConstInstanceException>(op(readOnly, what, {text("1"), text("1")})), refused);
       }
-      const std::string unsupported = "operation not supported by attribute \"" + name + "\" | " + name;
-      const std::string badIndex = "bad index for attribute \"" + name + "\" | " + name;
-      if (!row.set) {
+      const std::string unsupported =
+          "operation not supported by attribute \"" + name + "\" | " + name + " | " + name;
+      const std::string badIndex = "bad index for attribute \"" + name + "\" | " + name + " | " + name;
+      for (const AttributeOp what : {AttributeOp(4), AttributeOp(127), AttributeOp(132), AttributeOp(255)}) {
+        EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, what)), unsupported);
+      }
+      if (!row.set && !row.hasMutatorForms()) {
         EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, AttributeOp::set, {text("x")})),
                   unsupported);
       } else {
-        EXPECT_EQ(thrown<TypeException>(op(machine, AttributeOp::set, {text("no such value")}))
-                      .rfind("expected a ", 0),
-                  0u);
+        const std::string first(row.set ? "value" : row.forms.front().arguments[0].name);
         EXPECT_EQ(thrown<MissingArgumentException>(op(machine, AttributeOp::set)),
-                  "missing argument \"value\" of \"" + name + "\" | value");
+                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first + " | " + name);
       }
-      if (!row.at) {
-        EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::readAt, {text("1")})), badIndex);
-      }
-      if (row.at) {
+      if (row.set) {
         EXPECT_EQ(
-            thrown<TypeException>(op(machine, AttributeOp::readAt, {text("no key")})).rfind("expected a ", 0),
-            0u);
+            thrown<TypeException>(op(machine, AttributeOp::set, {text("no such value")})),
+            "expected a value of type " + std::string(row.type) + ", found " +
+                (row.type.find("::") == row.type.npos || row.type == "Lumo::IpGenPrefix" ? "\"no such value\""
+                                                                                         : "text") +
+                " for \"" + name + "\" | " + std::string(row.type) + " | " + name);
+      }
+      EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::readAt, {text("no key")})), badIndex);
+      if (row.at) {
+        EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::read)), badIndex);
+        EXPECT_EQ(thrown<UnknownArgumentException>(op(machine, AttributeOp::readAt, {text("1"), text("2")})),
+                  "unknown argument \"#2\" of \"" + name + "\" | #2 | " + name);
+        for (const AttributeOp what : {AttributeOp::readAt, AttributeOp::erase}) {
+          EXPECT_EQ(thrown<BadIndexException>(op(machine, what)), badIndex);
+          EXPECT_EQ(thrown<BadIndexException>(op(machine, what, {Value::of(12.5)})), badIndex);
+          EXPECT_EQ(thrown<BadIndexException>(op(machine, what, {Value(world.config)})), badIndex);
+        }
+      } else {
+        EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, AttributeOp::iterate)), unsupported);
       }
       if (row.get) {
         EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::read, {text("1")})), badIndex);
@@ -247,29 +331,43 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
         EXPECT_EQ(thrown<OperationNotSupportedException>([&] { machine.call(row.name); }), unsupported);
         continue;
       }
-      EXPECT_EQ(thrown<UnknownArgumentException>([&] {
-                  machine.call(row.name, {{"bogus", text("1")}});
-                }),
-                "unknown argument \"bogus\" of \"" + name + "\" | bogus");
+      std::vector<NamedArgument> tooMany = {{"bogus", text("1")}};
+      for (const Form& form : row.forms) {
+        for (const ArgumentRow& argument : form.arguments)
+          tooMany.push_back({std::string(argument.name), {}});
+      }
+      for (const auto& arguments : {tooMany, {tooMany[0]}}) {
+        EXPECT_EQ(thrown<UnknownArgumentException>([&] { machine.call(row.name, arguments); }),
+                  "unknown argument \"bogus\" of \"" + name + "\" | bogus | " + name);
+      }
+      const std::string extra = '#' + std::to_string(tooMany.size());
+      EXPECT_EQ(thrown<UnknownArgumentException>(
+                    op(machine, AttributeOp::invoke, std::vector<Value>(tooMany.size()))),
+                "unknown argument \"" + extra + "\" of \"" + name + "\" | " + extra + " | " + name);
       if (const auto& arguments = row.forms.front().arguments; !arguments.empty()) {
         const std::string first(arguments[0].name);
         EXPECT_EQ(thrown<MissingArgumentException>([&] { machine.call(row.name); }),
-                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first);
+                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first + " | " + name);
         EXPECT_EQ(thrown<TypeException>([&] {
                     machine.attributeOp({row.id, AttributeOp::invoke},
                                         std::vector<Value>(arguments.size(), Value::of(12.5)));
                   }),
-                  "expected a value of type " + std::string(arguments[0].type) + ", found double | " +
-                      std::string(arguments[0].type));
+                  "expected a value of type " + std::string(arguments[0].type) + ", found double for \"" +
+                      name + "\" | " + std::string(arguments[0].type) + " | " + name);
       }
     }
     EXPECT_EQ(thrown<UnknownAttributeException>([&] { machine.read("bogus"); }),
-              "no attribute \"bogus\" in " + std::string(machine.type()->table->name) + " | bogus");
+              "no attribute \"bogus\" in " + std::string(machine.type()->table->name) + " | bogus | bogus");
     EXPECT_EQ(thrown<ConstInstanceException>([&] {
                 readOnly.attributeOp({9999, AttributeOp::set});
-              }).rfind("attempting", 0),
-              0u)
+              }),
+              "attempting to modify a const instance | #9999 | #9999")
         << "refused before it is looked for";
+    EXPECT_EQ(thrown<ConstInstanceException>([&] {
+                readOnly.attributeOp({isZombieId, AttributeOp::set}, {});
+              }),
+              "attempting to modify a const instance | isZombie | isZombie")
+        << "by the base type's name for it";
   }
 }
 
@@ -280,6 +378,10 @@ TEST_F(Reflection, WhatIsReachedThroughAConstHandleIsConst) {
   const GenericIf status(readOnly.read("mribStatus").object());
   const GenericIf route(status.read("route", text("10.0.0.0/8")).object());
   EXPECT_THROW(route.set("preference", Value::of(U8{9})), Zan::ConstInstanceException);
+  EXPECT_EQ(
+      thrown<Zan::TypeException>([&] { resolver.set("mribStatus", readOnly.read("mribStatus")); }),
+      "expected a value of type Routing::Multicast::Rib::Status, found const "
+      "Routing::Multicast::Rib::Status for \"mribStatus\" | Routing::Multicast::Rib::Status | mribStatus");
   GenericIf(sm.read("routeResolver").object()).set("initialized", Value::of(true));
   EXPECT_TRUE(world.mrib->routeResolver()->initialized());
 }
@@ -296,10 +398,54 @@ TEST_F(Reflection, IteratorsSurviveWhatTheyDelete) {
   i->advance();
   EXPECT_EQ(i->key().text(), "11.0.0.0/8");
   EXPECT_EQ(world.mrib->mribConfigPrefixCount(), 1u);
-  EXPECT_THROW(asConst(sm).iterator(id)->erase(), Zan::ConstInstanceException);
+  EXPECT_EQ(thrown<Zan::ConstInstanceException>([&] { asConst(sm).iterator(id)->erase(); }),
+            "attempting to modify a const instance | mribConfigPrefix | mribConfigPrefix");
   i->erase();
   copy->advance();
   EXPECT_FALSE(copy->nonNull());
+}
+
+TEST_F(Reflection, IteratesSetsOfValuesAlike) {
+  const auto via = [](const char* hop) { return Routing::Fib::Via{Lumo::IpAddr(hop), nullptr}; };
+  const auto rpfs = world.config->routeIs(IpGenPrefix("50.0.0.0/8"))->prefIs(1);
+  const auto set = Routing::Multicast::Rib::PrefixSet::PrefixSetIs(IpGenPrefix("9.0.0.0/8"));
+  const auto route = world.mribStatus->routeIs(Lumo::Prefix("60.0.0.0/8"));
+  for (const char* address : {"8.0.0.1", "8.0.0.2"}) {
+    rpfs->rpfIs(EngineWorld::via(address));
+    set->prefixIs(IpGenPrefix(Lumo::IpAddr(address), 32), true);
+    route->viaIs(via(address), true);
+  }
+  route->prefixSetIs(set);
+  route->prefixSetIs(Routing::Multicast::Rib::PrefixSet::PrefixSetIs(IpGenPrefix("7.0.0.0/8")));
+  const std::pair<GenericIf, const char*> collections[] = {
+      {GenericIf(rpfs), "rpf"},
+      {GenericIf(set), "prefix"},
+      {GenericIf(Zan::Ptr<Routing::Multicast::Rib::Route>(route)), "via"},
+      {GenericIf(Zan::Ptr<Routing::Multicast::Rib::Route>(route)), "prefixSet"}};
+  for (const auto& [owner, name] : collections) {
+    const Zan::AttributeId id = owner.attributeId(name);
+    const auto i = owner.attributeOp({id, AttributeOp::iterate}).as<Zan::IteratorPtr>();
+    const auto copy = i->clone();
+    const auto next = i->clone();
+    next->advance();
+    const std::string second = next->key().text();
+    i->erase();
+    for (const auto* gone : {i.get(), copy.get()}) {
+      EXPECT_FALSE(gone->nonNull()) << name;
+      EXPECT_TRUE(gone->key().isNothing() && gone->member().isNothing()) << name;
+    }
+    EXPECT_EQ(owner.attributeOp({id, AttributeOp::count}).as<U32>(), 1u) << name;
+    i->erase();
+    EXPECT_EQ(owner.attributeOp({id, AttributeOp::count}).as<U32>(), 1u) << "null deletes nothing";
+    i->advance();
+    copy->advance();
+    EXPECT_EQ(i->key().text(), second) << name;
+    EXPECT_EQ(copy->key().text(), second) << name;
+    const auto constant = asConst(owner).iterator(id);
+    EXPECT_EQ(thrown<Zan::ConstInstanceException>([&] { constant->erase(); }),
+              "attempting to modify a const instance | " + std::string(name) + " | " + name);
+    EXPECT_EQ(constant->member().isObject(), constant->member().object().isConst()) << name;
+  }
 }
 
 TEST_F(Reflection, HearsTheChangesOfObjectsWithoutKnowingTheirClass) {
@@ -327,7 +473,16 @@ TEST_F(Reflection, CallsTheFactoriesByName) {
   EXPECT_EQ(GenericIf(made.object()).read("status").object().get(), status6.get());
   EXPECT_EQ(thrown<Zan::MissingArgumentException>(
                 [] { Zan::callFactory("Routing::Multicast::Rib::mribTrieBuilderSmFactory"); }),
-            "missing argument \"status\" of \"Routing::Multicast::Rib::mribTrieBuilderSmFactory\" | status");
+            "missing argument \"status\" of \"Routing::Multicast::Rib::mribTrieBuilderSmFactory\" | status | "
+            "Routing::Multicast::Rib::mribTrieBuilderSmFactory");
+  EXPECT_EQ(
+      thrown<Zan::TypeException>([&] {
+        Zan::callFactory("Routing::Multicast::Rib::mribTrieBuilderSmFactory",
+                         {{"", Value(status6)}, {"", Value(shadow6)}});
+      }),
+      "expected a value of type Routing::Multicast::Rib::Status, found Routing6::Multicast::Rib::Status "
+      "for \"Routing::Multicast::Rib::mribTrieBuilderSmFactory\" | Routing::Multicast::Rib::Status | "
+      "Routing::Multicast::Rib::mribTrieBuilderSmFactory");
   EXPECT_EQ(Zan::Introspection::instance().factories().size(), 5u);
 }
 

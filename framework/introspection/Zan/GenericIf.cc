@@ -8,6 +8,11 @@ namespace Zan {
 
 namespace {
 
+/// How what has no name is named.
+std::string numbered(std::size_t number) {
+  return '#' + std::to_string(number);
+}
+
 /// The arguments of a form, each in its place; throws for one that is not known, given twice or missing.
 std::vector<Value> inOrder(std::string_view what, std::span<const ArgumentRow> rows,
                            const std::vector<NamedArgument>& arguments) {
@@ -19,8 +24,7 @@ std::vector<Value> inOrder(std::string_view what, std::span<const ArgumentRow> r
                                     [&](const ArgumentRow& row) { return row.name == argument.name; });
     const std::size_t place = argument.name.empty() ? i : static_cast<std::size_t>(named - rows.begin());
     if (place >= rows.size() || given[place]) {
-      throw UnknownArgumentException(what,
-                                     argument.name.empty() ? "#" + std::to_string(i + 1) : argument.name);
+      throw UnknownArgumentException(what, argument.name.empty() ? numbered(i + 1) : argument.name);
     }
     values[place] = argument.value;
     given[place] = true;
@@ -29,6 +33,55 @@ std::vector<Value> inOrder(std::string_view what, std::span<const ArgumentRow> r
     if (!given[i]) throw MissingArgumentException(what, rows[i].name);
   }
   return values;
+}
+
+/// Runs `action`; a value that it could not convert is refused in the name of `attribute`. What `action`
+/// calls may use reflection too: its refusals have names already.
+template <class Action>
+Value about(std::string_view attribute, Action action) {
+  try {
+    return action();
+  } catch (const TypeException& e) {
+    if (!e.attribute().empty()) throw;
+    throw TypeException(e.subject(), e.found(), attribute);
+  }
+}
+
+template <class Function>
+Function required(const AttributeRow& row, Function function) {
+  if (!function) throw OperationNotSupportedException(row.name);
+  return function;
+}
+
+/// `missing` names the first argument that there must be beyond those given.
+void requireArguments(const AttributeRow& row, Arguments arguments, std::size_t n,
+                      std::string_view missing = {}) {
+  if (arguments.size() < n) throw MissingArgumentException(row.name, missing);
+  if (arguments.size() > n) throw UnknownArgumentException(row.name, numbered(n + 1));
+}
+
+/// Runs `action` with the one argument, an index.
+template <class Action>
+Value withIndex(const AttributeRow& row, Arguments arguments, Action action) {
+  if (arguments.empty()) throw BadIndexException(row.name);
+  requireArguments(row, arguments, 1);
+  try {
+    return action(arguments[0]);
+  } catch (const TypeException& e) {
+    if (!e.attribute().empty()) throw;
+    throw BadIndexException(row.name);
+  }
+}
+
+/// The form with this number of arguments; else the longest, which then says what is wrong with them.
+const Form& formFor(const AttributeRow& row, std::size_t arguments) {
+  if (row.forms.empty()) throw OperationNotSupportedException(row.name);
+  const auto fits = [=](const Form& form) { return form.arguments.size() == arguments; };
+  const auto form = std::find_if(row.forms.begin(), row.forms.end(), fits);
+  if (form != row.forms.end()) return *form;
+  return *std::max_element(row.forms.begin(), row.forms.end(), [](const Form& a, const Form& b) {
+    return a.arguments.size() < b.arguments.size();
+  });
 }
 
 }  // namespace
@@ -46,101 +99,87 @@ std::string Value::text() const {
   return !ref ? "null" : entity ? entity->fullName() : std::string(typeName());
 }
 
-const TypeEntry* GenericIf::type() const {
-  return object_ ? Introspection::instance().typeOf(*object_.get()) : nullptr;
-}
+GenericIf::GenericIf(ObjectRef object)
+    : object_(std::move(object)),
+      type_(object_ ? Introspection::instance().typeOf(*object_.get()) : nullptr) {}
 
 AttributeId GenericIf::attributeId(std::string_view name) const {
-  for (const TypeEntry* entry = type(); entry; entry = entry->base) {
-    if (const AttributeRow* row = entry->row(name)) return row->id;
-  }
-  throw UnknownAttributeException(type() ? type()->table->name : "null", name);
+  if (const ZanAttr* attribute = type_ ? type_->attribute(name) : nullptr) return attribute->id();
+  throw UnknownAttributeException(type_ ? type_->table->name : "null", name);
 }
 
 /// Own table first, then those of the base types.
-const AttributeRow& GenericIf::row(AttributeId attribute) const {
-  for (const TypeEntry* entry = type(); entry; entry = entry->base) {
-    if (const AttributeRow* row = entry->row(attribute)) return *row;
+const AttributeRow* GenericIf::find(AttributeId attribute) const {
+  for (const TypeEntry* entry = type_; entry; entry = entry->base) {
+    if (const AttributeRow* row = entry->row(attribute)) return row;
   }
-  throw UnknownAttributeException(type() ? type()->table->name : "null", "#" + std::to_string(attribute));
+  return nullptr;
+}
+
+const AttributeRow& GenericIf::row(AttributeId attribute) const {
+  if (const AttributeRow* found = find(attribute)) return *found;
+  throw UnknownAttributeException(type_ ? type_->table->name : "null", numbered(attribute));
 }
 
 Value GenericIf::attributeOp(Operation operation, Arguments arguments) const {
-  const AttributeOp op = operation.op;
-  if (object_.isConst() && isMutating(op)) {
-    const TypeEntry* entry = type();
-    const AttributeRow* own = entry ? entry->row(operation.attribute) : nullptr;
-    throw ConstInstanceException(own ? own->name : "");
+  if (object_.isConst() && isMutating(operation.op)) {
+    const AttributeRow* known = find(operation.attribute);
+    throw ConstInstanceException(known ? std::string(known->name) : numbered(operation.attribute));
   }
   const AttributeRow& r = row(operation.attribute);
-  const auto requireArguments = [&](std::size_t n, std::string_view what) {
-    if (arguments.size() < n) throw MissingArgumentException(r.name, what);
-    if (arguments.size() > n) throw UnknownArgumentException(r.name, "#" + std::to_string(n + 1));
-  };
-  const auto require = [&](auto function) {
-    if (!function) throw OperationNotSupportedException(r.name);
-    return function;
-  };
+  return about(r.name, [&] { return dispatch(r, operation.op, arguments); });
+}
+
+Value GenericIf::dispatch(const AttributeRow& r, AttributeOp op, Arguments arguments) const {
   switch (op) {
     case AttributeOp::read:
-      if (!arguments.empty()) throw BadIndexException(r.name);
-      return asConstAsThis(require(r.get)(*object_.get()));
+      if (!arguments.empty() || (r.at && !r.get)) throw BadIndexException(r.name);
+      return asConstAs(object_, required(r, r.get)(*object_.get()));
     case AttributeOp::readAt:
       if (!r.at) throw BadIndexException(r.name);
-      requireArguments(1, "key");
-      return asConstAsThis(r.at(*object_.get(), arguments[0]));
+      return withIndex(r, arguments,
+                       [&](const Value& key) { return asConstAs(object_, r.at(*object_.get(), key)); });
     case AttributeOp::count:
-      require(r.count);
-      requireArguments(0, "");
+      required(r, r.count);
+      requireArguments(r, arguments, 0);
       return Value::of(r.count(*object_.get()));
     case AttributeOp::iterate:
-      break;  // an iterator is no value: `iterator`
+      required(r, r.iterate);
+      requireArguments(r, arguments, 0);
+      return Value::of(IteratorPtr(r.iterate(object_, r)));
     case AttributeOp::set:
-      require(r.set);
-      requireArguments(1, "value");
+      if (r.hasMutatorForms()) return invoke(r, arguments);
+      required(r, r.set);
+      requireArguments(r, arguments, 1, "value");
       r.set(mutableObject(), arguments[0], r.type);
       return {};
     case AttributeOp::erase:
-      require(r.erase);
-      requireArguments(1, "key");
-      r.erase(mutableObject(), arguments[0]);
-      return {};
+      required(r, r.erase);
+      return withIndex(r, arguments, [&](const Value& key) {
+        r.erase(mutableObject(), key);
+        return Value();
+      });
     case AttributeOp::eraseAll:
-      require(r.eraseAll);
-      requireArguments(0, "");
+      required(r, r.eraseAll);
+      requireArguments(r, arguments, 0);
       r.eraseAll(mutableObject());
       return {};
     case AttributeOp::invoke:
-      if (r.forms.empty()) throw OperationNotSupportedException(r.name);
       return invoke(r, arguments);
   }
   throw OperationNotSupportedException(r.name);
 }
 
-/// An object that is reached through a const handle is const too.
-Value GenericIf::asConstAsThis(Value value) const {
-  if (!object_.isConst() || !value.isObject()) return value;
-  return ObjectRef(Ptr<PtrInterface const>(value.object().get()));
-}
-
-/// The form with this number of arguments; else the error is about the longest.
 Value GenericIf::invoke(const AttributeRow& row, Arguments arguments) const {
-  const Form* longest = &row.forms.front();
-  for (const Form& form : row.forms) {
-    if (form.arguments.size() == arguments.size())
-      return form.call(mutableObject(), arguments, form.arguments);
-    if (form.arguments.size() > longest->arguments.size()) longest = &form;
-  }
-  if (arguments.size() < longest->arguments.size()) {
-    throw MissingArgumentException(row.name, longest->arguments[arguments.size()].name);
-  }
-  throw UnknownArgumentException(row.name, "#" + std::to_string(longest->arguments.size() + 1));
+  const Form& form = formFor(row, arguments.size());
+  requireArguments(row, arguments, form.arguments.size(),
+                   arguments.size() < form.arguments.size() ? form.arguments[arguments.size()].name : "");
+  return form.call(mutableObject(), arguments, form.arguments);
 }
 
 std::unique_ptr<AttributeIterator> GenericIf::iterator(AttributeId attribute) const {
   const AttributeRow& r = row(attribute);
-  if (!r.iterate) throw OperationNotSupportedException(r.name);
-  return r.iterate(object_);
+  return required(r, r.iterate)(object_, r);
 }
 
 Value GenericIf::read(std::string_view name) const {
@@ -156,20 +195,19 @@ void GenericIf::set(std::string_view name, const Value& value) const {
 }
 
 Value GenericIf::call(std::string_view name, const std::vector<NamedArgument>& arguments) const {
-  const AttributeId id = attributeId(name);
-  const AttributeRow& r = row(id);
+  const AttributeRow& r = row(attributeId(name));
   if (object_.isConst()) throw ConstInstanceException(r.name);
-  if (r.forms.empty()) throw OperationNotSupportedException(r.name);
-  const auto fits = [&](const Form& form) { return form.arguments.size() == arguments.size(); };
-  auto form = std::find_if(r.forms.begin(), r.forms.end(), fits);
-  if (form == r.forms.end()) form = r.forms.begin();
-  return form->call(mutableObject(), inOrder(r.name, form->arguments, arguments), form->arguments);
+  const Form& form = formFor(r, arguments.size());
+  return about(r.name, [&] {
+    return form.call(mutableObject(), inOrder(r.name, form.arguments, arguments), form.arguments);
+  });
 }
 
 Value callFactory(std::string_view name, const std::vector<NamedArgument>& arguments) {
   const FactoryRow* factory = Introspection::instance().factory(name);
   if (!factory) throw UnknownAttributeException("the factories", name);
-  return factory->call(inOrder(name, factory->arguments, arguments), factory->arguments);
+  return about(
+      name, [&] { return factory->call(inOrder(name, factory->arguments, arguments), factory->arguments); });
 }
 
 }  // namespace Zan

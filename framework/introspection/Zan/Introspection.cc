@@ -69,6 +69,7 @@ AttributeIterator::~AttributeIterator() = default;
 
 ZanAttr::ZanAttr(const AttributeRow& row, std::string_view containingType)
     : name_(row.name), valueType_(row.type), containingType_(containingType), flags_(row.flags), id_(row.id) {
+  if (!row.index.name.empty()) index_ = create<ZanAttr>(row.index, row.name, AttributeId{0});
   for (const Form& form : row.forms) {
     auto& arguments = forms_.emplace_back();
     for (const ArgumentRow& argument : form.arguments) {
@@ -86,22 +87,36 @@ ZanAttr::ZanAttr(const ArgumentRow& argument, std::string_view containingType, A
 
 ZanAttr::~ZanAttr() = default;
 
-const AttributeRow* TypeEntry::row(AttributeId id) const {
-  const auto found = std::find_if(table->rows.begin(), table->rows.end(),
-                                  [id](const AttributeRow& row) { return row.id == id; });
-  return found == table->rows.end() ? nullptr : &*found;
+TypeEntry::TypeEntry(const TypeTable& t, const TypeEntry* b) : table(&t), base(b), attributes(t.rows.size()) {
+  AttributeId last = 0;
+  first_ = ~AttributeId{0};
+  const auto isOwn = [](const AttributeRow& row) {
+    return !row.flags.has(ZanAttrIntrospectionFlags::framework);
+  };
+  for (const AttributeRow& row : t.rows) {
+    if (!isOwn(row)) continue;
+    first_ = std::min(first_, row.id);
+    last = std::max(last, row.id);
+  }
+  for (const AttributeRow& row : t.rows) {
+    if (!isOwn(row)) continue;
+    rows_.resize(last - first_ + 1);
+    rows_[row.id - first_] = &row;
+  }
 }
 
-const AttributeRow* TypeEntry::row(std::string_view name) const {
-  const auto found = std::find_if(table->rows.begin(), table->rows.end(),
-                                  [name](const AttributeRow& row) { return row.name == name; });
-  return found == table->rows.end() ? nullptr : &*found;
+const ZanAttr* TypeEntry::attribute(std::string_view name) const {
+  const auto found = handles.find(name);
+  return found == handles.end() ? nullptr : found->second.get();
 }
 
 Introspection::Introspection() {
   openNamespace("Zan");
-  registerType(objectTable);
-  registerType(entityTable);
+  for (const TypeTable* table : {&objectTable, &entityTable}) {
+    registerType(*table);
+    registerAttributes({table});
+    keepHandles(*table);
+  }
   names_.clear();  // those of the sources count from here
   closeNamespace();
 }
@@ -131,15 +146,46 @@ void Introspection::registerType(const TypeTable& table) {
   ZAN_ASSERT(!type(table.name));
   const TypeEntry* base = table.baseName.empty() ? nullptr : type(table.baseName);
   ZAN_ASSERT(base || table.baseName.empty());
-  auto entry = std::make_unique<TypeEntry>(TypeEntry{&table, base, {}});
-  for (const AttributeRow& row : table.rows) {
-    useName(row.name);
-    entry->attributes.push_back(create<ZanAttr>(row, table.name));
-    for (const Form& form : row.forms) {
-      for (const ArgumentRow& argument : form.arguments) useName(argument.name);
-    }
+  types_.push_back(std::make_unique<TypeEntry>(table, base));
+  typesByName_.emplace(table.name, types_.back().get());
+}
+
+void Introspection::registerAttributes(const AttributeGroup& group) {
+  TypeEntry& entry = entryOf(*group.type);
+  const auto rows = group.type->rows;
+  for (const std::string_view name : group.names) {
+    const auto row = std::find_if(rows.begin(), rows.end(), [=](const auto& r) { return r.name == name; });
+    ZAN_ASSERT(row != rows.end());
+    registerAttribute(entry, *row);
   }
-  types_.push_back(std::move(entry));
+  if (!group.names.empty()) return;
+  for (const AttributeRow& row : rows) {
+    const bool excepted = std::find(group.except.begin(), group.except.end(), row.name) != group.except.end();
+    if (!excepted) registerAttribute(entry, row);
+  }
+}
+
+void Introspection::registerAttribute(TypeEntry& entry, const AttributeRow& row) {
+  auto& attribute = entry.attributes[static_cast<std::size_t>(&row - entry.table->rows.data())];
+  if (attribute) return;
+  attribute = create<ZanAttr>(row, entry.table->name);
+  useName(row.name);
+  if (!row.index.name.empty()) useName(row.index.name);
+  for (const Form& form : row.forms) {
+    for (const ArgumentRow& argument : form.arguments) useName(argument.name);
+  }
+}
+
+void Introspection::keepHandles(const TypeTable& table) {
+  TypeEntry& entry = entryOf(table);
+  for (const auto& attribute : entry.attributes) entry.handles.emplace(attribute->name(), attribute);
+  if (entry.base) entry.handles.insert(entry.base->handles.begin(), entry.base->handles.end());
+}
+
+TypeEntry& Introspection::entryOf(const TypeTable& table) const {
+  const auto found = typesByName_.find(table.name);
+  ZAN_ASSERT(found != typesByName_.end());
+  return *found->second;
 }
 
 void Introspection::registerFactory(const FactoryRow& row) {
@@ -154,9 +200,8 @@ const FactoryRow* Introspection::factory(std::string_view name) const {
 }
 
 const TypeEntry* Introspection::type(std::string_view name) const {
-  const auto found = std::find_if(types_.begin(), types_.end(),
-                                  [name](const auto& entry) { return entry->table->name == name; });
-  return found == types_.end() ? nullptr : found->get();
+  const auto found = typesByName_.find(name);
+  return found == typesByName_.end() ? nullptr : found->second;
 }
 
 const TypeEntry* Introspection::typeOf(const PtrInterface& object) const {
@@ -167,20 +212,22 @@ const TypeEntry* Introspection::typeOf(const PtrInterface& object) const {
 }
 
 Ptr<ZanAttr> Introspection::attribute(std::string_view typeName, std::string_view name) const {
-  for (const TypeEntry* entry = type(typeName); entry; entry = entry->base) {
-    for (const auto& attribute : entry->attributes) {
-      if (attribute->name() == name) return attribute;
-    }
-  }
-  return nullptr;
+  const TypeEntry* entry = type(typeName);
+  if (!entry) return nullptr;
+  const auto found = entry->handles.find(name);
+  return found == entry->handles.end() ? nullptr : found->second;
 }
 
 TypeRegistration::TypeRegistration(std::initializer_list<std::string_view> namespaces,
-                                   std::initializer_list<const TypeTable*> tables) {
+                                   std::initializer_list<const TypeTable*> tables,
+                                   std::initializer_list<AttributeGroup> groups) {
   Introspection& registry = Introspection::instance();
   for (const std::string_view name : namespaces) registry.openNamespace(name);
   for (const TypeTable* table : tables) registry.registerType(*table);
+  for (const AttributeGroup& group : groups) registry.registerAttributes(group);
+  for (const TypeTable* table : tables) registry.registerAttributes({table});
   for (std::size_t i = 0; i < namespaces.size(); ++i) registry.closeNamespace();
+  for (const TypeTable* table : tables) registry.keepHandles(*table);
 }
 
 AttributeHandle::AttributeHandle(std::string_view type, std::string_view name)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Zan/ZanAttr.h"
@@ -32,12 +33,33 @@ inline constexpr AttributeRow zanFwkActivityRow = {.id = zanFwkActivityId,
 
 /// A type as it was registered: its table, its attributes, and its base type.
 struct ZAN_EXPORT TypeEntry {
-  const TypeTable* table;
-  const TypeEntry* base;  ///< null for a root
-  std::vector<Ptr<ZanAttr>> attributes;
+  TypeEntry(const TypeTable& table, const TypeEntry* base);
 
-  const AttributeRow* row(AttributeId id) const;
-  const AttributeRow* row(std::string_view name) const;
+  const TypeTable* table;
+  const TypeEntry* base;                 ///< null for a root
+  std::vector<Ptr<ZanAttr>> attributes;  ///< in the order of the table's rows
+  /// The handles of all attributes by name, those of the base types included.
+  std::unordered_map<std::string_view, Ptr<ZanAttr>> handles;
+
+  /// The type's own rows, by identifier minus that of the first; null for an identifier of a base type.
+  const AttributeRow* row(AttributeId id) const {
+    const AttributeId place = id - first_;
+    return place < rows_.size() ? rows_[place] : nullptr;
+  }
+  /// Null for a name that neither the type nor its base types have.
+  const ZanAttr* attribute(std::string_view name) const;
+
+ private:
+  AttributeId first_ = 0;
+  std::vector<const AttributeRow*> rows_;
+};
+
+/// Attributes of one type that are registered together: those named, in this order, or else all that are not
+/// registered yet but for the excepted.
+struct AttributeGroup {
+  const TypeTable* type;
+  std::vector<std::string_view> names = {};
+  std::vector<std::string_view> except = {};
 };
 
 /// Every type that tells of itself, in the order of registration. Filled while the program is loaded, then
@@ -51,9 +73,13 @@ class ZAN_EXPORT Introspection {
   void closeNamespace();
   /// Notes a name in the order of its first use.
   void useName(std::string_view name);
-  /// The table must outlive the program. Its base type must be registered already, and be inside its
-  /// namespace.
+  /// Registers a type with its base type, which must be registered already; its attributes follow. The table
+  /// must outlive the program, and the type be inside the open namespace.
   void registerType(const TypeTable& table);
+  void registerAttributes(const AttributeGroup& group);
+  /// Looks up the handles of the type's attributes, and those of its base types, by name. To be called when
+  /// they are all registered.
+  void keepHandles(const TypeTable& table);
   /// The row must outlive the program.
   void registerFactory(const FactoryRow& row);
 
@@ -71,19 +97,25 @@ class ZAN_EXPORT Introspection {
 
  private:
   Introspection();
+  void registerAttribute(TypeEntry& entry, const AttributeRow& row);
+  TypeEntry& entryOf(const TypeTable& table) const;
 
   std::vector<std::string_view> namespaces_;
   std::vector<std::unique_ptr<TypeEntry>> types_;
+  std::unordered_map<std::string_view, TypeEntry*> typesByName_;
   std::vector<const FactoryRow*> factories_;
   std::vector<std::string> names_;
 };
 
-/// Registers the types of one source when the program is loaded: opens the namespaces, registers, closes
-/// them.
+/// Registers the types of one source when the program is loaded: opens the namespaces, registers the types,
+/// then their attributes, and closes the namespaces. The groups of attributes come first, in their order,
+/// then all that are left, table by table and row by row. Last it looks up the handles by which they are
+/// found by name, which live as long as the process.
 class ZAN_EXPORT TypeRegistration {
  public:
   TypeRegistration(std::initializer_list<std::string_view> namespaces,
-                   std::initializer_list<const TypeTable*> tables);
+                   std::initializer_list<const TypeTable*> tables,
+                   std::initializer_list<AttributeGroup> groups = {});
 };
 
 /// A process-wide handle of an attribute, found by name when the program is loaded and released when it ends.

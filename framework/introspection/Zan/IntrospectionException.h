@@ -8,15 +8,19 @@ namespace Zan {
 /// Base of what reflective access throws. `subject` is the attribute, argument or type that it is about.
 class ZAN_EXPORT IntrospectionException : public Exception {
  public:
-  IntrospectionException(std::string text, std::string subject);
+  IntrospectionException(std::string text, std::string subject, std::string_view attribute = {});
   ~IntrospectionException() override;
   const std::string& subject() const { return subject_; }
+  /// The attribute, operation or factory that was asked for something: its name, or "#" and its identifier
+  /// where there is none with that. Empty only for a value that was converted outside of any.
+  const std::string& attribute() const { return attribute_; }
 
  private:
   std::string subject_;
+  std::string attribute_;
 };
 
-/// A mutating operation through a handle on a const instance.
+/// A mutating operation through a handle on a const instance. The text does not name the attribute.
 class ZAN_EXPORT ConstInstanceException : public IntrospectionException {
  public:
   explicit ConstInstanceException(std::string_view attribute);
@@ -26,11 +30,15 @@ class ZAN_EXPORT ConstInstanceException : public IntrospectionException {
 /// A value of the wrong type; the subject is the type that was expected.
 class ZAN_EXPORT TypeException : public IntrospectionException {
  public:
-  TypeException(std::string_view expected, std::string_view found);
+  TypeException(std::string_view expected, std::string_view found, std::string_view attribute = {});
   ~TypeException() override;
+  const std::string& found() const { return found_; }
+
+ private:
+  std::string found_;
 };
 
-/// An index where there is no collection, or one that the attribute can't have.
+/// An index where there is no collection, none where there is one, or one that the collection can't have.
 class ZAN_EXPORT BadIndexException : public IntrospectionException {
  public:
   explicit BadIndexException(std::string_view attribute);

@@ -16,8 +16,8 @@ enum class AttributeOp : U8 {
   read = 0,
   readAt = 1,   ///< one argument, the key: the member of a collection, null when there is none
   count = 2,    ///< members of a collection
-  iterate = 3,  ///< through `GenericIf::iterator`
-  set = 128,
+  iterate = 3,  ///< an `IteratorPtr` to the first member of a collection
+  set = 128,    ///< one argument, the value; or those of a mutator that has several
   erase = 129,  ///< one argument, the key
   eraseAll = 130,
   invoke = 131,
@@ -49,7 +49,8 @@ class ZAN_EXPORT ZanAttrIntrospectionFlags {
   U8 value_;
 };
 
-/// Walks a collection. Survives the deletion of what it stands on, and of everything.
+/// Walks a collection. Survives the deletion of what it stands on, and of everything: then it reads as null
+/// until it is advanced.
 class ZAN_EXPORT AttributeIterator {
  public:
   virtual ~AttributeIterator();
@@ -63,7 +64,16 @@ class ZAN_EXPORT AttributeIterator {
   virtual void erase() = 0;
 };
 
-/// One argument of an operation: its name and the name of its type.
+/// How the operation `iterate` hands out an iterator.
+using IteratorPtr = std::shared_ptr<AttributeIterator>;
+template <>
+struct ValueTraits<IteratorPtr> {
+  static constexpr std::string_view name = "Zan::AttributeIterator";
+  static std::string text(const IteratorPtr& v) { return v ? v->key().text() : ""; }
+  static std::optional<IteratorPtr> parse(std::string_view) { return std::nullopt; }
+};
+
+/// One argument of an operation, or the index of a collection: its name and the name of its type.
 struct ArgumentRow {
   std::string_view name;
   std::string_view type;
@@ -71,7 +81,8 @@ struct ArgumentRow {
 
 using Arguments = std::span<const Value>;
 
-/// One way to call a handler or operation. `call` gets one value for each argument, in order.
+/// One way to call a handler, operation or mutator with arguments. `call` gets one value for each argument,
+/// in order.
 struct Form {
   std::span<const ArgumentRow> arguments;
   Value (*call)(PtrInterface& object, Arguments arguments, std::span<const ArgumentRow> rows);
@@ -85,12 +96,18 @@ struct AttributeRow {
   ZanAttrIntrospectionFlags flags = 0;
   Value (*get)(const PtrInterface& object) = nullptr;
   void (*set)(PtrInterface& object, const Value& value, std::string_view type) = nullptr;
+  ArgumentRow index = {};  ///< of a collection
   Value (*at)(const PtrInterface& object, const Value& key) = nullptr;
   U32 (*count)(const PtrInterface& object) = nullptr;
-  std::unique_ptr<AttributeIterator> (*iterate)(const ObjectRef& object) = nullptr;
+  std::unique_ptr<AttributeIterator> (*iterate)(const ObjectRef& object, const AttributeRow& row) = nullptr;
   void (*erase)(PtrInterface& object, const Value& key) = nullptr;
   void (*eraseAll)(PtrInterface& object) = nullptr;
   std::span<const Form> forms = {};
+
+  /// Whether it is set by a mutator with arguments of its own rather than by a value.
+  constexpr bool hasMutatorForms() const {
+    return !forms.empty() && !flags.has(ZanAttrIntrospectionFlags::handler);
+  }
 };
 
 /// All members of one type, in the order of their registration.

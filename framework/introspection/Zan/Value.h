@@ -73,8 +73,9 @@ class ZAN_EXPORT Value {
   template <class T>
   Ptr<T> objectAs(std::string_view expected) const {
     const ObjectRef ref = object();
-    if (!isObject() || (ref && ref.isConst() && !std::is_const_v<T>))
-      throw TypeException(expected, typeName());
+    if (!isObject()) throw TypeException(expected, typeName());
+    if (ref && ref.isConst() && !std::is_const_v<T>)
+      throw TypeException(expected, "const " + std::string(typeName()));
     const auto* object = dynamic_cast<const T*>(ref.get());
     if (ref && !object) throw TypeException(expected, typeName());
     return Ptr<T>(const_cast<T*>(object));
@@ -85,6 +86,12 @@ class ZAN_EXPORT Value {
   std::string (*text_)(const std::any&) = nullptr;
   std::any value_;
 };
+
+/// What is read through `owner`: an object that is reached through a const handle is const too.
+inline Value asConstAs(const ObjectRef& owner, Value value) {
+  if (!owner.isConst() || !value.isObject()) return value;
+  return ObjectRef(Ptr<PtrInterface const>(value.object().get()));
+}
 
 /// A text that stands for a value of the type that is wanted.
 template <>
@@ -141,6 +148,25 @@ struct ValueTraits<double> {
     return error == std::errc() && end == t.data() + t.size() ? std::optional<double>(v) : std::nullopt;
   }
 };
+/// Of a type with a text form and a `parse` that yields nothing for a wrong text.
+template <class T>
+struct ParsedTraits {
+  static std::string text(const T& v) { return v.stringValue(); }
+  static std::optional<T> parse(std::string_view t) { return T::parse(t); }
+};
+/// Of a type whose constructor from a text throws a range exception for a wrong one.
+template <class T>
+struct ConstructedTraits {
+  static std::string text(const T& v) { return v.stringValue(); }
+  static std::optional<T> parse(std::string_view t) {
+    try {
+      return T(t);
+    } catch (const RangeException&) {
+      return std::nullopt;
+    }
+  }
+};
+
 template <>
 struct ValueTraits<Name> {
   static constexpr std::string_view name = "Zan::Name";

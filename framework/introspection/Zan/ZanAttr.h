@@ -7,7 +7,7 @@
 namespace Zan {
 
 /// A registered attribute, handler or operation of a type: a counted handle to its description. What has
-/// arguments has them as attributes of its own, in order.
+/// arguments or an index has them as attributes of its own, in order.
 class ZAN_EXPORT ZanAttr : public VFPtrInterface {
  public:
   ZanAttr(const AttributeRow& row, std::string_view containingType);
@@ -19,6 +19,8 @@ class ZAN_EXPORT ZanAttr : public VFPtrInterface {
   std::string_view containingType() const { return containingType_; }
   ZanAttrIntrospectionFlags flags() const { return flags_; }
   AttributeId id() const { return id_; }
+  /// What a collection is indexed by; null for anything else.
+  const Ptr<ZanAttr>& index() const { return index_; }
   /// For each form in which it can be called, its arguments.
   const std::vector<std::vector<Ptr<ZanAttr>>>& forms() const { return forms_; }
 
@@ -32,6 +34,7 @@ class ZAN_EXPORT ZanAttr : public VFPtrInterface {
   std::string_view containingType_;
   ZanAttrIntrospectionFlags flags_;
   AttributeId id_;
+  Ptr<ZanAttr> index_;
   std::vector<std::vector<Ptr<ZanAttr>>> forms_;
 };
 
