@@ -42,3 +42,8 @@ const struct Factories {
 }  // namespace
 
 }  // namespace glue
+
+/// Whoever links the static library asks for this name, since nothing else calls for what registers itself
+/// here.
+extern "C" const bool mrib_registration;
+const bool mrib_registration = true;

@@ -1,82 +1,14 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <map>
 #include <random>
-#include <thread>
 
-#include "Quarn/Crc32c.h"
-#include "Quarn/Fib/ForwardingStatus.h"
-#include "Quarn/Fib/RouteStatus.h"
+#include "QuarnRecords.h"
 
 namespace {
 
-using Quarn::Fib::Fec;
-using Quarn::Fib::ForwardingStatus;
-using Quarn::Fib::ForwardingStatusWriter;
-using Quarn::Fib::Route;
-using Quarn::Fib::RouteStatus;
-using Quarn::Fib::RouteStatusWriter;
-using Routing::Fib::RouteType;
-
-Lumo::Prefix prefixOf(U32 n) {
-  return {Lumo::IpAddr::fromHost(n << 8), 24};
-}
-
-/// A route whose every field follows from its prefix and a generation.
-Route routeOf(U32 n, U32 generation) {
-  return {prefixOf(n), RouteType::connected, static_cast<U8>(generation), U64{generation} << 32 | n};
-}
-
-bool consistent(const Route& r) {
-  const U32 n = r.prefix.address().host() >> 8;
-  return r.prefix.length() == 24 && static_cast<U32>(r.fecId) == n &&
-         static_cast<U8>(r.fecId >> 32) == r.preference;
-}
-
-/// A FEC whose every via follows from its id and a generation.
-Fec fecOf(U64 id, U32 generation) {
-  Fec fec{id, Fec::maxVias, {}};
-  for (U32 i = 0; i < Fec::maxVias; ++i) {
-    fec.via[i] = {Lumo::IpAddr::fromHost(generation), Lumo::IntfId(static_cast<U32>(id) + i)};
-  }
-  return fec;
-}
-
-bool consistent(const Fec& fec) {
-  for (U32 i = 0; i < Fec::maxVias; ++i) {
-    if (fec.via[i].hop != fec.via[0].hop || fec.via[i].intf.value() != fec.fecId + i) return false;
-  }
-  return fec.viaCount == Fec::maxVias;
-}
-
-/// A sealed copy that, unlike the original, anybody can write to.
-int copyOf(int fd) {
-  std::vector<char> bytes(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)));
-  EXPECT_EQ(pread(fd, bytes.data(), bytes.size(), 0), std::ssize(bytes));
-  const int copy = memfd_create("copy", MFD_ALLOW_SEALING);
-  EXPECT_EQ(write(copy, bytes.data(), bytes.size()), std::ssize(bytes));
-  EXPECT_EQ(fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW), 0);
-  return copy;
-}
-
-constexpr off_t slotsAt = 4096;
-constexpr off_t slotBytes = 32;
-
-void flipBit(int fd, off_t at, U32 bit) {
-  U8 byte = 0;
-  EXPECT_EQ(pread(fd, &byte, 1, at), 1);
-  byte = static_cast<U8>(byte ^ 1u << bit);
-  EXPECT_EQ(pwrite(fd, &byte, 1, at), 1);
-}
+using namespace QuarnRecords;
 
 TEST(Quarn, CrcMatchesThePublishedValuesOnBothPaths) {
   // RFC 3720, B.4: 32 bytes of zeros, of ones, and counting up.
@@ -198,85 +130,6 @@ TEST(Quarn, ARefusedSegmentLeavesTheReaderWhereItWas) {
   EXPECT_TRUE(reader.route(prefixOf(1)));
 }
 
-// ---- Concurrent change ----
-
-constexpr U32 stableRoutes = 300;
-constexpr U32 stableFecs = 20;
-
-struct Tables {
-  RouteStatusWriter routes{1024};
-  ForwardingStatusWriter fecs{128};
-
-  /// Rewrites every record; beside them some routes come and go, so that deleted slots are used again.
-  void change(U32 generation) {
-    for (U32 n = 0; n < stableRoutes; ++n) routes.routeIs(routeOf(n, generation));
-    for (U64 id = 0; id < stableFecs; ++id) fecs.fecIs(fecOf(id, generation));
-    routes.routeIs(routeOf(stableRoutes + generation % 7, generation));
-    routes.routeDel(prefixOf(stableRoutes + (generation + 3) % 7));
-  }
-};
-
-template <class Table, class Count>
-void walkIsWhole(const Table& table, std::vector<std::string>& faults, U64 stable, Count isStable) {
-  faults.clear();
-  U64 seen = 0;
-  table.forEach([&](const auto& record) {
-    EXPECT_TRUE(consistent(record));
-    seen += isStable(record);
-  });
-  // On a busy machine the writer may be off the processor for longer than its readers wait.
-  for (const std::string& fault : faults)
-    EXPECT_TRUE(fault.ends_with("its writer does not leave it")) << fault;
-  EXPECT_GE(seen + faults.size(), stable);
-}
-
-/// Reads both tables for a fifth of a second.
-void readWhileChanging(const Tables& tables) {
-  RouteStatus routes(tables.routes.fd());
-  ForwardingStatus fecs(tables.fecs.fd());
-  std::vector<std::string> faults;
-  routes.corruptionHandlerIs([&](const std::string& m) { return faults.push_back(m), std::nullopt; });
-  fecs.corruptionHandlerIs([&](const std::string& m) { return faults.push_back(m), std::nullopt; });
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
-  while (std::chrono::steady_clock::now() < end) {
-    walkIsWhole(routes, faults, stableRoutes,
-                [](const Route& r) { return static_cast<U32>(r.fecId) < stableRoutes; });
-    walkIsWhole(fecs, faults, stableFecs, [](const Fec&) { return true; });
-    for (U32 n = 0; n < stableRoutes; ++n) {
-      const auto found = routes.lookupOrHandled(prefixOf(n));
-      EXPECT_TRUE(found ? consistent(*found) : !faults.empty());
-    }
-  }
-}
-
-TEST(Quarn, ReaderSeesEveryRecordWholeWhileAnotherProcessWrites) {
-  Tables tables;
-  tables.change(0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    alarm(60);  // should the parent die first
-    for (U32 g = 1;; ++g) tables.change(g);
-  }
-  readWhileChanging(tables);
-  kill(child, SIGKILL);
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-}
-
-TEST(Quarn, ReaderSeesEveryRecordWholeWhileAnotherThreadWrites) {
-  Tables tables;
-  tables.change(0);
-  std::atomic<bool> stop = false;
-  std::thread writer([&] {
-    for (U32 g = 1; !stop; ++g) tables.change(g);
-  });
-  readWhileChanging(tables);
-  stop = true;
-  writer.join();
-}
-
 // ---- Corruption ----
 
 TEST(Quarn, AFlippedBitIsReportedAndTheOtherRecordsStillCome) {
@@ -339,23 +192,54 @@ TEST(Quarn, AWalkOverRubbishEnds) {
   close(fd);
 }
 
-TEST(Quarn, AWriterThatDiedInASlotDoesNotStopItsReaders) {
+TEST(Quarn, ARecordThatIsBeingWrittenIsTakenFromTheJournal) {
   RouteStatusWriter writer;
   writer.routeIs(routeOf(1, 1));
   const int fd = copyOf(writer.fd());
-  RouteStatus reader(fd);
+  const RouteStatus reader(fd);
   const U64 slot = reader.iterator().slot();
-  const U64 place[] = {reader.instance(), slot, 3};
-  const U64 busy = U64{Quarn::crc32c(place, 3)} << 32 | 3;
-  ASSERT_EQ(pwrite(fd, &busy, sizeof busy, slotsAt + static_cast<off_t>(slot) * slotBytes), 8);
+  wordIs(fd, slotAt(slot), busyControl(reader.instance(), slot, 1));
+  wordIs(fd, slotAt(slot) + 16, 0x1234);  // what the writer has not got to yet
+  const auto found = reader.route(prefixOf(1));
+  EXPECT_TRUE(found && consistent(*found));
+  flipBit(fd, slotAt(reader.slotCount()) + 16, 3);
+  EXPECT_THROW(reader.route(prefixOf(1)), Quarn::CorruptionException) << "the journal is checked as well";
+  close(fd);
+}
+
+TEST(Quarn, SlotsThatWereLeftHalfWrittenAreReportedAtOnce) {
+  RouteStatusWriter writer;
+  for (U32 n = 0; n < 32; ++n) writer.routeIs(routeOf(n, 1));
+  const int fd = copyOf(writer.fd());
+  const RouteStatus reader(fd);
+  for (U64 slot = 0; slot < reader.slotCount(); ++slot) {
+    wordIs(fd, slotAt(slot), busyControl(reader.instance(), slot, 3));  // the journal is of another write
+  }
+  const auto begin = std::chrono::steady_clock::now();
   try {
     reader.route(prefixOf(1));
-    ADD_FAILURE() << "the slot is half written";
+    ADD_FAILURE() << "nothing can be read";
   } catch (const Quarn::CorruptionException& e) {
-    EXPECT_EQ(e.what(),
-              "Quarn::Fib::RouteStatus: slot " + std::to_string(slot) + ": its writer does not leave it");
+    EXPECT_TRUE(std::string(e.what()).ends_with(": its writer left it half written")) << e.what();
   }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+  EXPECT_THROW(reader.route(prefixOf(31)), Quarn::CorruptionException) << "its journal is of an older write";
   close(fd);
+}
+
+TEST(Quarn, ASegmentThatClaimsMoreSlotsThanItHasIsRefused) {
+  const RouteStatusWriter good;
+  for (const U64 count : {U64{128}, U64{1} << 40, U64{1} << 59, (U64{1} << 59) + 1, U64{1} << 63, ~U64{0}}) {
+    const int fd = copyOf(good.fd());
+    U64 header[8];
+    ASSERT_EQ(pread(fd, header, sizeof header, 0), 64);
+    header[4] = count;
+    header[7] = Quarn::crc32c(header, 7);
+    ASSERT_EQ(pwrite(fd, header, sizeof header, 0), 64);
+    EXPECT_NE(refusal(fd).find(std::has_single_bit(count) ? "shorter than it claims" : "no power of two"),
+              std::string::npos);
+    close(fd);
+  }
 }
 
 TEST(Quarn, FecKeepsAViaCountThatItsReaderMustRefuse) {

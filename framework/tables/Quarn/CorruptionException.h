@@ -5,8 +5,9 @@
 
 namespace Quarn {
 
-/// A slot of a shared-memory table does not hold what its writer would have left there. The text names the
-/// table, the slot and the reason.
+/// A slot of a shared-memory table does not hold what its writer would have left there, or could not be
+/// copied because its writer changed it each of thousands of times. The text names the table, the slot and
+/// the reason.
 class ZAN_EXPORT CorruptionException : public Zan::Exception {
  public:
   explicit CorruptionException(std::string text) : Exception(std::move(text), Zan::ExceptionId::corruption) {}

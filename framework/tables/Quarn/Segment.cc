@@ -9,8 +9,8 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
+#include "Quarn/Allocation.h"
 #include "Quarn/Crc32c.h"
 
 #ifndef F_SEAL_FUTURE_WRITE
@@ -23,15 +23,9 @@ namespace {
 
 constexpr std::size_t headerBytes = 4096;
 constexpr U64 magicNumber = 0x6E7261755142494D;  // "MIBQuarn", lowest byte first
-constexpr U32 abiMajor = 1;
+constexpr U32 abiMajor = 2;
 constexpr U32 abiMinor = 0;
 constexpr U32 endianMark = 0x01020304;
-
-// A writer is in a slot for less than a microsecond, unless the scheduler takes the processor from it:
-// spinning covers the first case, and the naps the second.
-constexpr int spins = 1000;
-constexpr int naps = 200;
-constexpr timespec nap{0, 100'000};  // 0.1 ms
 
 /// The start of a segment, in words; the last one is the CRC of the others.
 struct Header {
@@ -73,13 +67,29 @@ void checkHeader(const Layout& layout, const Header& h, std::size_t fileBytes) {
   if (h.magic != magicNumber) refuse(layout, "it is no table segment");
   if (h.endian != endianMark) refuse(layout, "it was written with another byte order");
   if (h.crc != h.expectedCrc()) refuse(layout, "its header is corrupt");
-  if (h.major != abiMajor) refuse(layout, "its version is " + std::to_string(h.major) + ", not 1");
+  if (h.major != abiMajor)
+    refuse(layout, "its version is " + std::to_string(h.major) + ", not " + std::to_string(abiMajor));
   if (h.kind != layout.kind) refuse(layout, "it is a table of another kind");
   if (h.layoutHash != layout.hash() || h.slotBytes != U64{8} * layout.slotWords()) {
     refuse(layout, "its slots have another layout");
   }
   if (!std::has_single_bit(h.slotCount)) refuse(layout, "its slot count is no power of two");
-  if ((fileBytes - headerBytes) / h.slotBytes < h.slotCount) refuse(layout, "it is shorter than it claims");
+  // The journal is one slot more; a count that is not the writer's own must not be multiplied or added to.
+  if ((fileBytes - headerBytes) / h.slotBytes <= h.slotCount) refuse(layout, "it is shorter than it claims");
+}
+
+std::size_t bytesFor(const Layout& layout, U64 slotCount) {
+  const U64 slotBytes = U64{8} * layout.slotWords();
+  if (!isMemoryFor(slotCount, slotBytes)) {
+    throw Zan::Exception(std::string(layout.name) + ": no memory for " + std::to_string(slotCount) +
+                         " slots");
+  }
+  return headerBytes + (slotCount + 1) * slotBytes;
+}
+
+/// The sequence number that a slot has when the write is done that has made it odd.
+U32 afterWrite(U32 busy) {
+  return busy + 1 == 0 ? 2 : busy + 1;
 }
 
 }  // namespace
@@ -111,8 +121,8 @@ Segment Segment::create(const Layout& layout, U64 slotCount) {
   s.layout_ = &layout;
   s.fd_ = memfd_create(layout.name, MFD_CLOEXEC | MFD_ALLOW_SEALING);
   if (s.fd_ < 0) failed(layout, "memfd_create");
-  s.bytes_ = headerBytes + slotCount * layout.slotWords() * 8;
-  if (ftruncate(s.fd_, static_cast<off_t>(s.bytes_)) != 0) failed(layout, "ftruncate");
+  s.bytes_ = bytesFor(layout, slotCount);
+  if (!allocate(s.fd_, s.bytes_)) failed(layout, "fallocate");
   void* base = mmap(nullptr, s.bytes_, PROT_READ | PROT_WRITE, MAP_SHARED, s.fd_, 0);
   if (base == MAP_FAILED) failed(layout, "mmap");
   s.base_ = base;
@@ -165,37 +175,54 @@ U32 Segment::crc(U64 slot, U32 sequence, const U64* payload) const {
   return crc32c(payload, layout_->payloadWords, ~placeCrc(slot, sequence));
 }
 
-// The payload is loaded with acquire and stored with release order: a reader that gets one new word then also
-// sees that the control word is no longer the one it started from.
+// Everything is loaded with acquire and stored with release order: a reader that gets one new word, of the
+// slot or of the journal, then also sees that the control word is no longer the one it started from. The
+// journal is filled before the control word turns odd and kept until it is even again, so that a reader that
+// finds the same odd number before and after has copied the journal of just this write.
 
-Reading Segment::read(U64 slot, U64* payload) const {
-  Word* const words = slotAt(slot);
-  for (int attempt = 0; attempt < spins + naps; ++attempt) {
+Reading Segment::read(U64 slot, U64* payload, U32& retries) const {
+  const Word* const words = slotAt(slot);
+  for (;; --retries) {
     const U64 control = words[0].load(std::memory_order_acquire);
-    const auto sequence = static_cast<U32>(control);
-    const auto sum = static_cast<U32>(control >> 32);
     if (control == 0) return {false, nullptr};
-    if (sequence % 2 != 0) {
-      if (sum != placeCrc(slot, sequence)) return {true, "bad sequence number"};
-    } else {
-      for (U32 i = 0; i < layout_->payloadWords; ++i)
-        payload[i] = words[i + 1].load(std::memory_order_acquire);
-      if (words[0].load(std::memory_order_relaxed) == control) {
-        return {true, sum == crc(slot, sequence, payload) ? nullptr : "CRC mismatch"};
-      }
+    const bool busy = control % 2 != 0;
+    const U64 copied = copy(busy ? journal() : words, payload);
+    if (words[0].load(std::memory_order_relaxed) == control) {
+      return {true, fault(slot, control, copied, payload)};
     }
-    if (attempt >= spins) nanosleep(&nap, nullptr);
+    if (retries == 0) return {true, "its writer changes it all the time"};
   }
-  return {true, "its writer does not leave it"};
+}
+
+/// Copies a slot or the journal; returns the control word.
+U64 Segment::copy(const Word* words, U64* payload) const {
+  const U64 control = words[0].load(std::memory_order_acquire);
+  for (U32 i = 0; i < layout_->payloadWords; ++i) payload[i] = words[i + 1].load(std::memory_order_acquire);
+  return control;
+}
+
+/// What is wrong with a copy that was taken while the slot's control word was `control`, else null.
+const char* Segment::fault(U64 slot, U64 control, U64 copied, const U64* payload) const {
+  const auto sequence = static_cast<U32>(control);
+  const bool busy = sequence % 2 != 0;
+  if (busy && control >> 32 != placeCrc(slot, sequence)) return "bad sequence number";
+  const U32 expected = busy ? afterWrite(sequence) : sequence;
+  if (static_cast<U32>(copied) == expected && copied >> 32 == crc(slot, expected, payload)) return nullptr;
+  return busy ? "its writer left it half written" : "CRC mismatch";
 }
 
 void Segment::write(U64 slot, const U64* payload) {
   Word* const words = slotAt(slot);
   const U32 busy = static_cast<U32>(words[0].load(std::memory_order_relaxed)) | 1;
-  const U32 after = busy + 1 == 0 ? 2 : busy + 1;
-  words[0].store(U64{placeCrc(slot, busy)} << 32 | busy, std::memory_order_relaxed);
-  for (U32 i = 0; i < layout_->payloadWords; ++i) words[i + 1].store(payload[i], std::memory_order_release);
-  words[0].store(U64{crc(slot, after, payload)} << 32 | after, std::memory_order_release);
+  const U32 after = afterWrite(busy);
+  const U64 control = U64{crc(slot, after, payload)} << 32 | after;
+  const auto fill = [&](Word* to) {
+    for (U32 i = 0; i < layout_->payloadWords; ++i) to[i + 1].store(payload[i], std::memory_order_release);
+    to[0].store(control, std::memory_order_release);
+  };
+  fill(journal());
+  words[0].store(U64{placeCrc(slot, busy)} << 32 | busy, std::memory_order_release);
+  fill(words);
 }
 
 std::string Segment::message(U64 slot, const std::string& reason) const {

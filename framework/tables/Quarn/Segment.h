@@ -27,14 +27,18 @@ struct Reading {
   const char* fault;
 };
 
-/// The memory of one table: a memfd that holds a header page and then slots of a fixed size. It never changes
-/// its size: a table that grows moves to a new segment with a new instance number.
+/// The memory of one table: a memfd that holds a header page, then slots of a fixed size, then a journal of
+/// one slot. It never changes its size: a table that grows moves to a new segment with a new instance number.
+/// All of its memory is there from the start, so that no later touch of a page can fail.
 ///
 /// A slot is one control word (sequence number and CRC) and the payload. The sequence number is odd while the
 /// writer is in the slot; 0 says that it was never written. The CRC covers instance, slot number, sequence
 /// number and payload, so that a slot that was copied, moved, torn or flipped is told from a good one. While
-/// the writer is in the slot the CRC covers all but the payload: a reader waits only for a writer that is
-/// really there, and not for a sequence number that a flipped bit has made odd.
+/// the writer is in the slot the CRC covers all but the payload.
+///
+/// The journal holds what the writer is about to write: it fills the journal, then the slot. A reader that
+/// meets the writer in a slot takes the record from the journal. So nobody waits for a writer that has lost
+/// the processor, was stopped or has died, and nobody needs to know which.
 class ZAN_EXPORT Segment {
  public:
   Segment() = default;
@@ -42,7 +46,8 @@ class ZAN_EXPORT Segment {
   Segment& operator=(Segment&& other) noexcept;
   ~Segment();
 
-  /// A new writable segment, sealed against any change of its size and against other writers.
+  /// A new writable segment, sealed against any change of its size and against other writers. Throws
+  /// Zan::Exception when there is no memory for it, or a limit on the size of files is in the way.
   static Segment create(const Layout& layout, U64 slotCount);
   /// A read-only view of a segment. Takes its own descriptor. Throws Zan::Exception, saying why, for anything
   /// that is not a sealed segment of this layout.
@@ -52,11 +57,14 @@ class ZAN_EXPORT Segment {
   U64 instance() const { return instance_; }
   U64 slotCount() const { return slotCount_; }
 
-  /// Copies the payload of a slot, once and as a whole. Waits for a writer that is in the slot, but no longer
-  /// than some tens of milliseconds: a writer that died there must not stop its readers.
-  Reading read(U64 slot, U64* payload) const;
-  /// Writes the payload of a slot, so that concurrent readers see the old one or the new one. One writer
-  /// only.
+  /// How often the writer may overtake the reads of one look-up before the look-up ends.
+  static constexpr U32 mostRetries = 10'000;
+  /// Copies the payload of a slot as a whole: as it was before a change or, once the change has begun, after
+  /// it. Never waits. Copies anew when the slot was written meanwhile; each time takes one of `retries`, so
+  /// that one bound serves for all slots of a look-up.
+  Reading read(U64 slot, U64* payload, U32& retries) const;
+  /// Writes the payload of a slot, so that concurrent readers see the old one or the new one, even if it
+  /// never gets to the end. One writer only.
   void write(U64 slot, const U64* payload);
   /// "TABLE: slot N: REASON"
   std::string message(U64 slot, const std::string& reason) const;
@@ -64,6 +72,9 @@ class ZAN_EXPORT Segment {
  private:
   using Word = std::atomic<U64>;
   Word* slotAt(U64 slot) const;
+  Word* journal() const { return slotAt(slotCount_); }
+  U64 copy(const Word* words, U64* payload) const;
+  const char* fault(U64 slot, U64 control, U64 copied, const U64* payload) const;
   U32 placeCrc(U64 slot, U32 sequence) const;
   U32 crc(U64 slot, U32 sequence, const U64* payload) const;
 

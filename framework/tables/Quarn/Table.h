@@ -26,14 +26,14 @@ struct SlotContent {
   std::string fault;
 };
 
-/// Copies a slot and checks the copy. Allocates only to word a fault.
+/// Copies a slot and checks the copy. Allocates only to word a fault. `retries`: see Segment::read.
 template <class Traits>
-SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot) {
+SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot, U32& retries) {
   U64 payload[Traits::layout.payloadWords];
   const auto bad = [&](const std::string& reason) -> SlotContent<typename Traits::Record> {
     return {SlotState::bad, std::nullopt, segment.message(slot, reason)};
   };
-  const Reading reading = segment.read(slot, payload);
+  const Reading reading = segment.read(slot, payload, retries);
   if (reading.fault) return bad(reading.fault);
   if (!reading.written) return {SlotState::empty, std::nullopt, {}};
   if (payload[0] == static_cast<U64>(SlotState::deleted)) return {SlotState::deleted, std::nullopt, {}};
@@ -44,9 +44,16 @@ SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot) {
   return content;
 }
 
-/// The reading side. Takes no lock, and allocates only to word a fault; every shared word is copied once and
-/// then checked. A record is seen as it was before or after a change, never in between; one that the writer
-/// removes and adds again during a walk may come twice or not at all. One thread at a time.
+template <class Traits>
+SlotContent<typename Traits::Record> inspect(const Segment& segment, U64 slot) {
+  U32 retries = Segment::mostRetries;
+  return inspect<Traits>(segment, slot, retries);
+}
+
+/// The reading side. Takes no lock, waits for nobody, and allocates only to word a fault; every shared word
+/// is copied once and then checked. A record is seen as it was before or after a change, never in between;
+/// one that the writer removes and adds again during a walk may come twice or not at all. One thread at a
+/// time.
 template <class Traits>
 class TableReader {
  public:
@@ -60,8 +67,10 @@ class TableReader {
   U64 instance() const { return segment_.instance(); }
   U64 slotCount() const { return segment_.slotCount(); }
 
-  /// The record under a key. Bad slots on the way to it are passed over; when it is not found behind them
-  /// either, a CorruptionException for the first one is thrown, since it may have been there.
+  /// The record under a key. Bad slots on the way to it are passed over, as many as there may be in a table
+  /// that is of use; when it is not found behind them either, a CorruptionException for the first one is
+  /// thrown, since it may have been there. Ends in milliseconds whatever the memory holds and whatever the
+  /// writer does.
   std::optional<Record> lookup(const Key& key) const;
   /// As `lookup`, but a bad slot goes to the corruption handler, and what that returns is the answer.
   std::optional<Record> lookupOrHandled(const Key& key) const {
@@ -134,31 +143,39 @@ class TableReader<Traits>::Iterator {
 
 template <class Traits>
 std::optional<typename Traits::Record> TableReader<Traits>::lookup(const Key& key) const {
+  constexpr U32 mostFaults = 64;
   std::string fault;
+  U32 faults = 0;
+  U32 retries = Segment::mostRetries;
   const U64 mask = slotCount() - 1;
   U64 slot = Traits::hash(key) & mask;
   for (U64 probes = 0; probes <= mask; ++probes, slot = (slot + 1) & mask) {
-    SlotContent<Record> content = inspect<Traits>(segment_, slot);
+    SlotContent<Record> content = inspect<Traits>(segment_, slot, retries);
     if (content.state == SlotState::empty) break;
     if (content.record && Traits::keyOf(*content.record) == key) return content.record;
-    if (fault.empty()) fault = std::move(content.fault);
+    if (content.state != SlotState::bad) continue;
+    if (faults == 0) fault = std::move(content.fault);
+    if (++faults == mostFaults) break;
   }
-  if (!fault.empty()) throw CorruptionException(fault);
+  if (faults > 0) throw CorruptionException(fault);
   return std::nullopt;
 }
 
 /// The writing side. Owns the current segment; growing moves all records into a new one of twice the slots,
 /// and whoever owns the readers attaches them to `fd()` when `instance()` has become another. Growing throws
-/// Zan::Exception when there is no memory for it; the table is then as before.
+/// Zan::Exception when there is no memory for it or a limit on the size of files is reached; the table is
+/// then as before.
 template <class Traits>
 class TableWriter {
  public:
   using Record = typename Traits::Record;
   using Key = typename Traits::Key;
 
-  /// Starts with at least `slotCount` slots, which hold half as many records before the first growth.
+  /// Starts with at least `slotCount` slots, which hold half as many records before the first growth. Throws
+  /// as growing does.
   explicit TableWriter(U64 slotCount = leastSlots)
-      : segment_(Segment::create(Traits::layout, std::bit_ceil(std::max(slotCount, leastSlots)))) {}
+      : segment_(
+            Segment::create(Traits::layout, std::bit_ceil(std::clamp(slotCount, leastSlots, mostSlots)))) {}
 
   /// The current segment's descriptor, owned by the writer: hand it to readers.
   int fd() const { return segment_.fd(); }
@@ -192,6 +209,7 @@ class TableWriter {
 
  private:
   static constexpr U64 leastSlots = 64;
+  static constexpr U64 mostSlots = U64{1} << 63;  // more than any machine has memory for
 
   using Payload = U64[Traits::layout.payloadWords];
   struct Place {

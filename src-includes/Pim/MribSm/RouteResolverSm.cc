@@ -12,6 +12,7 @@ namespace {
 using Zan::Ptr;
 
 constexpr const char* sigInitialize = "void Routing::Multicast::Rib::RouteResolverSm::handleInitialize()";
+constexpr const char* opChangedRoute = "handleChangedRoute";
 constexpr const char* sigChangedRoute = "void Routing::Multicast::Rib::RouteResolverSm::handleChangedRoute()";
 
 }  // namespace
@@ -57,7 +58,7 @@ void RouteResolverSm::hasNotificationActiveIs(bool active) {
   if (zan_TrieIn_) zan_TrieIn_->hasNotificationActiveIs(active);
 }
 
-/// As a zombie the resolver is out of reach of its reactors and remembers no dependants.
+/// As a zombie the resolver is out of reach of its reactors and remembers nothing.
 void RouteResolverSm::zanDoZombieReactors(bool zombie) {
   if (zombie == isZombie()) return;
   const auto pass = [&](auto& reactor) {
@@ -68,7 +69,10 @@ void RouteResolverSm::zanDoZombieReactors(bool zombie) {
   pass(uribStatus_);
   pass(mribStatus_);
   pass(zan_TrieIn_);
-  if (zombie) mribForPrefixDelAll();
+  if (zombie) {
+    mribForPrefixDelAll();
+    unread_.clear();
+  }
   isMarkedForDeletionIs(zombie);
 }
 
@@ -170,11 +174,9 @@ void RouteResolverSm::handleInitialize() {
 }
 
 /// The FEC of a route that the MRIB copies: connected and with at least one via.
-std::optional<Quarn::Fib::Fec> RouteResolverSm::connectedFec(const Quarn::Fib::Route& route) const {
+std::optional<Quarn::Fib::Fec> RouteResolverSm::connectedFec(const Quarn::Fib::Route& route) {
   if (route.routeType != Fib::RouteType::connected) return std::nullopt;
-  const auto& table = uribStatus()->forwardingStatus();
-  if (!table) return std::nullopt;
-  auto fec = table->fecOrHandled(route.fecId);
+  auto fec = readFec(route);
   if (fec && fec->viaCount == 0) fec.reset();
   return fec;
 }
@@ -192,19 +194,69 @@ void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Q
   }
 }
 
-/// Follows the unicast prefix that changed last.
+/// The FEC of a route. One that cannot be read goes to the table's corruption handler; without an answer from
+/// it there is none, and the route is noted.
+std::optional<Quarn::Fib::Fec> RouteResolverSm::readFec(const Quarn::Fib::Route& route) {
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  const Ptr<Quarn::Fib::ForwardingStatus> table = urib ? urib->forwardingStatus() : nullptr;
+  if (!table) return std::nullopt;
+  try {
+    return table->fec(route.fecId);
+  } catch (const Quarn::CorruptionException& e) {
+    auto fec = table->corrupted(e.what());
+    if (!fec) unread_.emplace_back(route.prefix);
+    return fec;
+  }
+}
+
+/// The unicast route of a prefix. A prefix whose route cannot be read is noted.
+std::optional<Quarn::Fib::Route> RouteResolverSm::readRoute(const Lumo::IpGenPrefix& prefix) {
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  if (!urib || !urib->routeStatus()) return std::nullopt;
+  try {
+    return urib->routeStatus()->route(prefix.v4Prefix());
+  } catch (const Quarn::CorruptionException&) {
+    unread_.push_back(prefix);
+    throw;
+  }
+}
+
+/// Follows the unicast prefix that changed last, and then those that could not be read when they changed.
 void RouteResolverSm::handleChangedRoute() {
   if (initialized()) return;
   MRIB_TRACE(8, sigChangedRoute);
-  const Ptr<Routing::Shadow::Status> urib = uribStatus();
   const Ptr<TrieGen const> trie = zan_TrieIn();
-  if (!urib || !trie) return;
+  if (!uribStatus_ || !uribStatus_->notifier() || !trie) return;
   const Lumo::IpGenPrefix changedRoute = trie->changedRoute();
-  const auto route = urib->routeStatus() ? urib->routeStatus()->route(changedRoute.v4Prefix()) : std::nullopt;
   if (changedRoute.af() == Lumo::unknown()) return;
   ZAN_ASSERT(changedRoute.af() == Lumo::ipv4());
-  MRIB_TRACE(5,
-             sigChangedRoute << "Unicast route " << changedRoute << (route ? " Added/Updated" : " Deleted"));
+  std::erase(unread_, changedRoute);
+  const std::size_t earlier = unread_.size();
+  if (earlier == 0) return followChange(changedRoute);
+  const Ptr<RouteResolverSm> pin(this);
+  followChange(changedRoute);
+  followUnread(earlier);
+}
+
+/// Follows the first `count` noted prefixes. It ends at one that still cannot be read and is noted again, at
+/// the end: a table in which all is bad costs one look-up a change.
+void RouteResolverSm::followUnread(std::size_t count) {
+  for (; count > 0 && !unread_.empty() && uribStatus(); --count) {
+    const Lumo::IpGenPrefix prefix = unread_.front();
+    unread_.erase(unread_.begin());
+    try {
+      followChange(prefix);
+    } catch (const Quarn::CorruptionException&) {  // its notifier was told when it changed
+    }
+    if (!unread_.empty() && unread_.back() == prefix) return;
+  }
+}
+
+void RouteResolverSm::followChange(const Lumo::IpGenPrefix& changedRoute) {
+  const auto route = readRoute(changedRoute);
+  MRIB_TRACE_OF(
+      5, opChangedRoute,
+      sigChangedRoute << "Unicast route " << changedRoute << (route ? " Added/Updated" : " Deleted"));
   const Route* present = status().route(changedRoute.v4Prefix());
   if (!route) {
     if (!present || present->routeType() != Fib::RouteType::connected) return;
@@ -213,8 +265,9 @@ void RouteResolverSm::handleChangedRoute() {
   }
   if (!present) {
     if (const auto fec = connectedFec(*route)) {
-      copyConnectedRoute(*route, *fec, "handleChangedRoute");
-      MRIB_TRACE(5, sigChangedRoute << "New connected route " << changedRoute << "added to Mrib");
+      copyConnectedRoute(*route, *fec, opChangedRoute);
+      MRIB_TRACE_OF(5, opChangedRoute,
+                    sigChangedRoute << "New connected route " << changedRoute << "added to Mrib");
     }
   }
   // *Intended*: an addition names no prefix, so that the refresh skips none; a deletion names its own.

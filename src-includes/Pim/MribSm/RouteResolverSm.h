@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "Interface/AllIntfStatusDir.h"
 #include "Ip/Status.h"
@@ -64,6 +65,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
 
   // Unicast changes (RouteResolverSm.cc).
   void handleInitialize();
+  /// A changed route that cannot be read is noted, and followed once it can be read when the next one
+  /// changes; Quarn::CorruptionException says so. An unreadable FEC is noted likewise, without an exception.
   void handleChangedRoute();
 
   // The prefix sets by resolving prefix, and the watches (ResolverWatch.cc).
@@ -119,7 +122,11 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void delWatch(Route& route, const Lumo::IpGenPrefix& prefix, PrefixSet& set);
 
   void copyConnectedRoute(const Quarn::Fib::Route& route, const Quarn::Fib::Fec& fec, const char* handler);
-  std::optional<Quarn::Fib::Fec> connectedFec(const Quarn::Fib::Route& route) const;
+  std::optional<Quarn::Fib::Fec> connectedFec(const Quarn::Fib::Route& route);
+  std::optional<Quarn::Fib::Fec> readFec(const Quarn::Fib::Route& route);
+  std::optional<Quarn::Fib::Route> readRoute(const Lumo::IpGenPrefix& prefix);
+  void followChange(const Lumo::IpGenPrefix& changedRoute);
+  void followUnread(std::size_t count);
 
   bool refreshPass(const Lumo::IpGenPrefix& changedPrefix);
   void followInputs();
@@ -146,6 +153,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   Lumo::IpGenPrefix defaultPrefix_;
   MribSm* mribSm_;
   Zan::Ptr<ZanZan_TrieIn> zan_TrieIn_;
+  std::vector<Lumo::IpGenPrefix> unread_;  // unicast prefixes that could not be read when they changed
   RefreshMarks marks_;
   bool wholePasses_ = false;
 };

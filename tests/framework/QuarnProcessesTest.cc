@@ -1,0 +1,224 @@
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <thread>
+
+#include "QuarnRecords.h"
+
+// Readers and writers in processes and threads of their own, and what the system may do to them.
+
+namespace {
+
+using namespace QuarnRecords;
+
+constexpr U32 stableRoutes = 300;
+constexpr U32 stableFecs = 20;
+
+struct Tables {
+  RouteStatusWriter routes{1024};
+  ForwardingStatusWriter fecs{128};
+
+  /// Rewrites every record; beside them some routes come and go, so that deleted slots are used again.
+  void change(U32 generation) {
+    for (U32 n = 0; n < stableRoutes; ++n) routes.routeIs(routeOf(n, generation));
+    for (U64 id = 0; id < stableFecs; ++id) fecs.fecIs(fecOf(id, generation));
+    routes.routeIs(routeOf(stableRoutes + generation % 7, generation));
+    routes.routeDel(prefixOf(stableRoutes + (generation + 3) % 7));
+  }
+};
+
+template <class Table, class Count>
+void walkIsWhole(const Table& table, U64 stable, Count isStable) {
+  U64 seen = 0;
+  table.forEach([&](const auto& record) {
+    EXPECT_TRUE(consistent(record));
+    seen += isStable(record);
+  });
+  EXPECT_GE(seen, stable);
+}
+
+/// Reads both tables once: every record is there, whole, and none is reported as corrupt.
+void readAll(const RouteStatus& routes, const ForwardingStatus& fecs) {
+  walkIsWhole(routes, stableRoutes, [](const Route& r) { return static_cast<U32>(r.fecId) < stableRoutes; });
+  walkIsWhole(fecs, stableFecs, [](const Fec&) { return true; });
+  for (U32 n = 0; n < stableRoutes; ++n) {
+    const auto found = routes.route(prefixOf(n));
+    EXPECT_TRUE(found && consistent(*found));
+  }
+  for (U64 id = 0; id < stableFecs; ++id) {
+    const auto found = fecs.fec(id);
+    EXPECT_TRUE(found && consistent(*found));
+  }
+}
+
+struct Readers {
+  explicit Readers(const Tables& tables) : routes(tables.routes.fd()), fecs(tables.fecs.fd()) {
+    routes.corruptionHandlerIs([](const std::string& m) { return ADD_FAILURE() << m, std::nullopt; });
+    fecs.corruptionHandlerIs([](const std::string& m) { return ADD_FAILURE() << m, std::nullopt; });
+  }
+  RouteStatus routes;
+  ForwardingStatus fecs;
+};
+
+/// Reads both tables for a fifth of a second.
+void readWhileChanging(const Tables& tables) {
+  const Readers readers(tables);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+  while (std::chrono::steady_clock::now() < end) readAll(readers.routes, readers.fecs);
+}
+
+/// A child process that changes the tables until it is stopped.
+class WriterProcess {
+ public:
+  explicit WriterProcess(Tables& tables) : pid_(fork()) {
+    if (pid_ != 0) return;
+    alarm(60);  // should the parent die first
+    for (U32 g = 1;; ++g) tables.change(g);
+  }
+  ~WriterProcess() { end(); }
+
+  void stop() { send(SIGSTOP, WUNTRACED); }
+  void go() { kill(pid_, SIGCONT); }
+  void end() {
+    if (pid_ > 0) send(SIGKILL, 0);
+    pid_ = -1;
+  }
+
+ private:
+  void send(int signal, int options) {
+    int status = 0;
+    ASSERT_GT(pid_, 0);
+    ASSERT_EQ(kill(pid_, signal), 0);
+    ASSERT_EQ(waitpid(pid_, &status, options), pid_);
+  }
+  pid_t pid_;
+};
+
+TEST(QuarnProcesses, ReaderSeesEveryRecordWholeWhileAnotherProcessWrites) {
+  Tables tables;
+  tables.change(0);
+  const WriterProcess writer(tables);
+  readWhileChanging(tables);
+}
+
+TEST(QuarnProcesses, ReaderSeesEveryRecordWholeWhileAnotherThreadWrites) {
+  Tables tables;
+  tables.change(0);
+  const std::jthread writer([&](const std::stop_token& stop) {
+    for (U32 g = 1; !stop.stop_requested(); ++g) tables.change(g);
+  });
+  readWhileChanging(tables);
+}
+
+/// Whether the writer is in a slot of the forwarding table.
+bool isInASlot(const Tables& tables) {
+  constexpr off_t fecBytes = 8 * (Quarn::Fib::FecTraits::layout.payloadWords + 1);
+  for (off_t slot = 0; slot < 128; ++slot) {
+    U64 control = 0;
+    EXPECT_EQ(pread(tables.fecs.fd(), &control, sizeof control, slotsAt + slot * fecBytes), 8);
+    if (control % 2 != 0) return true;
+  }
+  return false;
+}
+
+TEST(QuarnProcesses, AWriterThatIsStoppedAndThenKilledInASlotDelaysNobodyAndLosesNothing) {
+  Tables tables;
+  tables.change(0);
+  WriterProcess writer(tables);
+  bool caught = false;
+  for (int attempt = 0; attempt < 5000 && !caught; ++attempt) {
+    usleep(100);
+    writer.stop();
+    caught = isInASlot(tables);
+    if (!caught) writer.go();
+  }
+  ASSERT_TRUE(caught);
+  const Readers readers(tables);
+  const auto begin = std::chrono::steady_clock::now();
+  readAll(readers.routes, readers.fecs);
+  writer.end();
+  readAll(readers.routes, readers.fecs);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+  EXPECT_TRUE(isInASlot(tables));
+}
+
+TEST(QuarnProcesses, ARecordThatIsRewrittenWithoutPauseCanBeRead) {
+  ForwardingStatusWriter writer;
+  writer.fecIs(fecOf(1, 0));
+  const std::jthread rewriting([&](const std::stop_token& stop) {
+    for (U32 g = 1; !stop.stop_requested(); ++g) writer.fecIs(fecOf(1, g));
+  });
+  const ForwardingStatus reader(writer.fd());
+  for (int n = 0; n < 20'000; ++n) {
+    const auto found = reader.fec(1);
+    ASSERT_TRUE(found && consistent(*found));
+  }
+}
+
+// ---- Limits ----
+
+/// Fills a table until a limit on the size of files is in the way; 0 when that is an exception which leaves
+/// the table and the signals of the process as they were.
+int fillToTheLimit() {
+  RouteStatusWriter writer;
+  RouteStatus reader(writer.fd());
+  const rlimit limit{20'000, 20'000};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+  U32 written = 0;
+  try {
+    for (;; ++written) writer.routeIs(routeOf(written, 1));
+  } catch (const Zan::Exception& e) {
+    if (std::string(e.what()).find("File too large") == std::string::npos) return 2;
+  }
+  reader.attach(writer.fd());
+  writer.routeDel(prefixOf(0));
+  writer.routeIs(routeOf(1, 2));
+  if (written < 100 || writer.count() != written - 1) return 3;
+  for (U32 n = 1; n < written; ++n) {
+    const auto found = reader.route(prefixOf(n));
+    if (!found || found->preference != (n == 1 ? 2 : 1)) return 4;
+  }
+  sigset_t pending;
+  sigset_t blocked;
+  sigpending(&pending);
+  sigprocmask(SIG_BLOCK, nullptr, &blocked);
+  return sigisemptyset(&pending) && sigisemptyset(&blocked) ? 0 : 5;
+}
+
+/// Asks for more slots than any machine has memory for; 0 when that is refused before it is tried. (The limit
+/// is there for the case that it is tried: the memory would be gone.)
+int askForTooMuch() {
+  const rlimit limit{20'000, 20'000};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+  for (const U64 count : {U64{1} << 40, U64{1} << 59, (U64{1} << 59) + 1, U64{1} << 63, ~U64{0}}) {
+    try {
+      const RouteStatusWriter writer(count);
+      return 2;
+    } catch (const Zan::Exception& e) {
+      if (std::string(e.what()).find(": no memory for ") == std::string::npos) return 3;
+    }
+  }
+  return 0;
+}
+
+void expectSuccess(int (*inChild)()) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(inChild());
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(QuarnProcesses, AFileSizeLimitIsAnExceptionAndTheTableStaysUsable) {
+  expectSuccess(fillToTheLimit);
+}
+
+TEST(QuarnProcesses, WhatNoMemoryHoldsIsAnException) {
+  expectSuccess(askForTooMuch);
+}
+
+}  // namespace
