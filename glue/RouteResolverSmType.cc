@@ -71,7 +71,9 @@ constexpr AttributeRow routeResolverRows[] = {
      .flags = Flags::collection,
      .at = Zan::at<&Sm::mribForPrefix>,
      .count = Zan::count<&Sm::mribForPrefixCount>,
-     .iterate = Zan::iterate<&Sm::mribForPrefixIterator, Zan::erase<&Sm::mribForPrefixDel>>,
+     .iterate =
+         Zan::iterate<static_cast<Sm::MribForPrefixIteratorConst (Sm::*)() const>(&Sm::mribForPrefixIterator),
+                      Zan::erase<&Sm::mribForPrefixDel>>,
      .erase = Zan::erase<&Sm::mribForPrefixDel>,
      .eraseAll = Zan::eraseAll<&Sm::mribForPrefixDelAll>},
     {.id = 137,

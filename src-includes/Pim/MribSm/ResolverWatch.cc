@@ -1,5 +1,5 @@
 #include "Pim/MribSm/MribSmTrace.h"
-#include "Pim/MribSm/RouteResolverSm.h"
+#include "Pim/MribSm/ResolverKept.h"
 #include "Zan/ZanType.h"
 
 // Who depends on whom. For every resolving prefix there is a prefix set with the multicast prefixes that
@@ -52,24 +52,37 @@ void RouteResolverSm::enterSet(const PrefixSet::Ptr& set) {
 }
 
 PrefixSet::Ptr RouteResolverSm::mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix) {
-  marks_.markAll();
   const Ptr<ZanMribForPrefix> entry = mribForPrefix_.erase(lPrefix);
-  return entry ? entry->mribForPrefix() : nullptr;
+  if (!entry) return nullptr;
+  mribForPrefixNotify(entry->fwkKey(), entry);
+  return entry->mribForPrefix();
 }
 
 void RouteResolverSm::mribForPrefixDelAll() {
+  for (auto entry = mribForPrefixIterator(); entry; ++entry) entry.erase();
+}
+
+Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::MribForPrefixIterator::erase() {
+  const Ptr<ZanMribForPrefix> entry = BasicIterator::erase();
+  if (entry) resolver_.mribForPrefixNotify(entry->fwkKey(), entry);
+  return entry;
+}
+
+/// The next refresh registers the members again.
+void RouteResolverSm::mribForPrefixNotify(const Lumo::IpGenPrefix&, const Ptr<ZanMribForPrefix>&) {
   marks_.markAll();
-  for (auto entry = mribForPrefix_.iterator(); entry; ++entry) entry.erase();
 }
 
 Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const PrefixSet::Ptr& set) {
+  ZAN_ASSERT(set);
   auto entry = Zan::create<ZanMribForPrefix>(set);
   mribForPrefix_.insert(entry);
   return entry;
 }
 
 void RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p) {
-  addWatch(lPrefix, p, status().route(p.v4Prefix()));
+  const Kept kept(*this);
+  addWatch(lPrefix, p, routeOf(p));
 }
 
 /// `present` is the route of `p`.
@@ -94,8 +107,9 @@ Route* RouteResolverSm::present(const Ptr<Route>& known) const {
 }
 
 void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr) {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigDelWatch << "( " << prefix << " )");
-  const Ptr<Route> route(status().route(prefix.v4Prefix()));
+  const Ptr<Route> route(routeOf(prefix));
   if (!route) return;
   if (paddr) {
     delWatch(*route, prefix, *paddr);

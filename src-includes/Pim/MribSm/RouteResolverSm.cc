@@ -1,7 +1,7 @@
 #include "Pim/MribSm/RouteResolverSm.h"
 
-#include "Pim/MribSm/MribSm.h"
 #include "Pim/MribSm/MribSmTrace.h"
+#include "Pim/MribSm/ResolverKept.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "Zan/ZanType.h"
 
@@ -28,10 +28,12 @@ Ptr<RouteResolverSm> routeResolverSmFactory(const Ptr<Routing::Shadow::Status>& 
 RouteResolverSm::RouteResolverSm(const Ptr<Routing::Shadow::Status>& uribStatus,
                                  const Ptr<Status>& mribStatus,
                                  const Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm)
-    : uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
+    : VFPtrInterface(notificationActiveFlag),
+      uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
       mribStatus_(mribStatus ? Zan::create<ZanMribStatus>(mribStatus, this) : nullptr),
       intfStatus_(intfStatus),
       mribSm_(mribSm) {
+  if (mribSm) mribSmGoes_.attach(mribSm->departure());
   try {
     handleInitialize();
     zan_TrieInIs(uribStatus ? uribStatus->trie() : nullptr);
@@ -47,6 +49,11 @@ RouteResolverSm::~RouteResolverSm() {
 
 void RouteResolverSm::detach() {
   zanDoZombieReactors(true);
+}
+
+void RouteResolverSm::mribSmGoes(const MribSm&) {
+  mribSm_ = nullptr;
+  detach();
 }
 
 void RouteResolverSm::hasNotificationActiveIs(bool active) {
@@ -89,9 +96,10 @@ void RouteResolverSm::uribStatusIs(const Ptr<Routing::Shadow::Status>& status) {
   if (uribStatus() == status) return;
   uribStatusDel();
   if (status) {
-    uribStatus_ = Zan::create<ZanUribStatus>(nullptr, this);
-    uribStatus_->zanDoZombieReactors(isZombie());
-    uribStatus_->notifierIs(status);
+    const auto reactor = Zan::create<ZanUribStatus>(nullptr, this);
+    uribStatus_ = reactor;
+    reactor->zanDoZombieReactors(isZombie());
+    reactor->notifierIs(status);
   } else {
     zan_TrieInIs(nullptr);
   }
@@ -130,13 +138,14 @@ void RouteResolverSm::zan_TrieInIs(const Ptr<TrieGen const>& trie) {
   const Ptr<ZanZan_TrieIn> old = std::exchange(zan_TrieIn_, nullptr);
   Zan::retire(old, &ZanZan_TrieIn::routeResolverSmIs);
   if (!trie) return;
-  zan_TrieIn_ = Zan::create<ZanZan_TrieIn>(this);
-  zan_TrieIn_->zanDoZombieReactors(isZombie());
-  zan_TrieIn_->notifierIs(trie);
+  const auto reactor = Zan::create<ZanZan_TrieIn>(this);
+  zan_TrieIn_ = reactor;
+  reactor->zanDoZombieReactors(isZombie());
+  reactor->notifierIs(trie);
 }
 
 const Config& RouteResolverSm::config() const {
-  const Config* mribConfig = mribSm_->rawMribConfig();
+  const Config* mribConfig = engine().rawMribConfig();
   ZAN_ASSERT(mribConfig);
   return *mribConfig;
 }
@@ -144,6 +153,10 @@ const Config& RouteResolverSm::config() const {
 Status& RouteResolverSm::status() const {
   ZAN_ASSERT_TEXT(mribStatus_ && mribStatus_->notifier(), "mribStatus");
   return const_cast<Status&>(*mribStatus_->notifier());
+}
+
+Route* RouteResolverSm::routeOf(const Lumo::IpGenPrefix& prefix) const {
+  return prefix.af() == Lumo::ipv4() ? status().route(prefix.v4Prefix()) : nullptr;
 }
 
 void RouteResolverSm::defaultPrefixIs(const Lumo::IpGenPrefix& v) {
@@ -155,10 +168,12 @@ void RouteResolverSm::defaultPrefixIs(const Lumo::IpGenPrefix& v) {
 
 /// Copies every connected unicast route with a via into the MRIB status.
 void RouteResolverSm::handleInitialize() {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigInitialize);
   if (initialized()) return;
-  if (const Ptr<Routing::Shadow::Status> urib = uribStatus(); urib && urib->routeStatus()) {
-    for (auto walk = urib->routeStatus()->iterator(); walk; ++walk) {
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  if (const auto table = urib ? urib->routeStatus() : nullptr) {
+    for (auto walk = table->iterator(); walk; ++walk) {
       const auto route = walk.getOrHandled();
       const auto fec = route ? connectedFec(*route) : std::nullopt;
       if (!fec) continue;
@@ -172,7 +187,8 @@ void RouteResolverSm::handleInitialize() {
 /// The FEC of a route that the MRIB copies: connected and with at least one via.
 std::optional<Quarn::Fib::Fec> RouteResolverSm::connectedFec(const Quarn::Fib::Route& route) const {
   if (route.routeType != Fib::RouteType::connected) return std::nullopt;
-  const auto& table = uribStatus()->forwardingStatus();
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  const auto table = urib ? urib->forwardingStatus() : nullptr;
   if (!table) return std::nullopt;
   auto fec = table->fecOrHandled(route.fecId);
   if (fec && fec->viaCount == 0) fec.reset();
@@ -194,6 +210,7 @@ void RouteResolverSm::copyConnectedRoute(const Quarn::Fib::Route& route, const Q
 
 /// Follows the unicast prefix that changed last.
 void RouteResolverSm::handleChangedRoute() {
+  const Kept kept(*this);
   if (initialized()) return;
   MRIB_TRACE(8, sigChangedRoute);
   const Ptr<Routing::Shadow::Status> urib = uribStatus();

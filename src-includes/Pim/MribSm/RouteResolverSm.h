@@ -19,6 +19,12 @@ class MribSm;
 /// remembers which multicast prefix resolves through which and resolves them again when routing changes.
 /// The code is in three further files: ResolverRoutes.cc (one RPF in and out), ResolverWatch.cc (who depends
 /// on whom), ResolverRefresh.cc (what follows a change).
+///
+/// It works on IPv4 only. A prefix that is empty or of the other family has no route: nothing is made of it,
+/// looked up for it or removed with it; to offer one of its RPFs is `unusable`, and a refresh passes it over.
+///
+/// It is active from the start. It and its engine may be released from within any handler that it calls: then
+/// they go when the operation is done.
 class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
  public:
   class ZanUribStatus;
@@ -26,7 +32,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   class ZanZan_TrieIn;
   class ZanMribForPrefix;
   using MribForPrefixMap = Zan::HashMap<ZanMribForPrefix, Lumo::IpGenPrefix>;
-  using MribForPrefixIterator = MribForPrefixMap::Iterator;
+  class MribForPrefixIterator;
   using MribForPrefixIteratorConst = MribForPrefixMap::IteratorConst;
 
   // Results of the operations on one RPF.
@@ -35,7 +41,9 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   static constexpr S32 unusable = -1;
   static constexpr bool isInstalled(S32 result) { return result == changed || result == nothingToDo; }
 
-  /// `mribSm` owns the resolver and must outlive it or clear itself by releasing it.
+  /// Knows `mribSm` by a plain pointer. When that goes before the resolver does, the resolver hears nothing
+  /// any more. Without `mribSm`, then or from the start, it copies connected routes and keeps watches;
+  /// whatever resolves an RPF or follows a change asserts "mribSm".
   RouteResolverSm(const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
                   const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);
 
@@ -57,6 +65,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void initializedIs(bool v) { initialized_ = v; }
   const Lumo::IpGenPrefix& defaultPrefix() const { return defaultPrefix_; }
   void defaultPrefixIs(const Lumo::IpGenPrefix& v);
+  /// Null without one, and after it has gone.
   MribSm* mribSm() const { return mribSm_; }
   /// The unicast trie that the resolver follows: always that of `uribStatus`.
   Zan::Ptr<TrieGen const> zan_TrieIn() const;
@@ -70,9 +79,12 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   PrefixSet::Ptr mribForPrefix(const Lumo::IpGenPrefix& lPrefix) const;
   U32 mribForPrefixCount() const { return mribForPrefix_.size(); }
   MribForPrefixIteratorConst mribForPrefixIterator() const { return mribForPrefix_.iterator(); }
+  MribForPrefixIterator mribForPrefixIterator();
   void mribForPrefixIs(const PrefixSet::Ptr& set);
   PrefixSet::Ptr mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix);
   void mribForPrefixDelAll();
+  /// Called for every entry that one of these two or an iterator deletes.
+  void mribForPrefixNotify(const Lumo::IpGenPrefix& lPrefix, const Zan::Ptr<ZanMribForPrefix>& entry);
   Zan::Ptr<ZanMribForPrefix> newMribForPrefix(const PrefixSet::Ptr& set);
   /// Records that the multicast prefix `p` resolves through `lPrefix`.
   void doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p);
@@ -99,6 +111,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void wholePassesIs(bool whole) { wholePasses_ = whole; }
 
  private:
+  class Kept;
   /// The RPF address; nothing when the RPF is an interface without one.
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
@@ -128,10 +141,18 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
 
+  /// The engine; it must exist.
+  MribSm& engine() const {
+    ZAN_ASSERT_TEXT(mribSm_, "mribSm");
+    return *mribSm_;
+  }
   /// The configuration; it must exist.
   const Config& config() const;
   /// The MRIB status; it must exist.
   Status& status() const;
+  /// The MRIB route of a prefix, or null; null for a prefix that is not of IPv4.
+  Route* routeOf(const Lumo::IpGenPrefix& prefix) const;
+  void mribSmGoes(const MribSm& mribSm);
   void detach();
 
   Zan::Ptr<ZanUribStatus> uribStatus_;
@@ -141,6 +162,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   MribForPrefixMap mribForPrefix_;
   Lumo::IpGenPrefix defaultPrefix_;
   MribSm* mribSm_;
+  Zan::Tap<MribSm> mribSmGoes_ = Zan::Tap<MribSm>::to<&RouteResolverSm::mribSmGoes>(this);
   Zan::Ptr<ZanZan_TrieIn> zan_TrieIn_;
   RefreshMarks marks_;
   bool wholePasses_ = false;
@@ -161,6 +183,22 @@ class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
   PrefixSet::Ptr set_;
 };
 
+/// Walks `mribForPrefix`; deletes as `mribForPrefixDel` does.
+class ZAN_EXPORT RouteResolverSm::MribForPrefixIterator : public MribForPrefixMap::Iterator {
+ public:
+  explicit MribForPrefixIterator(RouteResolverSm& resolver)
+      : BasicIterator(resolver.mribForPrefix_), resolver_(resolver) {}
+  Zan::Ptr<ZanMribForPrefix> erase();
+
+ private:
+  RouteResolverSm& resolver_;
+};
+
+inline RouteResolverSm::MribForPrefixIterator RouteResolverSm::mribForPrefixIterator() {
+  return MribForPrefixIterator(*this);
+}
+
+/// Creates a resolver beside that of `mribSm`.
 ZAN_EXPORT Zan::Ptr<RouteResolverSm> routeResolverSmFactory(
     const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
     const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);
