@@ -35,6 +35,11 @@ std::string str(const IpGenPrefix& p) {
   return p.stringValue();
 }
 
+/// Of what is not IPv4 there are reactors, and no more.
+bool isResolvable(const IpGenPrefix& p) {
+  return p.af() == Lumo::ipv4();
+}
+
 bool covers(const IpGenPrefix& wide, const IpGenPrefix& p) {
   return wide.length() <= p.length() && wide.v4Prefix().contains(p.v4Prefix().address());
 }
@@ -227,7 +232,7 @@ void PlainMrib::prefixAdded(const IpGenPrefix& prefix) {
 void PlainMrib::prefixDeleted(const IpGenPrefix& prefix) {
   config.erase(config.begin() + (entry(prefix) - config.data()));
   say(8, sm + "ZanMribConfigPrefix::handleDel()" + str(prefix));
-  refresh(prefix, false);
+  if (isResolvable(prefix)) refresh(prefix, false);
 }
 
 void PlainMrib::preferenceAdded(const IpGenPrefix& prefix, int preference) {
@@ -237,6 +242,7 @@ void PlainMrib::preferenceAdded(const IpGenPrefix& prefix, int preference) {
 void PlainMrib::preferenceDeleted(const IpGenPrefix& prefix, int preference) {
   entry(prefix)->prefs.erase(preference);
   say(8, pref + "handleDel()" + std::to_string(preference));
+  if (!isResolvable(prefix)) return;
   for (const auto& [other, rpfs] : entry(prefix)->prefs) {
     if (!offer(prefix, other)) continue;
     refresh(prefix, true);
@@ -262,6 +268,7 @@ void PlainMrib::handleRpfs(const IpGenPrefix& prefix, int preference) {
 void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
   say(5, sRpf + "( " + rpf.text() + " ) for prefix " + str(prefix) + " with preference " +
              std::to_string(preference));
+  if (!isResolvable(prefix)) return;
   const auto& prefs = entry(prefix)->prefs;
   const bool present = prefs.at(preference).contains(rpf);
   const IpGenPrefix lpm = longestMatch(prefix);
@@ -465,6 +472,7 @@ void PlainMrib::refresh(const IpGenPrefix& changed, bool add) {
     again = false;
     for (std::size_t i = 0; i < config.size(); ++i) {
       const IpGenPrefix prefix = config[i].prefix;
+      if (!isResolvable(prefix)) continue;
       const bool had = route(prefix) != nullptr;  // a route that this very offer adds does not stop it
       if (prefix == changed) {
         say(8, sRefresh + "Skipped " + str(prefix));
