@@ -135,6 +135,7 @@ void MribSm::ZanMribConfigPrefix::reconcilePrefs() {
   }
   for (auto p = mribConfigPref_.iterator(); p; ++p) {
     if (!rkPrefix->pref(p->fwkKey().preference)) p.erase();
+    if (notifier() != rkPrefix.get()) return;
   }
 }
 

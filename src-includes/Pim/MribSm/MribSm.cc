@@ -363,6 +363,7 @@ void MribSm::reconcileConfigPrefixes() {
   if (mribConfigPrefix_.size() == config->routeCount()) return;  // each entry has one: there is no other
   for (auto p = mribConfigPrefix_.iterator(); p; ++p) {
     if (!config->route(p->fwkKey())) p.erase();
+    if (rawMribConfig() != config.get()) return;
   }
 }
 

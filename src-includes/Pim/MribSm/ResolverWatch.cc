@@ -74,7 +74,6 @@ void RouteResolverSm::mribForPrefixNotify(const Lumo::IpGenPrefix&, const Ptr<Za
 }
 
 Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const PrefixSet::Ptr& set) {
-  ZAN_ASSERT(set);
   auto entry = Zan::create<ZanMribForPrefix>(set);
   mribForPrefix_.insert(entry);
   return entry;

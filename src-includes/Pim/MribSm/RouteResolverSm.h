@@ -172,10 +172,14 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
 class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
                                                      public Zan::HashMember<ZanMribForPrefix> {
  public:
-  explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) {}
+  explicit ZanMribForPrefix(PrefixSet::Ptr set) : set_(std::move(set)) { ZAN_ASSERT_TEXT(set_, "set"); }
 
   const PrefixSet::Ptr& mribForPrefix() const { return set_; }
-  void mribForPrefixIs(const PrefixSet::Ptr& set) { set_ = set; }
+  /// Another set of the same resolving prefix.
+  void mribForPrefixIs(const PrefixSet::Ptr& set) {
+    ZAN_ASSERT(set && set->lPrefix() == fwkKey());
+    set_ = set;
+  }
   const Lumo::IpGenPrefix& fwkKey() const { return set_->lPrefix(); }
   const Zan::ZanType* fwkType() const override;
 
