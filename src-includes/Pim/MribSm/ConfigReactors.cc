@@ -257,7 +257,7 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf() {
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
-  const Ptr<MribSm> engine(mribSm());
+  MribSm* engine = mribSm();
   if (!engine || !notifier()) return;
   const Ptr<RouteKeyPrefix const> rkPrefix = owner()->notifierPtr();
   const Lumo::IpGenPrefix prefix = rkPrefix ? rkPrefix->prefix() : Lumo::IpGenPrefix();
@@ -265,8 +265,9 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
   MRIB_TRACE_AT(5, 112,
                 sigRpf << "( " << rpf << " )"
                        << " for prefix " << prefix << " with preference " << preference);
-  const Ptr<RouteResolverSm> resolver = engine->routeResolver();
+  RouteResolverSm* resolver = engine->routeResolver().get();
   if (!resolver) return;  // not there yet, or gone
+  const RouteResolverSm::Kept kept(*resolver);
   const bool present = notifier()->rpf(rpf);
   const Lumo::IpGenPrefix lpm = engine->mribTrie().longestMatch(prefix);
   ZAN_ASSERT_AT(rpf.rpfType != Rpf::unknown(), "rpfType != unknown()", 123);
@@ -279,42 +280,43 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
                          << " preference");
     return;
   }
-  if (!present) return handleRpfRemoved(*engine, rpf, *rkPrefix, lpm);
+  if (!present) return handleRpfRemoved(*resolver, rpf, *rkPrefix, lpm);
   resolver->addRpf(rpf, *rkPrefix, preference);
   // *Intended*: without a match the refresh excludes no prefix; with one it excludes this prefix itself.
   resolver->doMaybeRefreshRoutes(lpm.empty() ? lpm : prefix, true);
 }
 
-void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfRemoved(MribSm& mribSm, const Rpf& rpf,
+void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfRemoved(RouteResolverSm& resolver,
+                                                                      const Rpf& rpf,
                                                                       const RouteKeyPrefix& rkPrefix,
                                                                       const Lumo::IpGenPrefix& lpm) {
   const Lumo::IpGenPrefix prefix = rkPrefix.prefix();
-  if (lpm.empty() || (lpm == mribSm.defaultPrefix() && prefix != lpm)) {
+  if (lpm.empty() || (lpm == resolver.mribSm()->defaultPrefix() && prefix != lpm)) {
     ZAN_TRACE_OF(mribSmTrace, this, 5, 158, "handleRpf",
                  sigRpf << "Prefix " << prefix << " Already deleted. Nothing to do.");
     return;
   }
-  const Ptr<RouteResolverSm> resolver = mribSm.routeResolver();
-  const Ptr<Route const> route(mribSm.mribStatus()->route(lpm.v4Prefix()));
-  resolver->doRecursiveDelete(route, resolver->mribForPrefix(lpm));
-  resolver->doDelRpf(rpf, prefix);
+  const Ptr<Route const> route(resolver.mribSm()->mribStatus()->route(lpm.v4Prefix()));
+  resolver.doRecursiveDelete(route, resolver.mribForPrefix(lpm));
+  resolver.doDelRpf(rpf, prefix);
   // This preference is the best one: it is tried first, then the others in ascending order.
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
-    if (!offer(*resolver, *entry, prefix)) continue;
-    resolver->doRecursiveUpdate(resolver->mribForPrefix(lpm));
+    if (!offer(resolver, *entry, prefix)) continue;
+    resolver.doRecursiveUpdate(resolver.mribForPrefix(lpm));
     return;
   }
-  resolver->doDelRoute(lpm);
-  resolver->doRecursiveUpdate(resolver->mribForPrefix(lpm));
+  resolver.doDelRoute(lpm);
+  resolver.doRecursiveUpdate(resolver.mribForPrefix(lpm));
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleDel() {
   ZAN_ASSERT(notifier());
   const U8 preference = notifier()->preference();
   MRIB_TRACE(8, sigPrefDel << preference);
-  const Ptr<MribSm> engine(mribSm());
-  if (!engine || !engine->routeResolver()) return;
-  const Ptr<RouteResolverSm> resolver = engine->routeResolver();
+  MribSm* engine = mribSm();
+  RouteResolverSm* resolver = engine ? engine->routeResolver().get() : nullptr;
+  if (!resolver) return;
+  const RouteResolverSm::Kept kept(*resolver);
   const Ptr<RouteKeyPrefix const> rkPrefix = owner()->notifierPtr();
   if (!rkPrefix->isResolvable()) return;
   const Lumo::IpGenPrefix prefix = rkPrefix->prefix();

@@ -115,7 +115,7 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix::ZanMribConfigPref
 
  private:
   MribSm* mribSm() const { return owner() ? owner()->mribSm() : nullptr; }
-  void handleRpfRemoved(MribSm& mribSm, const Rpf& rpf, const RouteKeyPrefix& rkPrefix,
+  void handleRpfRemoved(RouteResolverSm& resolver, const Rpf& rpf, const RouteKeyPrefix& rkPrefix,
                         const Lumo::IpGenPrefix& lpm);
 
   Zan::Ptr<Zan::ActivitySm> actsm_;

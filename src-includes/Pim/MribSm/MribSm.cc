@@ -291,7 +291,6 @@ Ptr<MribSm::ZanMribConfigPrefix> MribSm::mribConfigPrefixIs(const Ptr<RouteKeyPr
         "null _mribConfigPrefix parameter to mutator for "
         "Routing::Multicast::Rib::MribSm::mribConfigPrefix not allowed\"");
   }
-  const Ptr<MribSm> pin(this);
   Ptr<ZanMribConfigPrefix> reactor = mribConfigPrefix(rkPrefix->prefix());
   if (reactor && reactor->notifier() == rkPrefix.get()) return reactor;
   if (reactor) {
@@ -299,6 +298,7 @@ Ptr<MribSm::ZanMribConfigPrefix> MribSm::mribConfigPrefixIs(const Ptr<RouteKeyPr
   } else {
     reactor = newMribConfigPrefix(rkPrefix);
   }
+  // A handler may have taken the reactor out meanwhile, or released this.
   if (reactor->mribSm()) reactor->zanDoZombieReactors(isZombie());
   return reactor;
 }

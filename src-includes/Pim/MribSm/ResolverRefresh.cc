@@ -1,5 +1,5 @@
+#include "Pim/MribSm/MribSm.h"
 #include "Pim/MribSm/MribSmTrace.h"
-#include "Pim/MribSm/ResolverKept.h"
 
 // What follows a change: configured routes are offered again, and the routes that resolve through one that
 // goes are stripped of its vias and resolved anew. The recursion has no guard: the host refuses
@@ -68,9 +68,10 @@ bool RouteResolverSm::wholePasses() const {
 }
 
 void RouteResolverSm::followInputs() {
-  const auto& shadow = engine().mribShadow();
-  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, engine().ipStatus().get(),
-                    engine().intfStatus().get()});
+  const MribSm& mribSm = engine();
+  const auto& shadow = mribSm.mribShadow();
+  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, mribSm.ipStatus().get(),
+                    mribSm.intfStatus().get()});
 }
 
 /// The next prefix for which something has changed since it was offered; null also when that may be all.

@@ -1,5 +1,5 @@
+#include "Pim/MribSm/MribSm.h"
 #include "Pim/MribSm/MribSmTrace.h"
-#include "Pim/MribSm/ResolverKept.h"
 #include "Zan/Now.h"
 
 // One RPF of one configured prefix, in and out of the MRIB status. An RPF is turned into an address; the
@@ -129,7 +129,6 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
 /// preference, gone with it. A route at a lower number is left over from a preference that is gone: then they
 /// have not.
 void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
-  const Kept kept(*this);
   if (isSettled(entry)) return;
   Route* route = routeOf(entry.prefix());
   const bool othersWereOffered = !route || route->preference() >= preference;

@@ -1,5 +1,5 @@
 #include "Pim/MribSm/MribSmTrace.h"
-#include "Pim/MribSm/ResolverKept.h"
+#include "Pim/MribSm/RouteResolverSm.h"
 #include "Zan/ZanType.h"
 
 // Who depends on whom. For every resolving prefix there is a prefix set with the multicast prefixes that

@@ -1,7 +1,7 @@
 #include "Pim/MribSm/RouteResolverSm.h"
 
+#include "Pim/MribSm/MribSm.h"
 #include "Pim/MribSm/MribSmTrace.h"
-#include "Pim/MribSm/ResolverKept.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "Zan/ZanType.h"
 
@@ -82,6 +82,17 @@ void RouteResolverSm::zanDoZombieReactors(bool zombie) {
 const Zan::ZanType* RouteResolverSm::fwkType() const {
   static const Zan::ZanType type("Routing::Multicast::Rib::RouteResolverSm", VFPtrInterface::fwkType());
   return &type;
+}
+
+void RouteResolverSm::keep() {
+  newReference();
+  if (mribSm_) mribSm_->newReference();
+}
+
+/// Neither may be there afterwards.
+void RouteResolverSm::letGo() {
+  const auto self = Ptr<RouteResolverSm>::adopt(this);
+  if (mribSm_) mribSm_->deleteReference();
 }
 
 // ---- Attributes ----

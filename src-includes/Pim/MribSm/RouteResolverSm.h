@@ -98,7 +98,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   S32 doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix);
   void doDelRoute(const Lumo::IpGenPrefix& prefix);
 
-  /// `doAddOrUpdateRoute` for an RPF that has just been added at the lowest preference of `entry`.
+  /// `doAddOrUpdateRoute` for an RPF that has just been added at the lowest preference of `entry`. To be
+  /// called with both `Kept`.
   void addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference);
 
   // What follows a change (ResolverRefresh.cc).
@@ -110,8 +111,24 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   /// therefore run whenever level 8 is traced.
   void wholePassesIs(bool whole) { wholePasses_ = whole; }
 
+  /// Keeps the resolver and its engine while an operation is under way: handlers of what it writes may
+  /// release both, which then go when it is done.
+  class Kept {
+   public:
+    explicit Kept(RouteResolverSm& resolver) : resolver_(resolver) {
+      if (resolver_.underWay_++ == 0) resolver_.keep();
+    }
+    ~Kept() {
+      if (--resolver_.underWay_ == 0) resolver_.letGo();
+    }
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+
+   private:
+    RouteResolverSm& resolver_;
+  };
+
  private:
-  class Kept;
   /// The RPF address; nothing when the RPF is an interface without one.
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
@@ -153,12 +170,15 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   /// The MRIB route of a prefix, or null; null for a prefix that is not of IPv4.
   Route* routeOf(const Lumo::IpGenPrefix& prefix) const;
   void mribSmGoes(const MribSm& mribSm);
+  void keep();
+  void letGo();
   void detach();
 
   Zan::Ptr<ZanUribStatus> uribStatus_;
   Zan::Ptr<ZanMribStatus> mribStatus_;
   Zan::Ptr<Interface::AllIntfStatusDir const> intfStatus_;
   bool initialized_ = false;
+  U32 underWay_ = 0;  // operations
   MribForPrefixMap mribForPrefix_;
   Lumo::IpGenPrefix defaultPrefix_;
   MribSm* mribSm_;

@@ -72,9 +72,9 @@ void MribTrieBuilderSm::ZanRoute::handleVia(const Fib::Via& via) {
 }
 
 void MribTrieBuilderSm::ZanRoute::insertPrefix() {
-  const Ptr<MribTrieBuilderSm> builder(owner());
-  builder->presentTrie().routeAdd(notifier()->prefix(), [&] { builder->trieUpdatesInc(1); });
-  builder->deletedPreferenceIs(MribTrieBuilderSm::deletedPreferenceUnknown);
+  owner()->presentTrie().routeAdd(notifier()->prefix(), [this] { owner()->trieUpdatesInc(1); });
+  // Handlers of the trie may have released the builder.
+  if (owner()) owner()->deletedPreferenceIs(MribTrieBuilderSm::deletedPreferenceUnknown);
 }
 
 void MribTrieBuilderSm::ZanRoute::handleDel() {
