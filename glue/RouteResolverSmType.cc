@@ -73,7 +73,8 @@ constexpr AttributeRow routeResolverRows[] = {
      .index = {"lPrefix", "Lumo::IpGenPrefix"},
      .at = Zan::at<&Sm::mribForPrefix>,
      .count = Zan::count<&Sm::mribForPrefixCount>,
-     .iterate = Zan::iterate<&Sm::mribForPrefixIterator>,
+     .iterate = Zan::iterate<static_cast<Sm::MribForPrefixIteratorConst (Sm::*)() const>(
+         &Sm::mribForPrefixIterator)>,
      .erase = Zan::erase<&Sm::mribForPrefixDel>,
      .eraseAll = Zan::eraseAll<&Sm::mribForPrefixDelAll>},
     {.id = 137,

@@ -13,9 +13,9 @@ namespace {
 
 const std::vector<const char*> connectedPool{"20.0.0.0/24", "20.0.0.128/25", "30.0.0.0/24", "30.1.0.0/16",
                                              "40.0.0.0/8",  "40.1.0.0/16",   "0.0.0.0/0",   "50.0.0.0/24"};
-const std::vector<const char*> configPool{"10.0.0.0/8",  "10.1.0.0/16", "10.1.1.0/24", "60.0.0.0/8",
-                                          "60.1.0.0/16", "70.0.0.0/8",  "70.7.0.0/16", "80.0.0.0/12",
-                                          "0.0.0.0/0",   "40.1.1.0/24", "20.0.0.0/16", "30.0.0.0/24"};
+const std::vector<const char*> configPool{
+    "10.0.0.0/8",  "10.1.0.0/16", "10.1.1.0/24", "60.0.0.0/8",  "60.1.0.0/16", "70.0.0.0/8", "70.7.0.0/16",
+    "80.0.0.0/12", "0.0.0.0/0",   "40.1.1.0/24", "20.0.0.0/16", "30.0.0.0/24", "",           "2001:db8::/32"};
 const std::vector<const char*> addressPool{
     "20.0.0.5", "20.0.0.200", "30.0.0.9", "30.1.2.3", "40.9.9.9", "40.1.1.7", "10.1.1.1", "10.9.9.9",
     "60.1.1.1", "60.9.9.9",   "70.7.7.7", "70.1.1.1", "80.0.0.1", "99.9.9.9", "50.0.0.1", "20.0.9.9"};
@@ -128,7 +128,7 @@ void RandomEvents::step() {
       operationCalled();
       break;
     case 13:
-      chance(20) ? defaultPrefixSet() : chance(10) ? burst() : operationCalled();
+      chance(35) ? defaultPrefixSet() : chance(10) ? burst() : operationCalled();
       break;
     default:
       configure();
@@ -390,6 +390,7 @@ void RandomEvents::zombie() {
 void RandomEvents::statusWritten() {
   const std::string text = prefixText();
   const IpGenPrefix prefix(text);
+  if (prefix.af() != Lumo::ipv4()) return;
   const auto key = prefix.v4Prefix();
   const auto* present = model_.route(prefix);
   if (!present || chance(10)) {
@@ -549,6 +550,7 @@ void RandomEvents::operationCalled() {
       break;
     }
     case 7:
+      if (a.af() != Lumo::ipv4()) return;
       apply(
           "doRecursiveDelete " + of, [&](auto& m) { m.recursiveDelete(a, m.setOf(b)); },
           [&] {

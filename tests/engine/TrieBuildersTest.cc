@@ -177,4 +177,64 @@ TEST(TrieBuilders, Ipv6RefusesWhatIpv4Refuses) {
   EXPECT_TRUE(w.shadow->trie()->route(w.one));
 }
 
+template <class F>
+struct TrieWatcher : Routing::TrieGen::NotifieeConst {
+  explicit TrieWatcher(World<F>& w) : world(w) {}
+  void onChangedRoute() override { world.builder = nullptr; }
+  World<F>& world;
+};
+
+/// The builder goes in a handler of the trie that it writes: what was under way is done, the next is not.
+template <class F>
+void releaseInAHandler() {
+  for (std::size_t last = 1; last <= 6; ++last) {
+    World<F> w;
+    for (std::size_t n = 1; n < last; ++n) happen(w, n);
+    const auto trie = w.builder->trie();
+    const auto watcher = Zan::create<TrieWatcher<F>>(w);
+    watcher->notifierIs(trie);
+    watcher->isRegisteredNotifieeIs(true);
+    happen(w, last);
+    if (w.builder) continue;
+    EXPECT_EQ(trie->route(w.two), w.status->route(w.two) != nullptr) << events[last];
+    EXPECT_FALSE(w.status->hasNotifiees());
+    w.status->routeDel(w.one);
+    EXPECT_TRUE(trie->route(w.one));
+  }
+}
+
+template <class F>
+void bindWrongly() {
+  World<F> w;
+  const auto reactor = w.builder->route(w.one);
+  EXPECT_DEATH(reactor->notifierIs(nullptr), "assertion `notifier' failed");
+  EXPECT_DEATH(reactor->notifierIs(w.status->routeIs(w.two)), "notifier->fwkKey\\(\\) == fwkKey\\(\\)");
+  EXPECT_THROW(reactor->notifierIs(w.status), Zan::RangeException);
+  w.builder->trieIs(nullptr);
+  EXPECT_DEATH(w.status->route(w.one)->viaDel(F::via()), "assertion `.*trie.*' failed");
+  EXPECT_DEATH(w.builder->handleRoute(), "assertion `trie' failed");
+  w.builder->routeDelAll();
+  reactor->notifierIs(nullptr);
+  EXPECT_DEATH(reactor->handleVia(F::via()), "assertion `notifier\\(\\)' failed");
+}
+
+template <class F>
+void silence() {
+  World<F> w;
+  EXPECT_TRUE(w.builder->hasNotificationActive());
+  w.builder->hasNotificationActiveIs(false);
+  w.status->routeDel(w.one);
+  EXPECT_EQ(w.builder->routeCount(), 1u);
+  EXPECT_TRUE(w.builder->trie()->route(w.one));
+}
+
+TEST(TrieBuilders, StandCarelessHosts) {
+  releaseInAHandler<V4>();
+  releaseInAHandler<V6>();
+  bindWrongly<V4>();
+  bindWrongly<V6>();
+  silence<V4>();
+  silence<V6>();
+}
+
 }  // namespace

@@ -34,6 +34,11 @@ std::string str(const IpGenPrefix& p) {
   return p.stringValue();
 }
 
+/// Of what is not IPv4 there are reactors, and no more.
+bool isResolvable(const IpGenPrefix& p) {
+  return p.af() == Lumo::ipv4();
+}
+
 bool covers(const IpGenPrefix& wide, const IpGenPrefix& p) {
   return wide.length() <= p.length() && wide.v4Prefix().contains(p.v4Prefix().address());
 }
@@ -291,6 +296,7 @@ void PlainMrib::unwatchPreference(const IpGenPrefix& prefix, int preference) {
   if (std::erase_if(reactor(prefix)->prefs, [&](const auto& p) { return p.first == preference; }) == 0)
     return;
   say(8, pref + "handleDel()" + std::to_string(preference));
+  if (!isResolvable(prefix)) return;
   for (const auto& [other, rpfs] : entry(prefix)->prefs) {
     if (!offer(prefix, other)) continue;
     refresh(prefix, true);
@@ -303,7 +309,7 @@ void PlainMrib::unwatchPreference(const IpGenPrefix& prefix, int preference) {
 void PlainMrib::unwatchPrefix(const IpGenPrefix& prefix) {
   if (std::erase_if(reactors_, [&](const Reactor& r) { return r.prefix == prefix; }) == 0) return;
   say(8, sm + "ZanMribConfigPrefix::handleDel()" + str(prefix));
-  refresh(prefix, false);
+  if (isResolvable(prefix)) refresh(prefix, false);
 }
 
 void PlainMrib::reconcilePreferences(const IpGenPrefix& prefix) {
@@ -382,6 +388,7 @@ void PlainMrib::handleRpfs(const IpGenPrefix& prefix, int preference) {
 void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& rpf) {
   say(5, sRpf + "( " + rpf.text() + " ) for prefix " + str(prefix) + " with preference " +
              std::to_string(preference));
+  if (!isResolvable(prefix)) return;
   const auto& prefs = entry(prefix)->prefs;
   const bool present = prefs.at(preference).rpfs.contains(rpf);
   const IpGenPrefix lpm = longestMatch(prefix);
@@ -452,6 +459,7 @@ bool PlainMrib::rejects(const IpGenPrefix& lpm, const IpGenPrefix& prefix) const
 int PlainMrib::addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference) {
   const std::string number = std::to_string(preference);
   say(8, sAdd + "( " + rpf.text() + ", " + str(prefix) + ", " + number + " )");
+  if (!isResolvable(prefix)) return -1;
   const auto hop = rpfAddress(rpf);
   if (!hop) {
     say(8, sAdd + "Could not find an IP address on  " + std::to_string(rpf.intf));
@@ -590,7 +598,7 @@ void PlainMrib::refresh(const IpGenPrefix& changed, bool add) {
       const IpGenPrefix prefix = config()[i].prefix;
       if (prefix == changed) {
         say(8, sRefresh + "Skipped " + str(prefix));
-      } else {
+      } else if (isResolvable(prefix)) {
         again |= offerPrefix(prefix);
       }
     }

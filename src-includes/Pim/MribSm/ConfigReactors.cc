@@ -1,5 +1,6 @@
 #include "Pim/MribSm/ConfigReactors.h"
 
+#include "Pim/KeyedReactor.h"
 #include "Pim/MribSm/MribSmTrace.h"
 #include "Zan/ZanType.h"
 
@@ -17,6 +18,16 @@ constexpr const char* sigRpfs =
 constexpr const char* sigRpf =
     "void Routing::Multicast::Rib::MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const "
     "Routing::Multicast::Rib::Rpf&)";
+
+/// Offers every RPF of an entry to the resolver; true when at least one is installed.
+bool offer(RouteResolverSm& resolver, const RouteKeyPreference& entry, const Lumo::IpGenPrefix& prefix) {
+  const Ptr<RouteKeyPreference const> pin(&entry);
+  bool installed = false;
+  for (auto rpf = entry.rpfIterator(); rpf; ++rpf) {
+    installed |= RouteResolverSm::isInstalled(resolver.doAddOrUpdateRoute(*rpf, prefix, entry.preference()));
+  }
+  return installed;
+}
 
 }  // namespace
 
@@ -69,6 +80,9 @@ MribSm::ZanMribConfigPrefix::ZanMribConfigPrefix(const Ptr<RouteKeyPrefix const>
     : Reactor(mribSm), zanFwkActivity_(activity) {
   bind(rkPrefix);
   zanDoZombieReactors(mribSm->isZombie());
+}
+
+void MribSm::ZanMribConfigPrefix::start() {
   reconcilePrefs();
   isRegisteredNotifieeIs(true);
 }
@@ -92,6 +106,7 @@ void MribSm::ZanMribConfigPrefix::zanDoZombieReactors(bool zombie) {
 
 void MribSm::ZanMribConfigPrefix::notifierIs(const Ptr<PtrInterface const>& rkPrefix) {
   if (rkPrefix.get() == rawNotifier()) return;
+  if (owner()) assertKeepsKey<RouteKeyPrefix>(fwkKey(), rkPrefix);
   isRegisteredNotifieeIs(false);
   Reactor::notifierIs(rkPrefix);
   reconcilePrefs();
@@ -114,9 +129,13 @@ void MribSm::ZanMribConfigPrefix::onPrefzanImmediate() {
 void MribSm::ZanMribConfigPrefix::reconcilePrefs() {
   if (!notifier() || !owner()) return;
   const Ptr<RouteKeyPrefix const> rkPrefix = notifierPtr();
-  for (auto p = rkPrefix->prefIterator(); p; ++p) mribConfigPrefIs(Ptr<RouteKeyPreference const>(p.get()));
+  for (auto p = rkPrefix->prefIterator(); p; ++p) {
+    mribConfigPrefIs(Ptr<RouteKeyPreference const>(p.get()));
+    if (notifier() != rkPrefix.get()) return;  // a handler has put another in its place
+  }
   for (auto p = mribConfigPref_.iterator(); p; ++p) {
     if (!rkPrefix->pref(p->fwkKey().preference)) p.erase();
+    if (notifier() != rkPrefix.get()) return;
   }
 }
 
@@ -139,15 +158,17 @@ Ptr<MribSm::ZanMribConfigPrefix::ZanMribConfigPref> MribSm::ZanMribConfigPrefix:
   } else {
     reactor = newMribConfigPref(rkPreference);
   }
-  reactor->zanDoZombieReactors(isZombie());
+  if (reactor->zanMribConfigPrefix()) reactor->zanDoZombieReactors(isZombie());
   return reactor;
 }
 
 Ptr<MribSm::ZanMribConfigPrefix::ZanMribConfigPref> MribSm::ZanMribConfigPrefix::newMribConfigPref(
     const Ptr<RouteKeyPreference const>& rkPreference) {
+  ZAN_ASSERT(rkPreference);
   auto reactor =
       Zan::create<ZanMribConfigPref>(rkPreference, Zan::zanActivitySmFor(zanFwkActivity_.get()), this);
   mribConfigPref_.insert(reactor);
+  reactor->start();
   return reactor;
 }
 
@@ -179,9 +200,11 @@ void MribSm::ZanMribConfigPrefix::zanLeft() {
 }
 
 void MribSm::ZanMribConfigPrefix::handleDel() {
+  ZAN_ASSERT(notifier());
   const Lumo::IpGenPrefix prefix = notifier()->prefix();
   MRIB_TRACE(8, sigPrefixDel << prefix);
-  if (owner() && owner()->routeResolver()) owner()->routeResolver()->doMaybeRefreshRoutes(prefix, false);
+  if (!owner() || !owner()->routeResolver() || !notifier()->isResolvable()) return;
+  owner()->routeResolver()->doMaybeRefreshRoutes(prefix, false);
 }
 
 // ---- ZanMribConfigPref: one preference ----
@@ -192,12 +215,16 @@ MribSm::ZanMribConfigPrefix::ZanMribConfigPref::ZanMribConfigPref(
     : Reactor(zanMribConfigPrefix), actsm_(std::move(actsm)) {
   bind(rkPreference);
   zanDoZombieReactors(zanMribConfigPrefix->isZombie());
-  if (notifier()) handleRpf();
+}
+
+void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::start() {
+  handleRpf();
   isRegisteredNotifieeIs(true);
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::notifierIs(const Ptr<PtrInterface const>& rkPreference) {
   if (rkPreference.get() == rawNotifier()) return;
+  if (owner()) assertKeepsKey<RouteKeyPreference>(fwkKey().preference, rkPreference);
   isRegisteredNotifieeIs(false);
   Reactor::notifierIs(rkPreference);
   if (notifier()) handleRpf();
@@ -230,17 +257,22 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf() {
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
-  if (!mribSm() || !notifier()) return;
+  MribSm* engine = mribSm();
+  if (!engine || !notifier()) return;
   const Ptr<RouteKeyPrefix const> rkPrefix = owner()->notifierPtr();
   const Lumo::IpGenPrefix prefix = rkPrefix ? rkPrefix->prefix() : Lumo::IpGenPrefix();
   const U8 preference = notifier()->preference();
   MRIB_TRACE_AT(5, 112,
                 sigRpf << "( " << rpf << " )"
                        << " for prefix " << prefix << " with preference " << preference);
+  RouteResolverSm* resolver = engine->routeResolver().get();
+  if (!resolver) return;  // not there yet, or gone
+  const RouteResolverSm::Kept kept(*resolver);
   const bool present = notifier()->rpf(rpf);
-  const Lumo::IpGenPrefix lpm = mribSm()->mribTrie().longestMatch(prefix);
+  const Lumo::IpGenPrefix lpm = engine->mribTrie().longestMatch(prefix);
   ZAN_ASSERT_AT(rpf.rpfType != Rpf::unknown(), "rpfType != unknown()", 123);
   ZAN_ASSERT(rkPrefix);
+  if (!rkPrefix->isResolvable()) return;
   const RouteKeyPreference* best = rkPrefix->bestPref();
   if (!best || best->preference() != preference) {
     MRIB_TRACE_AT(8, 133,
@@ -248,70 +280,52 @@ void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpf(const Rpf& rpf) {
                          << " preference");
     return;
   }
-  if (present) {
-    handleRpfAdded(rpf, *rkPrefix, lpm);
-  } else {
-    handleRpfRemoved(rpf, *rkPrefix, lpm);
-  }
+  if (!present) return handleRpfRemoved(*resolver, rpf, *rkPrefix, lpm);
+  resolver->addRpf(rpf, *rkPrefix, preference);
+  // *Intended*: without a match the refresh excludes no prefix; with one it excludes this prefix itself.
+  resolver->doMaybeRefreshRoutes(lpm.empty() ? lpm : prefix, true);
 }
 
-/// *Intended*: without a match the refresh excludes no prefix; with one it excludes this prefix itself.
-void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfAdded(const Rpf& rpf,
-                                                                    const RouteKeyPrefix& rkPrefix,
-                                                                    const Lumo::IpGenPrefix& lpm) {
-  const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();
-  resolver->addRpf(rpf, rkPrefix, notifier()->preference());
-  resolver->doMaybeRefreshRoutes(lpm.empty() ? lpm : rkPrefix.prefix(), true);
-}
-
-void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfRemoved(const Rpf& rpf,
+void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleRpfRemoved(RouteResolverSm& resolver,
+                                                                      const Rpf& rpf,
                                                                       const RouteKeyPrefix& rkPrefix,
                                                                       const Lumo::IpGenPrefix& lpm) {
   const Lumo::IpGenPrefix prefix = rkPrefix.prefix();
-  if (lpm.empty() || (lpm == mribSm()->defaultPrefix() && prefix != lpm)) {
+  if (lpm.empty() || (lpm == resolver.mribSm()->defaultPrefix() && prefix != lpm)) {
     MRIB_TRACE_AT_OF(5, 158, "handleRpf",
                      sigRpf << "Prefix " << prefix << " Already deleted. Nothing to do.");
     return;
   }
-  const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();
-  const Ptr<Route const> route(mribSm()->mribStatus()->route(lpm.v4Prefix()));
-  resolver->doRecursiveDelete(route, resolver->mribForPrefix(lpm));
-  resolver->doDelRpf(rpf, prefix);
+  const Ptr<Route const> route(resolver.mribSm()->mribStatus()->route(lpm.v4Prefix()));
+  resolver.doRecursiveDelete(route, resolver.mribForPrefix(lpm));
+  resolver.doDelRpf(rpf, prefix);
   // This preference is the best one: it is tried first, then the others in ascending order.
   for (auto entry = rkPrefix.prefIterator(); entry; ++entry) {
-    if (!offer(*entry, prefix)) continue;
-    resolver->doRecursiveUpdate(resolver->mribForPrefix(lpm));
+    if (!offer(resolver, *entry, prefix)) continue;
+    resolver.doRecursiveUpdate(resolver.mribForPrefix(lpm));
     return;
   }
-  resolver->doDelRoute(lpm);
-  resolver->doRecursiveUpdate(resolver->mribForPrefix(lpm));
-}
-
-/// Offers every RPF of an entry to the resolver; true when at least one is installed.
-bool MribSm::ZanMribConfigPrefix::ZanMribConfigPref::offer(const RouteKeyPreference& entry,
-                                                           const Lumo::IpGenPrefix& prefix) {
-  const Ptr<RouteKeyPreference const> pin(&entry);
-  const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();
-  bool installed = false;
-  for (auto rpf = entry.rpfIterator(); rpf; ++rpf) {
-    installed |= RouteResolverSm::isInstalled(resolver->doAddOrUpdateRoute(*rpf, prefix, entry.preference()));
-  }
-  return installed;
+  resolver.doDelRoute(lpm);
+  resolver.doRecursiveUpdate(resolver.mribForPrefix(lpm));
 }
 
 void MribSm::ZanMribConfigPrefix::ZanMribConfigPref::handleDel() {
+  ZAN_ASSERT(notifier());
   const U8 preference = notifier()->preference();
   MRIB_TRACE(8, sigPrefDel << preference);
-  if (!mribSm() || !mribSm()->routeResolver()) return;
-  const Ptr<RouteResolverSm> resolver = mribSm()->routeResolver();
+  MribSm* engine = mribSm();
+  RouteResolverSm* resolver = engine ? engine->routeResolver().get() : nullptr;
+  if (!resolver) return;
+  const RouteResolverSm::Kept kept(*resolver);
   const Ptr<RouteKeyPrefix const> rkPrefix = owner()->notifierPtr();
+  if (!rkPrefix->isResolvable()) return;
   const Lumo::IpGenPrefix prefix = rkPrefix->prefix();
   for (auto entry = rkPrefix->prefIterator(); entry; ++entry) {
-    if (!offer(*entry, prefix)) continue;
+    if (!offer(*resolver, *entry, prefix)) continue;
     resolver->doMaybeRefreshRoutes(prefix, true);
     return;
   }
-  const Route* route = mribSm()->mribStatus()->route(prefix.v4Prefix());
+  const Route* route = engine->mribStatus()->route(prefix.v4Prefix());
   if (route && route->preference() == preference) resolver->doMaybeRefreshRoutes(prefix, false);
 }
 

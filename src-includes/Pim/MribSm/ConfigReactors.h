@@ -25,7 +25,8 @@ class ZAN_EXPORT MribSm::ZanMribConfig : public Zan::Reactor<Config::NotifieeCon
   Zan::Tap<Lumo::IpGenPrefix> expectations_ = Zan::Tap<Lumo::IpGenPrefix>::to<&ZanMribConfig::expect>(this);
 };
 
-/// Watches one configured prefix and keeps one reactor for each of its preferences.
+/// Watches one configured prefix and keeps one reactor for each of its preferences. While the engine keeps
+/// it, it watches an entry of the same prefix.
 class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefix::NotifieeConst, MribSm>,
                                                public Zan::HashMember<ZanMribConfigPrefix> {
  public:
@@ -41,6 +42,9 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefi
   ZanMribConfigPrefix(const Zan::Ptr<RouteKeyPrefix const>& rkPrefix, Zan::ActivityConfig* activity,
                       MribSm* mribSm);
   ~ZanMribConfigPrefix() override;
+  /// Looks at the preferences and registers: once the owner has entered the reactor, so that a handler that
+  /// takes the prefix out meanwhile finds it.
+  void start();
 
   void hasNotificationActiveIs(bool active) override;
   void notifierIs(const Zan::Ptr<Zan::PtrInterface const>& rkPrefix) override;
@@ -79,13 +83,16 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix : public Zan::Reactor<RouteKeyPrefi
 };
 
 /// Watches one preference of a configured prefix and offers its RPFs to the resolver. Only the lowest
-/// preference that resolves is installed.
+/// preference that resolves is installed. While its owner keeps it, it watches an entry of the same
+/// preference.
 class ZAN_EXPORT MribSm::ZanMribConfigPrefix::ZanMribConfigPref
     : public Zan::Reactor<RouteKeyPreference::NotifieeConst, ZanMribConfigPrefix>,
       public Zan::HashMember<ZanMribConfigPref> {
  public:
   ZanMribConfigPref(const Zan::Ptr<RouteKeyPreference const>& rkPreference, Zan::Ptr<Zan::ActivitySm> actsm,
                     ZanMribConfigPrefix* zanMribConfigPrefix);
+  /// Offers the RPFs and registers, once the owner has entered the reactor.
+  void start();
 
   void notifierIs(const Zan::Ptr<Zan::PtrInterface const>& rkPreference) override;
   Zan::ActivitySm* actsm() override { return actsm_.get(); }
@@ -108,9 +115,8 @@ class ZAN_EXPORT MribSm::ZanMribConfigPrefix::ZanMribConfigPref
 
  private:
   MribSm* mribSm() const { return owner() ? owner()->mribSm() : nullptr; }
-  void handleRpfAdded(const Rpf& rpf, const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& lpm);
-  void handleRpfRemoved(const Rpf& rpf, const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& lpm);
-  bool offer(const RouteKeyPreference& entry, const Lumo::IpGenPrefix& prefix);
+  void handleRpfRemoved(RouteResolverSm& resolver, const Rpf& rpf, const RouteKeyPrefix& rkPrefix,
+                        const Lumo::IpGenPrefix& lpm);
 
   Zan::Ptr<Zan::ActivitySm> actsm_;
 };

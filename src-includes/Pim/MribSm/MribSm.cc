@@ -15,29 +15,27 @@ using Zan::Ptr;
 
 constexpr const char* sigInitialize = "void Routing::Multicast::Rib::MribSm::handleInitialize()";
 
+template <class Reactor>
+Ptr<Reactor> dropInput(Ptr<Reactor>& reactor) {
+  Ptr<Reactor> old = std::exchange(reactor, nullptr);
+  Zan::retire(old, &Reactor::mribSmIs);
+  return old;
+}
+
 /// The rule of every watched input: the same value changes nothing, null drops the reactor, another value
 /// re-targets it or makes one. What is dropped or replaced hears nothing more.
 template <class Reactor, class Value, class Make>
-void watchInput(Ptr<Reactor>& reactor, const Value& value, bool zombie, Make make) {
-  const Zan::PtrInterface* watched = reactor ? reactor->rawNotifier() : nullptr;
-  if (watched == value.get() && (reactor || !value)) return;
-  const Ptr<Reactor> old = reactor;
+void watchInput(Ptr<Reactor>& input, const Value& value, bool zombie, Make make) {
+  const Zan::PtrInterface* watched = input ? input->rawNotifier() : nullptr;
+  if (watched == value.get() && (input || !value)) return;
   if (!value) {
-    reactor = nullptr;
-  } else {
-    if (!reactor) reactor = make();
-    reactor->notifierIs(value);
+    dropInput(input);
+    return;
   }
-  if (reactor) reactor->zanDoZombieReactors(zombie);
-  if (old != reactor) Zan::retire(old, &Reactor::mribSmIs);
-}
-
-template <class Reactor>
-Ptr<Reactor> dropInput(Ptr<Reactor>& reactor) {
-  Ptr<Reactor> old = reactor;
-  reactor = nullptr;
-  Zan::retire(old, &Reactor::mribSmIs);
-  return old;
+  if (!input) input = make();
+  const Ptr<Reactor> reactor = input;
+  reactor->notifierIs(value);
+  if (input == reactor) reactor->zanDoZombieReactors(zombie);  // unless a handler has dropped it meanwhile
 }
 
 template <class T>
@@ -73,6 +71,7 @@ MribSm::MribSm(const Ptr<InterfaceInfo const>& intfInfo, const Ptr<Routing::Shad
   }
   try {
     handleInitialize();
+    forgetConfigPrefixes();
     if (mribConfig) reconcileConfigPrefixes();
   } catch (...) {
     detach();  // a reactor that somebody still holds must not reach what never was
@@ -85,6 +84,7 @@ MribSm::~MribSm() {
 }
 
 void MribSm::detach() {
+  departure_.tell(*this);
   zanDoZombieReactors(true);
   if (intfInfo_) intfInfo_->mribSmIs(nullptr);
   if (uribShadowStatus_) uribShadowStatus_->mribSmIs(nullptr);
@@ -96,6 +96,7 @@ void MribSm::detach() {
 }
 
 void MribSm::handleInitialize() {
+  const Ptr<MribSm> pin(this);
   MRIB_TRACE_AT(8, 17, sigInitialize);
   if (initialize()) return;
   defaultPrefixIs(Lumo::IpGenPrefix("0.0.0.0/0"));
@@ -181,6 +182,7 @@ const Config* MribSm::rawMribConfig() const {
 }
 
 void MribSm::mribConfigIs(const Ptr<Config const>& mribConfig) {
+  const Ptr<MribSm> pin(this);
   watchInput(mribConfig_, mribConfig, isZombie(), [this] { return newMribConfig(nullptr); });
 }
 
@@ -211,6 +213,7 @@ void MribSm::intfConfigIs(const Ptr<Interface::AllIntfConfigDir const>& v) {
 Ptr<RouteResolverSm> MribSm::routeResolverIs(const Ptr<Routing::Shadow::Status>& uribStatus,
                                              const Ptr<Status>& mribStatus,
                                              const Ptr<Interface::AllIntfStatusDir const>& allIntfStatusDir) {
+  const Ptr<MribSm> pin(this);
   const bool same = routeResolver_ && routeResolver_->uribStatus() == uribStatus &&
                     routeResolver_->mribStatus() == mribStatus &&
                     routeResolver_->intfStatus() == allIntfStatusDir;
@@ -232,6 +235,7 @@ Ptr<RouteResolverSm> MribSm::routeResolverDel() {
 }
 
 Ptr<MribSm::MribShadow> MribSm::mribShadowIs(const Zan::Name& name) {
+  const Ptr<MribSm> pin(this);
   if (!mribShadow_ || !(mribShadow_->name() == name)) {
     mribShadowDel();
     mribShadow_ = newMribShadow(name);
@@ -244,8 +248,9 @@ Ptr<MribSm::MribShadow> MribSm::newMribShadow(const Zan::Name& name) {
 }
 
 Ptr<MribSm::MribShadow> MribSm::mribShadowDel() {
-  if (mribShadow_) mribShadow_->parentIs(nullptr);
-  return std::exchange(mribShadow_, nullptr);
+  Ptr<MribShadow> old = std::exchange(mribShadow_, nullptr);
+  if (old) old->parentIs(nullptr);
+  return old;
 }
 
 const TrieGen& MribSm::mribTrie() const {
@@ -255,6 +260,7 @@ const TrieGen& MribSm::mribTrie() const {
 
 Ptr<MribTrieBuilderSm> MribSm::trieBuilderIs(const Ptr<Status const>& mribStatus,
                                              const Ptr<MribShadow>& mribShadow) {
+  const Ptr<MribSm> pin(this);
   const bool same =
       trieBuilder_ && trieBuilder_->status() == mribStatus && trieBuilder_->mribRouteStatus() == mribShadow;
   if (!same) {
@@ -292,21 +298,26 @@ Ptr<MribSm::ZanMribConfigPrefix> MribSm::mribConfigPrefixIs(const Ptr<RouteKeyPr
   } else {
     reactor = newMribConfigPrefix(rkPrefix);
   }
-  reactor->zanDoZombieReactors(isZombie());
+  // A handler may have taken the reactor out meanwhile, or released this.
+  if (reactor->mribSm()) reactor->zanDoZombieReactors(isZombie());
   return reactor;
 }
 
 Ptr<MribSm::ZanMribConfigPrefix> MribSm::newMribConfigPrefix(const Ptr<RouteKeyPrefix const>& rkPrefix) {
+  ZAN_ASSERT(rkPrefix);
   auto reactor = Zan::create<ZanMribConfigPrefix>(rkPrefix, nullptr, this);
   mribConfigPrefix_.insert(reactor);
+  reactor->start();
   return reactor;
 }
 
 Ptr<MribSm::ZanMribConfigPrefix> MribSm::mribConfigPrefixDel(const Lumo::IpGenPrefix& prefix) {
+  const Ptr<MribSm> pin(this);
   return mribConfigPrefix_.erase(prefix);
 }
 
 void MribSm::mribConfigPrefixDelAll() {
+  const Ptr<MribSm> pin(this);
   mribConfigPrefix_.eraseAll();
 }
 
@@ -334,13 +345,25 @@ void MribSm::expectReactor(const Lumo::IpGenPrefix& prefix) const {
   mribConfigPrefix_.prefetch(prefix);
 }
 
+/// Those that handlers have had made while the engine was not ready have offered nothing.
+void MribSm::forgetConfigPrefixes() {
+  for (auto p = mribConfigPrefix_.iterator(); p; ++p) {
+    Zan::retire(Ptr<ZanMribConfigPrefix>(p.get()), &ZanMribConfigPrefix::mribSmIs);
+    p.erase();
+  }
+}
+
 void MribSm::reconcileConfigPrefixes() {
+  const Ptr<MribSm> pin(this);
   const Ptr<Config const> config = mribConfig();
-  for (ConfigWalk<&MribSm::expectReactor> entry(*this, *config); entry; ++entry)
+  for (ConfigWalk<&MribSm::expectReactor> entry(*this, *config); entry; ++entry) {
     mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(&*entry));
+    if (rawMribConfig() != config.get()) return;  // a handler has put another in its place
+  }
   if (mribConfigPrefix_.size() == config->routeCount()) return;  // each entry has one: there is no other
   for (auto p = mribConfigPrefix_.iterator(); p; ++p) {
     if (!config->route(p->fwkKey())) p.erase();
+    if (rawMribConfig() != config.get()) return;
   }
 }
 

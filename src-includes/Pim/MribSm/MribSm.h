@@ -14,6 +14,13 @@ namespace Routing::Multicast::Rib {
 /// information of its agent and keeps the MRIB status and its longest-match trie up to date. Owns the MRIB
 /// shadow status, the trie builder and the resolver. Single-threaded: everything runs on the thread that
 /// changes its inputs. Releasing the last reference stops it; the MRIB status keeps its routes.
+///
+/// It works on IPv4 only. A configured prefix that is empty or of the other family is left alone: it has its
+/// reactors, but nothing of it reaches the resolver.
+///
+/// Handlers of what it writes may do to it what they like. One that releases the engine, or puts an input or
+/// a child in the place of another, does so for what comes next: what is under way goes on with what it has,
+/// and asserts where something that it needs is missing. Without a resolver nothing is resolved.
 class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
  public:
   class ZanIntfInfo;
@@ -80,6 +87,9 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
                                             const Zan::Ptr<MribShadow>& mribShadow);
   Zan::Ptr<MribTrieBuilderSm> trieBuilderDel();
 
+  /// Tells those who point to the engine that it goes.
+  const Zan::Taps<MribSm>& departure() const { return departure_; }
+
   /// A configured prefix will be looked up in every table soon: starts to load what will be read then.
   void expect(const Lumo::IpGenPrefix& prefix) const;
   /// The same for the tables that an offer of the prefix reads, and for those that its reactor's start reads.
@@ -117,6 +127,7 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
  private:
   friend class ZanMribConfig;
   void reconcileConfigPrefixes();
+  void forgetConfigPrefixes();
   void detach();
 
   bool initialize_ = false;
@@ -133,6 +144,7 @@ class ZAN_EXPORT MribSm : public Zan::VFPtrInterface {
   Zan::Ptr<MribShadow> mribShadow_;
   Zan::Ptr<MribTrieBuilderSm> trieBuilder_;
   Lumo::IpGenPrefix defaultPrefix_;
+  Zan::Taps<MribSm> departure_;
 };
 
 /// Walks the configuration as `routeIterator` does, and lets the engine expect what lies a few entries ahead.

@@ -1,6 +1,7 @@
 #include "Pim/MribSm/RefreshMarks.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Routing::Multicast::Rib {
 
@@ -82,8 +83,13 @@ void RefreshMarks::note(const Lumo::Prefix& prefix) {
   if (touched_.size() > std::max<std::size_t>(fewNotes, inputs_.config->routeCount())) markAll();
 }
 
+/// A refresh within an offer must meet the prefix that is half done, and those that resolve through it.
 void RefreshMarks::disturbOffers() {
-  for (Offer* offer = offer_; offer; offer = offer->outer_) offer->disturbed_ = true;
+  for (Offer* offer = offer_; offer; offer = offer->outer_) {
+    offer->disturbed_ = true;
+    if (isConfigured(offer->entry_)) mark(offer->entry_);
+    if (std::exchange(offer->wrote_, false)) settleWrites(offer->prefix_);
+  }
 }
 
 // ---- The index ----

@@ -24,6 +24,7 @@ constexpr const char* sigUpdate =
 }  // namespace
 
 void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefix, bool add) {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigRefresh << "( " << changedPrefix << ", " << (add ? "True" : "False") << " )");
   if (add) {
     while (refreshPass(changedPrefix)) {
@@ -31,7 +32,7 @@ void RouteResolverSm::doMaybeRefreshRoutes(const Lumo::IpGenPrefix& changedPrefi
     return;
   }
   const PrefixSet::Ptr dependants = mribForPrefix(changedPrefix);
-  const Route::PtrConst route(status().route(changedPrefix.v4Prefix()));
+  const Route::PtrConst route(routeOf(changedPrefix));
   doRecursiveDelete(route, dependants);
   doDelRoute(changedPrefix);
   doRecursiveUpdate(mribForPrefix(changedPrefix));
@@ -52,7 +53,7 @@ bool RouteResolverSm::refreshPass(const Lumo::IpGenPrefix& changedPrefix) {
   }
   RefreshMarks::WholePass wholePass(marks_);
   const Ptr<Config const> mribConfig(&config());
-  for (MribSm::ConfigWalk<&MribSm::expectOffer> rkPrefix(*mribSm_, *mribConfig); rkPrefix; ++rkPrefix) {
+  for (MribSm::ConfigWalk<&MribSm::expectOffer> rkPrefix(engine(), *mribConfig); rkPrefix; ++rkPrefix) {
     if (rkPrefix->order() > met) {
       anyChanged |= refreshPrefix(*rkPrefix, changedPrefix);
     } else {
@@ -68,9 +69,10 @@ bool RouteResolverSm::wholePasses() const {
 }
 
 void RouteResolverSm::followInputs() {
-  const auto& shadow = mribSm_->mribShadow();
-  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, mribSm_->ipStatus().get(),
-                    mribSm_->intfStatus().get()});
+  const MribSm& mribSm = engine();
+  const auto& shadow = mribSm.mribShadow();
+  marks_.inputsAre({&config(), &status(), shadow ? shadow->trie().get() : nullptr, mribSm.ipStatus().get(),
+                    mribSm.intfStatus().get()});
 }
 
 /// The next prefix for which something has changed since it was offered; null also when that may be all.
@@ -96,12 +98,17 @@ bool RouteResolverSm::isSettled(const RouteKeyPrefix& rkPrefix) {
 bool RouteResolverSm::refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix) {
   const Ptr<RouteKeyPrefix const> pin(&rkPrefix);
   const Lumo::IpGenPrefix& prefix = rkPrefix.prefix();
-  const Ptr<Route const> route(status().route(prefix.v4Prefix()));
-  if (prefix == changedPrefix) {
-    MRIB_TRACE_OF(8, "doMaybeRefreshRoutes", sigRefresh << "Skipped " << prefix);
+  const bool skip = prefix == changedPrefix;
+  if (skip) MRIB_TRACE_OF(8, "doMaybeRefreshRoutes", sigRefresh << "Skipped " << prefix);
+  if (!rkPrefix.isResolvable()) {
+    marks_.unmark(rkPrefix);
+    return false;
+  }
+  if (skip) {
     marks_.mark(rkPrefix);
     return false;
   }
+  const Ptr<Route const> route(status().route(prefix.v4Prefix()));
   RefreshMarks::Offer offer(marks_, rkPrefix);
   const bool changedHere = offerPreferences(rkPrefix, route.get());
   offer.complete();
@@ -132,6 +139,7 @@ bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Rou
 
 /// Takes the vias that came from `delRoute` out of every route that depends on it, the deepest first.
 void RouteResolverSm::doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset) {
+  const Kept kept(*this);
   if (!pset && !delRoute) {
     MRIB_TRACE(8, sigDelete << "( NULL, NULL )");
     return;
@@ -155,7 +163,7 @@ void RouteResolverSm::doRecursiveDelete(const Route::PtrConst& delRoute, const P
 
 /// Vias resolved through a connected route carry the RPF address as hop, so they are told by their interface.
 void RouteResolverSm::stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member) {
-  const Ptr<Route> route(status().route(member.v4Prefix()));
+  const Ptr<Route> route(routeOf(member));
   ZAN_ASSERT(route);
   const bool connected = delRoute.routeType() == Fib::RouteType::connected;
   for (auto via = delRoute.viaIterator(); via; ++via) {
@@ -179,6 +187,7 @@ void RouteResolverSm::stripVias(const Route& delRoute, const Lumo::IpGenPrefix& 
 
 /// Resolves every member of the set from its configuration, and then those that depend on it.
 void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
+  const Kept kept(*this);
   if (!pset) {
     MRIB_TRACE(8, sigUpdate << "( NULL )");
     return;
@@ -193,14 +202,14 @@ void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
 }
 
 void RouteResolverSm::updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix) {
-  const Ptr<Route> route(status().route(member.v4Prefix()));
+  const Ptr<Route> route(routeOf(member));
   ZAN_ASSERT(route);
   const Ptr<RouteKeyPrefix const> rkPrefix(config().route(member));
   ZAN_ASSERT(rkPrefix);
   const bool resolved = resolveMember(*rkPrefix);
   const bool hasVia = route->viaCount() > 0;
   if (!resolved && !hasVia) doDelRoute(member);
-  if (resolved && hasVia && !status().route(lPrefix.v4Prefix())) {
+  if (resolved && hasVia && !routeOf(lPrefix)) {
     doDelWatchPrefix(member, mribForPrefix(lPrefix));  // it resolves elsewhere now
   }
 }

@@ -27,13 +27,13 @@ constexpr const char* sigDelRoute =
 std::optional<Lumo::IpAddr> RouteResolverSm::rpfAddress(const Rpf& rpf) const {
   if (rpf.rpfType == Rpf::addr()) return rpf.address.v4Addr();
   ZAN_ASSERT_TEXT(rpf.rpfType == Rpf::intf(), "0");
-  const Ptr<Ip::Status const>& ipStatus = mribSm_->ipStatus();
+  const Ptr<Ip::Status const>& ipStatus = engine().ipStatus();
   const auto* entry = ipStatus ? ipStatus->intfAddr(rpf.intfId) : nullptr;
   return entry ? std::optional(entry->addr()) : std::nullopt;
 }
 
 Lumo::IpGenPrefix RouteResolverSm::longestMatch(Lumo::IpAddr address) const {
-  return mribSm_->mribTrie().longestMatch({address, 32});
+  return engine().mribTrie().longestMatch({address, 32});
 }
 
 /// Whether a prefix must not resolve through its longest match: there is none, it is the prefix itself or
@@ -54,7 +54,7 @@ class RouteResolverSm::CandidateVias {
                 const Lumo::IpGenPrefix& lpm)
       : via_{hop, nullptr} {
     if (rpf.rpfType == Rpf::intf()) {
-      const auto& directory = resolver.mribSm_->intfStatus();
+      const auto& directory = resolver.engine().intfStatus();
       via_.intfStatus =
           Ptr<Interface::IntfStatus const>(directory ? directory->intfStatus(rpf.intfId) : nullptr);
       return;
@@ -93,6 +93,7 @@ class RouteResolverSm::CandidateVias {
 };
 
 S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
+  const Kept kept(*this);
   return offerRpf(rpf, prefix, preference, std::nullopt);
 }
 
@@ -101,6 +102,7 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
                               std::optional<Route*> known) {
   MRIB_TRACE_OF(8, opAdd, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
   ZAN_ASSERT_TEXT(preference != 0, "pref");
+  if (prefix.af() != Lumo::ipv4()) return unusable;
   const auto hop = rpfAddress(rpf);
   if (!hop) {
     MRIB_TRACE_OF(8, opAdd, sigAdd << "Could not find an IP address on  " << rpf.intfId);
@@ -125,7 +127,7 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
 void RouteResolverSm::addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference) {
   const bool settled = isSettled(entry);
   if (settled && !marks_.bestWasPassedOver()) return;
-  Route* route = status().route(entry.prefix().v4Prefix());
+  Route* route = routeOf(entry.prefix());
   const bool refreshOffersIt = !route || route->preference() >= preference;
   if (settled && refreshOffersIt) return;
   if (!refreshOffersIt || entry.prefCount() > 1 || entry.bestPref()->rpfCount() > 1) {
@@ -185,8 +187,9 @@ S32 RouteResolverSm::updateRoute(const Ptr<Route>& route, const Rpf& rpf, Lumo::
 }
 
 S32 RouteResolverSm::doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigDelRpf << "( " << rpf << ", " << prefix << " )");
-  const Ptr<Route> route(status().route(prefix.v4Prefix()));
+  const Ptr<Route> route(routeOf(prefix));
   if (!route) {
     MRIB_TRACE(5, sigDelRpf << "Nothing to do. Route already deleted");
     return 0;
@@ -220,9 +223,10 @@ S32 RouteResolverSm::doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) {
 }
 
 void RouteResolverSm::doDelRoute(const Lumo::IpGenPrefix& prefix) {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigDelRoute << "( " << prefix << " )");
   doDelWatchPrefix(prefix, nullptr);
-  status().routeDel(prefix.v4Prefix());
+  if (prefix.af() == Lumo::ipv4()) status().routeDel(prefix.v4Prefix());
   MRIB_TRACE(5, sigDelRoute << " Deleted route " << prefix);
 }
 

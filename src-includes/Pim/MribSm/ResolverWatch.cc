@@ -52,14 +52,25 @@ void RouteResolverSm::enterSet(const PrefixSet::Ptr& set) {
 }
 
 PrefixSet::Ptr RouteResolverSm::mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix) {
-  marks_.markAll();
   const Ptr<ZanMribForPrefix> entry = mribForPrefix_.erase(lPrefix);
-  return entry ? entry->mribForPrefix() : nullptr;
+  if (!entry) return nullptr;
+  mribForPrefixNotify(entry->fwkKey(), entry);
+  return entry->mribForPrefix();
 }
 
 void RouteResolverSm::mribForPrefixDelAll() {
+  for (auto entry = mribForPrefixIterator(); entry; ++entry) entry.erase();
+}
+
+Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::MribForPrefixIterator::erase() {
+  const Ptr<ZanMribForPrefix> entry = BasicIterator::erase();
+  if (entry) resolver_.mribForPrefixNotify(entry->fwkKey(), entry);
+  return entry;
+}
+
+/// The next refresh registers the members again.
+void RouteResolverSm::mribForPrefixNotify(const Lumo::IpGenPrefix&, const Ptr<ZanMribForPrefix>&) {
   marks_.markAll();
-  for (auto entry = mribForPrefix_.iterator(); entry; ++entry) entry.erase();
 }
 
 Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const PrefixSet::Ptr& set) {
@@ -69,7 +80,8 @@ Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::newMribForPrefix(const P
 }
 
 void RouteResolverSm::doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p) {
-  addWatch(lPrefix, p, status().route(p.v4Prefix()));
+  const Kept kept(*this);
+  addWatch(lPrefix, p, routeOf(p));
 }
 
 /// `present` is the route of `p`.
@@ -99,8 +111,9 @@ Route* RouteResolverSm::present(const Ptr<Route>& known) const {
 }
 
 void RouteResolverSm::doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr) {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigDelWatch << "( " << prefix << " )");
-  const Ptr<Route> route(status().route(prefix.v4Prefix()));
+  const Ptr<Route> route(routeOf(prefix));
   if (!route) return;
   if (paddr) {
     delWatch(*route, prefix, *paddr);

@@ -29,10 +29,12 @@ Ptr<RouteResolverSm> routeResolverSmFactory(const Ptr<Routing::Shadow::Status>& 
 RouteResolverSm::RouteResolverSm(const Ptr<Routing::Shadow::Status>& uribStatus,
                                  const Ptr<Status>& mribStatus,
                                  const Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm)
-    : uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
+    : VFPtrInterface(notificationActiveFlag),
+      uribStatus_(uribStatus ? Zan::create<ZanUribStatus>(uribStatus, this) : nullptr),
       mribStatus_(mribStatus ? Zan::create<ZanMribStatus>(mribStatus, this) : nullptr),
       intfStatus_(intfStatus),
       mribSm_(mribSm) {
+  if (mribSm) mribSmGoes_.attach(mribSm->departure());
   try {
     handleInitialize();
     zan_TrieInIs(uribStatus ? uribStatus->trie() : nullptr);
@@ -48,6 +50,11 @@ RouteResolverSm::~RouteResolverSm() {
 
 void RouteResolverSm::detach() {
   zanDoZombieReactors(true);
+}
+
+void RouteResolverSm::mribSmGoes(const MribSm&) {
+  mribSm_ = nullptr;
+  detach();
 }
 
 void RouteResolverSm::hasNotificationActiveIs(bool active) {
@@ -81,6 +88,17 @@ const Zan::ZanType* RouteResolverSm::fwkType() const {
   return &type;
 }
 
+void RouteResolverSm::keep() {
+  newReference();
+  if (mribSm_) mribSm_->newReference();
+}
+
+/// Neither may be there afterwards.
+void RouteResolverSm::letGo() {
+  const auto self = Ptr<RouteResolverSm>::adopt(this);
+  if (mribSm_) mribSm_->deleteReference();
+}
+
 // ---- Attributes ----
 
 /// The agent handed it in as mutable; the reactor base only knows the read-only view. Likewise below.
@@ -93,9 +111,10 @@ void RouteResolverSm::uribStatusIs(const Ptr<Routing::Shadow::Status>& status) {
   if (uribStatus() == status) return;
   uribStatusDel();
   if (status) {
-    uribStatus_ = Zan::create<ZanUribStatus>(nullptr, this);
-    uribStatus_->zanDoZombieReactors(isZombie());
-    uribStatus_->notifierIs(status);
+    const auto reactor = Zan::create<ZanUribStatus>(nullptr, this);
+    uribStatus_ = reactor;
+    reactor->zanDoZombieReactors(isZombie());
+    reactor->notifierIs(status);
   } else {
     zan_TrieInIs(nullptr);
   }
@@ -134,13 +153,14 @@ void RouteResolverSm::zan_TrieInIs(const Ptr<TrieGen const>& trie) {
   const Ptr<ZanZan_TrieIn> old = std::exchange(zan_TrieIn_, nullptr);
   Zan::retire(old, &ZanZan_TrieIn::routeResolverSmIs);
   if (!trie) return;
-  zan_TrieIn_ = Zan::create<ZanZan_TrieIn>(this);
-  zan_TrieIn_->zanDoZombieReactors(isZombie());
-  zan_TrieIn_->notifierIs(trie);
+  const auto reactor = Zan::create<ZanZan_TrieIn>(this);
+  zan_TrieIn_ = reactor;
+  reactor->zanDoZombieReactors(isZombie());
+  reactor->notifierIs(trie);
 }
 
 const Config& RouteResolverSm::config() const {
-  const Config* mribConfig = mribSm_->rawMribConfig();
+  const Config* mribConfig = engine().rawMribConfig();
   ZAN_ASSERT(mribConfig);
   return *mribConfig;
 }
@@ -148,6 +168,10 @@ const Config& RouteResolverSm::config() const {
 Status& RouteResolverSm::status() const {
   ZAN_ASSERT_TEXT(mribStatus_ && mribStatus_->notifier(), "mribStatus");
   return const_cast<Status&>(*mribStatus_->notifier());
+}
+
+Route* RouteResolverSm::routeOf(const Lumo::IpGenPrefix& prefix) const {
+  return prefix.af() == Lumo::ipv4() ? status().route(prefix.v4Prefix()) : nullptr;
 }
 
 void RouteResolverSm::defaultPrefixIs(const Lumo::IpGenPrefix& v) {
@@ -159,10 +183,12 @@ void RouteResolverSm::defaultPrefixIs(const Lumo::IpGenPrefix& v) {
 
 /// Copies every connected unicast route with a via into the MRIB status.
 void RouteResolverSm::handleInitialize() {
+  const Kept kept(*this);
   MRIB_TRACE(8, sigInitialize);
   if (initialized()) return;
-  if (const Ptr<Routing::Shadow::Status> urib = uribStatus(); urib && urib->routeStatus()) {
-    for (auto walk = urib->routeStatus()->iterator(); walk; ++walk) {
+  const Ptr<Routing::Shadow::Status> urib = uribStatus();
+  if (const auto table = urib ? urib->routeStatus() : nullptr) {
+    for (auto walk = table->iterator(); walk; ++walk) {
       const auto route = walk.getOrHandled();
       const auto fec = route ? connectedFec(*route) : std::nullopt;
       if (!fec) continue;
@@ -223,6 +249,7 @@ std::optional<Quarn::Fib::Route> RouteResolverSm::readRoute(const Lumo::IpGenPre
 
 /// Follows the unicast prefix that changed last, and then those that could not be read when they changed.
 void RouteResolverSm::handleChangedRoute() {
+  const Kept kept(*this);
   if (initialized()) return;
   MRIB_TRACE(8, sigChangedRoute);
   const Ptr<TrieGen const> trie = zan_TrieIn();

@@ -20,6 +20,12 @@ class MribSm;
 /// remembers which multicast prefix resolves through which and resolves them again when routing changes.
 /// The code is in three further files: ResolverRoutes.cc (one RPF in and out), ResolverWatch.cc (who depends
 /// on whom), ResolverRefresh.cc (what follows a change).
+///
+/// It works on IPv4 only. A prefix that is empty or of the other family has no route: nothing is made of it,
+/// looked up for it or removed with it; to offer one of its RPFs is `unusable`, and a refresh passes it over.
+///
+/// It is active from the start. It and its engine may be released from within any handler that it calls: then
+/// they go when the operation is done.
 class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
  public:
   class ZanUribStatus;
@@ -27,7 +33,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   class ZanZan_TrieIn;
   class ZanMribForPrefix;
   using MribForPrefixMap = Zan::HashMap<ZanMribForPrefix, Lumo::IpGenPrefix>;
-  using MribForPrefixIterator = MribForPrefixMap::Iterator;
+  class MribForPrefixIterator;
   using MribForPrefixIteratorConst = MribForPrefixMap::IteratorConst;
 
   // Results of the operations on one RPF.
@@ -36,7 +42,9 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   static constexpr S32 unusable = -1;
   static constexpr bool isInstalled(S32 result) { return result == changed || result == nothingToDo; }
 
-  /// `mribSm` owns the resolver and must outlive it or clear itself by releasing it.
+  /// Knows `mribSm` by a plain pointer. When that goes before the resolver does, the resolver hears nothing
+  /// any more. Without `mribSm`, then or from the start, it copies connected routes and keeps watches;
+  /// whatever resolves an RPF or follows a change asserts "mribSm".
   RouteResolverSm(const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
                   const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);
 
@@ -58,6 +66,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void initializedIs(bool v) { initialized_ = v; }
   const Lumo::IpGenPrefix& defaultPrefix() const { return defaultPrefix_; }
   void defaultPrefixIs(const Lumo::IpGenPrefix& v);
+  /// Null without one, and after it has gone.
   MribSm* mribSm() const { return mribSm_; }
   /// The unicast trie that the resolver follows: always that of `uribStatus`.
   Zan::Ptr<TrieGen const> zan_TrieIn() const;
@@ -73,9 +82,12 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   PrefixSet::Ptr mribForPrefix(const Lumo::IpGenPrefix& lPrefix) const;
   U32 mribForPrefixCount() const { return mribForPrefix_.size(); }
   MribForPrefixIteratorConst mribForPrefixIterator() const { return mribForPrefix_.iterator(); }
+  MribForPrefixIterator mribForPrefixIterator();
   void mribForPrefixIs(const PrefixSet::Ptr& set);
   PrefixSet::Ptr mribForPrefixDel(const Lumo::IpGenPrefix& lPrefix);
   void mribForPrefixDelAll();
+  /// Called for every entry that one of these two or an iterator deletes.
+  void mribForPrefixNotify(const Lumo::IpGenPrefix& lPrefix, const Zan::Ptr<ZanMribForPrefix>& entry);
   Zan::Ptr<ZanMribForPrefix> newMribForPrefix(const PrefixSet::Ptr& set);
   /// Records that the multicast prefix `p` resolves through `lPrefix`.
   void doAddWatchPrefix(const Lumo::IpGenPrefix& lPrefix, const Lumo::IpGenPrefix& p);
@@ -89,7 +101,8 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   S32 doDelRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix);
   void doDelRoute(const Lumo::IpGenPrefix& prefix);
 
-  /// `doAddOrUpdateRoute` for an RPF that has just been added at the lowest preference of `entry`.
+  /// `doAddOrUpdateRoute` for an RPF that has just been added at the lowest preference of `entry`. To be
+  /// called with both `Kept`.
   void addRpf(const Rpf& rpf, const RouteKeyPrefix& entry, U8 preference);
 
   // What follows a change (ResolverRefresh.cc).
@@ -102,6 +115,23 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void wholePassesIs(bool whole) { wholePasses_ = whole; }
   /// Whether the next refresh would offer the prefix. To offer one that is not marked would write nothing.
   bool isMarked(const RouteKeyPrefix& rkPrefix);
+
+  /// Keeps the resolver and its engine while an operation is under way: handlers of what it writes may
+  /// release both, which then go when it is done.
+  class Kept {
+   public:
+    explicit Kept(RouteResolverSm& resolver) : resolver_(resolver) {
+      if (resolver_.underWay_++ == 0) resolver_.keep();
+    }
+    ~Kept() {
+      if (--resolver_.underWay_ == 0) resolver_.letGo();
+    }
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+
+   private:
+    RouteResolverSm& resolver_;
+  };
 
  private:
   /// The RPF address; nothing when the RPF is an interface without one.
@@ -139,19 +169,31 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
 
+  /// The engine; it must exist.
+  MribSm& engine() const {
+    ZAN_ASSERT_TEXT(mribSm_, "mribSm");
+    return *mribSm_;
+  }
   /// The configuration; it must exist.
   const Config& config() const;
   /// The MRIB status; it must exist.
   Status& status() const;
+  /// The MRIB route of a prefix, or null; null for a prefix that is not of IPv4.
+  Route* routeOf(const Lumo::IpGenPrefix& prefix) const;
+  void mribSmGoes(const MribSm& mribSm);
+  void keep();
+  void letGo();
   void detach();
 
   Zan::Ptr<ZanUribStatus> uribStatus_;
   Zan::Ptr<ZanMribStatus> mribStatus_;
   Zan::Ptr<Interface::AllIntfStatusDir const> intfStatus_;
   bool initialized_ = false;
+  U32 underWay_ = 0;  // operations
   MribForPrefixMap mribForPrefix_;
   Lumo::IpGenPrefix defaultPrefix_;
   MribSm* mribSm_;
+  Zan::Tap<MribSm> mribSmGoes_ = Zan::Tap<MribSm>::to<&RouteResolverSm::mribSmGoes>(this);
   Zan::Ptr<ZanZan_TrieIn> zan_TrieIn_;
   std::vector<Lumo::IpGenPrefix> unread_;  // unicast prefixes that could not be read when they changed
   RefreshMarks marks_;
@@ -163,13 +205,15 @@ class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
                                                      public Zan::HashMember<ZanMribForPrefix> {
  public:
   ZanMribForPrefix(const PrefixSet::Ptr& set, RefreshMarks& marks) : members_(marks.memberTap()) {
-    mribForPrefixIs(set);
+    ZAN_ASSERT(set);
+    follow(set);
   }
 
   const PrefixSet::Ptr& mribForPrefix() const { return set_; }
+  /// Another set of the same resolving prefix.
   void mribForPrefixIs(const PrefixSet::Ptr& set) {
-    set_ = set;
-    members_.attach(set_->taps());
+    ZAN_ASSERT(set && set->lPrefix() == fwkKey());
+    follow(set);
   }
   const Lumo::IpGenPrefix& fwkKey() const { return set_->lPrefix(); }
   void zanLeft() { members_.detach(); }
@@ -177,10 +221,31 @@ class ZAN_EXPORT RouteResolverSm::ZanMribForPrefix : public Zan::VFPtrInterface,
   const Zan::ZanType* fwkType() const override;
 
  private:
+  void follow(const PrefixSet::Ptr& set) {
+    set_ = set;
+    members_.attach(set_->taps());
+  }
+
   PrefixSet::Ptr set_;
   Zan::Tap<Lumo::IpGenPrefix> members_;
 };
 
+/// Walks `mribForPrefix`; deletes as `mribForPrefixDel` does.
+class ZAN_EXPORT RouteResolverSm::MribForPrefixIterator : public MribForPrefixMap::Iterator {
+ public:
+  explicit MribForPrefixIterator(RouteResolverSm& resolver)
+      : BasicIterator(resolver.mribForPrefix_), resolver_(resolver) {}
+  Zan::Ptr<ZanMribForPrefix> erase();
+
+ private:
+  RouteResolverSm& resolver_;
+};
+
+inline RouteResolverSm::MribForPrefixIterator RouteResolverSm::mribForPrefixIterator() {
+  return MribForPrefixIterator(*this);
+}
+
+/// Creates a resolver beside that of `mribSm`.
 ZAN_EXPORT Zan::Ptr<RouteResolverSm> routeResolverSmFactory(
     const Zan::Ptr<Routing::Shadow::Status>& uribStatus, const Zan::Ptr<Status>& mribStatus,
     const Zan::Ptr<Interface::AllIntfStatusDir const>& intfStatus, MribSm* mribSm);

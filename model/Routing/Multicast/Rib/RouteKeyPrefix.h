@@ -20,6 +20,9 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
 
   const Lumo::IpGenPrefix& prefix() const { return prefix_; }
   const Lumo::IpGenPrefix& fwkKey() const { return prefix_; }
+  /// Whether the engine makes a route of it: it works on IPv4 only and leaves an entry whose prefix is empty
+  /// or of the other family alone.
+  bool isResolvable() const { return prefix_.af() == Lumo::ipv4(); }
   Zan::Name name() const override { return Zan::Name(prefix_.stringValue()); }
 
   /// The entry at a preference, or null. Owned by the prefix.

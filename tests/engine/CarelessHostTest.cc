@@ -1,0 +1,364 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iostream>
+
+#include "EngineWorld.h"
+#include "Pim/MribSm/ConfigReactors.h"
+#include "Pim/MribSm/InputReactors.h"
+#include "Pim/MribSm/ResolverReactors.h"
+#include "TraceRecorder.h"
+
+// Hosts that do in a handler, or with a part of the engine that they kept, what they had better not.
+
+namespace {
+
+using Lumo::IpGenPrefix;
+using Routing::Multicast::Rib::RouteKeyPrefix;
+using Routing::Multicast::Rib::RouteResolverSm;
+using Routing::Multicast::Rib::routeResolverSmFactory;
+using Action = std::function<void()>;
+
+/// Counts the routes that come and go, the changes of the trie and of the configuration, and does `act` at
+/// number `turn` of them.
+class Meddler {
+ public:
+  explicit Meddler(EngineWorld& w) {
+    watch<StatusWatcher>(w.mribStatus);
+    watch<ConfigWatcher>(w.config);
+    if (w.mrib) watch<TrieWatcher>(w.mrib->mribShadow()->trie());
+  }
+  void actAt(int turn, Action act) {
+    turn_ = turn;
+    act_ = std::move(act);
+  }
+  bool hasActed() const { return !act_; }
+
+ private:
+  struct StatusWatcher : EngineWorld::Status::NotifieeConst {
+    explicit StatusWatcher(Action heard) : hear(std::move(heard)) {}
+    void onRoute(const Lumo::Prefix&) override { hear(); }
+    Action hear;
+  };
+  struct ConfigWatcher : EngineWorld::Config::NotifieeConst {
+    explicit ConfigWatcher(Action heard) : hear(std::move(heard)) {}
+    void onRoute(const IpGenPrefix&) override { hear(); }
+    Action hear;
+  };
+  struct TrieWatcher : Routing::TrieGen::NotifieeConst {
+    explicit TrieWatcher(Action heard) : hear(std::move(heard)) {}
+    void onChangedRoute() override { hear(); }
+    Action hear;
+  };
+
+  template <class Watcher, class Record>
+  void watch(const Zan::Ptr<Record>& record) {
+    const auto watcher = Zan::create<Watcher>([this] { heard(); });
+    watcher->notifierIs(record);
+    watcher->isRegisteredNotifieeIs(true);
+    watchers_.push_back(watcher);
+  }
+  void heard() {
+    if (!act_ || turn_-- > 0) return;
+    std::exchange(act_, nullptr)();
+  }
+
+  std::vector<Zan::Ptr<Zan::PtrInterface>> watchers_;
+  int turn_ = 0;
+  Action act_;
+};
+
+/// A chain of routes, one with a second preference and two with a second way, and what an agent may do to it.
+struct Chain : EngineWorld {
+  Chain() {
+    for (U32 id = 1; id <= 2; ++id) {
+      intfIs(id, "eth" + std::to_string(id));
+      connectedIs(std::to_string(id) + "0.0.0.0/24", id);
+    }
+    rpfIs("50.0.0.0/8", 1, via("10.0.0.5"));
+    rpfIs("50.0.0.0/8", 2, via("20.0.0.5"));
+    rpfIs("60.0.0.0/8", 1, via("50.1.1.1"));
+    rpfIs("60.0.0.0/8", 1, via("20.0.0.6"));
+    rpfIs("70.0.0.0/8", 1, via("60.1.1.1"));
+    start();
+  }
+  static Zan::Ptr<RouteKeyPrefix> entry(const std::string& prefix, const std::string& rpf) {
+    const auto made = Zan::create<RouteKeyPrefix>(IpGenPrefix(prefix));
+    made->prefIs(1)->rpfIs(via(rpf));
+    return made;
+  }
+  std::string state() const {
+    std::string text;
+    for (auto r = mribStatus->routeIterator(); r; ++r) text += show(r->prefix().stringValue()) + "\n";
+    return text;
+  }
+
+  const std::vector<Action> events{
+      [this] { unicastDel("10.0.0.0/24"); },
+      [this] { connectedIs("30.0.0.0/24", 1); },
+      [this] { rpfIs("50.0.0.0/8", 1, via("20.0.0.7")); },
+      [this] { rpfDel("60.0.0.0/8", 1, via("50.1.1.1")); },
+      [this] { config->route(IpGenPrefix("50.0.0.0/8"))->prefDel(1); },
+      [this] { config->routeDel(IpGenPrefix("50.0.0.0/8")); },
+      [this] { config->routeIs(entry("80.0.0.0/8", "70.1.1.1")); },
+      [this] { mrib->mribConfigPrefixDelAll(); },
+      [this] { mrib->routeResolverIs(urib, mribStatus, nullptr); },
+      [this] { mrib->routeResolver()->doDelRoute(IpGenPrefix("60.0.0.0/8")); },
+      [this] { mrib->trieBuilder()->routeDelAll(), mrib->trieBuilder()->trieIs(nullptr); },
+      [this] {
+        const auto other = Zan::create<Config>("other");
+        other->routeIs(entry("70.0.0.0/8", "20.0.0.8"));
+        other->routeIs(entry("50.0.0.0/8", "20.0.0.9"));
+        other->routeIs(entry("60.0.0.0/8", "50.0.0.9"));
+        mrib->mribConfigIs(other);
+      },
+  };
+};
+
+TEST(CarelessHost, MayReleaseTheEngineInAnyHandlerAndTheEventIsDone) {
+  int moments = 0;
+  for (std::size_t event = 0; event < Chain().events.size(); ++event) {
+    Chain quiet;
+    quiet.events[event]();
+    for (int turn = 0;; ++turn, ++moments) {
+      Chain w;
+      Meddler meddler(w);
+      meddler.actAt(turn, [&] { w.mrib = nullptr; });
+      w.events[event]();
+      if (!meddler.hasActed()) break;
+      EXPECT_EQ(w.state(), quiet.state()) << "event " << event << " turn " << turn;
+      const auto after = w.state();
+      w.connectedIs("44.0.0.0/24", 1);
+      w.rpfIs("45.0.0.0/8", 1, w.via("20.0.0.5"));
+      EXPECT_EQ(w.state(), after) << "nobody is there any more";
+    }
+  }
+  EXPECT_GE(moments, 18);
+}
+
+TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
+  const std::vector<std::function<void(Chain&)>> acts{
+      [](Chain& w) { w.mrib->routeResolverDel(); },
+      [](Chain& w) { w.mrib->trieBuilderDel(); },
+      [](Chain& w) { w.mrib->mribShadowDel(); },
+      [](Chain& w) { w.mrib->mribConfigIs(nullptr); },
+      [](Chain& w) { w.mrib->uribShadowStatusIs(nullptr); },
+      [](Chain& w) { w.mrib->intfInfoIs(nullptr); },
+      [](Chain& w) { w.mrib->mribConfigPrefixDelAll(); },
+      [](Chain& w) { w.mrib->routeResolver()->uribStatusDel(); },
+      [](Chain& w) { w.mrib->routeResolver()->mribStatusDel(); },
+      [](Chain& w) { w.mrib->routeResolverIs(nullptr, w.mribStatus, w.intfDir); },
+      [](Chain& w) { w.config->routeDel(IpGenPrefix("60.0.0.0/8")); },
+      [](Chain& w) {
+        w.config = nullptr;
+        w.mrib->mribConfigIs(Zan::create<EngineWorld::Config>("other"));
+      },
+  };
+  const auto run = [&](std::size_t act, std::size_t event) {
+    for (int turn = 0, acted = true; acted; ++turn) {
+      Chain w;
+      Meddler meddler(w);
+      meddler.actAt(turn, [&] {
+        if (w.mrib->routeResolver()) acts[act](w);
+      });
+      w.events[event]();
+      acted = meddler.hasActed();
+      w.connectedIs("44.0.0.0/24", 1);
+    }
+    std::cerr << "went on\n";
+    std::_Exit(0);
+  };
+  const auto wentOnOrAsserted = [](int status) {
+    return (WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
+           (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+  };
+  for (std::size_t act = 0; act < acts.size(); ++act) {
+    for (std::size_t event = 0; event < Chain().events.size(); ++event) {
+      EXPECT_EXIT(
+          run(act, event), wentOnOrAsserted,
+          "went on|assertion `(mribConfig|mribStatus|mribShadow.*|trie|route|rkPrefix|lpmRoute)' failed")
+          << "act " << act << " event " << event;
+    }
+  }
+}
+
+/// 80.0.0.0/8 gets its route while 50.0.0.0/8 is being entered, since its interface has an address by now.
+std::string meddleWhileEntering(const std::function<void(EngineWorld::Config&)>& act) {
+  EngineWorld w;
+  for (U32 id = 1; id <= 2; ++id) {
+    w.intfIs(id, "eth" + std::to_string(id));
+    w.connectedIs(std::to_string(id) + "0.0.0.0/24", id);
+  }
+  w.rpfIs("80.0.0.0/8", 1, w.intf(2));
+  w.start();
+  w.intfAddrIs(2, "20.0.0.1");
+  Meddler meddler(w);
+  meddler.actAt(2, [&] { act(*w.config); });
+  w.config->routeIs(Chain::entry("50.0.0.0/8", "10.0.0.5"));
+  EXPECT_TRUE(meddler.hasActed());
+  EXPECT_EQ(w.show("80.0.0.0/8"), "80.0.0.0/8 p1 t4 [20.0.0.1 on eth2]");
+  const auto reactor = w.mrib->mribConfigPrefix(IpGenPrefix("50.0.0.0/8"));
+  return w.show("50.0.0.0/8") + ", " + (reactor ? std::to_string(reactor->mribConfigPrefCount()) : "none");
+}
+
+TEST(CarelessHost, TakesOutWhatIsJustBeingEntered) {
+  const IpGenPrefix prefix("50.0.0.0/8");
+  EXPECT_EQ(meddleWhileEntering([](auto&) {}), "50.0.0.0/8 p1 t4 [10.0.0.5 on eth1], 1");
+  EXPECT_EQ(meddleWhileEntering([&](auto& config) { config.routeDel(prefix); }), "none, none");
+  EXPECT_EQ(meddleWhileEntering([&](auto& config) { config.route(prefix)->prefDel(1); }), "none, 0");
+  EXPECT_EQ(meddleWhileEntering([](auto& config) { config.routeIs(Chain::entry("50.0.0.0/8", "10.0.0.6")); }),
+            "50.0.0.0/8 p1 t4 [10.0.0.5 on eth1, 10.0.0.6 on eth1], 1");
+}
+
+TEST(CarelessHost, ConfiguresWhileTheEngineIsMade) {
+  const auto configure = [](EngineWorld& w) {
+    w.rpfIs("60.0.0.0/8", 1, w.via("20.0.0.6"));
+    w.rpfIs("60.0.0.0/8", 2, w.via("10.0.0.6"));
+    w.rpfIs("60.0.0.0/8", 1, w.via("10.0.0.7"));
+    w.rpfDel("60.0.0.0/8", 1, w.via("20.0.0.6"));
+    w.config->route(IpGenPrefix("60.0.0.0/8"))->prefDel(2);
+    w.config->routeDel(IpGenPrefix("50.0.0.0/8"));
+  };
+  for (int turn = 0; turn < 2; ++turn) {
+    EngineWorld w;
+    for (U32 id = 1; id <= 2; ++id) {
+      w.intfIs(id, "eth" + std::to_string(id));
+      w.connectedIs(std::to_string(id) + "0.0.0.0/24", id);
+    }
+    w.rpfIs("50.0.0.0/8", 1, w.via("10.0.0.5"));
+    Meddler meddler(w);
+    meddler.actAt(turn, [&] { configure(w); });
+    w.start();
+    EXPECT_TRUE(meddler.hasActed());
+    EXPECT_EQ(w.show("50.0.0.0/8"), "none");
+    EXPECT_EQ(w.show("60.0.0.0/8"), "60.0.0.0/8 p1 t4 [10.0.0.7 on eth1]");
+    w.rpfDel("60.0.0.0/8", 1, w.via("10.0.0.7"));
+    EXPECT_EQ(w.show("60.0.0.0/8"), "none");
+  }
+}
+
+TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
+  Chain w;
+  const auto made = routeResolverSmFactory(w.urib, w.mribStatus, w.intfDir, w.mrib.get());
+  const auto without = routeResolverSmFactory(nullptr, w.mribStatus, w.intfDir, nullptr);
+  for (const auto& resolver : {w.mrib->routeResolver(), made}) {
+    EXPECT_EQ(resolver->mribSm(), w.mrib.get());
+  }
+  const std::vector<Zan::Ptr<RouteResolverSm>> kept{w.mrib->routeResolver(), made, without};
+  w.stop();
+  const auto before = w.state();
+  w.connectedIs("44.0.0.0/24", 1);
+  w.unicastDel("10.0.0.0/24");
+  EXPECT_EQ(w.state(), before) << "no notification reaches one";
+  const IpGenPrefix prefix("60.0.0.0/8");
+  for (const auto& resolver : kept) {
+    EXPECT_EQ(resolver->mribSm(), nullptr);
+    EXPECT_EQ(resolver->mribForPrefixCount(), 0u);
+    resolver->handleInitialize();
+    EXPECT_DEATH(resolver->doAddOrUpdateRoute(w.via("20.0.0.5"), prefix, 1), "assertion `mribSm' failed");
+    EXPECT_DEATH(resolver->doMaybeRefreshRoutes(prefix, true), "assertion `mribSm' failed");
+    EXPECT_DEATH(resolver->doDelRpf(w.via("20.0.0.5"), prefix), "assertion `mribSm' failed");
+  }
+  without->uribStatusIs(w.urib);
+  EXPECT_DEATH(w.connectedIs("46.0.0.0/24", 1), "assertion `mribSm' failed") << "the first that comes";
+}
+
+TEST(CarelessHost, SilencesAMachineByTheFirstCall) {
+  Chain w;
+  const auto resolver = routeResolverSmFactory(w.urib, w.mribStatus, w.intfDir, w.mrib.get());
+  EXPECT_TRUE(resolver->hasNotificationActive());
+  resolver->hasNotificationActiveIs(false);
+  w.mrib->routeResolverDel();
+  w.connectedIs("44.0.0.0/24", 1);
+  EXPECT_EQ(w.show("44.0.0.0/24"), "none");
+  resolver->hasNotificationActiveIs(true);
+  w.connectedIs("45.0.0.0/24", 1);
+  EXPECT_NE(w.show("45.0.0.0/24"), "none");
+}
+
+TEST(CarelessHost, BindsReactorsThatAreKeptByTheirKeys) {
+  using Routing::Multicast::Rib::RouteKeyPreference;
+  Chain w;
+  const auto prefix = w.mrib->mribConfigPrefix(IpGenPrefix("50.0.0.0/8"));
+  const auto pref = prefix->mribConfigPref(1);
+  const auto otherPref = Zan::create<RouteKeyPreference>(U8{9});
+  const char* otherKey = "assertion `notifier->fwkKey\\(\\) == fwkKey\\(\\)' failed";
+  EXPECT_DEATH(prefix->notifierIs(nullptr), "assertion `notifier' failed");
+  EXPECT_DEATH(prefix->notifierIs(Zan::create<RouteKeyPrefix>(IpGenPrefix("51.0.0.0/8"))), otherKey);
+  EXPECT_DEATH(pref->notifierIs(nullptr), "assertion `notifier' failed");
+  EXPECT_DEATH(pref->notifierIs(otherPref), otherKey);
+  EXPECT_THROW(pref->notifierIs(w.config), Zan::RangeException);
+  EXPECT_EQ(w.show("50.0.0.0/8"), "50.0.0.0/8 p1 t4 [10.0.0.5 on eth1]");
+  // Once they have left, they may watch what they like, and nothing.
+  w.config->routeDel(IpGenPrefix("50.0.0.0/8"));
+  prefix->mribConfigPrefDelAll();
+  for (const auto& other : {otherPref, Zan::Ptr<RouteKeyPreference>()}) pref->notifierIs(other);
+  prefix->notifierIs(nullptr);
+  EXPECT_DEATH(prefix->handleDel(), "assertion `notifier\\(\\)' failed");
+  EXPECT_DEATH(pref->handleDel(), "assertion `notifier\\(\\)' failed");
+  pref->handleRpf();
+}
+
+TEST(CarelessHost, DeletesPrefixSetsThroughTheIterator) {
+  for (int way = 0; way < 3; ++way) {
+    Chain w;
+    auto& resolver = *w.mrib->routeResolver();
+    const U32 sets = resolver.mribForPrefixCount();
+    EXPECT_EQ(sets, 4u);
+    if (way == 0) {
+      for (auto s = resolver.mribForPrefixIterator(); s; ++s) {
+        EXPECT_EQ(s.erase()->mribForPrefix()->prefixCount(), 1u);
+      }
+    } else if (way == 1) {
+      resolver.mribForPrefixDelAll();
+    } else {
+      for (const char* p : {"10.0.0.0/24", "20.0.0.0/24", "50.0.0.0/8", "60.0.0.0/8"}) {
+        EXPECT_TRUE(resolver.mribForPrefixDel(IpGenPrefix(p)));
+      }
+    }
+    EXPECT_EQ(resolver.mribForPrefixCount(), 0u);
+    EXPECT_FALSE(resolver.mribForPrefixDel(IpGenPrefix("50.0.0.0/8")));
+  }
+}
+
+/// What the engine makes of entries that are not of IPv4, beside a default route of the agent's.
+std::string withForeignEntries(bool traced) {
+  EngineWorld w;
+  w.intfIs(1, "eth1");
+  w.connectedIs("10.0.0.0/24", 1);
+  w.start();
+  const auto recorder = traced ? std::make_unique<TraceRecorder>() : nullptr;
+  const auto route = w.mribStatus->routeIs(Lumo::Prefix("0.0.0.0/0"));
+  route->preferenceIs(1);
+  route->viaIs({Lumo::IpAddr("10.0.0.1"), nullptr}, true);
+  for (const std::string prefix : {"", "2001:db8::/32"}) {
+    w.rpfIs(prefix, 1, w.via("10.0.0.5"));
+    w.rpfIs(prefix, 2, w.via("10.0.0.6"));
+    w.connectedIs("11.0.0.0/24", 1);
+    route->metricIs(7);
+    w.rpfDel(prefix, 1, w.via("10.0.0.5"));
+    w.config->route(IpGenPrefix(prefix))->prefDel(1);
+    w.rpfIs("50.0.0.0/8", 1, w.via("10.0.0.5"));
+    EXPECT_EQ(w.mrib->mribConfigPrefixCount(), 2u);
+    w.config->routeDel(IpGenPrefix(prefix));
+    w.config->routeDel(IpGenPrefix("50.0.0.0/8"));
+    auto& resolver = *w.mrib->routeResolver();
+    EXPECT_EQ(resolver.doAddOrUpdateRoute(w.via("10.0.0.5"), IpGenPrefix(prefix), 1), -1);
+    EXPECT_EQ(resolver.doDelRpf(w.via("10.0.0.5"), IpGenPrefix(prefix)), 0);
+    resolver.doDelRoute(IpGenPrefix(prefix));
+    resolver.doDelWatchPrefix(IpGenPrefix(prefix), nullptr);
+    resolver.doMaybeRefreshRoutes(IpGenPrefix(prefix), false);
+    EXPECT_DEATH(resolver.doAddWatchPrefix(IpGenPrefix("10.0.0.0/24"), IpGenPrefix(prefix)),
+                 "assertion `route' failed");
+    EXPECT_EQ(resolver.mribForPrefixCount(), 0u);
+  }
+  return w.show("0.0.0.0/0") + " of " + std::to_string(w.mribStatus->routeCount());
+}
+
+TEST(CarelessHost, ConfiguresWhatIsNotIpv4) {
+  for (const bool traced : {false, true}) {
+    EXPECT_EQ(withForeignEntries(traced), "0.0.0.0/0 p1 t0 [10.0.0.1] of 3");
+  }
+}
+
+}  // namespace
