@@ -17,6 +17,11 @@ bool leadsNowhere(const Lumo::Prefix& from, const Lumo::Prefix& to) {
   return to.length() == 0 || (to.length() <= from.length() && to.contains(from.address()));
 }
 
+/// Where a prefix stands in a text about some.
+std::pair<bool, U64> placeInText(const Mroutes::Node& node) {
+  return {node.staged == 0, node.lines.empty() ? 0 : node.lines[0].origin};
+}
+
 }  // namespace
 
 /// Calls `f` with the place of each prefix that a line could resolve through. All that are shorter than one
@@ -240,6 +245,12 @@ std::optional<Refusal> Mroutes::circleAmong(const std::vector<U32>& members) con
       std::vector<U32> circle;
       for (const Step& s : path) circle.push_back(s.place);
       circle.erase(circle.begin(), std::find(circle.begin(), circle.end(), to));
+      // What changes comes first, in the order of the lines.
+      std::rotate(circle.begin(),
+                  std::min_element(
+                      circle.begin(), circle.end(),
+                      [&](U32 a, U32 b) { return placeInText(nodes_.at(a)) < placeInText(nodes_.at(b)); }),
+                  circle.end());
       return refusalOf(circle);
     }
   }

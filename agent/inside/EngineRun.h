@@ -23,8 +23,7 @@ class EngineRun {
   EngineRun(const EngineRun&) = delete;
   EngineRun& operator=(const EngineRun&) = delete;
 
-  /// Configures a prefix that is not configured, worst preference first: were a better one there before, the
-  /// worse would never be offered. `offers` are in order of preference.
+  /// Configures a prefix that is not configured. `offers` are in order of preference.
   void configure(const Lumo::Prefix& prefix, std::span<const Offer> offers);
   void unconfigure(const Lumo::Prefix& prefix) { config_->routeDel(prefix); }
   /// Offers everything again for which something has changed.

@@ -116,7 +116,7 @@ class Driver {
     return pool[random_() % pool.size()];
   }
   U32 index() { return 1 + static_cast<U32>(random_() % linkCount); }
-  std::string name() { return "e" + std::to_string(index()); }
+  std::string name() { return 'e' + std::to_string(index()); }
 
   static mrib::Mroute mrouteOf(const Prefix& prefix, const RightAnswer::Line& line) {
     mrib::Mroute m{prefix, IpGenAddr(line.address), line.preference};
@@ -155,7 +155,7 @@ class Driver {
       std::erase_if(next.addresses, [&](const auto& a) { return a.first.first == i; });
       return t.linkDel(i);
     }
-    const mrib::Link link{i, chance(80) ? "e" + std::to_string(i) : name(), chance(80)};
+    const mrib::Link link{i, chance(80) ? 'e' + std::to_string(i) : name(), chance(80)};
     next.links[i] = link;
     t.link(link);
   }
@@ -234,8 +234,8 @@ class Driver {
     for (const auto& [prefix, lines] : inputs_.mroutes) {
       for (const auto& line : lines) {
         const auto address = inputs_.addressOf(line);
-        text += prefix.stringValue() + ' ' + line.name + ' ' + (address ? address->stringValue() : "-") + ' ' +
-                std::to_string(line.preference) + (inputs_.isHeld(prefix, line) ? " held\n" : "\n");
+        text += prefix.stringValue() + ' ' + line.name + ' ' + (address ? address->stringValue() : "-") +
+                ' ' + std::to_string(line.preference) + (inputs_.isHeld(prefix, line) ? " held\n" : "\n");
       }
     }
     return text;
