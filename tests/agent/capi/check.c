@@ -65,5 +65,6 @@ int main(void) {
   test_sizes();
   test_use();
   test_callbacks();
+  test_memory();
   return faults > 0;
 }
