@@ -380,8 +380,8 @@ struct mrib_unresolved {
 };
 
 typedef int mrib_unresolved_visitor(void* context, const struct mrib_unresolved* unresolved);
-/* The configured routes that are not in force, in the order of mrib_visit_mroutes. Sorts them first, and costs a
- * look-up for each configured route. */
+/* The configured routes that are not in force, in the order of mrib_visit_mroutes. Sorts them first, and
+ * costs a look-up for each configured route. */
 MRIB_API int mrib_visit_unresolved(struct mrib_agent* agent, mrib_unresolved_visitor* visitor, void* context);
 
 #ifdef __cplusplus

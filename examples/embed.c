@@ -1,35 +1,37 @@
-/* A host in C: a router with two links, a multicast route with a backup and one that resolves through it; then the
- * first link fails. */
+/* A host in C: a router with two links, a multicast route with a backup and one that resolves through it;
+ * then the first link fails. */
 #include <mrib.h>
 #include <stdio.h>
 #include <stdlib.h>
 
-static struct mrib_agent *agent;
+static struct mrib_agent* agent;
 
-static struct mrib_ip ip(const char *text) {
+static struct mrib_ip ip(const char* text) {
   struct mrib_ip ip;
   if (mrib_ip_parse(text, &ip) != MRIB_OK) abort();
   return ip;
 }
-static struct mrib_prefix prefix(const char *text) {
+static struct mrib_prefix prefix(const char* text) {
   struct mrib_prefix prefix;
   if (mrib_prefix_parse(text, &prefix) != MRIB_OK) abort();
   return prefix;
 }
 
-static void print_route(const char *what, const struct mrib_route *r) {
+static void print_route(const char* what, const struct mrib_route* r) {
   char text[MRIB_PREFIX_TEXT];
   printf("%s %s preference %u", what, mrib_prefix_text(&r->prefix, text, sizeof text), r->preference);
   for (uint32_t i = 0; i < r->next_hop_count && i < r->next_hop_room; ++i) {
     struct mrib_link link = {MRIB_SIZE(mrib_link)};
     mrib_link_get(agent, r->next_hops[i].link, &link);
-    if (r->next_hops[i].neighbour.family == MRIB_NONE) printf(" attached on %s", link.name);
-    else printf(" via %s on %s", mrib_ip_text(&r->next_hops[i].neighbour, text, sizeof text), link.name);
+    if (r->next_hops[i].neighbour.family == MRIB_NONE)
+      printf(" attached on %s", link.name);
+    else
+      printf(" via %s on %s", mrib_ip_text(&r->next_hops[i].neighbour, text, sizeof text), link.name);
   }
   puts("");
 }
 
-static void changed(void *context, const struct mrib_update *update) {
+static void changed(void* context, const struct mrib_update* update) {
   struct mrib_next_hop hops[4];
   struct mrib_route before = {MRIB_SIZE(mrib_route)};
   struct mrib_route after = {MRIB_SIZE(mrib_route), .next_hops = hops, .next_hop_room = 4};
@@ -38,24 +40,24 @@ static void changed(void *context, const struct mrib_update *update) {
     print_route(before.type == 0 ? "  new:" : after.type == 0 ? "  gone:" : "  now:", &after);
 }
 
-static int unresolved(void *context, const struct mrib_unresolved *u) {
+static int unresolved(void* context, const struct mrib_unresolved* u) {
   (void)context;
   printf("  line %u: %s\n", (unsigned)u->mroute->origin, u->text);
   return 0;
 }
 
-static void link_set(uint32_t index, const char *name, const char *address, const char *subnet) {
+static void link_set(uint32_t index, const char* name, const char* address, const char* subnet) {
   const struct mrib_link link = {MRIB_SIZE(mrib_link), .index = index, .name = name};
   const struct mrib_address a = {MRIB_SIZE(mrib_address), .link = index, .ip = ip(address)};
   const struct mrib_next_hop attached = {.link = index};
-  const struct mrib_unicast route = {MRIB_SIZE(mrib_unicast), .type = MRIB_CONNECTED, .prefix = prefix(subnet),
-                                     .next_hop_count = 1, .next_hops = &attached};
+  const struct mrib_unicast route = {MRIB_SIZE(mrib_unicast), .type = MRIB_CONNECTED,
+                                     .prefix = prefix(subnet), .next_hop_count = 1, .next_hops = &attached};
   mrib_link_set(agent, &link);
   mrib_address_set(agent, &a);
   mrib_route_set(agent, &route);
 }
 
-static void commit(const char *what) {
+static void commit(const char* what) {
   struct mrib_update result = {MRIB_SIZE(mrib_update)};
   printf("%s\n", what);
   if (mrib_commit(agent, &result) != MRIB_OK)
