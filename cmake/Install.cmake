@@ -3,7 +3,7 @@ set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mrib)
 install(TARGETS mrib EXPORT mribTargets)
 foreach(root IN LISTS MRIB_PUBLIC_ROOTS)
   install(DIRECTORY ${root}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mrib FILES_MATCHING PATTERN "*.h"
-    PATTERN "PrefixTrieNode.h" EXCLUDE)
+    PATTERN "PrefixTrieNode.h" EXCLUDE PATTERN "inside" EXCLUDE)
 endforeach()
 install(EXPORT mribTargets NAMESPACE mrib:: DESTINATION ${cmake_dir})
 configure_package_config_file(cmake/mribConfig.cmake.in mribConfig.cmake INSTALL_DESTINATION ${cmake_dir})

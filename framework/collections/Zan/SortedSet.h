@@ -136,6 +136,7 @@ template <class T>
 void SortedSet<T>::makeMany() {
   auto m = std::make_unique<Many>();
   m->lasts.push_back(lone());
+  m->blocks.reserve(1);  // so that nothing can throw while the block has no owner
   m->blocks.push_back(newBlock(4, &lone(), &lone() + 1));
   const Many* place = m.release();
   std::memcpy(store_, &place, pointerBytes);

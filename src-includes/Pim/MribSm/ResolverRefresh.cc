@@ -1,9 +1,12 @@
+#include <vector>
+
 #include "Pim/MribSm/MribSm.h"
 #include "Pim/MribSm/MribSmTrace.h"
 
 // What follows a change: configured routes are offered again, and the routes that resolve through one that
-// goes are stripped of its vias and resolved anew. The recursion has no guard: the host refuses
-// configurations whose routes could resolve through each other in a circle.
+// goes are stripped of its vias and resolved anew. Dependants are followed to any depth on a stack of one's
+// own. Nothing guards against a circle: the agent refuses configurations whose routes could resolve through
+// each other.
 
 namespace Routing::Multicast::Rib {
 
@@ -17,9 +20,34 @@ constexpr const char* opDelete = "doRecursiveDelete";
 constexpr const char* sigDelete =
     "void Routing::Multicast::Rib::RouteResolverSm::doRecursiveDelete(const "
     "Routing::Multicast::Rib::Route::PtrConst&, const Routing::Multicast::Rib::PrefixSet::Ptr&)";
+constexpr const char* opUpdate = "doRecursiveUpdate";
 constexpr const char* sigUpdate =
     "void Routing::Multicast::Rib::RouteResolverSm::doRecursiveUpdate(const "
     "Routing::Multicast::Rib::PrefixSet::Ptr&)";
+
+/// A walk through prefix sets within prefix sets. It stands in the deepest set that it has entered and not
+/// left, on a member or behind the last one. Costs heap for each level and no stack.
+class DependantsWalk {
+ public:
+  explicit operator bool() const { return !levels_.empty(); }
+  void enter(const PrefixSet::Ptr& set) { levels_.push_back({set, set->prefixIterator()}); }
+  /// Goes back to the set before, and to the member there below which this one was; false from the first.
+  bool leave() {
+    levels_.pop_back();
+    return !levels_.empty();
+  }
+  bool isOnMember() const { return static_cast<bool>(levels_.back().at); }
+  const Lumo::IpGenPrefix& member() const { return *levels_.back().at; }
+  const Lumo::IpGenPrefix& lPrefix() const { return levels_.back().set->lPrefix(); }
+  void goOn() { ++levels_.back().at; }
+
+ private:
+  struct Level {
+    PrefixSet::Ptr set;
+    decltype(std::declval<const PrefixSet&>().prefixIterator()) at;
+  };
+  std::vector<Level> levels_;
+};
 
 }  // namespace
 
@@ -140,25 +168,36 @@ bool RouteResolverSm::offerPreferences(const RouteKeyPrefix& rkPrefix, const Rou
 /// Takes the vias that came from `delRoute` out of every route that depends on it, the deepest first.
 void RouteResolverSm::doRecursiveDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset) {
   const Kept kept(*this);
+  DependantsWalk walk;
+  if (!traceDelete(delRoute, pset)) return;
+  for (walk.enter(pset); walk;) {
+    if (walk.isOnMember()) {
+      const PrefixSet::Ptr deeper = mribForPrefix(walk.member());
+      if (traceDelete(delRoute, deeper)) {
+        walk.enter(deeper);
+        continue;
+      }
+    } else if (!walk.leave()) {
+      return;
+    }
+    MRIB_TRACE_OF(8, opDelete, sigDelete << "Processing " << walk.member());
+    stripVias(*delRoute, walk.member());
+    walk.goOn();
+  }
+}
+
+/// Whether there is something to follow.
+bool RouteResolverSm::traceDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset) const {
   if (!pset && !delRoute) {
-    MRIB_TRACE(8, sigDelete << "( NULL, NULL )");
-    return;
+    MRIB_TRACE_OF(8, opDelete, sigDelete << "( NULL, NULL )");
+  } else if (!pset) {
+    MRIB_TRACE_OF(8, opDelete, sigDelete << "( " << delRoute->prefix() << ", NULL )");
+  } else if (!delRoute) {
+    MRIB_TRACE_OF(8, opDelete, sigDelete << "( NULL , " << pset->lPrefix() << " )");
+  } else {
+    MRIB_TRACE_OF(8, opDelete, sigDelete << "( " << delRoute->prefix() << ", " << pset->lPrefix() << " )");
   }
-  if (!pset) {
-    MRIB_TRACE(8, sigDelete << "( " << delRoute->prefix() << ", NULL )");
-    return;
-  }
-  if (!delRoute) {
-    MRIB_TRACE(8, sigDelete << "( NULL , " << pset->lPrefix() << " )");
-    return;
-  }
-  MRIB_TRACE(8, sigDelete << "( " << delRoute->prefix() << ", " << pset->lPrefix() << " )");
-  const PrefixSet::Ptr pin(pset.get());
-  for (auto member = pin->prefixIterator(); member; ++member) {
-    doRecursiveDelete(delRoute, mribForPrefix(*member));
-    MRIB_TRACE(8, sigDelete << "Processing " << *member);
-    stripVias(*delRoute, *member);
-  }
+  return pset && delRoute;
 }
 
 /// Vias resolved through a connected route carry the RPF address as hop, so they are told by their interface.
@@ -188,17 +227,29 @@ void RouteResolverSm::stripVias(const Route& delRoute, const Lumo::IpGenPrefix& 
 /// Resolves every member of the set from its configuration, and then those that depend on it.
 void RouteResolverSm::doRecursiveUpdate(const PrefixSet::Ptr& pset) {
   const Kept kept(*this);
-  if (!pset) {
-    MRIB_TRACE(8, sigUpdate << "( NULL )");
-    return;
+  DependantsWalk walk;
+  if (!traceUpdate(pset)) return;
+  for (walk.enter(pset); walk;) {
+    if (!walk.isOnMember()) {
+      if (walk.leave()) walk.goOn();
+      continue;
+    }
+    const Lumo::IpGenPrefix member = walk.member();
+    MRIB_TRACE_OF(8, opUpdate, sigUpdate << "Processing " << member);
+    updateMember(member, walk.lPrefix());
+    const PrefixSet::Ptr deeper = mribForPrefix(member);
+    traceUpdate(deeper) ? walk.enter(deeper) : walk.goOn();
   }
-  MRIB_TRACE(8, sigUpdate << "( " << pset->lPrefix() << " )");
-  const PrefixSet::Ptr pin(pset.get());
-  for (auto member = pin->prefixIterator(); member; ++member) {
-    MRIB_TRACE(8, sigUpdate << "Processing " << *member);
-    updateMember(*member, pin->lPrefix());
-    doRecursiveUpdate(mribForPrefix(*member));
+}
+
+/// Whether there is something to follow.
+bool RouteResolverSm::traceUpdate(const PrefixSet::Ptr& pset) const {
+  if (pset) {
+    MRIB_TRACE_OF(8, opUpdate, sigUpdate << "( " << pset->lPrefix() << " )");
+  } else {
+    MRIB_TRACE_OF(8, opUpdate, sigUpdate << "( NULL )");
   }
+  return static_cast<bool>(pset);
 }
 
 void RouteResolverSm::updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix) {

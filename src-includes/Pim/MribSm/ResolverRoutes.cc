@@ -36,14 +36,24 @@ Lumo::IpGenPrefix RouteResolverSm::longestMatch(Lumo::IpAddr address) const {
   return engine().mribTrie().longestMatch({address, 32});
 }
 
-/// Whether a prefix must not resolve through its longest match: there is none, it is the prefix itself or
-/// the default route, or it is a shorter prefix that covers the prefix.
-bool RouteResolverSm::rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const {
-  if (lpm.empty() || lpm == prefix || lpm == defaultPrefix()) return true;
-  if (lpm.length() >= prefix.length()) return false;
+/// Whether a prefix may resolve through its longest match.
+RouteResolverSm::Verdict RouteResolverSm::verdictOn(const Lumo::IpGenPrefix& lpm,
+                                                    const Lumo::IpGenPrefix& prefix) const {
+  if (lpm.empty()) return Verdict::noMatch;
+  if (lpm == prefix) return Verdict::itself;
+  if (lpm == defaultPrefix()) return Verdict::onlyDefault;
+  if (lpm.length() >= prefix.length()) return Verdict::usable;
   // *Intended*: the shift is taken modulo 32, so that length 0 compares whole addresses.
   const U32 shift = (32u - lpm.length()) % 32;
-  return prefix.v4Prefix().address().host() >> shift == lpm.v4Prefix().address().host() >> shift;
+  const bool covers = prefix.v4Prefix().address().host() >> shift == lpm.v4Prefix().address().host() >> shift;
+  return covers ? Verdict::coversIt : Verdict::usable;
+}
+
+RouteResolverSm::Probe RouteResolverSm::probe(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) const {
+  const auto hop = rpfAddress(rpf);
+  if (!hop) return {Verdict::noAddress, {}, {}};
+  const Lumo::IpGenPrefix lpm = longestMatch(*hop);
+  return {verdictOn(lpm, prefix), *hop, lpm};
 }
 
 /// Walks the vias that an RPF contributes: one by its interface, or those of the route it resolves through,
@@ -92,6 +102,10 @@ class RouteResolverSm::CandidateVias {
   bool valid_ = true;
 };
 
+void RouteResolverSm::viasOf(const Rpf& rpf, const Probe& probed, std::vector<Fib::Via>& vias) const {
+  for (CandidateVias via(*this, rpf, probed.hop, probed.lpm); via; ++via) vias.push_back(*via);
+}
+
 S32 RouteResolverSm::doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference) {
   const Kept kept(*this);
   return offerRpf(rpf, prefix, preference, std::nullopt);
@@ -103,21 +117,20 @@ S32 RouteResolverSm::offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U
   MRIB_TRACE_OF(8, opAdd, sigAdd << "( " << rpf << ", " << prefix << ", " << preference << " )");
   ZAN_ASSERT_TEXT(preference != 0, "pref");
   if (prefix.af() != Lumo::ipv4()) return unusable;
-  const auto hop = rpfAddress(rpf);
-  if (!hop) {
+  const Probe probed = probe(rpf, prefix);
+  if (probed.verdict == Verdict::noAddress) {
     MRIB_TRACE_OF(8, opAdd, sigAdd << "Could not find an IP address on  " << rpf.intfId);
     return unusable;
   }
-  const Lumo::IpGenPrefix lpm = longestMatch(*hop);
-  if (rejects(lpm, prefix)) {
-    MRIB_TRACE_OF(8, opAdd, sigAdd << "Rejecting add/update for lpm " << lpm);
+  if (probed.verdict != Verdict::usable) {
+    MRIB_TRACE_OF(8, opAdd, sigAdd << "Rejecting add/update for lpm " << probed.lpm);
     return unusable;
   }
-  MRIB_TRACE_OF(8, opAdd, sigAdd << " Longest prefix match for " << *hop << " is " << lpm);
+  MRIB_TRACE_OF(8, opAdd, sigAdd << " Longest prefix match for " << probed.hop << " is " << probed.lpm);
   if (const Ptr<Route> route{known ? *known : status().route(prefix.v4Prefix())}) {
-    return updateRoute(route, rpf, *hop, lpm, prefix, preference);
+    return updateRoute(route, rpf, probed.hop, probed.lpm, prefix, preference);
   }
-  addRoute(rpf, *hop, lpm, prefix, preference);
+  addRoute(rpf, probed.hop, probed.lpm, prefix, preference);
   return changed;
 }
 

@@ -42,6 +42,22 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   static constexpr S32 unusable = -1;
   static constexpr bool isInstalled(S32 result) { return result == changed || result == nothingToDo; }
 
+  /// Whether a prefix can resolve through an RPF, and if not, why. The tests are made in this order.
+  enum class Verdict : U8 {
+    usable,
+    noAddress,    ///< the RPF is an interface without address
+    noMatch,      ///< no MRIB route covers the RPF address
+    itself,       ///< the longest match is the prefix itself
+    onlyDefault,  ///< the longest match is the default route
+    coversIt,     ///< the longest match is shorter than the prefix and covers it
+  };
+  /// What an RPF of a prefix comes to. Address and longest match are set as far as they are known.
+  struct Probe {
+    Verdict verdict;
+    Lumo::IpAddr hop;       ///< the RPF address
+    Lumo::IpGenPrefix lpm;  ///< its longest match
+  };
+
   /// Knows `mribSm` by a plain pointer. When that goes before the resolver does, the resolver hears nothing
   /// any more. Without `mribSm`, then or from the start, it copies connected routes and keeps watches;
   /// whatever resolves an RPF or follows a change asserts "mribSm".
@@ -95,6 +111,10 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   void doDelWatchPrefix(const Lumo::IpGenPrefix& prefix, const PrefixSet::Ptr& paddr);
 
   // One RPF of one configured prefix (ResolverRoutes.cc).
+  /// What `doAddOrUpdateRoute` tests first. Changes nothing; one look-up in the trie.
+  Probe probe(const Rpf& rpf, const Lumo::IpGenPrefix& prefix) const;
+  /// Appends the vias that an RPF contributes whose probe was `usable`, in the order of an offer.
+  void viasOf(const Rpf& rpf, const Probe& probed, std::vector<Fib::Via>& vias) const;
   /// Resolves the RPF and adds the route or its missing vias: `changed`, `nothingToDo` or `unusable`.
   S32 doAddOrUpdateRoute(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference);
   /// Takes the RPF's vias out of the route, or the route when its preference has no RPF left. Always 0.
@@ -137,7 +157,7 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   /// The RPF address; nothing when the RPF is an interface without one.
   std::optional<Lumo::IpAddr> rpfAddress(const Rpf& rpf) const;
   Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const;
-  bool rejects(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
+  Verdict verdictOn(const Lumo::IpGenPrefix& lpm, const Lumo::IpGenPrefix& prefix) const;
   S32 offerRpf(const Rpf& rpf, const Lumo::IpGenPrefix& prefix, U8 preference, std::optional<Route*> known);
   class CandidateVias;
   void addRoute(const Rpf& rpf, Lumo::IpAddr hop, const Lumo::IpGenPrefix& lpm,
@@ -165,7 +185,9 @@ class ZAN_EXPORT RouteResolverSm : public Zan::VFPtrInterface {
   bool wholePasses() const;
   bool refreshPrefix(const RouteKeyPrefix& rkPrefix, const Lumo::IpGenPrefix& changedPrefix);
   bool offerPreferences(const RouteKeyPrefix& rkPrefix, const Route* route);
+  bool traceDelete(const Route::PtrConst& delRoute, const PrefixSet::Ptr& pset) const;
   void stripVias(const Route& delRoute, const Lumo::IpGenPrefix& member);
+  bool traceUpdate(const PrefixSet::Ptr& pset) const;
   void updateMember(const Lumo::IpGenPrefix& member, const Lumo::IpGenPrefix& lPrefix);
   bool resolveMember(const RouteKeyPrefix& rkPrefix);
 

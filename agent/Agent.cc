@@ -1,0 +1,85 @@
+#include "mrib/Agent.h"
+
+#include <algorithm>
+
+#include "inside/AgentImpl.h"
+
+namespace mrib {
+
+Agent::Agent() : Agent(Options{}) {}
+Agent::Agent(const Options& options) : impl_(std::make_unique<Impl>(options)) {}
+Agent::~Agent() = default;
+
+CommitResult Agent::commit(const Transaction& t) {
+  return impl_->commit(t);
+}
+
+SettleResult Agent::settle() {
+  return impl_->settle();
+}
+
+bool Agent::mayDiffer() const {
+  return impl_->mayDiffer;
+}
+
+U64 Agent::healed() const {
+  return impl_->healed;
+}
+
+U64 Agent::generation() const {
+  return impl_->generation;
+}
+
+const Route* Agent::rpf(Lumo::IpAddr source) const {
+  const Lumo::IpGenPrefix match = impl_->run->longestMatch(source);
+  return match.empty() ? nullptr : impl_->published.find(match.v4Prefix());
+}
+
+const Route* Agent::route(const Lumo::Prefix& prefix) const {
+  return impl_->published.find(prefix);
+}
+
+std::span<const Route> Agent::routes() const {
+  return impl_->published.values();
+}
+
+const Link* Agent::link(U32 index) const {
+  const Intf* intf = impl_->interfaces.find(index);
+  return intf && intf->exists() ? &intf->link : nullptr;
+}
+
+std::vector<Link> Agent::links() const {
+  std::vector<Link> links;
+  for (const auto& [index, intf] : impl_->interfaces.all()) {
+    if (intf.exists()) links.push_back(intf.link);
+  }
+  return links;
+}
+
+std::vector<Mroute> Agent::mroutes() const {
+  return impl_->mroutes();
+}
+
+std::vector<Unresolved> Agent::unresolved() const {
+  return impl_->unresolved();
+}
+
+U64 Agent::subscribe(Listener listener) {
+  impl_->subscriptions.push_back({++impl_->lastSubscription, std::move(listener)});
+  return impl_->lastSubscription;
+}
+
+/// One that unsubscribes while listeners are told leaves its place, so that the others keep theirs.
+void Agent::unsubscribe(U64 subscription) {
+  auto& all = impl_->subscriptions;
+  const auto at = std::find_if(all.begin(), all.end(), [&](const auto& s) { return s.id == subscription; });
+  if (at == all.end()) return;
+  at->id = 0;
+  if (!impl_->telling) all.erase(at);
+}
+
+const Zan::Ptr<Routing::Multicast::Rib::MribSm>& Agent::engine() const {
+  return impl_->run->mribSm();
+}
+
+}  // namespace mrib

@@ -1,0 +1,214 @@
+#include <algorithm>
+
+#include "inside/AgentImpl.h"
+
+// A transaction on its way: staged and checked as a whole, then told to the engine step by step, then what
+// has changed is published.
+
+namespace mrib {
+
+using EngineRoute = EngineRun::EngineRoute;
+
+namespace {
+
+CommitResult refused(std::vector<Refusal> refusals, std::size_t count, U64 generation) {
+  CommitResult result;
+  result.generation = generation;
+  result.refusals = std::move(refusals);
+  result.refusalCount = count;
+  return result;
+}
+
+bool isConnected(const Unicast::Move& move) {
+  return !move.op || (move.op->present && move.op->type == RouteType::connected);
+}
+
+}  // namespace
+
+std::optional<EngineRun::Rpf> rpfOf(const Mroutes& config, const Line& line) {
+  using Rpf = EngineRun::Rpf;
+  if (line.held) return std::nullopt;
+  if (!line.byName) return Rpf::ofAddr(Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)));
+  const U32 link = config.name(line.rpf).link;
+  return link != 0 ? std::optional(Rpf::ofIntf(Lumo::IntfId(link))) : std::nullopt;
+}
+
+Agent::Impl::Impl(const Options& o) : options(o) {
+  run = freshRun();
+}
+
+CommitResult Agent::Impl::commit(const Transaction& t) {
+  if (busy) return refused({{"a commit or a settling is under way", {}}}, 1, generation);
+  if (t.refusalCount() > 0) return refused(t.refusals(), t.refusalCount(), generation);
+  const Busy guard(busy);
+  Plan plan{t, interfaces.stage(t.linkOps()), {}};
+  std::vector<Refusal> refusals = stage(plan);
+  if (!refusals.empty()) {
+    config.rollBack();
+    const std::size_t count = refusals.size();
+    return refused(std::move(refusals), count, generation);
+  }
+  CommitResult result;
+  if (isRebuild(plan)) {
+    rebuild(plan);
+    config.keep();
+    publishAll(result.changes);
+    mayDiffer = false;
+  } else {
+    follow(plan);
+    const std::vector<Lumo::Prefix> changed = config.changed();
+    config.keep();
+    publishTouched(result.changes);
+    mayDiffer = mayDiffer || !isRight(changed);
+  }
+  result.accepted = true;
+  result.generation = ++generation;
+  result.mayDiffer = mayDiffer;
+  result.notes = t.notes();
+  tell({generation, result.changes, false});
+  return result;
+}
+
+// ---- Staging ----
+
+std::vector<Refusal> Agent::Impl::stage(Plan& plan) {
+  std::vector<Refusal> refusals;
+  for (std::string& fault : interfaces.faults(plan.links)) refusals.push_back({std::move(fault), {}});
+  if (!refusals.empty()) return refusals;
+  config.stage(plan.t, interfaces);
+  stageNames(plan.links);
+  std::set<U32> replaced;
+  for (const auto& [index, intf] : plan.links) {
+    if (interfaces.replaces(index, intf)) replaced.insert(index);
+  }
+  plan.moves = unicast.plan(plan.t, replaced);
+  // A configured route that takes the place of a connected one is put upon it again.
+  for (const Unicast::Move& move : plan.moves) {
+    if (isConnected(move) || unicast.copied(move.prefix)) config.stageAnew(move.prefix);
+  }
+  return config.check();
+}
+
+/// What RPFs by interface name will find.
+void Agent::Impl::stageNames(const Interfaces::Staged& links) {
+  for (const auto& [index, intf] : links) {
+    const Intf* present = interfaces.find(index);
+    if (!present || !present->exists() || present->link.name == intf.link.name) continue;
+    const auto hasItNow = [&](const auto& other) { return other.second.link.name == present->link.name; };
+    if (std::none_of(links.begin(), links.end(), hasItNow)) config.stageName(present->link.name, 0, {});
+  }
+  for (const auto& [index, intf] : links) {
+    if (intf.exists()) config.stageName(intf.link.name, index, intf.rpfAddress());
+  }
+}
+
+bool Agent::Impl::isRebuild(const Plan& plan) const {
+  const std::size_t changes = config.changed().size() + plan.moves.size();
+  return changes >= options.rebuildFrom && changes * 4 >= std::size_t{config.size()} + unicast.size();
+}
+
+// ---- To the engine ----
+
+std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Lumo::Prefix& prefix) {
+  offers_.clear();
+  const Mroutes::Node* node = config.find(prefix);
+  if (!node) return offers_;
+  for (const Line& line : node->lines) {
+    if (const auto rpf = rpfOf(config, line)) offers_.push_back({*rpf, line.preference});
+  }
+  return offers_;
+}
+
+std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
+  auto fresh = std::make_unique<EngineRun>(interfaces, unicast);
+  for (const Lumo::Prefix& prefix : config.inOrder()) fresh->configure(prefix, offersOf(prefix));
+  return fresh;
+}
+
+/// With a new engine, for which everything is in place before it starts. The old one is gone by then, so that
+/// it follows nothing of it.
+void Agent::Impl::rebuild(const Plan& plan) {
+  run.reset();
+  for (const Unicast::Move& move : plan.moves) unicast.withdraw(move);
+  interfaces.apply(plan.links);
+  for (const Unicast::Move& move : plan.moves) unicast.announce(move, plan.t);
+  run = freshRun();
+}
+
+/// With the engine that is there: what changes is taken out first, dependants before what they resolve
+/// through, and put in anew the other way round.
+void Agent::Impl::follow(const Plan& plan) {
+  run->listenIs(true);
+  run->forgetTouched();
+  const std::vector<Lumo::Prefix>& changed = config.changed();
+  for (auto at = changed.rbegin(); at != changed.rend(); ++at) run->unconfigure(*at);
+  for (const Unicast::Move& move : plan.moves) unicast.withdraw(move);
+  interfaces.apply(plan.links);
+  for (const Unicast::Move& move : plan.moves) unicast.announce(move, plan.t);
+  restoreConnected();
+  for (const Lumo::Prefix& prefix : changed) run->configure(prefix, offersOf(prefix));
+  run->refresh();
+  restoreConnected();
+}
+
+/// Announces the connected routes again that went with a configured one of their prefix.
+void Agent::Impl::restoreConnected() {
+  for (std::size_t i = 0; i < run->touched().size(); ++i) {
+    const Lumo::Prefix prefix = run->touched()[i];
+    if (unicast.copied(prefix) && !run->status().route(prefix)) unicast.announceAgain(prefix);
+  }
+}
+
+// ---- What has changed ----
+
+void Agent::Impl::publishTouched(std::vector<Change>& changes) {
+  for (const Lumo::Prefix& prefix : run->touched()) publish(prefix, run->status().route(prefix), changes);
+}
+
+void Agent::Impl::publishAll(std::vector<Change>& changes) {
+  published.reserve(run->status().routeCount());
+  for (auto route = run->status().routeIterator(); route; ++route) {
+    publish(route->prefix(), route.get(), changes);
+  }
+  if (published.size() == run->status().routeCount()) return;
+  std::vector<Lumo::Prefix> gone;
+  for (const Route& route : published.values()) {
+    if (!run->status().route(route.prefix)) gone.push_back(route.prefix);
+  }
+  for (const Lumo::Prefix& prefix : gone) publish(prefix, nullptr, changes);
+}
+
+/// Publishes what the engine has under a prefix now, if it is something else than before.
+void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, std::vector<Change>& changes) {
+  Route after{prefix};
+  if (now) {
+    after.type = now->routeType();
+    after.preference = now->preference();
+    for (auto via = now->viaIterator(); via; ++via) {
+      after.nextHops.push_back({via->hop, via->intfStatus ? via->intfStatus->intfId().value() : 0});
+    }
+    std::sort(after.nextHops.begin(), after.nextHops.end());
+  }
+  Route* before = published.find(prefix);
+  if (before ? *before == after : !now) return;
+  changes.push_back({before ? *before : Route{prefix}, after});
+  if (!now) {
+    published.erase(*before);
+  } else if (before) {
+    *before = std::move(after);
+  } else {
+    published.insert(std::move(after));
+  }
+}
+
+void Agent::Impl::tell(const Update& update) {
+  telling = true;
+  const std::size_t present = subscriptions.size();
+  for (std::size_t i = 0; i < present; ++i) {
+    if (subscriptions[i].id != 0) subscriptions[i].listener(update);
+  }
+  telling = false;
+  std::erase_if(subscriptions, [](const Subscription& s) { return s.id == 0; });
+}
+
+}  // namespace mrib

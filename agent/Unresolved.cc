@@ -1,0 +1,131 @@
+#include <algorithm>
+
+#include "inside/AgentImpl.h"
+
+namespace mrib {
+
+namespace {
+
+using Verdict = EngineRun::Resolver::Verdict;
+
+Reason reasonOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::noAddress:
+      return Reason::noAddress;
+    case Verdict::noMatch:
+      return Reason::noRoute;
+    case Verdict::itself:
+      return Reason::itself;
+    case Verdict::onlyDefault:
+      return Reason::onlyDefault;
+    case Verdict::coversIt:
+      return Reason::coveredBy;
+    case Verdict::usable:
+      break;
+  }
+  return Reason::unsettled;
+}
+
+std::string reasonText(const Unresolved& u) {
+  const std::string address = u.address.stringValue();
+  switch (u.reason) {
+    case Reason::noInterface:
+      return "there is no such interface";
+    case Reason::noAddress:
+      return "the interface has no IPv4 address";
+    case Reason::noRoute:
+      return "no MRIB route leads to " + address;
+    case Reason::onlyDefault:
+      return "only the default route leads to " + address + ", which resolves nothing";
+    case Reason::itself:
+      return "it would resolve through itself";
+    case Reason::coveredBy:
+      return address + " resolves through " + u.match.stringValue() + ", which covers the prefix itself";
+    case Reason::heldBack:
+      return "held back: with the present addresses of interfaces it could resolve through itself in a "
+             "circle";
+    case Reason::waiting:
+      return "waiting: preference " + std::to_string(u.installed) + " is in force";
+    case Reason::unsettled:
+      break;
+  }
+  return "it resolves, and takes its place when the MRIB is settled";
+}
+
+}  // namespace
+
+std::string Unresolved::text() const {
+  std::string text = reasonText(*this);
+  if (linkIsDown && reason != Reason::waiting) text += "; the interface is down";
+  if (anotherResolves) text += "; another RPF of the same preference resolves";
+  return text;
+}
+
+namespace {
+
+/// The configured prefixes in order.
+std::vector<const Mroutes::Node*> sortedNodes(const Mroutes& config) {
+  std::vector<const Mroutes::Node*> nodes;
+  for (const Mroutes::Node& node : config.all()) nodes.push_back(&node);
+  std::sort(nodes.begin(), nodes.end(), [](const auto* a, const auto* b) { return a->prefix < b->prefix; });
+  return nodes;
+}
+
+Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& line) {
+  Mroute m{prefix, Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)), line.preference, line.origin};
+  if (line.byName) m.rpf = config.name(line.rpf).text;
+  return m;
+}
+
+}  // namespace
+
+std::vector<Mroute> Agent::Impl::mroutes() const {
+  std::vector<Mroute> all;
+  for (const Mroutes::Node* node : sortedNodes(config)) {
+    for (const Line& line : node->lines) all.push_back(mrouteOf(config, node->prefix, line));
+  }
+  return all;
+}
+
+/// Nothing for a line that is in force.
+std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, const Line& line,
+                                                    const Route* installed) const {
+  const auto rpf = rpfOf(config, line);
+  const auto probed = rpf ? run->resolver().probe(*rpf, prefix) : EngineRun::Resolver::Probe{};
+  const bool isInForce = installed && installed->preference == line.preference;
+  if (rpf && probed.verdict == Verdict::usable && isInForce) return std::nullopt;
+  const Link* down = line.byName ? linkOf(line) : nullptr;
+  Unresolved u{mrouteOf(config, prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
+  u.installed = installed ? installed->preference : U8{0};
+  u.anotherResolves = isInForce;
+  u.linkIsDown = down && !(down->up && down->carrier);
+  if (line.held) {
+    u.reason = Reason::heldBack;
+  } else if (!rpf) {
+    u.reason = Reason::noInterface;
+  } else if (installed && installed->preference < line.preference) {
+    u.reason = Reason::waiting;
+  }
+  return u;
+}
+
+const Link* Agent::Impl::linkOf(const Line& line) const {
+  const Intf* intf = interfaces.find(config.name(line.rpf).link);
+  return intf ? &intf->link : nullptr;
+}
+
+std::vector<Unresolved> Agent::Impl::unresolved() const {
+  std::vector<Unresolved> all;
+  for (const Mroutes::Node* node : sortedNodes(config)) {
+    const Route* route = published.find(node->prefix);
+    const auto isConfigured = [&](const Line& l) { return route && l.preference == route->preference; };
+    const bool byConfiguration = std::any_of(node->lines.begin(), node->lines.end(), isConfigured);
+    for (const Line& line : node->lines) {
+      auto u = unresolvedOf(node->prefix, line, byConfiguration ? route : nullptr);
+      if (u) all.push_back(std::move(*u));
+    }
+  }
+  return all;
+}
+
+}  // namespace mrib

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <deque>
+
+#include "inside/EngineRun.h"
+#include "inside/Mroutes.h"
+#include "mrib/Agent.h"
+
+namespace mrib {
+
+/// The inputs, the engine that runs on them, and the MRIB as it was last published.
+class Agent::Impl {
+ public:
+  explicit Impl(const Options& options);
+
+  // Commit.cc
+  CommitResult commit(const Transaction& t);
+  // Settle.cc
+  SettleResult settle();
+  // Unresolved.cc
+  std::vector<Mroute> mroutes() const;
+  std::vector<Unresolved> unresolved() const;
+
+  Options options;
+  Interfaces interfaces;
+  Unicast unicast;
+  Mroutes config;
+  std::unique_ptr<EngineRun> run;
+  PrefixTable<Route> published;
+  U64 generation = 0;
+  U64 healed = 0;
+  bool mayDiffer = false;
+
+  struct Subscription {
+    U64 id;
+    Listener listener;
+  };
+  std::deque<Subscription> subscriptions;  // with number 0: it has unsubscribed while listeners were told
+  U64 lastSubscription = 0;
+  bool busy = false;
+  bool telling = false;
+
+ private:
+  /// While it lives, a commit or a settling is under way.
+  class Busy {
+   public:
+    explicit Busy(bool& busy) : busy_(busy) { busy_ = true; }
+    ~Busy() { busy_ = false; }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+   private:
+    bool& busy_;
+  };
+  /// A transaction on its way.
+  struct Plan {
+    const Transaction& t;
+    Interfaces::Staged links;
+    std::vector<Unicast::Move> moves;
+  };
+
+  std::vector<Refusal> stage(Plan& plan);
+  void stageNames(const Interfaces::Staged& links);
+  bool isRebuild(const Plan& plan) const;
+  void rebuild(const Plan& plan);
+  void follow(const Plan& plan);
+  void restoreConnected();
+  std::unique_ptr<EngineRun> freshRun();
+  std::span<const EngineRun::Offer> offersOf(const Lumo::Prefix& prefix);
+
+  void publishTouched(std::vector<Change>& changes);
+  void publishAll(std::vector<Change>& changes);
+  void publish(const Lumo::Prefix& prefix, const EngineRun::EngineRoute* now, std::vector<Change>& changes);
+  void tell(const Update& update);
+
+  // Unresolved.cc
+  std::optional<Unresolved> unresolvedOf(const Lumo::Prefix& prefix, const Line& line,
+                                         const Route* installed) const;
+  const Link* linkOf(const Line& line) const;
+
+  // Rightness.cc
+  bool isRight(const std::vector<Lumo::Prefix>& changed);
+  bool isRightWithUsers(const Lumo::Prefix& prefix);
+  bool isRight(const Lumo::Prefix& prefix);
+  bool isRightOnce(const Lumo::Prefix& prefix);
+
+  std::vector<EngineRun::Offer> offers_;
+  std::vector<Routing::Fib::Via> vias_;
+  std::vector<U32> judged_;  // by place in the configuration: the round in which it was
+  U32 round_ = 0;
+};
+
+/// The RPF that a line is to the engine; nothing for one that it is not offered.
+std::optional<EngineRun::Rpf> rpfOf(const Mroutes& config, const Line& line);
+
+}  // namespace mrib

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Pim/MribSm/MribSm.h"
+#include "inside/Interfaces.h"
+#include "inside/Unicast.h"
+
+namespace mrib {
+
+/// One engine on the agent's interfaces and unicast routes, with a configuration and an MRIB of its own. It
+/// starts on an empty configuration.
+class EngineRun {
+ public:
+  using Rpf = Routing::Multicast::Rib::Rpf;
+  using Resolver = Routing::Multicast::Rib::RouteResolverSm;
+  using EngineRoute = Routing::Multicast::Rib::Route;
+  /// An RPF to configure for a prefix.
+  struct Offer {
+    Rpf rpf;
+    U8 preference;
+  };
+
+  EngineRun(const Interfaces& interfaces, const Unicast& unicast);
+  EngineRun(const EngineRun&) = delete;
+  EngineRun& operator=(const EngineRun&) = delete;
+
+  /// Configures a prefix that is not configured. `offers` are in order of preference.
+  void configure(const Lumo::Prefix& prefix, std::span<const Offer> offers);
+  void unconfigure(const Lumo::Prefix& prefix) { config_->routeDel(prefix); }
+  /// Offers everything again for which something has changed.
+  void refresh() { resolver().doMaybeRefreshRoutes({}, true); }
+
+  const Zan::Ptr<Routing::Multicast::Rib::MribSm>& mribSm() const { return mribSm_; }
+  Resolver& resolver() const { return *mribSm_->routeResolver(); }
+  const Routing::Multicast::Rib::Status& status() const { return *status_; }
+  const Routing::TrieGen& trie() const { return *trie_; }
+  Lumo::IpGenPrefix longestMatch(Lumo::IpAddr address) const { return trie_->longestMatch({address, 32}); }
+
+  /// Every prefix of the MRIB that something was written to since `forgetTouched`, once or more often.
+  const std::vector<Lumo::Prefix>& touched() const { return touched_; }
+  void forgetTouched() { touched_.clear(); }
+  /// Whether touched prefixes are collected.
+  void listenIs(bool listen);
+
+ private:
+  void hear(const Lumo::Prefix& prefix) {
+    if (touched_.empty() || touched_.back() != prefix) touched_.push_back(prefix);
+  }
+  class Twin;
+
+  Zan::Ptr<Routing::Multicast::Rib::Config> config_;
+  Zan::Ptr<Routing::Multicast::Rib::Status> status_;
+  Zan::Ptr<Routing::Multicast::Rib::MribSm> mribSm_;
+  Zan::Ptr<Routing::TrieGen const> trie_;
+  std::vector<Lumo::Prefix> touched_;
+  Zan::Tap<Lumo::Prefix> tap_ = Zan::Tap<Lumo::Prefix>::to<&EngineRun::hear>(this);
+};
+
+}  // namespace mrib

@@ -1,0 +1,472 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Pim/MribSm/MribSm.h"
+#include "mrib/Agent.h"
+
+// What the agent layer does for every host, one behaviour a test.
+
+namespace {
+
+using Lumo::IpAddr;
+using Lumo::IpGenAddr;
+using Lumo::Prefix;
+using mrib::Net;
+using mrib::Reason;
+using mrib::RouteType;
+using mrib::Transaction;
+
+IpGenAddr addr(const char* text) {
+  return IpGenAddr(std::string_view(text));
+}
+
+class AgentTest : public testing::Test {
+ protected:
+  /// Two interfaces with their subnets, 20.0.0.0/24 on eth1 and 30.0.0.0/24 on eth2.
+  AgentTest() {
+    t.link({1, "eth1"});
+    t.link({2, "eth2"});
+    t.address({1, addr("20.0.0.1")});
+    t.address({2, addr("30.0.0.1")});
+    connected("20.0.0.0/24", 1);
+    connected("30.0.0.0/24", 2);
+    commit();
+  }
+  void connected(const char* prefix, U32 link, U8 preference = 0) {
+    t.route({Net(prefix), RouteType::connected, preference, {{{}, link}}});
+  }
+  void mroute(const char* prefix, const char* rpf, U32 preference = 1, U64 origin = 0) {
+    t.mroute(Net(prefix), addr(rpf), preference, origin);
+  }
+  mrib::CommitResult commit() {
+    auto result = agent.commit(t);
+    t.clear();
+    return result;
+  }
+  /// The commit is refused for one reason.
+  std::string refusal() {
+    const auto result = commit();
+    return result.refusals.size() == 1 ? result.refusals.front().text : "not one refusal";
+  }
+  static std::string show(const mrib::Route* route) {
+    if (!route) return "none";
+    std::string text = 'p' + std::to_string(route->preference);
+    for (const auto& hop : route->nextHops) {
+      text += ' ' + hop.address.stringValue() + " on " + std::to_string(hop.link);
+    }
+    return text;
+  }
+  std::string at(const char* prefix) const { return show(agent.route(Prefix(prefix))); }
+  /// "PREFIX RPF REASON, ..." of what does not resolve.
+  std::string why() const {
+    std::string text;
+    for (const auto& u : agent.unresolved()) text += u.mroute.prefix.stringValue() + ": " + u.text() + '\n';
+    return text;
+  }
+
+  mrib::Agent agent{mrib::Agent::Options{1000000}};  // the engine follows every step
+  Transaction t;
+};
+
+// ---- Connected routes ----
+
+TEST_F(AgentTest, AConnectedRouteThatChangesTakesItsDependantsAlong) {
+  mroute("50.0.0.0/8", "20.0.0.5");
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
+  connected("20.0.0.0/24", 2, 3);
+  const auto result = commit();
+  EXPECT_EQ(at("20.0.0.0/24"), "p3 0.0.0.0 on 2");
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 2");
+  ASSERT_EQ(result.changes.size(), 2u) << "withdrawal and return are one change";
+  EXPECT_FALSE(result.mayDiffer);
+}
+
+TEST_F(AgentTest, TablesThatGrowAreFollowed) {
+  for (U32 i = 0; i < 500; ++i) {
+    t.route({Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24), RouteType::connected, 0, {{{}, 1000 + i}}});
+    commit();
+  }
+  EXPECT_EQ(agent.routes().size(), 502u);
+  for (U32 i = 0; i < 500; i += 2) t.routeDel(Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24));
+  EXPECT_EQ(commit().changes.size(), 250u);
+  EXPECT_EQ(agent.routes().size(), 252u);
+}
+
+TEST_F(AgentTest, ARecreatedInterfaceBringsItsRoutesAnew) {
+  mroute("50.0.0.0/8", "20.0.0.5");
+  commit();
+  t.link({1, "renamed"});
+  commit();
+  const auto* route = agent.engine()->mribStatus()->route(Prefix("50.0.0.0/8"));
+  EXPECT_EQ(route->viaIterator()->stringValue(), "20.0.0.5 on renamed");
+  t.linkDel(1);
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 0") << "the route stays while it is announced";
+  t.link({1, "eth1"});
+  EXPECT_FALSE(commit().mayDiffer);
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
+}
+
+TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
+  const auto* before = agent.engine()->allIntfStatusDir()->intfStatus(Lumo::IntfId(1));
+  t.link({1, "eth1", false, false});
+  EXPECT_TRUE(commit().changes.empty()) << "the state of a link filters nothing";
+  EXPECT_FALSE(agent.link(1)->up);
+  EXPECT_EQ(agent.engine()->allIntfStatusDir()->intfStatus(Lumo::IntfId(1)), before);
+  t.link({2, "eth1"});
+  EXPECT_EQ(refusal(), "links 2 and 1 have the same name");
+  t.link({1, "eth2"});
+  t.link({2, "eth1"});
+  EXPECT_TRUE(commit().accepted) << "they may change names in one transaction";
+}
+
+// ---- Configured routes ----
+
+TEST_F(AgentTest, AnRpfThatDoesNotResolveGoesWithoutTakingARouteAlong) {
+  mroute("10.0.0.0/8", "20.0.0.5");
+  mroute("10.1.0.0/16", "99.9.9.9");
+  t.mroute(Net("10.2.0.0/16"), "eth9", 1);
+  commit();
+  t.mrouteDel(Net("10.1.0.0/16"), addr("99.9.9.9"), 1);
+  t.mrouteDel(Net("10.2.0.0/16"), "eth9", 1);
+  t.mrouteDel(Net("99.0.0.0/8"), addr("1.1.1.1"), 1);
+  EXPECT_TRUE(commit().changes.empty());
+  EXPECT_EQ(at("10.0.0.0/8"), "p1 20.0.0.5 on 1");
+  EXPECT_EQ(agent.mroutes().size(), 1u);
+}
+
+TEST_F(AgentTest, ABetterPreferenceReachesThoseWhoResolveThroughIt) {
+  mroute("50.0.0.0/8", "20.0.0.5", 2);
+  mroute("60.0.0.0/8", "50.1.1.1");
+  commit();
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1");
+  mroute("50.0.0.0/8", "30.0.0.5", 1);
+  EXPECT_FALSE(commit().mayDiffer);
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 30.0.0.5 on 2");
+}
+
+TEST_F(AgentTest, AWorsePreferenceIsInForceWhileTheBetterDoesNotResolve) {
+  mroute("50.0.0.0/8", "99.0.0.5", 1);
+  mroute("50.0.0.0/8", "20.0.0.5", 7);
+  mroute("50.0.0.0/8", "30.0.0.5", 9);
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p7 20.0.0.5 on 1");
+  connected("99.0.0.0/24", 2);
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 99.0.0.5 on 2");
+}
+
+TEST_F(AgentTest, AnInterfaceAddressThatComesLaterIsOffered) {
+  t.mroute(Net("50.0.0.0/8"), "eth3", 1);
+  commit();
+  EXPECT_EQ(why(), "50.0.0.0/8: there is no such interface\n");
+  t.link({3, "eth3", false});
+  commit();
+  EXPECT_EQ(why(), "50.0.0.0/8: the interface has no IPv4 address; the interface is down\n");
+  t.address({3, addr("20.0.0.9"), true});
+  t.address({3, addr("20.0.0.4")});
+  t.address({3, addr("20.0.0.3")});
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.3 on 3") << "the lowest that is not secondary";
+  t.addressDel(3, addr("20.0.0.3"));
+  EXPECT_EQ(commit().changes.size(), 1u);
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.4 on 3");
+}
+
+TEST_F(AgentTest, AConfiguredRouteHidesAConnectedOneForAsLongAsItIsThere) {
+  for (const U8 preference : {U8{0}, U8{1}, U8{200}}) {
+    connected("40.0.0.0/24", 1, preference);
+    mroute("40.0.0.0/24", "30.0.0.9", 1);
+    commit();
+    EXPECT_EQ(at("40.0.0.0/24"), "p1 30.0.0.9 on 2");
+    t.routeDel(Net("30.0.0.0/24"));  // takes the configured route, and the connected one with it
+    commit();
+    EXPECT_EQ(at("40.0.0.0/24"), 'p' + std::to_string(preference) + " 0.0.0.0 on 1");
+    connected("30.0.0.0/24", 2);
+    commit();
+    agent.settle();
+    EXPECT_EQ(at("40.0.0.0/24"), "p1 30.0.0.9 on 2");
+    t.mrouteDelAll();
+    commit();
+    EXPECT_EQ(at("40.0.0.0/24"), 'p' + std::to_string(preference) + " 0.0.0.0 on 1");
+  }
+}
+
+TEST_F(AgentTest, AConfigurationThatIsGivenAnewTouchesOnlyWhatChanges) {
+  mroute("50.0.0.0/8", "20.0.0.5", 1, 7);
+  mroute("60.0.0.0/8", "20.0.0.5");
+  commit();
+  const auto* kept = agent.engine()->mribConfig()->route(Lumo::IpGenPrefix("50.0.0.0/8"));
+  t.mrouteDelAll();
+  mroute("50.0.0.0/8", "20.0.0.5", 1, 8);
+  const auto result = commit();
+  ASSERT_EQ(result.changes.size(), 1u);
+  EXPECT_TRUE(result.changes.front().removed());
+  EXPECT_EQ(agent.engine()->mribConfig()->route(Lumo::IpGenPrefix("50.0.0.0/8")), kept);
+  EXPECT_EQ(agent.mroutes().front().origin, 8u);
+}
+
+// ---- Transactions ----
+
+TEST_F(AgentTest, ARefusedTransactionChangesNothing) {
+  mroute("50.0.0.0/8", "20.0.0.5");
+  commit();
+  const U64 generation = agent.generation();
+  t.linkDel(1);
+  t.routeDel(Net("20.0.0.0/24"));
+  t.mrouteDelAll();
+  mroute("60.0.0.0/8", "70.0.0.1", 1, 1);
+  mroute("70.0.0.0/8", "60.0.0.1", 1, 2);
+  const auto result = commit();
+  EXPECT_FALSE(result);
+  EXPECT_EQ(result.generation, generation);
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
+  EXPECT_EQ(agent.mroutes().size(), 1u);
+  EXPECT_TRUE(agent.link(1));
+  connected("20.0.0.0/24", 2);
+  EXPECT_EQ(commit().changes.size(), 2u) << "and the next one works as ever";
+}
+
+TEST_F(AgentTest, WhatIsNoCanonicalIpv4IsRefusedWithItsLine) {
+  const auto said = [&](const char* text) { EXPECT_EQ(refusal(), text); };
+  t.mroute(Net("2001:db8::/32"), addr("20.0.0.5"), 1, 3);
+  said("line 3: multicast route 2001:db8::/32 is not an IPv4 prefix");
+  t.mroute(Net(addr("10.0.0.1"), 8), addr("20.0.0.5"), 1);
+  said("multicast route 10.0.0.1/8 has host bits set, the network is 10.0.0.0/8");
+  t.mroute(Net(addr("10.0.0.0"), 33), addr("20.0.0.5"), 1);
+  said("multicast route 10.0.0.0/33 has a length over 32");
+  mroute("232.0.0.0/8", "20.0.0.5");
+  said("multicast route 232.0.0.0/8 is a range of group addresses");
+  mroute("10.0.0.0/8", "20.0.0.5", 0, 4);
+  said("line 4: multicast route 10.0.0.0/8: the preference 0 is not 1 to 255");
+  mroute("10.0.0.0/8", "20.0.0.5", 256);
+  said("multicast route 10.0.0.0/8: the preference 256 is not 1 to 255");
+  mroute("10.0.0.0/8", "::1");
+  said("multicast route 10.0.0.0/8: the RPF \"::1\" is not an IPv4 address");
+  mroute("10.0.0.0/8", "224.0.0.5");
+  said("multicast route 10.0.0.0/8: the RPF \"224.0.0.5\" is a group address");
+  mroute("10.0.0.0/8", "0.0.0.0");
+  said("multicast route 10.0.0.0/8: the RPF \"0.0.0.0\" is not the address of a host");
+  t.mroute(Net("10.0.0.0/8"), "", 1);
+  said("multicast route 10.0.0.0/8: the RPF is an empty name");
+  t.route({Net("10.0.0.0/8"), RouteType::igp, 0, {{addr("::1"), 1}}});
+  said("next hop of 10.0.0.0/8 \"::1\" is not an IPv4 address");
+  t.route({Net("10.0.0.0/8"), RouteType::igp, 0, {{addr("1.1.1.1"), 0}}});
+  said("next hop: 0 is no interface index");
+  t.link({7, ""});
+  said("link 7 has no name");
+  for (int i = 0; i < 300; ++i) mroute("10.0.0.0/8", "20.0.0.5", 0);
+  const auto result = commit();
+  EXPECT_EQ(result.refusals.size(), Transaction::mostTexts);
+  EXPECT_EQ(result.refusalCount, 300u);
+  mroute("0.0.0.0/0", "20.0.0.5");
+  EXPECT_TRUE(commit().accepted);
+  EXPECT_EQ(show(agent.rpf(IpAddr("8.8.8.8"))), "p1 20.0.0.5 on 1");
+}
+
+TEST_F(AgentTest, TheFirst128NextHopsAreKept) {
+  mrib::UnicastRoute route{Net("40.0.0.0/24"), RouteType::connected, 0, {}};
+  for (U32 i = 0; i < 130; ++i) route.nextHops.push_back({IpGenAddr(IpAddr::fromHost(0x28000001 + i)), 1});
+  t.route(route);
+  const auto result = commit();
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result.notes,
+            (std::vector<std::string>{"route 40.0.0.0/24 has 130 next hops: the first 128 are kept"}));
+  EXPECT_EQ(agent.route(Prefix("40.0.0.0/24"))->nextHops.size(), 128u);
+}
+
+// ---- Circles ----
+
+TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
+  mroute("10.0.0.0/8", "50.0.0.1", 1, 1);
+  mroute("50.0.0.0/8", "60.0.0.1", 1, 2);
+  mroute("60.0.0.0/8", "20.0.0.9", 1, 3);
+  EXPECT_TRUE(commit().accepted);
+  mroute("60.0.0.0/8", "10.1.1.1", 9, 4);
+  const auto result = commit();
+  ASSERT_EQ(result.refusals.size(), 1u);
+  EXPECT_EQ(
+      result.refusals.front().text,
+      "these routes could resolve through each other in a circle: 60.0.0.0/8 (line 4, through 10.1.1.1) -> "
+      "10.0.0.0/8 (line 1, through 50.0.0.1) -> 50.0.0.0/8 (line 2, through 60.0.0.1) -> 60.0.0.0/8");
+  EXPECT_EQ(result.refusals.front().origins, (std::vector<U64>{4, 1, 2}));
+  EXPECT_EQ(agent.mroutes().size(), 3u);
+}
+
+TEST_F(AgentTest, WhatResolvesNothingClosesNoCircle) {
+  mroute("0.0.0.0/0", "203.0.113.7");
+  mroute("203.0.113.0/24", "10.1.0.9");
+  EXPECT_TRUE(commit().accepted) << "nothing resolves through the default route";
+  mroute("10.0.0.0/8", "10.1.1.1");
+  EXPECT_TRUE(commit().accepted) << "nothing resolves through itself";
+  mroute("10.1.0.0/16", "10.2.0.1");
+  EXPECT_TRUE(commit().accepted) << "nor through a shorter one that covers it";
+}
+
+TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
+  mroute("50.0.0.0/8", "10.0.0.1");
+  t.mroute(Net("10.0.0.0/8"), "eth2", 1);
+  mroute("10.0.0.0/8", "20.0.0.5", 1);
+  commit();
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.1 on 2");
+  t.addressDel(2, addr("30.0.0.1"));
+  t.address({2, addr("50.0.0.7")});
+  commit();
+  agent.settle();
+  const std::string held =
+      "held back: with the present addresses of interfaces it could resolve through itself in a circle";
+  EXPECT_EQ(why(), "10.0.0.0/8: " + held +
+                       "; another RPF of the same preference resolves\n50.0.0.0/8: " + held + "\n");
+  EXPECT_EQ(at("10.0.0.0/8"), "p1 20.0.0.5 on 1") << "what is not on the circle stays";
+  mroute("60.0.0.0/8", "20.0.0.6");
+  commit();
+  EXPECT_EQ(agent.unresolved().size(), 2u) << "they stay held back";
+  t.address({2, addr("30.0.0.1")});
+  commit();
+  agent.settle();
+  EXPECT_EQ(why(), "");
+  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.1 on 2");
+}
+
+TEST_F(AgentTest, AChainOf100000ResolvesAndFollows) {
+  const auto inside = [](U32 i) { return IpAddr::fromHost((100u << 24) + (i << 8) + 1); };
+  constexpr U32 length = 100000;
+  for (U32 i = 0; i < length; ++i) {
+    const IpAddr rpf = i + 1 < length ? inside(i + 1) : IpAddr("20.0.0.9");
+    t.mroute(Prefix(inside(i), 24), IpGenAddr(rpf), 1);
+  }
+  EXPECT_EQ(commit().changes.size(), length);
+  EXPECT_EQ(show(agent.rpf(inside(0))), "p1 20.0.0.9 on 1");
+  t.routeDel(Net("20.0.0.0/24"));
+  EXPECT_EQ(commit().changes.size(), length + 1);
+  EXPECT_FALSE(agent.rpf(inside(0)));
+  connected("20.0.0.0/24", 2);
+  EXPECT_EQ(commit().changes.size(), length + 1);
+  EXPECT_EQ(show(agent.rpf(inside(0))), "p1 20.0.0.9 on 2");
+}
+
+/// Layers of two routes, each of which resolves through both of the layer before.
+TEST_F(AgentTest, MoreWaysThanCanBeFollowedAreRefused) {
+  const auto inside = [](U32 layer, U32 side) {
+    return IpAddr::fromHost((100u << 24) + ((2 * layer + side) << 8) + 1);
+  };
+  const auto addLayer = [&](U32 layer) {
+    for (U32 side = 0; side < 2; ++side) {
+      for (U32 other = 0; other < 2; ++other) {
+        const IpAddr rpf = layer == 0 ? IpAddr("20.0.0.9") : inside(layer - 1, other);
+        t.mroute(Prefix(inside(layer, side), 24), IpGenAddr(rpf), 1, layer + 1);
+      }
+    }
+  };
+  U32 layers = 0;
+  std::string text;
+  for (; text.empty() && layers < 100; ++layers) {
+    addLayer(layers);
+    const auto result = commit();
+    if (!result) text = result.refusals.front().text;
+  }
+  EXPECT_EQ(layers, 20u) << "19 layers are 2 to the power of 19 ways and as many again below";
+  EXPECT_EQ(
+      text,
+      "line 1: more than 1000000 ways lead to 100.0.0.0/24 from routes that could resolve through it, one "
+      "through the other");
+  for (U32 layer = 0; layer < 1000; ++layer) addLayer(layer);
+  EXPECT_FALSE(commit()) << "nor at once";
+  t.mrouteDelAll();
+  for (U32 layer = 0; layer < 12; ++layer) addLayer(layer);
+  ASSERT_TRUE(commit());
+  t.routeDel(Net("20.0.0.0/24"));
+  EXPECT_EQ(commit().changes.size(), 25u);
+}
+
+// ---- Settling ----
+
+TEST_F(AgentTest, SettlingHealsWhatAHistoryHasLeft) {
+  // The better preference comes back with a connected route: the engine replaces the next hops of the route,
+  // and those who resolve through it keep the old ones beside the new.
+  mroute("50.0.0.0/8", "20.0.0.5", 1);
+  mroute("50.0.0.0/8", "30.0.0.5", 2);
+  mroute("60.0.0.0/8", "50.1.1.1");
+  commit();
+  t.routeDel(Net("20.0.0.0/24"));
+  commit();
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 30.0.0.5 on 2");
+  connected("20.0.0.0/24", 1);
+  EXPECT_TRUE(commit().mayDiffer);
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.5 on 2");
+  const U64 generation = agent.generation();
+  const auto settled = agent.settle();
+  ASSERT_EQ(settled.changes.size(), 1u);
+  EXPECT_EQ(settled.generation, generation + 1);
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1");
+  EXPECT_EQ(agent.healed(), 1u);
+  EXPECT_FALSE(agent.mayDiffer());
+  EXPECT_TRUE(agent.settle().changes.empty());
+  EXPECT_EQ(agent.generation(), generation + 1) << "nothing healed, no new state";
+}
+
+TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
+  for (U32 i = 0; i < 20; ++i) {
+    t.mroute(Prefix(IpAddr::fromHost((100u << 24) + (i << 8)), 24),
+             IpGenAddr(IpAddr::fromHost(0x14000005 + i)), 1);
+    EXPECT_FALSE(commit().mayDiffer) << "a configured route comes";
+  }
+  t.routeDel(Net("20.0.0.0/24"));
+  EXPECT_FALSE(commit().mayDiffer) << "a connected route goes";
+  connected("20.0.0.0/24", 1);
+  EXPECT_FALSE(commit().mayDiffer) << "and comes back";
+  t.route({Net("99.0.0.0/8"), RouteType::egp, 20, {{addr("20.0.0.7"), 1}}});
+  EXPECT_FALSE(commit().mayDiffer) << "a unicast route comes";
+  t.mrouteDelAll();
+  EXPECT_FALSE(commit().mayDiffer) << "all configured routes go";
+}
+
+// ---- Listeners and answers ----
+
+TEST_F(AgentTest, ListenersHearEveryGenerationAndMayUnsubscribeButNotCommit) {
+  std::vector<U64> first, second;
+  U64 own = 0;
+  own = agent.subscribe([&](const mrib::Update& u) {
+    first.push_back(u.generation);
+    Transaction inner;
+    EXPECT_EQ(agent.commit(inner).refusals.front().text, "a commit or a settling is under way");
+    EXPECT_EQ(agent.settle().generation, u.generation);
+    agent.unsubscribe(own);
+    agent.subscribe([&](const mrib::Update& v) { second.push_back(v.generation * 100); });
+  });
+  agent.subscribe([&](const mrib::Update& u) { second.push_back(u.generation); });
+  commit();
+  commit();
+  const U64 g = agent.generation();
+  EXPECT_EQ(first, (std::vector<U64>{g - 1}));
+  EXPECT_EQ(second, (std::vector<U64>{g - 1, g, g * 100}));
+}
+
+TEST_F(AgentTest, EveryUnresolvedRouteSaysWhy) {
+  connected("0.0.0.0/0", 1);
+  connected("10.0.0.0/8", 1);
+  mroute("10.1.0.0/16", "10.2.0.1", 1, 12);
+  mroute("20.0.0.0/24", "20.0.0.9");
+  mroute("50.0.0.0/8", "99.0.0.1");
+  mroute("60.0.0.0/8", "20.0.0.9");
+  mroute("60.0.0.0/8", "99.0.0.1");
+  mroute("60.0.0.0/8", "30.0.0.9", 2);
+  commit();
+  EXPECT_EQ(
+      why(),
+      "10.1.0.0/16: 10.2.0.1 resolves through 10.0.0.0/8, which covers the prefix itself\n"
+      "20.0.0.0/24: it would resolve through itself\n"
+      "50.0.0.0/8: only the default route leads to 99.0.0.1, which resolves nothing\n"
+      "60.0.0.0/8: only the default route leads to 99.0.0.1, which resolves nothing; another RPF of the same "
+      "preference resolves\n"
+      "60.0.0.0/8: waiting: preference 1 is in force\n");
+  EXPECT_EQ(agent.unresolved().front().mroute.origin, 12u);
+  EXPECT_FALSE(agent.unresolved().back().isError());
+  t.routeDel(Net("0.0.0.0/0"));
+  commit();
+  EXPECT_EQ(agent.unresolved()[2].text(), "no MRIB route leads to 99.0.0.1");
+}
+
+}  // namespace
