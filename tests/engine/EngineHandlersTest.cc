@@ -64,10 +64,8 @@ class Agent {
         w_.mrib->mribConfigIs(config);
         break;
       }
-      case 4:  // somebody else's doing
-        if (auto* route = w_.mribStatus->route(prefix().v4Prefix())) {
-          random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
-        }
+      case 4:
+        writeStatus();
         break;
       case 5:
         w_.mrib->hasNotificationActiveIs(false);
@@ -110,7 +108,14 @@ class Agent {
   void react() {
     if (reactions_ <= 0) return;
     --reactions_;
+    if (random_() % 8 == 0) writeStatus();
     if (random_() % 2) change();
+  }
+  /// Somebody else's doing.
+  void writeStatus() {
+    auto* route = w_.mribStatus->route(prefix().v4Prefix());
+    if (!route) return;
+    random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
   }
   void change() {
     switch (random_() % 8) {

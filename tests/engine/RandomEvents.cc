@@ -16,9 +16,10 @@ const std::vector<const char*> connectedPool{"20.0.0.0/24", "20.0.0.128/25", "30
 const std::vector<const char*> configPool{
     "10.0.0.0/8",  "10.1.0.0/16", "10.1.1.0/24", "60.0.0.0/8",  "60.1.0.0/16", "70.0.0.0/8", "70.7.0.0/16",
     "80.0.0.0/12", "0.0.0.0/0",   "40.1.1.0/24", "20.0.0.0/16", "30.0.0.0/24", "",           "2001:db8::/32"};
-const std::vector<const char*> addressPool{
-    "20.0.0.5", "20.0.0.200", "30.0.0.9", "30.1.2.3", "40.9.9.9", "40.1.1.7", "10.1.1.1", "10.9.9.9",
-    "60.1.1.1", "60.9.9.9",   "70.7.7.7", "70.1.1.1", "80.0.0.1", "99.9.9.9", "50.0.0.1", "20.0.9.9"};
+const std::vector<const char*> addressPool{"20.0.0.5", "20.0.0.200", "30.0.0.9",  "30.1.2.3", "40.9.9.9",
+                                           "40.1.1.7", "10.1.1.1",   "10.9.9.9",  "60.1.1.1", "60.9.9.9",
+                                           "70.7.7.7", "70.1.1.1",   "80.0.0.1",  "99.9.9.9", "50.0.0.1",
+                                           "20.0.9.9", "40.2.0.0",   "20.0.0.128"};
 const std::vector<int> preferencePool{1, 2, 3, 200};
 constexpr U32 intfCount = 5;
 constexpr U32 burstPrefixes = 40;
@@ -113,7 +114,7 @@ void RandomEvents::step() {
       interfaces();
       break;
     case 8:
-      inputReplaced();
+      chance(50) ? inputReplacedForAWhile() : inputReplaced(random_() % 5);
       break;
     case 9:
       chance(30) ? restart() : chance(50) ? sleep() : zombie();
@@ -128,7 +129,7 @@ void RandomEvents::step() {
       operationCalled();
       break;
     case 13:
-      chance(35) ? defaultPrefixSet() : chance(10) ? burst() : operationCalled();
+      chance(40) ? defaultPrefixSet() : chance(10) ? burst() : operationCalled();
       break;
     default:
       configure();
@@ -176,7 +177,10 @@ void RandomEvents::addressIs(U32 id) {
 }
 
 void RandomEvents::unicast(bool mayDelete) {
-  const std::string text = pick(connectedPool);
+  unicast(pick(connectedPool), mayDelete);
+}
+
+void RandomEvents::unicast(const std::string& text, bool mayDelete) {
   const IpGenPrefix prefix(text);
   const bool connected = chance(75);
   if (mayDelete && model_.unicastRoute(prefix) && chance(60)) {
@@ -286,9 +290,9 @@ void RandomEvents::burst() {
 
 // ---- Careless agents ----
 
-void RandomEvents::inputReplaced() {
+void RandomEvents::inputReplaced(U64 which) {
   const auto other = [](std::size_t i) { return 1 - i; };
-  switch (random_() % 5) {
+  switch (which) {
     case 0: {
       const auto by = other(model_.configInUse);
       apply(
@@ -346,6 +350,18 @@ void RandomEvents::inputReplaced() {
           });
     }
   }
+}
+
+/// An input is another one for a while; in which, where it is toggled, level 8 is traced.
+void RandomEvents::inputReplacedForAWhile() {
+  const U64 which = random_() % 3;
+  const bool toggle = way_ == Way::toggled && !recorder_;
+  if (toggle) traceToggled();
+  inputReplaced(which);
+  for (int i = 0; i < 4; ++i) chance(60) ? configure() : chance(50) ? interfaces() : unicast(true);
+  if (toggle) traceToggled();
+  inputReplaced(which);
+  unicast(true);
 }
 
 /// The engine goes, the MRIB status stays, and the configuration is another one when the next engine starts.
@@ -566,12 +582,17 @@ void RandomEvents::operationCalled() {
 }
 
 void RandomEvents::defaultPrefixSet() {
-  const IpGenPrefix prefix(chance(40) ? "0.0.0.0/0" : pick(connectedPool));
+  const std::string text = chance(40) ? "0.0.0.0/0" : pick(connectedPool);
+  const IpGenPrefix prefix(text);
   const bool machine = chance(30);
   apply(
       "default prefix " + prefix.stringValue(),
       [&](auto& m) { (machine ? m.smDefaultPrefix : m.defaultPrefix) = prefix; },
       [&] { machine ? world_.mrib->defaultPrefixIs(prefix) : resolver().defaultPrefixIs(prefix); });
+  for (int i = 0; i < 3; ++i) {
+    unicast(true);
+    unicast(text, true);
+  }
 }
 
 // ---- Comparison ----

@@ -50,11 +50,13 @@ class RandomEvents {
   void intfIs(U32 id);
   void addressIs(U32 id);
   void unicast(bool mayDelete);
+  void unicast(const std::string& prefix, bool mayDelete);
   void configure();
   void rpfAdded(const std::string& prefix, int preference, const plain::Rpf& rpf);
   void burst();
   // Careless ones.
-  void inputReplaced();
+  void inputReplaced(U64 which);
+  void inputReplacedForAWhile();
   void restart();
   void sleep();
   void zombie();
