@@ -83,7 +83,7 @@ struct Chain : EngineWorld {
     start();
   }
   static Zan::Ptr<RouteKeyPrefix> entry(const std::string& prefix, const std::string& rpf) {
-    const auto made = Zan::create<RouteKeyPrefix>(IpGenPrefix(prefix));
+    auto made = Zan::create<RouteKeyPrefix>(IpGenPrefix(prefix));
     made->prefIs(1)->rpfIs(via(rpf));
     return made;
   }
@@ -226,6 +226,8 @@ TEST(CarelessHost, ConfiguresWhileTheEngineIsMade) {
       w.connectedIs(std::to_string(id) + "0.0.0.0/24", id);
     }
     w.rpfIs("50.0.0.0/8", 1, w.via("10.0.0.5"));
+    if (turn == 0)
+      w.urib->trieIs(Zan::create<Routing::TrieGen>("names no change, which refreshes", Lumo::ipv4()));
     Meddler meddler(w);
     meddler.actAt(turn, [&] { configure(w); });
     w.start();

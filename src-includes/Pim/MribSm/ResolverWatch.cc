@@ -63,7 +63,7 @@ void RouteResolverSm::mribForPrefixDelAll() {
 }
 
 Ptr<RouteResolverSm::ZanMribForPrefix> RouteResolverSm::MribForPrefixIterator::erase() {
-  const Ptr<ZanMribForPrefix> entry = BasicIterator::erase();
+  Ptr<ZanMribForPrefix> entry = BasicIterator::erase();
   if (entry) resolver_.mribForPrefixNotify(entry->fwkKey(), entry);
   return entry;
 }
