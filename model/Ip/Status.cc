@@ -5,7 +5,7 @@
 namespace Ip {
 
 void IntfAddr::zanLeft() {
-  if (parent()) static_cast<Status*>(parent())->intfAddrLeft(*this);
+  if (isHeld()) static_cast<Status*>(parent())->intfAddrLeft(*this);
 }
 
 const Zan::ZanType* IntfAddr::fwkType() const {
@@ -20,7 +20,7 @@ void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
   if (member && member->addr_ == addr) return;
   if (!member) {
     member = Zan::create<IntfAddr>(id);
-    member->parentIs(this, intfAddrId);
+    member->zanHeldBy(this, intfAddrId);
     intfAddr_.insert(member);
   }
   member->addr_ = addr;
@@ -29,14 +29,21 @@ void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
 }
 
 void Status::intfAddrLeft(IntfAddr& member) {
+  const Zan::Ptr<Status> pin(this);
   taps_.tell(member.intfId());
   member.tellLeaving();
-  member.parentIs(nullptr);
+  member.zanOrphaned();
+  member.tellParent();
   tellIntfAddr(member.intfId());
 }
 
 void Status::tellIntfAddr(Lumo::IntfId id) const {
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfAddr)>(intfAddrId, id);
+}
+
+void Status::intfAddrNotifyAll() const {
+  tellAll<&NotifieeConst::onIntfAddrzanImmediate,
+          static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onIntfAddr)>(intfAddrId);
 }
 
 const Zan::ZanType* Status::fwkType() const {

@@ -19,27 +19,60 @@ bool PendingNotification::operator==(const PendingNotification& other) const {
          kind() == other.kind() && sameKey(other);
 }
 
-ActivitySm::~ActivitySm() = default;
+void notificationFailed(PtrInterface::NotifieeConst& notifiee, AttributeId attribute) {
+  try {
+    notifiee.onNotificationException(attribute);
+  } catch (...) {
+    traceDroppedException("onNotificationException");
+  }
+}
+
+void notificationFailed(PtrInterface::NotifieeConst& notifiee) {
+  try {
+    notifiee.onNotificationException();
+  } catch (...) {
+    traceDroppedException("onNotificationException");
+  }
+}
+
+/// Notifiees that go with the queue may change what others hear of: nothing is queued any more then.
+ActivitySm::~ActivitySm() {
+  queue_.clear();
+}
 
 void ActivitySm::push(std::unique_ptr<PendingNotification> pending) {
-  if (!queued_.insert(pending.get()).second) return;
-  pending->notifiee()->zan_bitSetIs(U32{1} << pending->attribute() % 32);
+  if (isDying()) return;
+  const PendingNotification& added = *pending;
   queue_.push_back(std::move(pending));
+  if (!queued_.insert(&added).second) return queue_.pop_back();
+  ++references_[added.notifiee().get()];
+  added.notifiee()->zan_bitSetIs(U32{1} << added.attribute() % 32);
 }
 
 U32 ActivitySm::run() {
   const Ptr<ActivitySm> pin(this);
+  const Ptr<ActivityConfig> config(config_);
   U32 delivered = 0;
-  while (!queue_.empty()) {
-    const auto pending = std::move(queue_.front());
-    queue_.pop_front();
-    queued_.erase(pending.get());
-    if (!pending->notifiee()->hears(pending->notifier())) continue;
-    pending->call();
-    pending->notifiee()->handleNotification(config_);
-    ++delivered;
-  }
+  while (!queue_.empty()) delivered += deliverNext(config.get());
   return delivered;
+}
+
+bool ActivitySm::deliverNext(ActivityConfig* config) {
+  const auto pending = std::move(queue_.front());
+  queue_.pop_front();
+  queued_.erase(pending.get());
+  PtrInterface::NotifieeConst& notifiee = *pending->notifiee();
+  const bool isHeard = notifiee.references() > references_[&notifiee] && notifiee.hears(pending->notifier());
+  if (isHeard) {
+    pending->call();
+    try {
+      notifiee.handleNotification(config);
+    } catch (...) {
+      notificationFailed(notifiee);
+    }
+  }
+  if (--references_[&notifiee] == 0) references_.erase(&notifiee);
+  return isHeard;
 }
 
 ActivityConfig::~ActivityConfig() {

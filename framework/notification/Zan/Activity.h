@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 #include <tuple>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "Zan/Export.h"
@@ -20,6 +21,12 @@ struct HandlerClass<void (Class::*)(Args...)> {
   using type = Class;
 };
 
+/// Tells a notifiee that what it has just been called for threw: an attribute, or what came behind all of
+/// them. Called where the exception is caught; it goes no further, and neither does one that the notifiee
+/// answers with, which is traced.
+ZAN_EXPORT void notificationFailed(PtrInterface::NotifieeConst& notifiee, AttributeId attribute);
+ZAN_EXPORT void notificationFailed(PtrInterface::NotifieeConst& notifiee);
+
 /// Calls `Handler` on `notifiee`; what it throws is reported to the notifiee and goes no further.
 template <auto Handler, class... Args>
 void deliver(PtrInterface::NotifieeConst& notifiee, AttributeId attribute, const Args&... args) {
@@ -27,7 +34,7 @@ void deliver(PtrInterface::NotifieeConst& notifiee, AttributeId attribute, const
   try {
     (static_cast<Class&>(notifiee).*Handler)(args...);
   } catch (...) {
-    notifiee.onNotificationException(attribute);
+    notificationFailed(notifiee, attribute);
   }
 }
 
@@ -78,7 +85,8 @@ class PendingCall : public PendingNotification {
 };
 
 /// An activity: a queue of notifications that the host drains from its event loop. Changes of the same
-/// attribute and key that meet in the queue are delivered once, at the place of the first. Single-threaded.
+/// attribute and key that meet in the queue are delivered once, at the place of the first. What is still
+/// queued when the activity goes is dropped. Single-threaded.
 class ZAN_EXPORT ActivitySm : public VFPtrInterface {
  public:
   explicit ActivitySm(ActivityConfig* config) : config_(config) {}
@@ -90,7 +98,8 @@ class ZAN_EXPORT ActivitySm : public VFPtrInterface {
     push(std::make_unique<PendingCall<Handler, Args...>>(notifiee, notifier, attribute, args...));
   }
   /// Delivers what is queued, including what the handlers queue meanwhile, and returns how many handlers
-  /// ran. A reactor that no longer hears its notifier when its turn comes is passed over.
+  /// ran. A reactor that no longer hears its notifier when its turn comes, or that nobody but the queue
+  /// knows any more, is passed over. The activity and its configuration live to the end of the run.
   U32 run();
   U32 pending() const { return static_cast<U32>(queue_.size()); }
 
@@ -104,10 +113,12 @@ class ZAN_EXPORT ActivitySm : public VFPtrInterface {
   };
 
   void push(std::unique_ptr<PendingNotification> pending);
+  bool deliverNext(ActivityConfig* config);
 
   ActivityConfig* config_;
   std::deque<std::unique_ptr<PendingNotification>> queue_;
   std::unordered_set<const PendingNotification*, Hash, Same> queued_;
+  std::unordered_map<const PtrInterface::NotifieeConst*, U32> references_;  // the queue's own, to each
 };
 
 /// Names an activity. Its state machine is made on first use and lives as long as the configuration.
