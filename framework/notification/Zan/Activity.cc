@@ -1,12 +1,55 @@
 #include "Zan/Activity.h"
 
+#include <mutex>
+#include <unordered_map>
+
 #include "Zan/Hash.h"
 
 namespace Zan {
 
-PendingNotification::PendingNotification(Ptr<PtrInterface::NotifieeConst> notifiee,
+namespace {
+
+/// Of all activities, so that a reactor finds itself here when it goes.
+struct Waiting {
+  std::mutex lock;
+  std::unordered_map<const PtrInterface::NotifieeConst*, std::weak_ptr<WaitingNotifiee>> all;
+};
+Waiting& waiting() {
+  static auto* const made = new Waiting;  // never destroyed: reactors may go after everything here has
+  return *made;
+}
+
+}  // namespace
+
+std::shared_ptr<WaitingNotifiee> WaitingNotifiee::of(PtrInterface::NotifieeConst& notifiee) {
+  const std::lock_guard guard(waiting().lock);
+  std::weak_ptr<WaitingNotifiee>& known = waiting().all[&notifiee];
+  auto found = known.lock();
+  if (!found) {
+    known = found = std::make_shared<WaitingNotifiee>(notifiee);
+    notifiee.isWaitingIs(true);
+  }
+  return found;
+}
+
+void WaitingNotifiee::forget(const PtrInterface::NotifieeConst& notifiee) {
+  const std::lock_guard guard(waiting().lock);
+  const auto at = waiting().all.find(&notifiee);
+  if (at == waiting().all.end()) return;
+  if (const auto found = at->second.lock()) found->notifiee_ = nullptr;
+  waiting().all.erase(at);
+}
+
+WaitingNotifiee::~WaitingNotifiee() {
+  if (!notifiee_) return;
+  const std::lock_guard guard(waiting().lock);
+  notifiee_->isWaitingIs(false);
+  waiting().all.erase(notifiee_);
+}
+
+PendingNotification::PendingNotification(PtrInterface::NotifieeConst& notifiee,
                                          Ptr<PtrInterface const> notifier, AttributeId attribute)
-    : notifiee_(std::move(notifiee)), notifier_(std::move(notifier)), attribute_(attribute) {}
+    : notifiee_(WaitingNotifiee::of(notifiee)), notifier_(std::move(notifier)), attribute_(attribute) {}
 
 PendingNotification::~PendingNotification() = default;
 
@@ -35,18 +78,17 @@ void notificationFailed(PtrInterface::NotifieeConst& notifiee) {
   }
 }
 
-/// Notifiees that go with the queue may change what others hear of: nothing is queued any more then.
+/// What goes with the queue may change what others hear of: nothing is queued any more then.
 ActivitySm::~ActivitySm() {
   queue_.clear();
 }
 
-void ActivitySm::push(std::unique_ptr<PendingNotification> pending) {
+void ActivitySm::push(PtrInterface::NotifieeConst& notifiee, std::unique_ptr<PendingNotification> pending) {
   if (isDying()) return;
-  const PendingNotification& added = *pending;
+  const AttributeId attribute = pending->attribute();
   queue_.push_back(std::move(pending));
-  if (!queued_.insert(&added).second) return queue_.pop_back();
-  ++references_[added.notifiee().get()];
-  added.notifiee()->zan_bitSetIs(U32{1} << added.attribute() % 32);
+  if (!queued_.insert(queue_.back().get()).second) return queue_.pop_back();
+  notifiee.zan_bitSetIs(U32{1} << attribute % 32);
 }
 
 U32 ActivitySm::run() {
@@ -61,18 +103,15 @@ bool ActivitySm::deliverNext(ActivityConfig* config) {
   const auto pending = std::move(queue_.front());
   queue_.pop_front();
   queued_.erase(pending.get());
-  PtrInterface::NotifieeConst& notifiee = *pending->notifiee();
-  const bool isHeard = notifiee.references() > references_[&notifiee] && notifiee.hears(pending->notifier());
-  if (isHeard) {
-    pending->call();
-    try {
-      notifiee.handleNotification(config);
-    } catch (...) {
-      notificationFailed(notifiee);
-    }
+  const Ptr<PtrInterface::NotifieeConst> notifiee(pending->notifiee());
+  if (!notifiee || !notifiee->hears(pending->notifier())) return false;
+  pending->call(*notifiee);
+  try {
+    notifiee->handleNotification(config);
+  } catch (...) {
+    notificationFailed(*notifiee);
   }
-  if (--references_[&notifiee] == 0) references_.erase(&notifiee);
-  return isHeard;
+  return true;
 }
 
 ActivityConfig::~ActivityConfig() {

@@ -4,7 +4,6 @@
 #include <deque>
 #include <memory>
 #include <tuple>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "Zan/Export.h"
@@ -38,28 +37,50 @@ void deliver(PtrInterface::NotifieeConst& notifiee, AttributeId attribute, const
   }
 }
 
+/// A reactor for which changes wait. They do not keep it alive: one that nobody else holds goes, and is not
+/// called any more.
+class ZAN_EXPORT WaitingNotifiee {
+ public:
+  /// The one of this reactor, which all that waits for it shares.
+  static std::shared_ptr<WaitingNotifiee> of(PtrInterface::NotifieeConst& notifiee);
+  /// The reactor is being destroyed.
+  static void forget(const PtrInterface::NotifieeConst& notifiee);
+
+  explicit WaitingNotifiee(PtrInterface::NotifieeConst& notifiee) : notifiee_(&notifiee) {}
+  ~WaitingNotifiee();
+  WaitingNotifiee(const WaitingNotifiee&) = delete;
+  WaitingNotifiee& operator=(const WaitingNotifiee&) = delete;
+
+  /// Null when it has gone.
+  PtrInterface::NotifieeConst* get() const { return notifiee_; }
+
+ private:
+  PtrInterface::NotifieeConst* notifiee_;
+};
+
 /// A change that waits for its reactor. Two that are the same to the reactor are delivered once.
 class ZAN_EXPORT PendingNotification {
  public:
-  PendingNotification(Ptr<PtrInterface::NotifieeConst> notifiee, Ptr<PtrInterface const> notifier,
+  PendingNotification(PtrInterface::NotifieeConst& notifiee, Ptr<PtrInterface const> notifier,
                       AttributeId attribute);
   virtual ~PendingNotification();
   PendingNotification(const PendingNotification&) = delete;
   PendingNotification& operator=(const PendingNotification&) = delete;
 
-  virtual void call() const = 0;
+  virtual void call(PtrInterface::NotifieeConst& notifiee) const = 0;
   virtual bool sameKey(const PendingNotification& other) const = 0;
   /// Tells apart what the type-erased comparison must not mix: one address per handler.
   virtual const void* kind() const = 0;
 
-  const Ptr<PtrInterface::NotifieeConst>& notifiee() const { return notifiee_; }
+  /// Null when it has gone.
+  PtrInterface::NotifieeConst* notifiee() const { return notifiee_->get(); }
   const PtrInterface* notifier() const { return notifier_.get(); }
   AttributeId attribute() const { return attribute_; }
   std::size_t hash() const;
   bool operator==(const PendingNotification& other) const;
 
  private:
-  Ptr<PtrInterface::NotifieeConst> notifiee_;
+  std::shared_ptr<WaitingNotifiee> notifiee_;
   Ptr<PtrInterface const> notifier_;
   AttributeId attribute_;
 };
@@ -67,12 +88,12 @@ class ZAN_EXPORT PendingNotification {
 template <auto Handler, class... Args>
 class PendingCall : public PendingNotification {
  public:
-  PendingCall(Ptr<PtrInterface::NotifieeConst> notifiee, Ptr<PtrInterface const> notifier,
-              AttributeId attribute, const Args&... args)
-      : PendingNotification(std::move(notifiee), std::move(notifier), attribute), args_(args...) {}
+  PendingCall(PtrInterface::NotifieeConst& notifiee, Ptr<PtrInterface const> notifier, AttributeId attribute,
+              const Args&... args)
+      : PendingNotification(notifiee, std::move(notifier), attribute), args_(args...) {}
 
-  void call() const override {
-    std::apply([this](const Args&... a) { deliver<Handler>(*notifiee(), attribute(), a...); }, args_);
+  void call(PtrInterface::NotifieeConst& notifiee) const override {
+    std::apply([&](const Args&... a) { deliver<Handler>(notifiee, attribute(), a...); }, args_);
   }
   bool sameKey(const PendingNotification& other) const override {
     return args_ == static_cast<const PendingCall&>(other).args_;
@@ -95,11 +116,11 @@ class ZAN_EXPORT ActivitySm : public VFPtrInterface {
   template <auto Handler, class... Args>
   void enqueue(const Ptr<PtrInterface::NotifieeConst>& notifiee, const Ptr<PtrInterface const>& notifier,
                AttributeId attribute, const Args&... args) {
-    push(std::make_unique<PendingCall<Handler, Args...>>(notifiee, notifier, attribute, args...));
+    push(*notifiee, std::make_unique<PendingCall<Handler, Args...>>(*notifiee, notifier, attribute, args...));
   }
   /// Delivers what is queued, including what the handlers queue meanwhile, and returns how many handlers
-  /// ran. A reactor that no longer hears its notifier when its turn comes, or that nobody but the queue
-  /// knows any more, is passed over. The activity and its configuration live to the end of the run.
+  /// ran. A reactor that has gone when its turn comes, or no longer hears its notifier, is passed over. The
+  /// activity and its configuration live to the end of the run.
   U32 run();
   U32 pending() const { return static_cast<U32>(queue_.size()); }
 
@@ -112,13 +133,12 @@ class ZAN_EXPORT ActivitySm : public VFPtrInterface {
     bool operator()(const PendingNotification* a, const PendingNotification* b) const { return *a == *b; }
   };
 
-  void push(std::unique_ptr<PendingNotification> pending);
+  void push(PtrInterface::NotifieeConst& notifiee, std::unique_ptr<PendingNotification> pending);
   bool deliverNext(ActivityConfig* config);
 
   ActivityConfig* config_;
   std::deque<std::unique_ptr<PendingNotification>> queue_;
   std::unordered_set<const PendingNotification*, Hash, Same> queued_;
-  std::unordered_map<const PtrInterface::NotifieeConst*, U32> references_;  // the queue's own, to each
 };
 
 /// Names an activity. Its state machine is made on first use and lives as long as the configuration.

@@ -6,6 +6,7 @@
 namespace Zan {
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
+  if (flag(waitingFlag)) WaitingNotifiee::forget(*this);
   NotifieeConst::isRegisteredNotifieeIs(false);
 }
 

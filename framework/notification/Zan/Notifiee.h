@@ -8,6 +8,7 @@ namespace Zan {
 
 class ActivityConfig;
 class ActivitySm;
+class WaitingNotifiee;
 
 /// Base of every reactor: an object that observes exactly one notifier. It holds a counted reference to its
 /// notifier; the notifier knows it by a plain pointer, taken back when the reactor unregisters or dies.
@@ -83,6 +84,9 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
   void bindEntity(Ptr<PtrInterface const> notifier);
 
  private:
+  friend class WaitingNotifiee;
+  void isWaitingIs(bool waiting) { flagIs(waitingFlag, waiting); }
+
   U32 ignored_ = 0;
   Ptr<PtrInterface const> notifier_;
 };

@@ -29,6 +29,7 @@ class ZAN_EXPORT PtrInterface {
   static constexpr U32 destructingFlag = 0x20000000;
   static constexpr U32 registeredFlag = 0x10000000;
   static constexpr U32 dyingFlag = 0x08000000;
+  static constexpr U32 waitingFlag = 0x04000000;
   /// A word whose top byte is exactly this belongs to an object that is never counted (one with static
   /// storage, say): taking and dropping references and setting flags leave it as it is.
   static constexpr U32 neverCounted = 0x1F000000;

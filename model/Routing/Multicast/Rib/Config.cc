@@ -21,10 +21,10 @@ constexpr auto onAnyRoute = static_cast<void (RouteWatcher::*)()>(&RouteWatcher:
 /// An entry that something else holds would be torn out of it.
 template <class Entry>
 void requireFree(const Zan::Ptr<Entry>& entry, const char* attribute) {
-  if (entry && !entry->isHeld() && !entry->isInCollection()) return;
-  Zan::throwRangeException(
-      (entry ? "entry parameter that has a parent already to " : "null entry parameter to ") +
-      std::string(attribute));
+  if (!entry) Zan::throwRangeException("null entry parameter to " + std::string(attribute));
+  if (!entry->isHeld() && !entry->isInCollection()) return;
+  Zan::throwRangeException("entry parameter to " + std::string(attribute) +
+                           " that is held already not allowed");
 }
 
 }  // namespace

@@ -35,8 +35,7 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
   void routeDelAll() { route_.eraseAll(); }
   /// Tells the watchers that any route may have changed.
   void routeNotifyAll() const;
-  /// Tells the watchers that the trie over these routes is another one. The trie is kept by the shadow status
-  /// that mirrors this status; that one calls.
+  /// For the shadow status that mirrors this one and has the trie: tells the watchers that it is another one.
   void zanTellTrie() const { tell<&NotifieeConst::onTrie>(trieId); }
 
   /// Every route that comes, goes or changes its preference, type or vias, by its prefix.
@@ -62,6 +61,7 @@ class ZAN_EXPORT StatusOf<Family>::NotifieeConst : public Zan::NotifieeOf<Status
   virtual void onRoute(const Prefix&) { this->onCollectionNotification(Zan::literal<"route">()); }
   virtual void onRoutezanImmediate() { this->onCollectionNotification(Zan::literal<"route">()); }
   virtual void onRoute() { this->onCollectionNotification(Zan::literal<"route">()); }
+  /// The shadow status that mirrors this one has published another trie over these routes.
   virtual void onTrie() { this->onAttribute(trieId); }
 };
 
