@@ -99,6 +99,7 @@ class Splitter {
 
 Lumo::Prefix parsePrefix(const Word& word) {
   Lumo::Prefix prefix;
+  const Zan::Expect expected(Zan::ExceptionId::range);
   try {
     prefix = Lumo::Prefix(word.text);
   } catch (const Zan::Exception&) {

@@ -72,6 +72,7 @@ auto orError(const GenericIf& object, const std::string& what, Action action) {
                         const std::vector<std::string_view>& right) {
     return Error(shown(what) + ": " + shown(e.what()) + didYouMean(wrong, right));
   };
+  const Zan::Expect expected(Zan::ExceptionId::introspection);
   try {
     return action();
   } catch (const Zan::UnknownAttributeException& e) {

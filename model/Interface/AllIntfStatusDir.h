@@ -22,6 +22,8 @@ class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
   /// Adds the interface if it is absent and returns it; an existing one keeps its name.
   Zan::Ptr<IntfStatus> intfStatusIs(Lumo::IntfId id, const Zan::Name& name);
   void intfStatusDel(Lumo::IntfId id) { intfStatus_.erase(id); }
+  /// Tells the watchers that any interface may have come or gone.
+  void intfStatusNotifyAll() const;
 
   /// Every interface that comes or goes.
   const Zan::Taps<Lumo::IntfId>& taps() const { return taps_; }
@@ -37,7 +39,7 @@ class ZAN_EXPORT AllIntfStatusDir : public Zan::NamedEntity {
   Zan::Taps<Lumo::IntfId> taps_;
 };
 
-class ZAN_EXPORT AllIntfStatusDir::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT AllIntfStatusDir::NotifieeConst : public Zan::NotifieeOf<AllIntfStatusDir> {
  public:
   virtual void onIntfStatus(const Lumo::IntfId&) { onCollectionNotification(Zan::literal<"intfStatus">()); }
   virtual void onIntfStatuszanImmediate() { onCollectionNotification(Zan::literal<"intfStatus">()); }

@@ -5,7 +5,7 @@
 namespace Interface {
 
 void IntfStatus::zanLeft() {
-  if (parent()) static_cast<AllIntfStatusDir*>(parent())->intfStatusLeft(*this);
+  if (isHeld()) static_cast<AllIntfStatusDir*>(parent())->intfStatusLeft(*this);
 }
 
 const Zan::ZanType* IntfStatus::fwkType() const {
@@ -22,7 +22,7 @@ Zan::HashMap<IntfStatus, Lumo::IntfId>::IteratorConst AllIntfStatusDir::intfStat
 Zan::Ptr<IntfStatus> AllIntfStatusDir::intfStatusIs(Lumo::IntfId id, const Zan::Name& name) {
   if (IntfStatus* existing = intfStatus_.lookup(id)) return Zan::Ptr<IntfStatus>(existing);
   auto member = Zan::create<IntfStatus>(id, name);
-  member->parentIs(this, intfStatusId);
+  member->zanHeldBy(this, intfStatusId);
   intfStatus_.insert(member);
   taps_.tell(id);
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfStatus)>(intfStatusId,
@@ -31,11 +31,18 @@ Zan::Ptr<IntfStatus> AllIntfStatusDir::intfStatusIs(Lumo::IntfId id, const Zan::
 }
 
 void AllIntfStatusDir::intfStatusLeft(IntfStatus& member) {
+  const Zan::Ptr<AllIntfStatusDir> pin(this);
   taps_.tell(member.intfId());
   member.tellLeaving();
-  member.parentIs(nullptr);
+  member.zanOrphaned();
+  member.tellParent();
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfStatus)>(
       intfStatusId, member.intfId());
+}
+
+void AllIntfStatusDir::intfStatusNotifyAll() const {
+  tellAll<&NotifieeConst::onIntfStatuszanImmediate,
+          static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onIntfStatus)>(intfStatusId);
 }
 
 const Zan::ZanType* AllIntfStatusDir::fwkType() const {

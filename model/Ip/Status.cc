@@ -5,7 +5,7 @@
 namespace Ip {
 
 void IntfAddr::zanLeft() {
-  if (parent()) static_cast<Status*>(parent())->intfAddrLeft(*this);
+  if (isHeld()) static_cast<Status*>(parent())->intfAddrLeft(*this);
 }
 
 const Zan::ZanType* IntfAddr::fwkType() const {
@@ -23,7 +23,7 @@ void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
     change.before = member->addr_;
   } else {
     member = Zan::create<IntfAddr>(id);
-    member->parentIs(this, intfAddrId);
+    member->zanHeldBy(this, intfAddrId);
     intfAddr_.insert(member);
   }
   member->addr_ = addr;
@@ -32,14 +32,21 @@ void Status::intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr) {
 }
 
 void Status::intfAddrLeft(IntfAddr& member) {
+  const Zan::Ptr<Status> pin(this);
   taps_.tell({member.intfId(), member.addr()});
   member.tellLeaving();
-  member.parentIs(nullptr);
+  member.zanOrphaned();
+  member.tellParent();
   tellIntfAddr(member.intfId());
 }
 
 void Status::tellIntfAddr(Lumo::IntfId id) const {
   tell<static_cast<void (NotifieeConst::*)(const Lumo::IntfId&)>(&NotifieeConst::onIntfAddr)>(intfAddrId, id);
+}
+
+void Status::intfAddrNotifyAll() const {
+  tellAll<&NotifieeConst::onIntfAddrzanImmediate,
+          static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onIntfAddr)>(intfAddrId);
 }
 
 const Zan::ZanType* Status::fwkType() const {

@@ -53,6 +53,8 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   /// Gives an interface its address, or another one.
   void intfAddrIs(Lumo::IntfId id, Lumo::IpAddr addr);
   void intfAddrDel(Lumo::IntfId id) { intfAddr_.erase(id); }
+  /// Tells the watchers that any address may have changed.
+  void intfAddrNotifyAll() const;
 
   /// Every change of an interface's address.
   const Zan::Taps<AddressChange>& taps() const { return taps_; }
@@ -69,7 +71,7 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   Zan::Taps<AddressChange> taps_;
 };
 
-class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Status::NotifieeConst : public Zan::NotifieeOf<Status> {
  public:
   virtual void onIntfAddr(const Lumo::IntfId&) { onCollectionNotification(Zan::literal<"intfAddr">()); }
   virtual void onIntfAddrzanImmediate() { onCollectionNotification(Zan::literal<"intfAddr">()); }

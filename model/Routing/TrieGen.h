@@ -64,11 +64,9 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
   Zan::Taps<Lumo::IpGenPrefix> taps_;
 };
 
-class ZAN_EXPORT TrieGen::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT TrieGen::NotifieeConst : public Zan::NotifieeOf<TrieGen> {
  public:
   virtual void onChangedRoute() { onAttribute(changedRouteId); }
-
-  const TrieGen* notifier() const { return static_cast<const TrieGen*>(rawNotifier()); }
 };
 
 }  // namespace Routing

@@ -12,7 +12,9 @@ namespace Zan {
 /// Kinds of exception that the framework itself raises; a catcher tells them apart by `Exception::id()`.
 enum class ExceptionId : U32 { generic = 0, range = 1, corruption = 2, introspection = 3 };
 
-/// Base of every exception thrown by the library. Carries an identifier and a text for people.
+/// Base of every exception thrown by the library. Carries an identifier and a text for people. One that is
+/// made where its kind is not declared as expected (`Expect`) is traced on the handle "Zan" at level 0, so
+/// that the trace shows it even if a catcher keeps it to himself; copies are not traced again.
 class ZAN_EXPORT Exception : public std::exception {
  public:
   explicit Exception(std::string text, ExceptionId id = ExceptionId::generic);
@@ -37,8 +39,12 @@ class ZAN_EXPORT RangeException : public Exception {
 
 [[noreturn]] ZAN_EXPORT void throwRangeException(std::string_view text);
 
-/// Declares, for the lifetime of the object on this thread, that an exception of kind `id` is expected.
-/// Code that reports exceptions asks `expected()` and stays quiet about those.
+/// Traces the exception that is being handled, of whatever type, as one that nobody is told of: `where` says
+/// who dropped it. For the last place that can catch it.
+ZAN_EXPORT void traceDroppedException(std::string_view where);
+
+/// Declares, for the lifetime of the object on this thread, that an exception of kind `id` is expected: it is
+/// thrown as ever, but not traced. Declarations nest, and end in reverse order, which is asserted.
 class ZAN_EXPORT Expect {
  public:
   explicit Expect(ExceptionId id);

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "Zan/Exception.h"
+
 namespace Zan {
 
 /// Count and length, followed in the same allocation by the bytes and a zero.
@@ -31,6 +33,10 @@ String8::~String8() {
     rep_->~Rep();
     ::operator delete(rep_);
   }
+}
+
+const char* String8::refuseNull() {
+  throwRangeException("null bytes parameter to Zan::String8 not allowed");
 }
 
 std::string_view String8::view() const {

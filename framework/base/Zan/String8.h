@@ -15,9 +15,10 @@ namespace Zan {
 class ZAN_EXPORT String8 {
  public:
   constexpr String8() = default;
-  String8(std::string_view bytes);                                         // NOLINT: every text is one
-  String8(const char* bytes) : String8(std::string_view(bytes)) {}         // NOLINT
-  String8(const std::string& bytes) : String8(std::string_view(bytes)) {}  // NOLINT
+  String8(std::string_view bytes);  // NOLINT: every text is one
+  /// Throws a range exception for null.
+  String8(const char* bytes) : String8(std::string_view(bytes ? bytes : refuseNull())) {}  // NOLINT
+  String8(const std::string& bytes) : String8(std::string_view(bytes)) {}                  // NOLINT
   String8(const String8& other) noexcept;
   String8(String8&& other) noexcept : rep_(other.rep_) { other.rep_ = nullptr; }
   String8& operator=(String8 other) noexcept {
@@ -38,6 +39,8 @@ class ZAN_EXPORT String8 {
   friend std::ostream& operator<<(std::ostream& out, const String8& s) { return out << s.view(); }
 
  private:
+  [[noreturn]] static const char* refuseNull();
+
   struct Rep;
   Rep* rep_ = nullptr;
 };

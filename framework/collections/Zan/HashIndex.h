@@ -36,10 +36,10 @@ class HashIndex {
   /// Whether there is one: while it is absent, nothing can be found in it or entered.
   bool exists() const { return directory_ != nullptr; }
   /// Makes it anew and empty, with room for `count` members.
-  void make(U32 count);
+  void make(U64 count);
   void clear();
   /// Whether it is larger than `count` members are worth.
-  bool isSparseFor(U32 count) const { return exists() && depth() > 0 && directorySize() * 16 > count; }
+  bool isSparseFor(U64 count) const { return exists() && depth() > 0 && directorySize() * 16 > count; }
 
   /// The member with this hash for which `matches` holds, or null.
   template <class Matches>
@@ -145,7 +145,7 @@ typename HashIndex<V>::Segment HashIndex<V>::Segment::make(U32 bits, U32 depth) 
 }
 
 template <class V>
-void HashIndex<V>::make(U32 count) {
+void HashIndex<V>::make(U64 count) {
   clear();
   const auto bits = static_cast<U32>(std::bit_width(count + count / 2));
   const U32 segmentBits = std::min(bits, mostSlotBits);
@@ -200,7 +200,9 @@ void HashIndex<V>::leave(V* member, U64 h) {
   const Segment segment = segmentOf(h);
   Slot* slots = segment.slots();
   U32 at = segment.place(h);
-  while (memberOf(slots[at]) != member) at = segment.after(at);
+  for (; memberOf(slots[at]) != member; at = segment.after(at)) {
+    ZAN_ASSERT_TEXT(slots[at] != emptySlot, "lookup(member->fwkKey()) == member");
+  }
   if (slots[segment.after(at)] != emptySlot) {
     slots[at] = deletedSlot;
     return;

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
+#include "Zan/Assert.h"
 #include "Zan/Bookmark.h"
 #include "Zan/Types.h"
 
 namespace Zan {
 
 /// A small set of values in order of insertion, searched from the front. The first value lives in the set
-/// itself: most routes have one via and one prefix set. Iterators survive every change.
+/// itself: most routes have one via and one prefix set. Iterators survive every change, and the set.
 template <class T>
 class ListSet {
  public:
@@ -17,6 +19,7 @@ class ListSet {
   ListSet(const ListSet&) = delete;
   ListSet& operator=(const ListSet&) = delete;
   ~ListSet() {
+    marks_.forEach([](Mark& m) { m.set = nullptr; });
     clear();
     if (!isInline()) ::operator delete(many_);
   }
@@ -56,12 +59,16 @@ class ListSet {
     while (size_ > 0) remove(data() + size_ - 1);
   }
 
-  /// Stands on a value; reads as empty after its removal until `++`, which goes on with what followed.
+  /// Stands on a value; reads as empty after its removal until `++`, which goes on with what followed. When
+  /// the set has gone it is at the end.
   class Iterator;
   Iterator iterator() const { return Iterator(*this); }
+  /// One on the last value: it tells afterwards how many of those that there are now are left.
+  Iterator lastIterator() const { return Iterator(*this, size_ > 0 ? size_ - 1 : 0); }
 
  private:
   struct Mark : BookmarkList<Mark>::Link {
+    const ListSet* set = nullptr;
     U32 index = 0;
     bool removed = false;
   };
@@ -93,30 +100,41 @@ class ListSet {
 template <class T>
 class ListSet<T>::Iterator {
  public:
-  explicit Iterator(const ListSet& set) : set_(&set) { set.marks_.add(&mark_); }
-  Iterator(const Iterator& other) : set_(other.set_) {
+  explicit Iterator(const ListSet& set, U32 index = 0) {
+    mark_.set = &set;
+    mark_.index = index;
+    set.marks_.add(&mark_);
+  }
+  Iterator(const Iterator& other) {
+    mark_.set = other.mark_.set;
     mark_.index = other.mark_.index;
     mark_.removed = other.mark_.removed;
-    set_->marks_.add(&mark_);
+    if (mark_.set) mark_.set->marks_.add(&mark_);
   }
   Iterator& operator=(const Iterator&) = delete;
-  ~Iterator() { BookmarkList<Mark>::remove(&mark_); }
+  ~Iterator() {
+    if (mark_.set) BookmarkList<Mark>::remove(&mark_);
+  }
 
-  explicit operator bool() const { return !mark_.removed && mark_.index < set_->size_; }
-  const T& operator*() const { return (*set_)[mark_.index]; }
-  const T* operator->() const { return &(*set_)[mark_.index]; }
+  explicit operator bool() const { return mark_.set && !mark_.removed && mark_.index < mark_.set->size_; }
+  const T& operator*() const {
+    ZAN_ASSERT_TEXT(*this, "the iterator stands on a value");
+    return (*mark_.set)[mark_.index];
+  }
+  const T* operator->() const { return &**this; }
   Iterator& operator++() {
     if (mark_.removed) {
       mark_.removed = false;  // what followed has moved into the place
-    } else if (mark_.index < set_->size_) {
+    } else if (*this) {
       ++mark_.index;
     }
     return *this;
   }
+  /// How many values there are up to where it stands.
+  U32 count() const { return mark_.set ? std::min(mark_.index + !mark_.removed, mark_.set->size_) : 0; }
 
  private:
-  const ListSet* set_;
-  Mark mark_;
+  mutable Mark mark_;  // the set moves it, also where the iterator is const
 };
 
 }  // namespace Zan

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <vector>
+
+#include "Zan/Assert.h"
 #include "Zan/Bookmark.h"
 #include "Zan/Member.h"
 #include "Zan/Ptr.h"
@@ -9,9 +12,13 @@ namespace Zan {
 template <class V, class K>
 class RbTreeMap;
 
-/// The links of an `RbTreeMap` member; V derives from it and answers its own key with `fwkKey()`.
+/// The links of an `RbTreeMap` member; V derives from it and answers its own key with `fwkKey()`. They are
+/// enough for one collection at a time; entering it into a second one is asserted against.
 template <class V>
 class RbTreeMember {
+ public:
+  bool isInCollection() const { return inside_; }
+
  protected:
   RbTreeMember() = default;
   ~RbTreeMember() = default;
@@ -22,6 +29,7 @@ class RbTreeMember {
   V* child_[2] = {nullptr, nullptr};
   V* up_ = nullptr;
   bool red_ = false;
+  bool inside_ = false;
 };
 
 /// Keyed collection of counted members in ascending order of their keys (`operator<`): a red-black tree
@@ -40,18 +48,21 @@ class RbTreeMap {
   /// The member with the smallest key, or null; and the one with the smallest key greater than `key`.
   V* first() const { return root_ ? extreme(root_, 0) : nullptr; }
   V* after(const K& key) const;
-  /// Adds a member. Its key must not be in use.
+  /// Adds a member, which is in no collection. Its key must not be in use.
   void insert(const Ptr<V>& member);
-  /// Deletes the member under `key` and returns it; null when there is none.
-  Ptr<V> erase(const K& key) { return erase(lookup(key)); }
+  /// Deletes the member under `key` and returns it; null when there is none. The member's `zanLeft` may do as
+  /// it likes, destroy this collection included; so it may here and below.
+  Ptr<V> erase(const K& key) { return remove(lookup(key)); }
   /// Deletes `member`, which is in this collection or null.
-  Ptr<V> erase(V* member);
-  void eraseAll() {
-    while (root_) erase(first());
+  Ptr<V> erase(V* member) {
+    ZAN_ASSERT_TEXT(!member || lookup(member->fwkKey()) == member, "lookup(member->fwkKey()) == member");
+    return remove(member);
   }
+  /// Deletes the members that there are now, in order; others that are added meanwhile stay.
+  void eraseAll();
 
   /// Walks in ascending order. When the member under it is deleted it reads as empty until `++`, which goes
-  /// on with the smallest greater key.
+  /// on with the smallest greater key. When the collection has gone it is at the end.
   template <class Value>
   class BasicIterator;
   using IteratorConst = BasicIterator<const V>;
@@ -60,10 +71,27 @@ class RbTreeMap {
   IteratorConst iterator() const { return IteratorConst(*this); }
 
  private:
+  /// A place in the collection, which stays right while the collection changes.
   struct Mark : BookmarkList<Mark>::Link {
-    const RbTreeMap* map = nullptr;
-    V* current = nullptr;
-    K key{};  // of the member that was deleted under the iterator
+    Mark(const RbTreeMap& m, V* at) : map(at ? &m : nullptr), current(at) {
+      if (map) map->marks_.add(this);
+    }
+    Mark(const Mark& other)
+        : BookmarkList<Mark>::Link(),
+          map(other.map),
+          current(other.current),
+          key(other.key),
+          removed(other.removed) {
+      if (map) map->marks_.add(this);
+    }
+    Mark& operator=(const Mark&) = delete;
+    ~Mark() {
+      if (map) BookmarkList<Mark>::remove(this);
+    }
+
+    const RbTreeMap* map;  // null when it has gone
+    V* current;
+    K key{};  // of the member that was deleted under the mark
     bool removed = false;
   };
 
@@ -83,6 +111,7 @@ class RbTreeMap {
     (v->up_ ? v->up_->child_[side(v)] : root_) = with;
     if (with) with->up_ = v->up_;
   }
+  Ptr<V> remove(V* member);
   void rotate(V* top, int direction);
   void unlink(V* v);
   void swapWithSuccessor(V* v);
@@ -99,28 +128,15 @@ template <class Value>
 class RbTreeMap<V, K>::BasicIterator {
  public:
   /// On an empty collection it is at the end for good, and nothing needs to know of it.
-  explicit BasicIterator(const RbTreeMap& map) {
-    if (!map.root_) return;
-    mark_.map = &map;
-    mark_.current = map.first();
-    map.marks_.add(&mark_);
-  }
-  BasicIterator(const BasicIterator& other) {
-    mark_.map = other.mark_.map;
-    mark_.current = other.mark_.current;
-    mark_.key = other.mark_.key;
-    mark_.removed = other.mark_.removed;
-    if (mark_.map) mark_.map->marks_.add(&mark_);
-  }
-  BasicIterator& operator=(const BasicIterator&) = delete;
-  ~BasicIterator() {
-    if (mark_.map) BookmarkList<Mark>::remove(&mark_);
-  }
+  explicit BasicIterator(const RbTreeMap& map) : mark_(map, map.first()) {}
 
   explicit operator bool() const { return mark_.current != nullptr; }
   Value* get() const { return mark_.current; }
-  Value* operator->() const { return mark_.current; }
-  Value& operator*() const { return *mark_.current; }
+  Value* operator->() const { return &**this; }
+  Value& operator*() const {
+    ZAN_ASSERT_TEXT(mark_.current, "the iterator stands on a member");
+    return *mark_.current;
+  }
   BasicIterator& operator++() {
     if (!mark_.map) return *this;
     if (mark_.removed) {
@@ -133,11 +149,11 @@ class RbTreeMap<V, K>::BasicIterator {
   }
   /// Deletes the member under the iterator.
   Ptr<V> erase() requires(!std::is_const_v<Value>) {
-    return mark_.current ? const_cast<RbTreeMap*>(mark_.map)->erase(mark_.current) : nullptr;
+    return mark_.current ? const_cast<RbTreeMap*>(mark_.map)->remove(mark_.current) : nullptr;
   }
 
  private:
-  Mark mark_;
+  mutable Mark mark_;  // the collection moves it, also where the iterator is const
 };
 
 template <class V, class K>
@@ -183,6 +199,7 @@ V* RbTreeMap<V, K>::after(const K& key) const {
 template <class V, class K>
 void RbTreeMap<V, K>::insert(const Ptr<V>& member) {
   V* v = member.get();
+  ZAN_ASSERT_TEXT(v && !v->isInCollection(), "member && !member->isInCollection()");
   ZAN_ASSERT_TEXT(!lookup(v->fwkKey()), "!lookup(member->fwkKey())");
   V* up = nullptr;
   int direction = 0;
@@ -192,14 +209,25 @@ void RbTreeMap<V, K>::insert(const Ptr<V>& member) {
   }
   v->newReference();
   v->up_ = up;
-  v->red_ = true;
+  v->red_ = v->inside_ = true;
   (up ? up->child_[direction] : root_) = v;
   ++size_;
   fixInsertion(v);
 }
 
 template <class V, class K>
-Ptr<V> RbTreeMap<V, K>::erase(V* member) {
+void RbTreeMap<V, K>::eraseAll() {
+  Mark here(*this, first());
+  std::vector<Ptr<V>> all;
+  all.reserve(size_);
+  for (auto i = iterator(); i; ++i) all.emplace_back(i.get());
+  for (const Ptr<V>& v : all) {
+    if (here.map && v->isInCollection() && lookup(v->fwkKey()) == v.get()) remove(v.get());
+  }
+}
+
+template <class V, class K>
+Ptr<V> RbTreeMap<V, K>::remove(V* member) {
   if (!member) return nullptr;
   marks_.forEach([member](Mark& m) {
     if (m.current != member) return;
@@ -281,7 +309,7 @@ void RbTreeMap<V, K>::unlink(V* v) {
   const bool black = !v->red_;
   replace(v, child);
   v->child_[0] = v->child_[1] = v->up_ = nullptr;
-  v->red_ = false;
+  v->red_ = v->inside_ = false;
   --size_;
   if (!black) return;
   if (isRed(child)) {

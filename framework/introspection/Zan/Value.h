@@ -159,6 +159,7 @@ template <class T>
 struct ConstructedTraits {
   static std::string text(const T& v) { return v.stringValue(); }
   static std::optional<T> parse(std::string_view t) {
+    const Expect expected(ExceptionId::range);
     try {
       return T(t);
     } catch (const RangeException&) {

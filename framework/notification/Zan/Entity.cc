@@ -39,7 +39,11 @@ NotifieeList::Snapshot::Snapshot(const NotifieeList& list) {
   }
 }
 
-Entity::~Entity() = default;
+Entity::~Entity() {
+  ZAN_ASSERT_TEXT(notifiees_.empty(), "no notifiee outlives its notifier");
+  ZAN_ASSERT_TEXT(children_ == 0, "no child outlives its parent");
+  leaveParent();
+}
 
 Name Entity::name() const {
   return {};
@@ -52,9 +56,43 @@ std::string Entity::fullName() const {
 
 void Entity::parentIs(Entity* parent, AttributeId attribute) {
   if (parent == parent_ && attribute == parentAttrId_) return;
-  parent_ = parent;
-  parentAttrId_ = attribute;
+  if (held_) throwRangeException("other parent of an entity that its parent holds not allowed");
+  adopt(parent, attribute, false);
+  tellParent();
+}
+
+void Entity::tellParent() const {
   tell<&NotifieeConst::onParent>(parentId);
+}
+
+void Entity::zanHeldBy(Entity* parent, AttributeId attribute) {
+  adopt(parent, attribute, true);
+}
+
+void Entity::zanOrphaned() {
+  leaveParent();
+  parentAttrId_ = 0;
+}
+
+void Entity::adopt(Entity* parent, AttributeId attribute, bool held) {
+  if (attribute > maxParentAttrId) throwRangeException("Zan::Entity::parentAttrId > 4095 not allowed");
+  for (const Entity* e = parent; e; e = e->parent_) {
+    if (e == this) throwRangeException("parent that is the entity itself or below it not allowed");
+  }
+  if (parent && !held && parent->children_ == maxChildren) {
+    throwRangeException("Zan::Entity::children > 524287 not allowed");
+  }
+  leaveParent();
+  parent_ = parent;
+  parentAttrId_ = attribute & maxParentAttrId;
+  held_ = held;
+  if (parent && !held) ++parent->children_;
+}
+
+void Entity::leaveParent() {
+  if (parent_ && !held_) --parent_->children_;
+  parent_ = nullptr;
+  held_ = false;
 }
 
 String8 Entity::parentAttr() const {
@@ -104,8 +142,8 @@ std::string_view Entity::attributeName(AttributeId attribute) const {
   }
 }
 
-void Entity::zeroReferencesIs(bool) {
-  tell<&PtrInterface::NotifieeConst::onZeroReferences>(zeroReferencesId);
+void Entity::zeroReferencesIs(bool zero) {
+  if (zero) tell<&PtrInterface::NotifieeConst::onZeroReferences>(zeroReferencesId);
 }
 
 void Entity::tellLeaving() const {
@@ -114,8 +152,11 @@ void Entity::tellLeaving() const {
   const NotifieeList::Snapshot snapshot(notifiees_);
   for (const auto& notifiee : snapshot) {
     if (notifiee->references() == 1 || !notifiee->hears(this)) continue;
-    deliver<&PtrInterface::NotifieeConst::handleDefault>(*notifiee, parentAttrId_, notifiee->zanFwkActivity(),
-                                                         parentAttrId_, true);
+    try {
+      notifiee->handleDefault(notifiee->zanFwkActivity(), parentAttrId_, true);
+    } catch (...) {
+      notificationFailed(*notifiee, parentAttrId_);
+    }
   }
 }
 

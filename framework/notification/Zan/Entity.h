@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <typeinfo>
 #include <vector>
 
 #include "Zan/Activity.h"
@@ -58,7 +59,9 @@ class ZAN_EXPORT NotifieeList {
 };
 
 /// A named object in a tree that tells registered notifiees of its changes. A parent is known by a plain
-/// pointer; whoever owns the child cuts it loose (`parentIs(null)`) before the parent goes.
+/// pointer; whoever has given a child its parent cuts it loose (`parentIs(null)`) before the parent goes,
+/// which is asserted. A parent that holds the child itself, in a collection or an attribute, does so on its
+/// own, and nobody else can.
 class ZAN_EXPORT Entity : public VFPtrInterface {
  public:
   class NotifieeConst;
@@ -77,9 +80,13 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   std::string fullName() const;
   Entity* parent() const { return parent_; }
   void parentIs(std::nullptr_t) { parentIs(nullptr, 0); }
-  /// Enters the tree under attribute `attribute` of `parent`, or leaves it (null).
+  /// Enters the tree under attribute `attribute` of `parent`, or leaves it (null). Throws a range exception
+  /// for an entity that its parent holds, for a parent that is this entity or below it, and for more than
+  /// `maxChildren` children or an attribute over `maxParentAttrId`.
   void parentIs(Entity* parent, AttributeId attribute);
   AttributeId parentAttrId() const { return parentAttrId_; }
+  static constexpr AttributeId maxParentAttrId = 4095;
+  static constexpr U32 maxChildren = (U32{1} << 19) - 1;
   /// The name of the parent's attribute that holds this entity; empty without a parent.
   String8 parentAttr() const;
   /// As fullName with the attribute names between, every byte outside the unreserved set of RFC 3986
@@ -88,17 +95,20 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   /// The name of an attribute of this entity, empty for an unknown identifier.
   virtual std::string_view attributeName(AttributeId attribute) const;
 
-  void zeroReferencesIs(bool) override;
+  /// True tells the notifiees (`onZeroReferences`).
+  void zeroReferencesIs(bool zero) override;
   const ZanType* fwkType() const override;
 
   NotifieeList& notifiees() const { return notifiees_; }
   bool hasNotifiees() const { return !notifiees_.empty(); }
 
-  /// Lets go of a child whose parent is being destroyed, without a word.
-  void zanOrphaned() {
-    parent_ = nullptr;
-    parentAttrId_ = 0;
-  }
+  /// For the parent that holds this entity, which does not need to be free before: takes it, and lets go of
+  /// it, without a word. The parent calls `tellParent` when its own state is settled.
+  void zanHeldBy(Entity* parent, AttributeId attribute);
+  void zanOrphaned();
+  void tellParent() const;
+  /// Whether its parent holds it.
+  bool isHeld() const { return held_; }
   /// Tells the notifiees that this entity is just leaving its collection (`handleDefault`), now, whatever
   /// their activities: afterwards it is too late to look at it.
   void tellLeaving() const;
@@ -109,7 +119,8 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   /// Delivers one change to every notifiee: calls `Handler` with `args` on each that hears this entity,
   /// at once or through its activity. What a handler throws goes to that notifiee's
   /// `onNotificationException(attribute)` and stops nobody else. Handlers may register, unregister and
-  /// destroy notifiees, this entity's last outside reference included.
+  /// destroy notifiees, and drop the last reference to this entity: whoever does more than return afterwards
+  /// holds one.
   template <auto Handler, class... Args>
   void tell(AttributeId attribute, const Args&... args) const {
     if (notifiees_.empty()) return;
@@ -120,6 +131,15 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
     }
   }
 
+  /// Tells every notifiee that any member of a collection may have changed: first the form that is about the
+  /// members, then the one that is about the whole.
+  template <auto OnMembers, auto OnWhole>
+  void tellAll(AttributeId attribute) const {
+    const Ptr<Entity const> pin(this);
+    tell<OnMembers>(attribute);
+    tell<OnWhole>(attribute);
+  }
+
  private:
   bool hears(const NotifieeList::Notifiee& notifiee, AttributeId attribute) const {
     return notifiee.hears(this) && !notifiee.ignores(attribute);
@@ -128,10 +148,15 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   template <auto Handler, class... Args>
   void tellOne(const Ptr<NotifieeList::Notifiee>& notifiee, AttributeId attribute,
                const Args&... args) const {
-    if (ActivitySm* activity = notifiee->actsm()) {
-      enqueue<Handler>(*activity, notifiee, attribute, args...);
-    } else {
-      deliver<Handler>(*notifiee, attribute, args...);
+    using Class = typename HandlerClass<decltype(Handler)>::type;
+    try {
+      if (ActivitySm* activity = notifiee->actsm()) {
+        enqueue<Handler>(*activity, notifiee, attribute, args...);
+      } else {
+        (static_cast<Class&>(*notifiee).*Handler)(args...);
+      }
+    } catch (...) {
+      notificationFailed(*notifiee, attribute);
     }
   }
   // Kept out of line, so that the way of most changes, to one notifiee at once, is short.
@@ -150,7 +175,13 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
     activity.enqueue<Handler>(notifiee, Ptr<Entity const>(this), attribute, args...);
   }
 
-  AttributeId parentAttrId_ = 0;  // here it fills the gap behind the base's 32-bit word
+  void adopt(Entity* parent, AttributeId attribute, bool held);
+  void leaveParent();
+
+  // Here they fill the gap behind the base's 32-bit word.
+  AttributeId parentAttrId_ : 12 = 0;
+  U32 held_ : 1 = false;
+  U32 children_ : 19 = 0;  // that it does not hold
   mutable NotifieeList notifiees_;
   Entity* parent_ = nullptr;
 };
@@ -159,9 +190,27 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
 class ZAN_EXPORT Entity::NotifieeConst : public PtrInterface::NotifieeConst {
  public:
   virtual void onParent() { onAttribute(parentId); }
+  /// For types of entities that keep a version: they tell of it (`versionId`). The records have none.
   virtual void onVersion() { onAttribute(versionId); }
 
   const Entity* notifier() const { return static_cast<const Entity*>(rawNotifier()); }
+};
+
+/// Notifiee of one type of entity: each type's own derives from it. It accepts notifiers of that type only;
+/// anything else is a range exception.
+template <class Notifier>
+class ZAN_EXPORT NotifieeOf : public Entity::NotifieeConst {
+ public:
+  void notifierIs(const Ptr<PtrInterface const>& notifier) override {
+    const PtrInterface* n = notifier.get();
+    if (n == rawNotifier()) return;
+    if (n && typeid(*n) != typeid(Notifier) && !dynamic_cast<const Notifier*>(n)) {
+      throwRangeException("notifier of the wrong type not allowed");
+    }
+    bindEntity(notifier);
+  }
+
+  const Notifier* notifier() const { return static_cast<const Notifier*>(rawNotifier()); }
 };
 
 /// An entity that holds its name.

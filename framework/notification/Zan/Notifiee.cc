@@ -6,6 +6,7 @@
 namespace Zan {
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
+  if (flag(waitingFlag)) WaitingNotifiee::forget(*this);
   NotifieeConst::isRegisteredNotifieeIs(false);
 }
 
@@ -49,7 +50,7 @@ void PtrInterface::NotifieeConst::notifierIs(const Ptr<PtrInterface const>& noti
 void PtrInterface::NotifieeConst::bindEntity(Ptr<PtrInterface const> notifier) {
   const bool registered = isRegisteredNotifiee();
   if (registered) NotifieeConst::isRegisteredNotifieeIs(false);
-  notifier_ = std::move(notifier);
+  const Ptr<PtrInterface const> old = std::exchange(notifier_, std::move(notifier));  // may take this along
   if (registered) NotifieeConst::isRegisteredNotifieeIs(true);
 }
 

@@ -8,6 +8,7 @@ namespace Zan {
 
 class ActivityConfig;
 class ActivitySm;
+class WaitingNotifiee;
 
 /// Base of every reactor: an object that observes exactly one notifier. It holds a counted reference to its
 /// notifier; the notifier knows it by a plain pointer, taken back when the reactor unregisters or dies.
@@ -41,11 +42,15 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
   /// A collection attribute changed and its own handler is not overridden.
   virtual void onCollectionNotification(const String8& attribute);
   virtual void onNotificationException();
-  /// A handler of this reactor threw while `attribute` was delivered. The exception is still the current
-  /// one (std::current_exception). Other notifiees are told of the change all the same.
+  /// A handler of this reactor threw while `attribute` was delivered (without an attribute:
+  /// `handleNotification` did). The exception is still the current one (std::current_exception). Other
+  /// notifiees are told of the change all the same, also when this throws in its turn.
   virtual void onNotificationException(AttributeId attribute);
   virtual void handleNotificationException(AttributeId attribute);
   virtual void handleNotificationException();
+  /// The notifier was told that it has no references left (`zeroReferencesIs(true)`). Whoever owns it says so
+  /// when he lets go of it for good; the framework can't, since each of its notifiees holds a reference to
+  /// it.
   virtual void onZeroReferences();
   virtual Ptr<ActivityConfig> activityPtr();
   virtual const ActivityConfig* zanFwkActivity() const;
@@ -55,10 +60,11 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
 
   const PtrInterface* rawNotifier() const { return notifier_.get(); }
   bool isRegisteredNotifiee() const { return flag(registeredFlag); }
-  /// Whether a change of `notifier` is to be delivered to this reactor now.
+  /// Whether a change of `notifier` is to be delivered to this reactor now. While it is being destroyed it
+  /// hears nothing any more.
   bool hears(const PtrInterface* notifier) const {
     constexpr U32 live = registeredFlag | notificationActiveFlag;
-    return (countWord() & (live | zombieFlag)) == live && notifier_.get() == notifier;
+    return (countWord() & (live | zombieFlag | dyingFlag)) == live && notifier_.get() == notifier;
   }
   /// Whether this reactor has said that it has no handler for an attribute: it is not called for it then.
   bool ignores(AttributeId attribute) const {
@@ -68,12 +74,19 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
 
  protected:
   /// For a type whose handlers of this attribute are the default ones: spares it their calls. The attribute
-  /// is one of the first 32 of the notifier's own.
-  void ignoresIs(AttributeId attribute) { ignored_ |= U32{1} << (attribute - firstOwnAttribute); }
+  /// is one of the first 32 of the notifier's own, else a range exception is thrown.
+  void ignoresIs(AttributeId attribute) {
+    const AttributeId bit = attribute - firstOwnAttribute;
+    if (bit >= 32) throwRangeException("attribute that is not among the first 32 not allowed to be ignored");
+    ignored_ |= U32{1} << bit;
+  }
   /// `notifierIs` for a notifier that is known to be an entity.
   void bindEntity(Ptr<PtrInterface const> notifier);
 
  private:
+  friend class WaitingNotifiee;
+  void isWaitingIs(bool waiting) { flagIs(waitingFlag, waiting); }
+
   U32 ignored_ = 0;
   Ptr<PtrInterface const> notifier_;
 };

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <typeinfo>
-
 #include "Zan/Notifiee.h"
 
 namespace Zan {
@@ -15,14 +13,6 @@ class Reactor : public NotifieeBase {
 
   void hasNotificationActiveIs(bool active) override {
     if (active != this->hasNotificationActive()) NotifieeBase::hasNotificationActiveIs(active);
-  }
-  /// Accepts notifiers of its own type only; anything else is a range exception.
-  void notifierIs(const Ptr<PtrInterface const>& notifier) override {
-    const PtrInterface* n = notifier.get();
-    if (n && typeid(*n) != typeid(Notifier) && !dynamic_cast<const Notifier*>(n)) {
-      throwRangeException("notifier of the wrong type not allowed");
-    }
-    if (notifier.get() != this->rawNotifier()) this->bindEntity(notifier);
   }
   /// Makes the reactor a zombie, which hears nothing, or brings it back.
   virtual void zanDoZombieReactors(bool zombie) {

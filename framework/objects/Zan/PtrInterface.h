@@ -17,7 +17,8 @@ class ZanType;
 /// its top byte; it changes by atomic read-modify-write, so references may be shared between threads (while
 /// the process has a single thread, by plain loads and stores, which nobody can tell apart then). An object
 /// is born with a count of 1, which `Zan::adopt` hands to the first `Ptr`, and is destroyed when the count
-/// reaches zero.
+/// reaches zero. While it is being destroyed, references to it may be taken and dropped again; that one is
+/// left when it has gone is asserted against.
 class ZAN_EXPORT PtrInterface {
  public:
   class NotifieeConst;
@@ -27,6 +28,8 @@ class ZAN_EXPORT PtrInterface {
   static constexpr U32 notificationActiveFlag = 0x40000000;
   static constexpr U32 destructingFlag = 0x20000000;
   static constexpr U32 registeredFlag = 0x10000000;
+  static constexpr U32 dyingFlag = 0x08000000;
+  static constexpr U32 waitingFlag = 0x04000000;
   /// A word whose top byte is exactly this belongs to an object that is never counted (one with static
   /// storage, say): taking and dropping references and setting flags leave it as it is.
   static constexpr U32 neverCounted = 0x1F000000;
@@ -51,6 +54,8 @@ class ZAN_EXPORT PtrInterface {
   /// The zombie flag, which is also the mark for deletion.
   bool isZombie() const { return (countWord() & zombieFlag) != 0; }
   bool hasNotificationActive() const { return (countWord() & notificationActiveFlag) != 0; }
+  /// The last reference has gone, and the object is being destroyed.
+  bool isDying() const { return (countWord() & dyingFlag) != 0; }
   bool isNondestructing() const { return (countWord() & destructingFlag) == 0; }
   void isMarkedForDeletionIs(bool marked) { flagIs(zombieFlag, marked); }
   /// From now on the object is never counted. For objects that outlive every reference to them.
@@ -88,8 +93,8 @@ class ZAN_EXPORT PtrInterface {
   }
 
  private:
-  void handleZeroRef() const { delete this; }
   // Out of line, so that counting stays short enough to be inlined everywhere.
+  void handleZeroRef() const;
   void newSharedReference() const;
   void deleteSharedReference() const;
   [[noreturn, gnu::cold]] static void refuseReference();

@@ -17,7 +17,8 @@ class ZAN_EXPORT Text {
     text_.append(s);
     return *this;
   }
-  Text& operator<<(const char* s) { return *this << std::string_view(s); }
+  /// Null reads as the empty references do.
+  Text& operator<<(const char* s) { return *this << std::string_view(s ? s : "NULL"); }
   /// Integers in decimal; a U8 too (write `RawByte` for the byte itself).
   template <std::integral T>
   Text& operator<<(T value) {

@@ -36,20 +36,27 @@ TraceHandle::TraceHandle(std::string_view name, bool enabledByDefault)
   update();
 }
 
+TraceHandle::~TraceHandle() {
+  std::erase(registry(), this);
+}
+
+void TraceHandle::refuseLevel() {
+  throwRangeException("Zan::TraceHandle::level > 30 not allowed");
+}
+
 void TraceHandle::enabledIs(bool enabled) {
   enabled_ = enabled;
   update();
 }
 
 void TraceHandle::levelEnabledIs(U32 level, bool enabled) {
-  if (level > maxLevel) throwRangeException("Zan::TraceHandle::level > 30 not allowed");
-  levels_ = enabled ? levels_ | U32{1} << level : levels_ & ~(U32{1} << level);
+  const U32 bit = U32{1} << checked(level);
+  levels_ = enabled ? levels_ | bit : levels_ & ~bit;
   update();
 }
 
 void TraceHandle::levelsUpToIs(U32 level) {
-  if (level > maxLevel) throwRangeException("Zan::TraceHandle::level > 30 not allowed");
-  levels_ = (U32{2} << level) - 1;
+  levels_ = (U32{2} << checked(level)) - 1;
   update();
 }
 
@@ -64,7 +71,7 @@ void TraceHandle::updateAll() {
 
 TraceHandle* TraceHandle::find(std::string_view name) {
   for (TraceHandle* h : registry()) {
-    if (h->name_ == name) return h;
+    if (h->name() == name) return h;
   }
   return nullptr;
 }
@@ -75,6 +82,7 @@ const std::vector<TraceHandle*>& TraceHandle::handles() {
 
 void traceHelper(std::string_view handleName, const PtrInterface* context, std::string_view text, U32 level,
                  bool enabled, std::string_view file, U32 line, std::string_view function) {
+  TraceHandle::checked(level);
   const TraceMessage message{handleName, context, text, level, enabled, file, line, function};
   if (enabled && sink.write) sink.write(sink.user, message);
   if (coverage.write) coverage.write(coverage.user, message);

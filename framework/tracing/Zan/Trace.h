@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Zan/Export.h"
+#include "Zan/String8.h"
 #include "Zan/Text.h"
 #include "Zan/Types.h"
 
@@ -31,30 +32,32 @@ ZAN_EXPORT void traceSinkIs(TraceSink sink, void* user);
 /// A process-wide stream that gets every message, whether its level is enabled or not. Null turns it off.
 ZAN_EXPORT void coverageStreamIs(TraceSink stream, void* user);
 
-/// A named channel of messages with an overall switch and one switch per level (0 to 30). Lives as long as
-/// the process. A site that is off costs one relaxed load and one branch.
+/// A named channel of messages with an overall switch and one switch per level (0 to 30; any other level is
+/// refused with a range exception, wherever it is given). Usually lives as long as the process. A site that
+/// is off costs one relaxed load and one branch.
 class ZAN_EXPORT TraceHandle {
  public:
   static constexpr U32 maxLevel = 30;
 
   explicit TraceHandle(std::string_view name, bool enabledByDefault = true);
+  ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;
 
-  std::string_view name() const { return name_; }
+  std::string_view name() const { return name_.view(); }
   bool enabled() const { return enabled_; }
   void enabledIs(bool enabled);
-  bool levelEnabled(U32 level) const { return (levels_ >> level & 1) != 0; }
+  bool levelEnabled(U32 level) const { return (levels_ >> checked(level) & 1) != 0; }
   void levelEnabledIs(U32 level, bool enabled);
   /// Enables levels 0 to `level` and disables those above.
   void levelsUpToIs(U32 level);
 
   /// Whether a message of this level must be built.
   bool wants(U32 level) const {
-    return (interest_.load(std::memory_order_relaxed) & (U32{1} << level | coverageBit)) != 0;
+    return (interest_.load(std::memory_order_relaxed) & (U32{1} << checked(level) | coverageBit)) != 0;
   }
   /// Whether a message of this level reaches the sink.
-  bool traces(U32 level) const { return enabled_ && level <= maxLevel && levelEnabled(level); }
+  bool traces(U32 level) const { return levelEnabled(level) && enabled_; }
 
   /// The handle of that name, or null. All handles, in the order of their creation.
   static TraceHandle* find(std::string_view name);
@@ -63,11 +66,18 @@ class ZAN_EXPORT TraceHandle {
  private:
   friend void traceSinkIs(TraceSink, void*);
   friend void coverageStreamIs(TraceSink, void*);
+  friend ZAN_EXPORT void traceHelper(std::string_view, const PtrInterface*, std::string_view, U32, bool,
+                                     std::string_view, U32, std::string_view);
   static constexpr U32 coverageBit = U32{1} << 31;
+  static U32 checked(U32 level) {
+    if (level > maxLevel) refuseLevel();
+    return level;
+  }
+  [[noreturn, gnu::cold]] static void refuseLevel();
   static void updateAll();
   void update();
 
-  std::string_view name_;
+  String8 name_;
   bool enabled_;
   U32 levels_ = 1;
   std::atomic<U32> interest_{0};

@@ -5,7 +5,7 @@
 namespace Routing::Shadow {
 
 Status::~Status() {
-  if (trie_ && trie_->parent() == this) trie_->zanOrphaned();
+  if (holdsTrie()) trie_->zanOrphaned();
 }
 
 void Status::routeStatusIs(const Zan::Ptr<Quarn::Fib::RouteStatus>& table) {
@@ -22,10 +22,14 @@ void Status::forwardingStatusIs(const Zan::Ptr<Quarn::Fib::ForwardingStatus>& ta
 
 void Status::trieIs(const Zan::Ptr<TrieGen>& trie) {
   if (trie == trie_) return;
-  const Zan::Ptr<TrieGen> old = trie_;
-  trie_ = trie;
-  if (old && old->parent() == this) old->parentIs(nullptr);
-  if (trie && !trie->parent()) trie->parentIs(this, trieId);
+  const Zan::Ptr<Status> pin(this);
+  const bool held = holdsTrie();
+  const Zan::Ptr<TrieGen> old = std::exchange(trie_, trie);
+  const Zan::Ptr<TrieGen> taken = trie && !trie->parent() ? trie : nullptr;
+  if (held) old->zanOrphaned();
+  if (taken) taken->zanHeldBy(this, trieId);
+  if (held) old->tellParent();
+  if (taken) taken->tellParent();
   tell<&NotifieeConst::onTrie>(trieId);
 }
 

@@ -24,25 +24,25 @@ class ZAN_EXPORT Status : public Zan::NamedEntity {
   const Zan::Ptr<Quarn::Fib::ForwardingStatus>& forwardingStatus() const { return forwardingStatus_; }
   void forwardingStatusIs(const Zan::Ptr<Quarn::Fib::ForwardingStatus>& table);
   const Zan::Ptr<TrieGen>& trie() const { return trie_; }
-  /// Publishes a trie, or none (null).
+  /// Publishes a trie, or none (null). A trie without a parent gets this one.
   void trieIs(const Zan::Ptr<TrieGen>& trie);
 
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
+  bool holdsTrie() const { return trie_ && trie_->isHeld() && trie_->parent() == this; }
+
   Zan::Ptr<Quarn::Fib::RouteStatus> routeStatus_;
   Zan::Ptr<Quarn::Fib::ForwardingStatus> forwardingStatus_;
   Zan::Ptr<TrieGen> trie_;
 };
 
-class ZAN_EXPORT Status::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Status::NotifieeConst : public Zan::NotifieeOf<Status> {
  public:
   virtual void onRouteStatus() { onAttribute(routeStatusId); }
   virtual void onForwardingStatus() { onAttribute(forwardingStatusId); }
   virtual void onTrie() { onAttribute(trieId); }
-
-  const Status* notifier() const { return static_cast<const Status*>(rawNotifier()); }
 };
 
 }  // namespace Routing::Shadow

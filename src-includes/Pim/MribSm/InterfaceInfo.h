@@ -33,13 +33,11 @@ class ZAN_EXPORT InterfaceInfo : public Zan::Entity {
 };
 
 /// The order of the handlers is part of the interface.
-class ZAN_EXPORT InterfaceInfo::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT InterfaceInfo::NotifieeConst : public Zan::NotifieeOf<InterfaceInfo> {
  public:
   virtual void onIpStatus() { onAttribute(ipStatusId); }
   virtual void onConfig() { onAttribute(configId); }
   virtual void onStatus() { onAttribute(statusId); }
-
-  const InterfaceInfo* notifier() const { return static_cast<const InterfaceInfo*>(rawNotifier()); }
 };
 
 /// Creates an interface info whose three attributes are null.

@@ -12,10 +12,20 @@ using PrefWatcher = RouteKeyPrefix::NotifieeConst;
 using RouteWatcher = Config::NotifieeConst;
 
 constexpr auto onRpf = static_cast<void (RpfWatcher::*)(const Rpf&)>(&RpfWatcher::onRpf);
+constexpr auto onAnyRpf = static_cast<void (RpfWatcher::*)()>(&RpfWatcher::onRpf);
 constexpr auto onPref = static_cast<void (PrefWatcher::*)(const U8&)>(&PrefWatcher::onPref);
 constexpr auto onAnyPref = static_cast<void (PrefWatcher::*)()>(&PrefWatcher::onPref);
 constexpr auto onRoute = static_cast<void (RouteWatcher::*)(const IpGenPrefix&)>(&RouteWatcher::onRoute);
 constexpr auto onAnyRoute = static_cast<void (RouteWatcher::*)()>(&RouteWatcher::onRoute);
+
+/// An entry that something else holds would be torn out of it.
+template <class Entry>
+void requireFree(const Zan::Ptr<Entry>& entry, const char* attribute) {
+  if (!entry) Zan::throwRangeException("null entry parameter to " + std::string(attribute));
+  if (!entry->isHeld() && !entry->isInCollection()) return;
+  Zan::throwRangeException("entry parameter to " + std::string(attribute) +
+                           " that is held already not allowed");
+}
 
 }  // namespace
 
@@ -33,9 +43,10 @@ std::string Rpf::stringValue() const {
 RouteKeyPreference::~RouteKeyPreference() = default;
 
 void RouteKeyPreference::rpfIs(const Rpf& rpf) {
-  if (!rpf_.insert(rpf)) return;
-  touched(rpf, true);
-  tell<onRpf>(rpfId, rpf);
+  const Rpf added = rpf;  // the argument may be part of what a handler changes
+  if (!rpf_.insert(added)) return;
+  touched(added, true);
+  tell<onRpf>(rpfId, added);
 }
 
 void RouteKeyPreference::rpfDel(const Rpf& rpf) {
@@ -45,12 +56,16 @@ void RouteKeyPreference::rpfDel(const Rpf& rpf) {
   tell<onRpf>(rpfId, removed);
 }
 
+void RouteKeyPreference::rpfNotifyAll() const {
+  tellAll<&NotifieeConst::onRpfzanImmediate, onAnyRpf>(rpfId);
+}
+
 void RouteKeyPreference::touched(const Rpf& rpf, bool present) const {
-  if (parent()) static_cast<RouteKeyPrefix*>(parent())->rpfTouched(preference_, rpf, present);
+  if (isHeld()) static_cast<RouteKeyPrefix*>(parent())->rpfTouched(preference_, rpf, present);
 }
 
 void RouteKeyPreference::zanLeft() {
-  if (parent()) static_cast<RouteKeyPrefix*>(parent())->prefLeft(*this);
+  if (isHeld()) static_cast<RouteKeyPrefix*>(parent())->prefLeft(*this);
 }
 
 RouteKeyPrefix::~RouteKeyPrefix() = default;
@@ -63,34 +78,37 @@ Zan::Ptr<RouteKeyPreference> RouteKeyPrefix::prefIs(U8 preference) {
 }
 
 void RouteKeyPrefix::prefIs(const Zan::Ptr<RouteKeyPreference>& entry) {
-  if (!entry)
-    Zan::throwRangeException("null entry parameter to Routing::Multicast::Rib::RouteKeyPrefix::pref");
-  RouteKeyPreference* old = pref_.lookup(entry->preference());
-  if (old == entry.get()) return;
-  if (old) {
+  if (entry && pref_.lookup(entry->preference()) == entry.get()) return;
+  requireFree(entry, "Routing::Multicast::Rib::RouteKeyPrefix::pref");
+  const Zan::Ptr<RouteKeyPrefix> pin(this);
+  const Zan::Ptr<RouteKeyPreference> added = entry;  // NOLINT: a handler may empty the caller's reference
+  added->zanHeldBy(this, prefId);
+  if (RouteKeyPreference* old = pref_.lookup(added->preference())) {
     old->zanOrphaned();
     prefTouched(*pref_.erase(old), false);
   }
-  entry->parentIs(this, prefId);
-  pref_.insert(entry);
-  prefTouched(*entry, true);
-  tellPref(entry->preference());
+  pref_.insert(added);
+  prefTouched(*added, true);
+  added->tellParent();
+  tellPref(added->preference());
 }
 
 void RouteKeyPrefix::rpfTouched(U8 preference, const Rpf& rpf, bool present) const {
-  if (parent()) static_cast<Config*>(parent())->taps().tell({*this, present, &rpf, preference});
+  if (isHeld()) static_cast<Config*>(parent())->taps().tell({*this, present, &rpf, preference});
 }
 
 void RouteKeyPrefix::prefTouched(const RouteKeyPreference& entry, bool present) const {
-  if (!parent()) return;
+  if (!isHeld()) return;
   for (auto rpf = entry.rpfIterator(); rpf; ++rpf) rpfTouched(entry.preference(), *rpf, present);
   static_cast<Config*>(parent())->taps().tell({*this, true});
 }
 
 void RouteKeyPrefix::prefLeft(RouteKeyPreference& entry) {
+  const Zan::Ptr<RouteKeyPrefix> pin(this);
   prefTouched(entry, false);
   entry.tellLeaving();
-  entry.parentIs(nullptr);
+  entry.zanOrphaned();
+  entry.tellParent();
   tellPref(entry.preference());
 }
 
@@ -99,12 +117,11 @@ void RouteKeyPrefix::tellPref(U8 preference) const {
 }
 
 void RouteKeyPrefix::prefNotifyAll() const {
-  tell<&NotifieeConst::onPrefzanImmediate>(prefId);
-  tell<onAnyPref>(prefId);
+  tellAll<&NotifieeConst::onPrefzanImmediate, onAnyPref>(prefId);
 }
 
 void RouteKeyPrefix::zanLeft() {
-  if (parent()) static_cast<Config*>(parent())->routeLeft(*this);
+  if (isHeld()) static_cast<Config*>(parent())->routeLeft(*this);
 }
 
 Config::~Config() = default;
@@ -113,27 +130,32 @@ Zan::Ptr<RouteKeyPrefix> Config::routeIs(const IpGenPrefix& prefix) {
   expectations_.tell(prefix);
   if (RouteKeyPrefix* existing = route_.lookup(prefix)) return Zan::Ptr<RouteKeyPrefix>(existing);
   auto entry = Zan::create<RouteKeyPrefix>(prefix);
-  enter(entry);
+  entry->zanHeldBy(this, routeId);
+  enter(*entry);
+  tellRoute(entry->prefix());
   return entry;
 }
 
 void Config::routeIs(const Zan::Ptr<RouteKeyPrefix>& entry) {
-  if (!entry) Zan::throwRangeException("null entry parameter to Routing::Multicast::Rib::Config::route");
-  RouteKeyPrefix* old = route_.lookup(entry->prefix());
-  if (old == entry.get()) return;
-  if (old) {
+  if (entry && route_.lookup(entry->prefix()) == entry.get()) return;
+  requireFree(entry, "Routing::Multicast::Rib::Config::route");
+  const Zan::Ptr<Config> pin(this);
+  const Zan::Ptr<RouteKeyPrefix> added = entry;  // NOLINT: a handler may empty the caller's reference
+  added->zanHeldBy(this, routeId);
+  if (RouteKeyPrefix* old = route_.lookup(added->prefix())) {
     old->zanOrphaned();
     routeTouched(*route_.erase(old), false);
   }
-  enter(entry);
+  enter(*added);
+  added->tellParent();
+  tellRoute(added->prefix());
 }
 
-void Config::enter(const Zan::Ptr<RouteKeyPrefix>& entry) {
-  entry->parentIs(this, routeId);
-  entry->order_ = nextOrder_++ & 0xFFFFFFFFFFFF;
-  route_.insert(entry);
-  routeTouched(*entry, true);
-  tellRoute(entry->prefix());
+/// Enters an entry that this configuration holds already.
+void Config::enter(RouteKeyPrefix& entry) {
+  entry.order_ = nextOrder_++ & 0xFFFFFFFFFFFF;
+  route_.insert(Zan::Ptr<RouteKeyPrefix>(&entry));
+  routeTouched(entry, true);
 }
 
 void Config::routeTouched(const RouteKeyPrefix& entry, bool present) const {
@@ -144,9 +166,11 @@ void Config::routeTouched(const RouteKeyPrefix& entry, bool present) const {
 }
 
 void Config::routeLeft(RouteKeyPrefix& entry) {
+  const Zan::Ptr<Config> pin(this);
   routeTouched(entry, false);
   entry.tellLeaving();
-  entry.parentIs(nullptr);
+  entry.zanOrphaned();
+  entry.tellParent();
   tellRoute(entry.prefix());
 }
 
@@ -155,8 +179,7 @@ void Config::tellRoute(const IpGenPrefix& prefix) const {
 }
 
 void Config::routeNotifyAll() const {
-  tell<&NotifieeConst::onRoutezanImmediate>(routeId);
-  tell<onAnyRoute>(routeId);
+  tellAll<&NotifieeConst::onRoutezanImmediate, onAnyRoute>(routeId);
 }
 
 const Zan::ZanType* RouteKeyPreference::fwkType() const {

@@ -31,7 +31,8 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
   RouteMap::IteratorConst routeIterator() const { return route_.iterator(); }
   /// Adds an entry without preferences if there is none for `prefix`, and returns the entry.
   Zan::Ptr<RouteKeyPrefix> routeIs(const Lumo::IpGenPrefix& prefix);
-  /// Enters a finished entry, which then is announced once. It replaces another one for its prefix.
+  /// Enters a finished entry, which then is announced once. It replaces another one for its prefix. Throws a
+  /// range exception for null and for an entry that another configuration has.
   void routeIs(const Zan::Ptr<RouteKeyPrefix>& entry);
   void routeDel(const Lumo::IpGenPrefix& prefix) { route_.erase(prefix); }
   /// Tells the watchers that any entry may have changed.
@@ -48,7 +49,7 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
 
  private:
   friend class RouteKeyPrefix;
-  void enter(const Zan::Ptr<RouteKeyPrefix>& entry);
+  void enter(RouteKeyPrefix& entry);
   void routeLeft(RouteKeyPrefix& entry);
   void routeTouched(const RouteKeyPrefix& entry, bool present) const;
   void tellRoute(const Lumo::IpGenPrefix& prefix) const;
@@ -59,13 +60,11 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
   Zan::Taps<Lumo::IpGenPrefix> expectations_;
 };
 
-class ZAN_EXPORT Config::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT Config::NotifieeConst : public Zan::NotifieeOf<Config> {
  public:
   virtual void onRoute(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"route">()); }
   virtual void onRoutezanImmediate() { onCollectionNotification(Zan::literal<"route">()); }
   virtual void onRoute() { onCollectionNotification(Zan::literal<"route">()); }
-
-  const Config* notifier() const { return static_cast<const Config*>(rawNotifier()); }
 };
 
 }  // namespace Routing::Multicast::Rib

@@ -7,6 +7,8 @@ namespace Routing::Multicast::Rib {
 namespace {
 constexpr auto onPrefix = static_cast<void (PrefixSet::NotifieeConst::*)(const Lumo::IpGenPrefix&)>(
     &PrefixSet::NotifieeConst::onPrefix);
+constexpr auto onAnyPrefix =
+    static_cast<void (PrefixSet::NotifieeConst::*)()>(&PrefixSet::NotifieeConst::onPrefix);
 }  // namespace
 
 PrefixSet::Ptr PrefixSet::PrefixSetIs(const Lumo::IpGenPrefix& lPrefix) {
@@ -21,9 +23,10 @@ void PrefixSet::prefixIs(const Lumo::IpGenPrefix& prefix, bool member) {
 }
 
 bool PrefixSet::prefixAdd(const Lumo::IpGenPrefix& prefix) {
-  if (!prefix_.insert(prefix)) return false;
-  taps_.tell(prefix);
-  tell<onPrefix>(prefixId, prefix);
+  const Lumo::IpGenPrefix added = prefix;  // NOLINT: the argument may be part of what a handler changes
+  if (!prefix_.insert(added)) return false;
+  taps_.tell(added);
+  tell<onPrefix>(prefixId, added);
   return true;
 }
 
@@ -32,6 +35,10 @@ void PrefixSet::prefixDel(const Lumo::IpGenPrefix& prefix) {
   if (!prefix_.erase(removed)) return;
   taps_.tell(removed);
   tell<onPrefix>(prefixId, removed);
+}
+
+void PrefixSet::prefixNotifyAll() const {
+  tellAll<&NotifieeConst::onPrefixzanImmediate, onAnyPrefix>(prefixId);
 }
 
 const Zan::ZanType* PrefixSet::fwkType() const {

@@ -25,11 +25,16 @@ class ZAN_EXPORT PrefixSet : public Zan::Entity {
   /// Whether `prefix` is a member.
   bool prefix(const Lumo::IpGenPrefix& prefix) const { return prefix_.contains(prefix); }
   U32 prefixCount() const { return prefix_.size(); }
-  Zan::SortedSet<Lumo::IpGenPrefix>::Iterator prefixIterator() const { return prefix_.iterator(); }
+  /// Walks the members in ascending order. Keeps the set alive.
+  Zan::SortedSet<Lumo::IpGenPrefix>::Iterator prefixIterator() const {
+    return prefix_.iteratorHolding(Zan::Ptr<PrefixSet const>(this));
+  }
   void prefixIs(const Lumo::IpGenPrefix& prefix, bool member);
   /// Adds a member; false when it was one already.
   bool prefixAdd(const Lumo::IpGenPrefix& prefix);
   void prefixDel(const Lumo::IpGenPrefix& prefix);
+  /// Tells the watchers that any member may have changed.
+  void prefixNotifyAll() const;
 
   /// Every member that comes or goes.
   const Zan::Taps<Lumo::IpGenPrefix>& taps() const { return taps_; }
@@ -43,7 +48,7 @@ class ZAN_EXPORT PrefixSet : public Zan::Entity {
   Zan::Taps<Lumo::IpGenPrefix> taps_;
 };
 
-class ZAN_EXPORT PrefixSet::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT PrefixSet::NotifieeConst : public Zan::NotifieeOf<PrefixSet> {
  public:
   virtual void onPrefix(const Lumo::IpGenPrefix&) { onCollectionNotification(Zan::literal<"prefix">()); }
   virtual void onPrefixzanImmediate() { onCollectionNotification(Zan::literal<"prefix">()); }

@@ -11,7 +11,7 @@ RouteOf<Family>::~RouteOf() = default;
 /// What others resolve through has changed.
 template <class Family>
 void RouteOf<Family>::touched() const {
-  if (parent()) static_cast<StatusOf<Family>*>(parent())->taps().tell(prefix_);
+  if (isHeld()) static_cast<StatusOf<Family>*>(parent())->taps().tell(prefix_);
 }
 
 template <class Family>
@@ -70,7 +70,14 @@ void RouteOf<Family>::viaDel(const Via& via) {
 
 template <class Family>
 void RouteOf<Family>::viaDelAll() {
-  for (U32 left = viaCount(); left > 0 && viaCount() > 0; --left) viaDel(via_[0]);
+  const Zan::Ptr<RouteOf> pin(this);
+  for (const auto last = via_.lastIterator(); last.count() > 0;) viaDel(via_[0]);
+}
+
+template <class Family>
+void RouteOf<Family>::viaNotifyAll() const {
+  tellAll<&NotifieeConst::onViazanImmediate, static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onVia)>(
+      viaId);
 }
 
 template <class Family>
@@ -109,6 +116,12 @@ void RouteOf<Family>::prefixSetDel(const Lumo::IpGenPrefix& lPrefix) {
 }
 
 template <class Family>
+void RouteOf<Family>::prefixSetNotifyAll() const {
+  tellAll<&NotifieeConst::onPrefixSetzanImmediate,
+          static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onPrefixSet)>(prefixSetId);
+}
+
+template <class Family>
 void RouteOf<Family>::isNondestructingIs(bool nondestructing) {
   if (isNondestructing() == nondestructing) return;
   Entity::isNondestructingIs(nondestructing);
@@ -117,7 +130,7 @@ void RouteOf<Family>::isNondestructingIs(bool nondestructing) {
 
 template <class Family>
 void RouteOf<Family>::zanLeft() {
-  if (parent()) static_cast<StatusOf<Family>*>(parent())->routeLeft(*this);
+  if (isHeld()) static_cast<StatusOf<Family>*>(parent())->routeLeft(*this);
 }
 
 template <class Family>

@@ -52,15 +52,18 @@ class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Fa
   /// Whether the route holds this very via.
   bool via(const Via& via) const;
   U32 viaCount() const { return via_.size(); }
-  /// Walks the vias in the order in which they were added.
+  /// Walks the vias in the order in which they were added. At the end when the route has gone.
   using ViaIterator = typename Zan::ListSet<Via>::Iterator;
   ViaIterator viaIterator() const { return via_.iterator(); }
   /// What a `ViaIterator` can be made on where it lives in another object.
   const Zan::ListSet<Via>& viaList() const { return via_; }
   void viaIs(const Via& via, bool present);
   void viaDel(const Via& via);
-  /// Removes every via; watchers hear of each one after its removal.
+  /// Removes the vias that there are now; watchers hear of each one after its removal, and those that they
+  /// add meanwhile stay.
   void viaDelAll();
+  /// Tells the watchers that any via may have changed.
+  void viaNotifyAll() const;
 
   /// The prefix set with this resolving prefix, or null.
   PrefixSet::Ptr prefixSet(const Lumo::IpGenPrefix& lPrefix) const;
@@ -69,6 +72,8 @@ class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Fa
   /// Links the set under its resolving prefix, in place of another one that was there.
   void prefixSetIs(const PrefixSet::Ptr& set);
   void prefixSetDel(const Lumo::IpGenPrefix& lPrefix);
+  /// Tells the watchers that any prefix set may have changed.
+  void prefixSetNotifyAll() const;
 
   void isNondestructingIs(bool nondestructing) override;
   void zanLeft();
@@ -90,23 +95,21 @@ class ZAN_EXPORT RouteOf : public Zan::Entity, public Zan::HashMember<RouteOf<Fa
 
 /// The order of the handlers is part of the interface.
 template <class Family>
-class ZAN_EXPORT RouteOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteOf<Family>::NotifieeConst : public Zan::NotifieeOf<RouteOf<Family>> {
  public:
-  virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
-  virtual void onPreference() { onAttribute(preferenceId); }
-  virtual void onRouteType() { onAttribute(routeTypeId); }
-  virtual void onVia(const Via&) { onCollectionNotification(Zan::literal<"via">()); }
-  virtual void onViazanImmediate() { onCollectionNotification(Zan::literal<"via">()); }
-  virtual void onVia() { onCollectionNotification(Zan::literal<"via">()); }
-  virtual void onCreationTime() { onAttribute(creationTimeId); }
-  virtual void onMetric() { onAttribute(metricId); }
+  virtual void onIsNondestructing() { this->onAttribute(isNondestructingId); }
+  virtual void onPreference() { this->onAttribute(preferenceId); }
+  virtual void onRouteType() { this->onAttribute(routeTypeId); }
+  virtual void onVia(const Via&) { this->onCollectionNotification(Zan::literal<"via">()); }
+  virtual void onViazanImmediate() { this->onCollectionNotification(Zan::literal<"via">()); }
+  virtual void onVia() { this->onCollectionNotification(Zan::literal<"via">()); }
+  virtual void onCreationTime() { this->onAttribute(creationTimeId); }
+  virtual void onMetric() { this->onAttribute(metricId); }
   virtual void onPrefixSet(const Lumo::IpGenPrefix&) {
-    onCollectionNotification(Zan::literal<"prefixSet">());
+    this->onCollectionNotification(Zan::literal<"prefixSet">());
   }
-  virtual void onPrefixSetzanImmediate() { onCollectionNotification(Zan::literal<"prefixSet">()); }
-  virtual void onPrefixSet() { onCollectionNotification(Zan::literal<"prefixSet">()); }
-
-  const RouteOf* notifier() const { return static_cast<const RouteOf*>(rawNotifier()); }
+  virtual void onPrefixSetzanImmediate() { this->onCollectionNotification(Zan::literal<"prefixSet">()); }
+  virtual void onPrefixSet() { this->onCollectionNotification(Zan::literal<"prefixSet">()); }
 };
 
 extern template class ZAN_EXPORT RouteOf<Family4>;

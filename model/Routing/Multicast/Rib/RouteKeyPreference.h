@@ -24,9 +24,14 @@ class ZAN_EXPORT RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMemb
 
   bool rpf(const Rpf& rpf) const { return rpf_.contains(rpf); }
   U32 rpfCount() const { return rpf_.size(); }
-  Zan::SortedSet<Rpf>::Iterator rpfIterator() const { return rpf_.iterator(); }
+  /// Walks the RPFs in ascending order. Keeps the entry alive.
+  Zan::SortedSet<Rpf>::Iterator rpfIterator() const {
+    return rpf_.iteratorHolding(Zan::Ptr<RouteKeyPreference const>(this));
+  }
   void rpfIs(const Rpf& rpf);
   void rpfDel(const Rpf& rpf);
+  /// Tells the watchers that any RPF may have changed.
+  void rpfNotifyAll() const;
 
   void zanLeft();
   const Zan::ZanType* fwkType() const override;
@@ -39,13 +44,11 @@ class ZAN_EXPORT RouteKeyPreference : public Zan::Entity, public Zan::RbTreeMemb
   Zan::SortedSet<Rpf> rpf_;
 };
 
-class ZAN_EXPORT RouteKeyPreference::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteKeyPreference::NotifieeConst : public Zan::NotifieeOf<RouteKeyPreference> {
  public:
   virtual void onRpf(const Rpf&) { onCollectionNotification(Zan::literal<"rpf">()); }
   virtual void onRpfzanImmediate() { onCollectionNotification(Zan::literal<"rpf">()); }
   virtual void onRpf() { onCollectionNotification(Zan::literal<"rpf">()); }
-
-  const RouteKeyPreference* notifier() const { return static_cast<const RouteKeyPreference*>(rawNotifier()); }
 };
 
 }  // namespace Routing::Multicast::Rib

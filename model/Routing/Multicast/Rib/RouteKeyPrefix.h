@@ -33,7 +33,8 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
   const RouteKeyPreference* bestPref() const { return pref_.first(); }
   /// Adds an entry without RPFs if there is none at `preference`, and returns the entry.
   Zan::Ptr<RouteKeyPreference> prefIs(U8 preference);
-  /// Enters a finished entry, which then is announced once. It replaces another one at its preference.
+  /// Enters a finished entry, which then is announced once. It replaces another one at its preference. Throws
+  /// a range exception for null and for an entry that another prefix has.
   void prefIs(const Zan::Ptr<RouteKeyPreference>& entry);
   void prefDel(U8 preference) { pref_.erase(preference); }
   /// Tells the watchers that any preference may have changed.
@@ -59,13 +60,11 @@ class ZAN_EXPORT RouteKeyPrefix : public Zan::Entity, public Zan::HashMember<Rou
   PrefMap pref_;
 };
 
-class ZAN_EXPORT RouteKeyPrefix::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT RouteKeyPrefix::NotifieeConst : public Zan::NotifieeOf<RouteKeyPrefix> {
  public:
   virtual void onPref(const U8&) { onCollectionNotification(Zan::literal<"pref">()); }
   virtual void onPrefzanImmediate() { onCollectionNotification(Zan::literal<"pref">()); }
   virtual void onPref() { onCollectionNotification(Zan::literal<"pref">()); }
-
-  const RouteKeyPrefix* notifier() const { return static_cast<const RouteKeyPrefix*>(rawNotifier()); }
 };
 
 }  // namespace Routing::Multicast::Rib

@@ -11,7 +11,7 @@ template <class Family>
 Zan::Ptr<RouteOf<Family>> StatusOf<Family>::routeIs(const Prefix& prefix) {
   if (Route* existing = route_.lookup(prefix)) return Zan::Ptr<Route>(existing);
   auto added = Zan::create<Route>(prefix);
-  added->parentIs(this, routeId);
+  added->zanHeldBy(this, routeId);
   route_.insert(added);
   taps_.tell(prefix);
   tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId,
@@ -21,16 +21,18 @@ Zan::Ptr<RouteOf<Family>> StatusOf<Family>::routeIs(const Prefix& prefix) {
 
 template <class Family>
 void StatusOf<Family>::routeLeft(Route& route) {
+  const Zan::Ptr<StatusOf> pin(this);
   taps_.tell(route.prefix());
   route.tellLeaving();
-  route.parentIs(nullptr);
+  route.zanOrphaned();
+  route.tellParent();
   tell<static_cast<void (NotifieeConst::*)(const Prefix&)>(&NotifieeConst::onRoute)>(routeId, route.prefix());
 }
 
 template <class Family>
 void StatusOf<Family>::routeNotifyAll() const {
-  tell<&NotifieeConst::onRoutezanImmediate>(routeId);
-  tell<static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onRoute)>(routeId);
+  tellAll<&NotifieeConst::onRoutezanImmediate,
+          static_cast<void (NotifieeConst::*)()>(&NotifieeConst::onRoute)>(routeId);
 }
 
 template <class Family>

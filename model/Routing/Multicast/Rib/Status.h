@@ -31,9 +31,12 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
   Zan::Ptr<Route> routeIs(const Prefix& prefix);
   /// Removes the route. Its own watchers hear first that it leaves, then those of the collection.
   void routeDel(const Prefix& prefix) { route_.erase(prefix); }
+  /// Removes the routes that there are now; those that watchers add meanwhile stay.
   void routeDelAll() { route_.eraseAll(); }
   /// Tells the watchers that any route may have changed.
   void routeNotifyAll() const;
+  /// For the shadow status that mirrors this one and has the trie: tells the watchers that it is another one.
+  void zanTellTrie() const { tell<&NotifieeConst::onTrie>(trieId); }
 
   /// Every route that comes, goes or changes its preference, type or vias, by its prefix.
   const Zan::Taps<Prefix>& taps() const { return taps_; }
@@ -52,15 +55,14 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
 
 /// The order of the handlers is part of the interface.
 template <class Family>
-class ZAN_EXPORT StatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT StatusOf<Family>::NotifieeConst : public Zan::NotifieeOf<StatusOf<Family>> {
  public:
-  virtual void onIsNondestructing() { onAttribute(isNondestructingId); }
-  virtual void onRoute(const Prefix&) { onCollectionNotification(Zan::literal<"route">()); }
-  virtual void onRoutezanImmediate() { onCollectionNotification(Zan::literal<"route">()); }
-  virtual void onRoute() { onCollectionNotification(Zan::literal<"route">()); }
-  virtual void onTrie() { onAttribute(trieId); }
-
-  const StatusOf* notifier() const { return static_cast<const StatusOf*>(rawNotifier()); }
+  virtual void onIsNondestructing() { this->onAttribute(isNondestructingId); }
+  virtual void onRoute(const Prefix&) { this->onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoutezanImmediate() { this->onCollectionNotification(Zan::literal<"route">()); }
+  virtual void onRoute() { this->onCollectionNotification(Zan::literal<"route">()); }
+  /// The shadow status that mirrors this one has published another trie over these routes.
+  virtual void onTrie() { this->onAttribute(trieId); }
 };
 
 extern template class ZAN_EXPORT StatusOf<Family4>;

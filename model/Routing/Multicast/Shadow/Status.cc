@@ -12,19 +12,31 @@ ShadowStatusOf<Family>::~ShadowStatusOf() {
 template <class Family>
 void ShadowStatusOf<Family>::routeIs(const Zan::Ptr<RibStatus const>& status) {
   if (status == route_) return;
+  const Zan::Ptr<ShadowStatusOf> pin(this);
   route_ = status;
   tell<&NotifieeConst::onRoute>(routeId);
+  if (trie_) tellTrieOfRoute();
 }
 
 template <class Family>
 Zan::Ptr<TrieGen> ShadowStatusOf<Family>::trieIs(const Zan::Name& name, Lumo::AddressFamily af) {
-  const Zan::Ptr<TrieGen> old = trie_;
-  auto trie = Zan::create<TrieGen>(name, af);
-  trie_ = trie;
-  if (old) old->parentIs(nullptr);
-  trie->parentIs(this, trieId);
+  const Zan::Ptr<ShadowStatusOf> pin(this);
+  const Zan::Ptr<TrieGen> old = std::exchange(trie_, Zan::create<TrieGen>(name, af));
+  auto trie = trie_;
+  trie->zanHeldBy(this, trieId);
+  if (old) {
+    old->zanOrphaned();
+    old->tellParent();
+  }
   tell<&NotifieeConst::onTrie>(trieId);
+  tellTrieOfRoute();
   return trie;
+}
+
+template <class Family>
+void ShadowStatusOf<Family>::tellTrieOfRoute() const {
+  if (const Zan::Ptr<RibStatus const> mirrored = route_)
+    mirrored->zanTellTrie();  // NOLINT: a handler may replace it
 }
 
 template <class Family>

@@ -22,24 +22,25 @@ class ZAN_EXPORT ShadowStatusOf : public Zan::NamedEntity {
   const Zan::Ptr<RibStatus const>& route() const { return route_; }
   void routeIs(const Zan::Ptr<RibStatus const>& status);
   const Zan::Ptr<TrieGen>& trie() const { return trie_; }
-  /// Makes a new empty trie, publishes it in place of the old one and returns it.
+  /// Makes a new empty trie, publishes it in place of the old one and returns it. The watchers of the MRIB
+  /// status hear of it too (`onTrie`).
   Zan::Ptr<TrieGen> trieIs(const Zan::Name& name, Lumo::AddressFamily af);
 
   const Zan::ZanType* fwkType() const override;
   std::string_view attributeName(Zan::AttributeId attribute) const override;
 
  private:
+  void tellTrieOfRoute() const;
+
   Zan::Ptr<RibStatus const> route_;
   Zan::Ptr<TrieGen> trie_;
 };
 
 template <class Family>
-class ZAN_EXPORT ShadowStatusOf<Family>::NotifieeConst : public Zan::Entity::NotifieeConst {
+class ZAN_EXPORT ShadowStatusOf<Family>::NotifieeConst : public Zan::NotifieeOf<ShadowStatusOf<Family>> {
  public:
-  virtual void onRoute() { onAttribute(routeId); }
-  virtual void onTrie() { onAttribute(trieId); }
-
-  const ShadowStatusOf* notifier() const { return static_cast<const ShadowStatusOf*>(rawNotifier()); }
+  virtual void onRoute() { this->onAttribute(routeId); }
+  virtual void onTrie() { this->onAttribute(trieId); }
 };
 
 extern template class ZAN_EXPORT ShadowStatusOf<Family4>;

@@ -1,0 +1,729 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "Pim/MribSm/InterfaceInfo.h"
+#include "Routing/Multicast/Rib/Config.h"
+#include "Routing/Multicast/Shadow/Status.h"
+#include "Routing/Shadow/Status.h"
+#include "Zan/Hash.h"
+#include "Zan/Reactor.h"
+
+// What a host does that nobody should do: objects that go while they are at work, that are in two places at
+// once, that are kept for too long. It works, or it stops and says what the host did.
+
+namespace {
+
+using Routing::Multicast::Rib::Config;
+using Routing::Multicast::Rib::PrefixSet;
+using Routing::Multicast::Rib::Route;
+using Routing::Multicast::Rib::RouteKeyPreference;
+using Routing::Multicast::Rib::RouteKeyPrefix;
+using Routing::Multicast::Rib::Rpf;
+using Routing::Multicast::Rib::Status;
+using Shadow = Routing::Multicast::Shadow::Status;
+using Zan::Ptr;
+using Log = std::vector<std::string>;
+
+const Lumo::Prefix p10("10.0.0.0/8");
+const Lumo::IpGenPrefix g10("10.0.0.0/8");
+const Lumo::IpGenPrefix g20("20.0.0.0/8");
+
+Routing::Fib::Via via(const char* hop) {
+  return {Lumo::IpAddr(hop), nullptr};
+}
+Rpf rpf(const char* address) {
+  return Rpf::ofAddr(Lumo::IpGenAddr(address));
+}
+
+/// Runs `then` at whatever it hears of.
+template <class Base>
+class Watcher : public Base {
+ public:
+  explicit Watcher(const Ptr<Zan::PtrInterface const>& notifier, std::function<void()> t = {})
+      : then(std::move(t)) {
+    this->notifierIs(notifier);
+    this->isRegisteredNotifieeIs(true);
+  }
+  void onNotification() override { call("change"); }
+  void onAttribute(Zan::AttributeId id) override { call(std::to_string(id)); }
+  void onCollectionNotification(const Zan::String8& name) override { call(name.stringValue()); }
+  void handleDefault(Zan::ActivityConfig*, Zan::AttributeId, bool) override { call("leaving"); }
+  void handleNotification(Zan::ActivityConfig*) override {
+    if (afterwards) afterwards();
+  }
+  void onNotificationException(Zan::AttributeId id) override {
+    heard.push_back("threw in " + std::to_string(id));
+    if (answer) answer();
+  }
+  void onNotificationException() override {
+    heard.emplace_back("threw afterwards");
+    if (answer) answer();
+  }
+  void zan_bitSetIs(U32) override {
+    if (queued) queued();
+  }
+  Zan::ActivitySm* actsm() override { return activity.get(); }
+
+  std::function<void()> then, afterwards, answer, queued;
+  Log heard;
+  Ptr<Zan::ActivitySm> activity;
+
+ private:
+  void call(std::string what) {
+    heard.push_back(std::move(what));
+    if (const auto now = then) now();  // which may set another one, or let this go
+  }
+};
+using RouteWatcher = Watcher<Route::NotifieeConst>;
+using StatusWatcher = Watcher<Status::NotifieeConst>;
+
+template <class Base>
+Ptr<Watcher<Base>> watch(const Ptr<Zan::PtrInterface const>& notifier, std::function<void()> then = {}) {
+  return Zan::create<Watcher<Base>>(notifier, std::move(then));
+}
+
+[[noreturn]] void fail() {
+  throw std::runtime_error("x");
+}
+
+/// What a call throws as a range exception; empty when it throws nothing.
+template <class Call>
+std::string refusal(Call call) {
+  try {
+    call();
+  } catch (const Zan::RangeException& e) {
+    return e.what();
+  }
+  return "";
+}
+
+// ---- Objects that go ----
+
+TEST(CarelessHost, TakesAReferenceToAnObjectThatIsBeingDestroyed) {
+  static Ptr<Zan::PtrInterface> kept;
+  struct Plain : Zan::VFPtrInterface {
+    ~Plain() override {
+      const Ptr<Plain> self(this), again = self;
+      ++destroyed;
+      if (keep) kept = self;
+    }
+    int& destroyed;
+    bool keep = false;
+    explicit Plain(int& d) : destroyed(d) {}
+  };
+  int destroyed = 0;
+  Zan::create<Plain>(destroyed);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_DEATH(Zan::create<Plain>(destroyed)->keep = true, "`no reference outlives its object' failed");
+}
+
+TEST(CarelessHost, ChangesWhatAReactorWatchesWhileTheReactorIsBeingDestroyed) {
+  struct Last : RouteWatcher {
+    using RouteWatcher::Watcher;
+    ~Last() override {
+      const Ptr<Route> route(const_cast<Route*>(notifier()));
+      route->preferenceIs(7);
+      EXPECT_TRUE(heard.empty());
+    }
+  };
+  const auto config = Zan::create<Zan::ActivityConfig>("loop");
+  const auto route = Zan::create<Route>(p10);
+  Zan::create<Last>(route);
+  Zan::create<Last>(route)->activity = Zan::zanActivitySmFor(config.get());
+  EXPECT_EQ(Zan::zanActivitySmFor(config.get())->pending(), 0u);
+  EXPECT_FALSE(route->hasNotifiees());
+}
+
+/// The handler lets everything go that refers to the record; the watcher itself as well.
+template <class Record, class Base, class Act>
+void goesWhileItTells(Act act, const std::function<void(Record&)>& prepare = {}) {
+  for (const bool many : {false, true}) {
+    auto record = Zan::create<Record>([] {
+      if constexpr (std::is_same_v<Record, Route>) return p10;
+      if constexpr (std::is_same_v<Record, PrefixSet> || std::is_same_v<Record, RouteKeyPrefix>) return g10;
+      if constexpr (std::is_same_v<Record, RouteKeyPreference>) return U8{1};
+      if constexpr (std::is_base_of_v<Zan::NamedEntity, Record>) return Zan::Name("x");
+    }());
+    if (prepare) prepare(*record);
+    Record* const raw = record.get();
+    auto first = watch<Base>(record), second = many ? watch<Base>(record) : nullptr;
+    first->then = [&] {
+      if (!first) return;
+      first->notifierIs(nullptr);
+      if (second) second->notifierIs(nullptr);
+      first = second = nullptr;
+      record = nullptr;
+    };
+    act(*raw);
+    EXPECT_FALSE(record);
+  }
+}
+
+TEST(CarelessHost, DropsTheLastReferenceToWhatTells) {
+  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.viaDelAll(); },
+                                                [](Route& r) {
+                                                  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"})
+                                                    r.viaIs(via(hop), true);
+                                                });
+  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.preferenceIs(2); });
+  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.viaNotifyAll(); });
+  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.prefixSetIs(PrefixSet::PrefixSetIs(g10)); });
+  goesWhileItTells<PrefixSet, PrefixSet::NotifieeConst>([](PrefixSet& s) { s.prefixNotifyAll(); });
+  goesWhileItTells<RouteKeyPreference, RouteKeyPreference::NotifieeConst>(
+      [](RouteKeyPreference& e) { e.rpfIs(rpf("1.1.1.1")); });
+  goesWhileItTells<Status, Status::NotifieeConst>([](Status& s) { s.routeNotifyAll(); });
+  goesWhileItTells<Status, Status::NotifieeConst>([](Status& s) { s.routeDelAll(); },
+                                                  [](Status& s) {
+                                                    for (const char* p : {"1.0.0.0/8", "2.0.0.0/8"}) {
+                                                      s.routeIs(Lumo::Prefix(p));
+                                                    }
+                                                  });
+  goesWhileItTells<Config, Config::NotifieeConst>(
+      [](Config& c) { c.routeIs(Zan::create<RouteKeyPrefix>(g10)); });
+  goesWhileItTells<Config, Config::NotifieeConst>([](Config& c) { c.routeDel(g10); },
+                                                  [](Config& c) { c.routeIs(g10); });
+  goesWhileItTells<RouteKeyPrefix, RouteKeyPrefix::NotifieeConst>(
+      [](RouteKeyPrefix& e) { e.prefIs(Zan::create<RouteKeyPreference>(U8{1})); });
+  goesWhileItTells<Shadow, Shadow::NotifieeConst>([](Shadow& s) { s.trieIs("t", Lumo::ipv4()); },
+                                                  [](Shadow& s) { s.routeIs(Zan::create<Status>("mrib")); });
+  goesWhileItTells<Ip::Status, Ip::Status::NotifieeConst>(
+      [](Ip::Status& s) { s.intfAddrIs(Lumo::IntfId(1), Lumo::IpAddr("1.1.1.1")); });
+  goesWhileItTells<Interface::AllIntfStatusDir, Interface::AllIntfStatusDir::NotifieeConst>(
+      [](Interface::AllIntfStatusDir& d) { d.intfStatusDel(Lumo::IntfId(1)); },
+      [](Interface::AllIntfStatusDir& d) { d.intfStatusIs(Lumo::IntfId(1), "eth0"); });
+}
+
+TEST(CarelessHost, DropsTheOwnerOfAMemberThatIsLeaving) {
+  auto status = Zan::create<Status>("mrib");
+  const auto route = status->routeIs(p10);
+  status->routeIs(Lumo::Prefix("20.0.0.0/8"));
+  const auto w = watch<Route::NotifieeConst>(route, [&] { status = nullptr; });
+  status->routeDelAll();
+  EXPECT_EQ(w->heard, (Log{"leaving", "7"}));
+  EXPECT_FALSE(route->parent());
+
+  auto config = Zan::create<Config>("c");
+  auto entry = config->routeIs(g10);
+  const auto pref = entry->prefIs(1);
+  const auto v = watch<RouteKeyPreference::NotifieeConst>(pref, [&] { entry = nullptr, config = nullptr; });
+  entry->prefDel(1);
+  EXPECT_EQ(v->heard, (Log{"leaving", "7"}));
+}
+
+TEST(CarelessHost, EmptiesItsOwnReferenceToWhatIsBeingEntered) {
+  const auto config = Zan::create<Config>("c");
+  auto entry = Zan::create<RouteKeyPrefix>(g10);
+  auto pref = Zan::create<RouteKeyPreference>(U8{1});
+  const auto onPref = watch<RouteKeyPreference::NotifieeConst>(pref, [&] { pref = nullptr; });
+  const auto onEntry = watch<RouteKeyPrefix::NotifieeConst>(entry);
+  entry->prefIs(pref);
+  onEntry->then = [&] { entry = nullptr; };
+  config->routeIs(entry);
+  EXPECT_EQ(onPref->heard, Log{"7"});
+  EXPECT_EQ(onEntry->heard, (Log{"pref", "7"}));
+  EXPECT_EQ(config->route(g10)->prefCount(), 1u);
+}
+
+TEST(CarelessHost, OwnsAReactorByTheRecordThatItWatches) {
+  struct Owner : Zan::NamedEntity {
+    Owner() : NamedEntity("owner") {}
+    Ptr<Watcher<Zan::Entity::NotifieeConst>> watcher;
+  };
+  auto owner = Zan::create<Owner>();
+  auto* const watcher = (owner->watcher = watch<Zan::Entity::NotifieeConst>(owner)).get();
+  owner = nullptr;
+  watcher->notifierIs(nullptr);  // takes the owner along, and that the watcher
+}
+
+// ---- Collections ----
+
+struct Key {
+  int value;
+  U64 hash() const { return Zan::mix(static_cast<U64>(value), 0); }
+  friend bool operator==(Key, Key) = default;
+  friend bool operator<(Key a, Key b) { return a.value < b.value; }
+};
+std::function<void(int)> onLeft;
+
+template <template <class> class Links>
+struct Member : Zan::VFPtrInterface, Links<Member<Links>> {
+  explicit Member(int k) : key{k} {}
+  ~Member() override {
+    if (onDestruction) onDestruction();
+  }
+  Key fwkKey() const { return key; }
+  void zanLeft() {
+    if (onLeft) onLeft(key.value);
+  }
+  Key key;
+  std::function<void()> onDestruction;
+};
+
+template <class M>
+class CarelessCollection : public testing::Test {
+ protected:
+  ~CarelessCollection() override { onLeft = nullptr; }
+  void fill(int count) {
+    for (int k = 0; k < count; ++k) map->insert(Zan::create<typename M::Member>(k));
+  }
+  std::vector<int> keys() {
+    std::vector<int> all;
+    for (auto i = map->iterator(); i; ++i) all.push_back(i->key.value);
+    return all;
+  }
+  using Map = typename M::Map;
+  std::unique_ptr<Map> map = std::make_unique<Map>();
+};
+struct Hashed {
+  using Member = ::Member<Zan::HashMember>;
+  using Map = Zan::HashMap<Member, Key>;
+};
+struct Ordered {
+  using Member = ::Member<Zan::RbTreeMember>;
+  using Map = Zan::RbTreeMap<Member, Key>;
+};
+using BothMaps = testing::Types<Hashed, Ordered>;
+TYPED_TEST_SUITE(CarelessCollection, BothMaps);
+
+TYPED_TEST(CarelessCollection, DeletesAllThatAreThereAndKeepsWhatHandlersAdd) {
+  using V = typename TypeParam::Member;
+  for (const int count : {1, 3, 20}) {
+    this->fill(count);
+    onLeft = [&](int k) {
+      if (k >= 1000) return;
+      this->map->insert(Zan::create<V>(1000 + k));
+      if (k == 1) this->map->erase(Key{count - 1});  // the last one goes early
+      if (k == 5) this->map->erase(Key{1003});
+    };
+    this->map->eraseAll();
+    EXPECT_EQ(this->map->size(), count == 20 ? 19u : static_cast<U32>(count));
+    EXPECT_FALSE(this->map->lookup({0}));
+    EXPECT_TRUE(this->map->lookup({1000}));
+    onLeft = nullptr;
+    this->map->eraseAll();
+    EXPECT_EQ(this->map->size(), 0u);
+  }
+}
+
+TYPED_TEST(CarelessCollection, GoesWhileAMemberLeaves) {
+  for (const int which : {0, 1, 2}) {
+    this->map = std::make_unique<typename TypeParam::Map>();
+    this->fill(20);
+    auto behind = this->map->iterator();
+    onLeft = [&](int) { this->map = nullptr; };
+    if (which == 0) this->map->eraseAll();
+    if (which == 1) this->map->erase(Key{3});
+    if (which == 2) behind.erase();
+    EXPECT_FALSE(this->map);
+    EXPECT_FALSE(behind);
+    EXPECT_FALSE(behind.erase());
+    EXPECT_FALSE(++behind);
+  }
+}
+
+TYPED_TEST(CarelessCollection, IsLookedAtByAMemberThatGoesWithIt) {
+  this->fill(20);
+  U32 seen = 0;
+  for (auto i = this->map->iterator(); i; ++i) {
+    i->onDestruction = [&] {
+      for (int k = 0; k < 20; ++k) seen += this->map->lookup({k}) != nullptr;
+    };
+  }
+  const Ptr<typename TypeParam::Member> kept(this->map->lookup({7}));
+  typename TypeParam::Map* const raw = this->map.get();
+  std::destroy_at(raw);  // in place, so that the members can still ask it
+  new (raw) typename TypeParam::Map();
+  EXPECT_EQ(seen, 190u - 12u) << "each sees those behind it; the kept one does not ask";
+  kept->onDestruction = nullptr;
+  this->map->insert(kept);
+  EXPECT_EQ(this->keys(), std::vector<int>{7}) << "what has lost its collection may enter another";
+}
+
+TYPED_TEST(CarelessCollection, StopsAtAMemberOfAnotherOne) {
+  using V = typename TypeParam::Member;
+  typename TypeParam::Map other;
+  for (const int count : {3, 20}) {
+    this->fill(count);
+    const Ptr<V> member(this->map->lookup({1})), stranger = Zan::create<V>(1);
+    EXPECT_DEATH(other.insert(member), "`member && !member->isInCollection\\(\\)' failed");
+    EXPECT_DEATH(this->map->insert(member), "isInCollection");
+    EXPECT_DEATH(this->map->insert(nullptr), "isInCollection");
+    EXPECT_DEATH(this->map->insert(stranger), "`!lookup\\(member->fwkKey\\(\\)\\)' failed");
+    EXPECT_DEATH(this->map->erase(stranger.get()), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
+    EXPECT_DEATH(other.erase(member.get()), "lookup\\(member->fwkKey\\(\\)\\) == member");
+    other.insert(this->map->erase(Key{0}));
+    other.eraseAll();
+    this->map->eraseAll();
+  }
+}
+
+TEST(CarelessHost, ChangesTheKeyOfAMemberOrReadsBehindTheEnd) {
+  Hashed::Map map;
+  for (int k = 0; k < 20; ++k) map.insert(Zan::create<Hashed::Member>(k));
+  auto i = map.iterator();
+  i->key.value = 77;
+  EXPECT_DEATH(i.erase(), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
+  i->key.value = 0;
+  i.erase();
+  EXPECT_DEATH(i->key.value = 1, "`the iterator stands on a member' failed");
+}
+
+TEST(CarelessHost, KeepsIteratorsLongerThanTheRecord) {
+  auto route = Zan::create<Route>(p10);
+  route->viaIs(via("1.0.0.1"), true);
+  route->viaIs(via("1.0.0.2"), true);
+  route->prefixSetIs(PrefixSet::PrefixSetIs(g10));
+  auto vias = route->viaIterator();
+  const auto copy = vias;
+  auto sets = route->prefixSetIterator();
+  route = nullptr;
+  EXPECT_FALSE(vias);
+  EXPECT_FALSE(copy);
+  EXPECT_FALSE(++vias);
+  EXPECT_FALSE(++sets);
+  EXPECT_DEATH(*copy, "`the iterator stands on a value' failed");
+
+  auto set = PrefixSet::PrefixSetIs(g10);
+  auto entry = Zan::create<RouteKeyPreference>(U8{1});
+  for (const auto& prefix : {g10, g20}) set->prefixIs(prefix, true);
+  for (const char* address : {"1.1.1.1", "2.2.2.2"}) entry->rpfIs(rpf(address));
+  auto prefixes = set->prefixIterator();
+  auto rpfs = entry->rpfIterator();
+  set = nullptr;
+  entry = nullptr;
+  EXPECT_EQ(*prefixes, g10);
+  EXPECT_EQ(*++prefixes, g20);
+  EXPECT_EQ(*++rpfs, rpf("2.2.2.2"));
+  EXPECT_FALSE(++rpfs);
+  EXPECT_DEATH(*rpfs, "`the iterator stands on a value' failed");
+
+  auto config = Zan::create<Config>("c");
+  config->routeIs(g10)->prefIs(1);
+  auto routes = config->routeIterator();
+  auto prefs = config->route(g10)->prefIterator();
+  config = nullptr;
+  EXPECT_FALSE(routes);
+  EXPECT_FALSE(++prefs);
+}
+
+TEST(CarelessHost, AddsViasWhileAllAreDeleted) {
+  const auto route = Zan::create<Route>(p10);
+  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"}) route->viaIs(via(hop), true);
+  const auto w = watch<Route::NotifieeConst>(route);
+  w->then = [&] {
+    w->then = nullptr;
+    route->viaDel(via("1.0.0.3"));
+    route->viaIs(via("1.0.0.9"), true);
+  };
+  route->viaDelAll();
+  EXPECT_EQ(route->viaCount(), 1u);
+  EXPECT_TRUE(route->via(via("1.0.0.9")));
+}
+
+TEST(CarelessHost, EntersAnEntryIntoTwoRecords) {
+  const auto a = Zan::create<Config>("a"), b = Zan::create<Config>("b");
+  const auto entry = a->routeIs(g10);
+  const auto other = b->routeIs(g10), third = b->routeIs(g20);
+  const auto pref = entry->prefIs(1);
+  EXPECT_EQ(refusal([&] { b->routeIs(entry); }),
+            "entry parameter to Routing::Multicast::Rib::Config::route that is held already not allowed");
+  EXPECT_EQ(
+      refusal([&] { other->prefIs(pref); }),
+      "entry parameter to Routing::Multicast::Rib::RouteKeyPrefix::pref that is held already not allowed");
+  EXPECT_EQ(b->route(g10), other.get());
+  EXPECT_EQ(other->prefCount(), 0u);
+  a->routeIs(entry);  // is there already
+  a->routeDel(g10);
+  b->routeIs(entry);
+  EXPECT_EQ(entry->parent(), b.get());
+  EXPECT_FALSE(other->parent());
+
+  const auto w = watch<RouteKeyPrefix::NotifieeConst>(entry);
+  w->then = [&] {
+    w->then = nullptr;
+    b->routeIs(entry);
+  };
+  b->routeDel(g10);
+  EXPECT_EQ(w->heard, (Log{"leaving", "threw in 130", "7"})) << "not before it has left";
+  EXPECT_EQ(b->routeCount(), 1u);
+}
+
+// ---- The tree ----
+
+TEST(CarelessHost, GivesEntitiesParentsThatTheyCantHave) {
+  const auto status = Zan::create<Status>("mrib");
+  const auto route = status->routeIs(p10);
+  const auto shadow = Zan::create<Shadow>("shadow");
+  const auto trie = shadow->trieIs("trie", Lumo::ipv4());
+  const char* held = "other parent of an entity that its parent holds not allowed";
+  EXPECT_EQ(refusal([&] { route->parentIs(nullptr); }), held);
+  EXPECT_EQ(refusal([&] { trie->parentIs(status.get(), 130); }), held);
+  const char* cycle = "parent that is the entity itself or below it not allowed";
+  EXPECT_EQ(refusal([&] { status->parentIs(route.get(), 130); }), cycle);
+  EXPECT_EQ(refusal([&] { status->parentIs(status.get(), 130); }), cycle);
+  EXPECT_EQ(refusal([&] { status->parentIs(shadow.get(), 4096); }),
+            "Zan::Entity::parentAttrId > 4095 not allowed");
+  EXPECT_EQ(status->parent(), nullptr);
+
+  const auto free = Zan::create<Route>(p10);
+  free->parentIs(shadow.get(), 130);
+  free->viaIs(via("1.0.0.1"), true);  // the parent is no status, and is not taken for one
+  free->parentIs(status.get(), 130);
+  free->preferenceIs(1);
+  free->parentIs(nullptr);
+}
+
+TEST(CarelessHost, DestroysAParentOrANotifierTooEarly) {
+  auto route = Zan::create<Route>(p10);
+  auto status = Zan::create<Status>("mrib");
+  route->parentIs(status.get(), 130);
+  EXPECT_DEATH(status = nullptr, "`no child outlives its parent' failed");
+  route = nullptr;
+  status = nullptr;
+
+  const auto watchOnStack = [] {
+    Status onStack("mrib");
+    const auto w = watch<Status::NotifieeConst>(Ptr<Status>(&onStack));
+    onStack.~Status();
+  };
+  EXPECT_DEATH(watchOnStack(), "`no notifiee outlives its notifier' failed");
+}
+
+// ---- Notification ----
+
+TEST(CarelessHost, ThrowsOutOfEverythingThatIsCalled) {
+  const auto status = Zan::create<Status>("mrib");
+  const auto route = status->routeIs(p10);
+  const auto config = Zan::create<Zan::ActivityConfig>("loop");
+  const auto sm = Zan::zanActivitySmFor(config.get());
+  for (const bool queued : {false, true}) {
+    const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+    a->then = a->afterwards = a->answer = a->queued = fail;
+    if (queued) a->activity = b->activity = sm;
+    route->preferenceIs(static_cast<U8>(route->preference() + 1));
+    route->metricIs(route->metric() + 1);
+    sm->run();
+    EXPECT_EQ(b->heard, (Log{"131", "135"}));
+    EXPECT_EQ(a->heard, queued ? (Log{"threw in 131", "threw in 135", "131", "threw in 131",
+                                      "threw afterwards", "135", "threw in 135", "threw afterwards"})
+                               : (Log{"131", "threw in 131", "135", "threw in 135"}));
+  }
+  const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+  a->then = a->answer = fail;
+  status->routeDel(p10);
+  EXPECT_EQ(b->heard, (Log{"leaving", "7"}));
+  EXPECT_EQ(a->heard, (Log{"leaving", "threw in 130", "7", "threw in 7"}));
+}
+
+TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
+  auto config = Zan::create<Zan::ActivityConfig>("loop");
+  auto sm = Zan::zanActivitySmFor(config.get());
+  const auto route = Zan::create<Route>(p10);
+  U32 called = 0;
+  auto a = watch<Route::NotifieeConst>(route, [&] { ++called; }), b = watch<Route::NotifieeConst>(route);
+  a->activity = b->activity = sm;
+  route->preferenceIs(1);
+  route->metricIs(1);
+  EXPECT_EQ(sm->pending(), 4u);
+  a = nullptr;
+  EXPECT_EQ(sm->run(), 2u) << "the queue keeps nobody alive";
+  EXPECT_EQ(called, 0u);
+
+  struct Last : Route {
+    using Route::Route;
+    ~Last() override { other->metricIs(77); }
+    Ptr<Route> other;
+  };
+  auto last = Zan::create<Last>(p10);
+  last->other = route;
+  Zan::ActivitySm* const raw = sm.get();
+  struct Raw : RouteWatcher {
+    using RouteWatcher::Watcher;
+    Zan::ActivitySm* actsm() override { return sm; }
+    Zan::ActivitySm* sm = nullptr;
+  };
+  const auto onLast = Zan::create<Raw>(last), onRoute = Zan::create<Raw>(route);
+  onLast->sm = onRoute->sm = raw;
+  last->preferenceIs(2);
+  route->preferenceIs(2);
+  onLast->notifierIs(nullptr);
+  last = nullptr;  // only the queue holds it now
+  EXPECT_EQ(route->metric(), 1u);
+  b->activity = nullptr;  // hears at once, while the queue goes
+  sm = nullptr;
+  config = nullptr;
+  EXPECT_EQ(route->metric(), 77u);
+  onRoute->sm = nullptr;
+  EXPECT_TRUE(onRoute->heard.empty());
+}
+
+TEST(CarelessHost, LetsAReactorHoldTheActivityThatItsWorkWaitsIn) {
+  const auto route = Zan::create<Route>(p10);
+  auto config = Zan::create<Zan::ActivityConfig>("loop");
+  auto w = watch<Route::NotifieeConst>(route);
+  w->activity = Zan::zanActivitySmFor(config.get());
+  config = nullptr;
+  route->preferenceIs(1);
+  EXPECT_EQ(w->activity->pending(), 1u);
+  w = nullptr;  // no circle: the leak checker would tell
+  EXPECT_FALSE(route->hasNotifiees());
+}
+
+TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
+  auto config = Zan::create<Zan::ActivityConfig>("loop");
+  const auto route = Zan::create<Route>(p10);
+  const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+  a->activity = b->activity = Zan::zanActivitySmFor(config.get());
+  route->preferenceIs(1);
+  a->then = [&] { a->activity = b->activity = nullptr, config = nullptr; };
+  EXPECT_EQ(Ptr<Zan::ActivitySm>(a->activity)->run(), 2u);
+  EXPECT_EQ(b->heard, Log{"131"});
+
+  config = Zan::create<Zan::ActivityConfig>("another");
+  a->then = nullptr;
+  a->activity = Zan::zanActivitySmFor(config.get());
+  config = nullptr;  // the reactor still holds its activity
+  route->preferenceIs(2);
+  EXPECT_EQ(a->activity->run(), 1u);
+}
+
+TEST(CarelessHost, RegistersUnregistersAndDropsDuringDelivery) {
+  const auto route = Zan::create<Route>(p10);
+  std::vector<Ptr<RouteWatcher>> all;
+  for (int i = 0; i < 6; ++i) all.push_back(watch<Route::NotifieeConst>(route));
+  all[1]->then = [&] {
+    all[0] = nullptr;
+    all[2]->isRegisteredNotifieeIs(false);
+    all[2]->isRegisteredNotifieeIs(true);
+    all[3] = nullptr;
+    all[4]->notifierIs(Zan::create<Route>(p10));
+    all.push_back(watch<Route::NotifieeConst>(route));
+    all[1]->then = nullptr;
+  };
+  route->preferenceIs(1);
+  EXPECT_EQ(all[2]->heard.size() + all[5]->heard.size(), 2u);
+  EXPECT_TRUE(all[4]->heard.empty());
+  EXPECT_TRUE(all[6]->heard.empty());
+  route->preferenceIs(2);
+  EXPECT_EQ(all[6]->heard.size(), 1u);
+}
+
+/// Of each type of notifiee that a host may derive from: one that is bound to something else.
+template <class... Bases>
+void refuseOtherTypes() {
+  const Ptr<Zan::Entity> wrong = Zan::create<Interface::AllIntfConfigDir>("x");
+  const auto refused = [&](auto notifiee) {
+    EXPECT_EQ(refusal([&] { notifiee->notifierIs(wrong); }), "notifier of the wrong type not allowed");
+    EXPECT_EQ(notifiee->rawNotifier(), nullptr);
+    notifiee->notifierIs(nullptr);
+  };
+  (refused(Zan::create<Bases>()), ...);
+}
+
+TEST(CarelessHost, BindsANotifieeToANotifierOfAnotherType) {
+  refuseOtherTypes<
+      Route::NotifieeConst, Status::NotifieeConst, PrefixSet::NotifieeConst, Config::NotifieeConst,
+      RouteKeyPrefix::NotifieeConst, RouteKeyPreference::NotifieeConst, Shadow::NotifieeConst,
+      Routing::Shadow::Status::NotifieeConst, Routing::TrieGen::NotifieeConst, Ip::Status::NotifieeConst,
+      Interface::AllIntfStatusDir::NotifieeConst, Routing::Multicast::Rib::InterfaceInfo::NotifieeConst,
+      Routing::Multicast::RouteOf<Routing::Family6>::NotifieeConst,
+      Routing::Multicast::StatusOf<Routing::Family6>::NotifieeConst>();
+  struct OwnRoute : Route {
+    using Route::Route;
+  };
+  const auto w = watch<Route::NotifieeConst>(Zan::create<OwnRoute>(p10));
+  EXPECT_EQ(w->notifier()->prefix(), p10) << "a derived type is one of its own";
+  EXPECT_FALSE(refusal([&] { w->notifierIs(Zan::create<Zan::ActivityConfig>("no entity")); }).empty());
+}
+
+TEST(CarelessHost, PassesArgumentsOutOfRange) {
+  EXPECT_EQ(refusal([] { Hashed::Map(U32{1} << 31); }), "");
+  EXPECT_EQ(refusal([] { Hashed::Map((U32{1} << 31) + 1); }),
+            "Zan::HashMap::requestedSize > 2147483648 not allowed");
+  const char* none = nullptr;
+  EXPECT_EQ(refusal([&] { Zan::String8 s(none); }), "null bytes parameter to Zan::String8 not allowed");
+  EXPECT_EQ(refusal([&] { Zan::Name n(none); }), "null bytes parameter to Zan::String8 not allowed");
+  struct Ignorant : Route::NotifieeConst {
+    using Route::NotifieeConst::ignoresIs;
+  };
+  EXPECT_EQ(refusal([] { Zan::create<Ignorant>()->ignoresIs(161); }), "");
+  for (const Zan::AttributeId id : {7u, 162u}) {
+    EXPECT_NE(refusal([&] { Zan::create<Ignorant>()->ignoresIs(id); }), "");
+  }
+}
+
+// ---- What a watcher may expect to hear ----
+
+TEST(WholeCollections, AreToldOfInBothForms) {
+  const auto status = Zan::create<Status>("mrib");
+  const auto route = status->routeIs(p10);
+  const auto set = PrefixSet::PrefixSetIs(g10);
+  const auto config = Zan::create<Config>("c");
+  const auto entry = config->routeIs(g10);
+  const auto pref = entry->prefIs(1);
+  const auto ip = Zan::create<Ip::Status>("ip");
+  const auto dir = Zan::create<Interface::AllIntfStatusDir>("intf");
+  const auto w1 = watch<Route::NotifieeConst>(route);
+  const auto w2 = watch<PrefixSet::NotifieeConst>(set);
+  const auto w3 = watch<RouteKeyPreference::NotifieeConst>(pref);
+  const auto w4 = watch<Ip::Status::NotifieeConst>(ip);
+  const auto w5 = watch<Interface::AllIntfStatusDir::NotifieeConst>(dir);
+  route->viaNotifyAll();
+  route->prefixSetNotifyAll();
+  set->prefixNotifyAll();
+  pref->rpfNotifyAll();
+  ip->intfAddrNotifyAll();
+  dir->intfStatusNotifyAll();
+  EXPECT_EQ(w1->heard, (Log{"via", "via", "prefixSet", "prefixSet"}));
+  EXPECT_EQ(w2->heard, (Log{"prefix", "prefix"}));
+  EXPECT_EQ(w3->heard, (Log{"rpf", "rpf"}));
+  EXPECT_EQ(w4->heard, (Log{"intfAddr", "intfAddr"}));
+  EXPECT_EQ(w5->heard, (Log{"intfStatus", "intfStatus"}));
+
+  struct Forms : Route::NotifieeConst {
+    void onViazanImmediate() override { order += "members "; }
+    void onVia() override { order += "whole "; }
+    using Route::NotifieeConst::onVia;
+    std::string order;
+  };
+  const auto forms = Zan::create<Forms>();
+  forms->notifierIs(route);
+  forms->isRegisteredNotifieeIs(true);
+  route->viaNotifyAll();
+  EXPECT_EQ(forms->order, "members whole ");
+}
+
+TEST(MribStatus, TellsOfTheTrieThatItsShadowKeeps) {
+  const auto status = Zan::create<Status>("mrib");
+  struct TrieWatcher : Status::NotifieeConst {
+    void onTrie() override { ++heard; }
+    int heard = 0;
+  };
+  const auto w = Zan::create<TrieWatcher>();
+  w->notifierIs(status);
+  w->isRegisteredNotifieeIs(true);
+  const auto shadow = Zan::create<Shadow>("shadow");
+  shadow->routeIs(status);
+  EXPECT_EQ(w->heard, 0);
+  shadow->trieIs("t", Lumo::ipv4());
+  EXPECT_EQ(w->heard, 1);
+  shadow->routeIs(nullptr);
+  shadow->routeIs(status);
+  EXPECT_EQ(w->heard, 2);
+}
+
+TEST(Version, IsToldByTypesThatKeepOne) {
+  struct Versioned : Zan::NamedEntity {
+    Versioned() : NamedEntity("v") {}
+    void versionIs(U32) { tell<&NotifieeConst::onVersion>(versionId); }
+  };
+  const auto v = Zan::create<Versioned>();
+  const auto w = watch<Zan::Entity::NotifieeConst>(v);
+  v->versionIs(2);
+  EXPECT_EQ(w->heard, Log{"8"});
+}
+
+}  // namespace

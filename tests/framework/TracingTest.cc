@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include "Quarn/CorruptionException.h"
+#include "Routing/Multicast/Rib/Route.h"
+#include "TraceRecorder.h"
+#include "Zan/IntrospectionException.h"
+#include "Zan/Trace.h"
+
+namespace {
+
+std::vector<std::string> exceptionsIn(const TraceRecorder& recorder) {
+  std::vector<std::string> texts;
+  for (const auto& m : recorder.messages) {
+    if (m.handle == "Zan") texts.push_back(m.text);
+  }
+  return texts;
+}
+using Texts = std::vector<std::string>;
+
+TEST(Exceptions, AreTracedUnlessTheyAreExpected) {
+  ASSERT_TRUE(Zan::TraceHandle::find("Zan"));
+  const TraceRecorder recorder;
+  const auto raiseAll = [] {
+    EXPECT_THROW(Zan::throwRangeException("a"), Zan::RangeException);
+    EXPECT_THROW(throw Quarn::CorruptionException("b"), Quarn::CorruptionException);
+    EXPECT_THROW(throw Zan::BadIndexException("c"), Zan::BadIndexException);
+    EXPECT_THROW(throw Zan::Exception("d"), Zan::Exception);
+  };
+  raiseAll();
+  const std::string index = "introspection exception: bad index for attribute \"c\"";
+  const Texts all{"range exception: a", "corruption exception: b", index, "exception: d"};
+  EXPECT_EQ(exceptionsIn(recorder), all);
+  {
+    const Zan::Expect range(Zan::ExceptionId::range);
+    {
+      const Zan::Expect corruption(Zan::ExceptionId::corruption);
+      raiseAll();
+    }
+    EXPECT_TRUE(Zan::Expect::expected(Zan::ExceptionId::range));
+    EXPECT_FALSE(Zan::Expect::expected(Zan::ExceptionId::corruption));
+    EXPECT_EQ(exceptionsIn(recorder).size(), 6u);
+  }
+  raiseAll();
+  EXPECT_EQ(exceptionsIn(recorder).size(), 10u);
+}
+
+TEST(Exceptions, ThatANotifieeThrowsInAnswerAreTraced) {
+  struct Thrower : Routing::Multicast::Rib::Route::NotifieeConst {
+    void onPreference() override { throw std::runtime_error("first"); }
+    void onNotificationException(Zan::AttributeId) override { throw std::runtime_error("second"); }
+  };
+  const auto route = Zan::create<Routing::Multicast::Rib::Route>(Lumo::Prefix("10.0.0.0/8"));
+  const auto w = Zan::create<Thrower>();
+  w->notifierIs(route);
+  w->isRegisteredNotifieeIs(true);
+  const TraceRecorder recorder;
+  route->preferenceIs(1);
+  EXPECT_EQ(exceptionsIn(recorder), Texts{"onNotificationException threw: second"});
+}
+
+TEST(Exceptions, MayBeThrownByASink) {
+  Zan::traceSinkIs([](void*, const Zan::TraceMessage&) { Zan::throwRangeException("sink"); }, nullptr);
+  EXPECT_THROW(Zan::throwRangeException("a"), Zan::RangeException);
+  Zan::traceSinkIs(nullptr, nullptr);
+}
+
+TEST(Exceptions, AreExpectedInAnOrder) {
+  const auto wrongOrder = [] {
+    auto outer = std::make_unique<Zan::Expect>(Zan::ExceptionId::range);
+    const Zan::Expect inner(Zan::ExceptionId::range);
+    outer.reset();
+  };
+  EXPECT_DEATH(wrongOrder(), "`the innermost Expect of its thread ends first' failed");
+}
+
+TEST(TraceHandles, RefuseLevelsOver30AndMayGo) {
+  {
+    Zan::TraceHandle handle(std::string("a name that does not ") + "last");
+    EXPECT_EQ(Zan::TraceHandle::find("a name that does not last"), &handle);
+    const auto refused = [&](auto call) {
+      try {
+        call();
+      } catch (const Zan::RangeException& e) {
+        return std::string(e.what());
+      }
+      return std::string();
+    };
+    for (const U32 level : {31u, 32u, 64u, ~0u}) {
+      const char* text = "Zan::TraceHandle::level > 30 not allowed";
+      EXPECT_EQ(refused([&] { return handle.wants(level); }), text);
+      EXPECT_EQ(refused([&] { return handle.traces(level); }), text);
+      EXPECT_EQ(refused([&] { return handle.levelEnabled(level); }), text);
+      EXPECT_EQ(refused([&] { handle.levelEnabledIs(level, true); }), text);
+      EXPECT_EQ(refused([&] { handle.levelsUpToIs(level); }), text);
+      EXPECT_EQ(refused([&] { ZAN_TRACE(handle, nullptr, level, "x"); }), text);
+      EXPECT_EQ(refused([&] { Zan::traceHelper("h", nullptr, "x", level, true, "", 1, ""); }), text);
+    }
+    handle.levelsUpToIs(30);
+    const TraceRecorder recorder(30);
+    const char* none = nullptr;
+    ZAN_TRACE(handle, nullptr, 30, none << 1);
+    EXPECT_TRUE(recorder.contains("NULL1"));
+  }
+  EXPECT_FALSE(Zan::TraceHandle::find("a name that does not last"));
+  Zan::traceSinkIs(nullptr, nullptr);
+}
+
+}  // namespace
