@@ -178,7 +178,7 @@ TEST(CircleSearch, AcceptsJustWhatIsNeverFollowedForEver) {
     }
     ++refused;
     bool recurses = false;
-    for (int tries = 0; tries < 100 && !recurses; ++tries) recurses = !History(c, random).run(40).empty();
+    for (int tries = 0; tries < 1000 && !recurses; ++tries) recurses = !History(c, random).run(40).empty();
     if (recurses) continue;
     ++harmless;
     if (harmless < 10) std::cout << "refused without need? seed " << seed << "\n" << c.text();
