@@ -52,10 +52,13 @@ bool Mirror::put(const Address& address, bool dumped) {
   return isNew;
 }
 
+/// One that was in doubt may lead somewhere again without being another one.
 bool Mirror::put(const NextHop& nextHop, bool dumped) {
+  const auto* known = topology_.nextHops.find(nextHop.id);
+  const bool wasInDoubt = known && known->epoch <= topology_.lastLoss;
   const bool isNew = dumped ? topology_.nextHops.putDumped(nextHop.id, nextHop)
                             : topology_.nextHops.put(nextHop.id, nextHop, epoch_);
-  if (isNew) reconsiderAll();
+  if (isNew || wasInDoubt) reconsiderAll();
   return isNew;
 }
 
@@ -125,7 +128,7 @@ void Mirror::tell(RouteChange& change, U16 flags, Nanos now) {
   if (!isOurs(change.route)) return;
   keepOwnPart(change.route);
   const bool fits = tableOf(change.route).change(change.route, flags, change.gone, epoch_);
-  if (!fits) dirty(Reason::mismatch, now);
+  if (!fits && synced_) dirty(Reason::mismatch, now);
 }
 
 void Mirror::event(Event event, Nanos now) {

@@ -118,6 +118,8 @@ bool Mirror::sweep(std::size_t budget) {
 }
 
 void Mirror::turnToNext(Nanos now) {
+  if (dump_ == Dump::routes4 && v4_.isUnsure()) dirty(Reason::mismatch, now);
+  if (dump_ == Dump::routes6 && v6_.isUnsure()) dirty(Reason::mismatch, now);
   attempts_ = 0;
   phase_ = Phase::ask;
   const Dump last = settings_.ipv6 ? Dump::routes6 : Dump::routes4;

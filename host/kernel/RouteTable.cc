@@ -45,6 +45,7 @@ U32 RouteTable::findOrMake(const IpGenPrefix& prefix) {
   U32 node = static_cast<U32>(nodes_.size());
   if (freeNodes_.empty()) {
     nodes_.emplace_back();
+    unconsidered_ += unconsidered_ > 0;  // the walk around has one more to pass
   } else {
     node = freeNodes_.back();
     freeNodes_.pop_back();
@@ -163,8 +164,12 @@ bool RouteTable::change(const Route& route, U16 flags, bool gone, Epoch now) {
   if (gone && find(route.prefix) == PrefixIndex::nothing && !dumping_) return true;
   const U32 node = findOrMake(route.prefix);
   const Message message{route, flags, gone, now};
-  if (dumping_) putAside(node, message);
-  return tell(node, message);
+  if (!dumping_) return tell(node, message);
+  Aside& aside = putAside(node, message);
+  tell(node, message);
+  aside.replaced |= (flags & NLM_F_REPLACE) != 0;
+  aside.several |= nodes_[node].first != none && records_[nodes_[node].first].next != none;
+  return true;  // told again at the end, to a better listener
 }
 
 bool RouteTable::tell(U32 node, const Message& message) {
@@ -252,6 +257,7 @@ bool RouteTable::tellGone(List& list, const Route& route) {
 void RouteTable::startDump(Epoch now) {
   aside_.clear();
   dumping_ = true;
+  unsure_ = false;
   dumpEpoch_ = now;
 }
 
@@ -292,13 +298,14 @@ void RouteTable::putDumped(U32 node, const Route& route) {
 }
 
 /// The first event about a prefix takes along what the dump has told of it already.
-void RouteTable::putAside(U32 node, const Message& message) {
+RouteTable::Aside& RouteTable::putAside(U32 node, const Message& message) {
   const auto [it, isNew] = aside_.try_emplace(nodes_[node].prefix);
   for (U32 at = isNew ? nodes_[node].first : none; at != none; at = records_[at].next) {
     const Record& r = records_[at];
     if (!r.own && r.epoch >= dumpEpoch_) it->second.dumped.push_back(routeOf(nodes_[node], r));
   }
   it->second.messages.push_back(message);
+  return it->second;
 }
 
 void RouteTable::rebuild(const IpGenPrefix& prefix, const Aside& aside) {
@@ -317,9 +324,15 @@ void RouteTable::rebuild(const IpGenPrefix& prefix, const Aside& aside) {
   for (const Message& message : aside.messages) tell(node, message);
 }
 
+/// Telling once more what a dump has seen already does no harm, but for a replacement: what was the first of
+/// several then need not be the first now.
 void RouteTable::bringBack() {
-  for (const auto& [prefix, aside] : aside_) rebuild(prefix, aside);
+  for (const auto& [prefix, aside] : aside_) {
+    rebuild(prefix, aside);
+    unsure_ |= aside.replaced && (aside.several || aside.dumped.size() > 1 || !wasFilled_);
+  }
   aside_.clear();
+  wasFilled_ = true;
 }
 
 bool RouteTable::finishDump(std::size_t& budget) {

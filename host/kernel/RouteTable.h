@@ -35,6 +35,8 @@ class RouteTable {
   void dumped(const Route& route);
   /// Ends a dump that came through; takes up to `budget` routes away or looks at them. True when done.
   bool finishDump(std::size_t& budget);
+  /// Whether events came while the last dump ran whose effect it could not tell: another one will.
+  bool isUnsure() const { return unsure_; }
   /// How many routes dumps added, changed or removed that no message had told of.
   U64 healed() const { return healed_; }
 
@@ -100,6 +102,8 @@ class RouteTable {
   struct Aside {
     std::vector<Route> dumped;
     std::vector<Message> messages;
+    bool replaced = false;
+    bool several = false;  // there was a choice of what to replace
   };
   struct PrefixHash {
     std::size_t operator()(const IpGenPrefix& p) const { return p.hash(); }
@@ -132,7 +136,7 @@ class RouteTable {
   bool growLegs(List& list, const Rank& rank, const Message& message);
   bool shrinkLegs(List& list, const Rank& rank, const Route& route);
   void putDumped(U32 node, const Route& route);
-  void putAside(U32 node, const Message& message);
+  Aside& putAside(U32 node, const Message& message);
   void bringBack();
   void rebuild(const IpGenPrefix& prefix, const Aside& aside);
   void sweep(U32 node);
@@ -157,6 +161,8 @@ class RouteTable {
 
   std::unordered_map<IpGenPrefix, Aside, PrefixHash> aside_;
   bool dumping_ = false;
+  bool wasFilled_ = false;  // by a whole dump
+  bool unsure_ = false;
   Epoch dumpEpoch_ = 0;
   std::size_t sweepAt_ = 0;
   Answer scratch_;
