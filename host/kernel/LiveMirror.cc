@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::size_t bufferSize = 128 << 10;  // the kernel fills 32 KiB with a part of a dump
 constexpr int eventsATurn = 500;
-constexpr U64 mostRefusals = 3;  // before a one-shot reading gives up
+constexpr U32 mostPostponed = 20;  // turns that an answer waits behind events
+constexpr U64 mostRefusals = 3;    // before a one-shot reading gives up
 
 }  // namespace
 
@@ -24,10 +25,11 @@ LiveMirror::LiveMirror(const Mirror::Settings& settings, Nanos now)
     : mirror_(settings, now), eventBuffer_(bufferSize), answerBuffer_(bufferSize) {}
 
 /// An answer is handled when all events that came before it have been: then what it says beyond them is what
-/// no event told.
+/// no event told. But it does not wait for ever.
 Nanos LiveMirror::turn(Nanos now) {
   if (answer_.outcome == NetlinkSocket::Outcome::nothing) readAnswer();
-  if (!readEvents(now)) return now;
+  if (!readEvents(now) && ++postponed_ < mostPostponed) return now;
+  postponed_ = 0;
   const bool answered = answer_.outcome != NetlinkSocket::Outcome::nothing;
   if (answered) handleAnswer(now);
   const auto until = act(now);

@@ -38,6 +38,7 @@ class LiveMirror {
   std::vector<U8> eventBuffer_;
   std::vector<U8> answerBuffer_;
   NetlinkSocket::Received answer_;  // received and not yet handled
+  U32 postponed_ = 0;
   U64 foreign_ = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "Datagram.h"
 #include "Describe.h"
 #include "Netns.h"
 
@@ -294,6 +295,22 @@ TEST_F(NamespaceTest, FindsItsWayBackWhenEventsAreLost) {
   EXPECT_EQ(counters.overruns, 1u);
   EXPECT_EQ(counters.resyncs[static_cast<std::size_t>(Reason::overrun)], 1u);
   EXPECT_GT(counters.healed, 9000u);
+}
+
+TEST_F(NamespaceTest, BelievesTheKernelAlone) {
+  sockaddr_nl to{};
+  socklen_t size = sizeof to;
+  ASSERT_EQ(getsockname(live->eventFd(), reinterpret_cast<sockaddr*>(&to), &size), 0);
+  Datagram lie;
+  lie.message(RTM_NEWROUTE, rtmsg{AF_INET, 8, 0, 0, RT_TABLE_MAIN, RTPROT_STATIC, 0, RTN_BLACKHOLE, 0})
+      .attribute(RTA_DST, U32{20});
+  const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+  to.nl_groups = 0;
+  EXPECT_GT(sendto(fd, lie.bytes().data(), lie.bytes().size(), 0, reinterpret_cast<sockaddr*>(&to), size), 0);
+  close(fd);
+  pump();
+  EXPECT_EQ(live->foreign(), 1u);
+  EXPECT_EQ(lookup("20.1.1.1"), "none");
 }
 
 }  // namespace
