@@ -28,7 +28,8 @@ class Run {
 
  private:
   Bytes datagram() {
-    const std::size_t size = std::min<std::size_t>(input_[1] | input_[2] << 8, input_.size() - 3);
+    const std::size_t said = input_[1] + input_[2] * std::size_t{256};
+    const std::size_t size = std::min(said, input_.size() - 3);
     const Bytes taken = input_.subspan(3, size);
     input_ = input_.subspan(3 + size);
     return taken;
