@@ -1,0 +1,98 @@
+#include "KernelFuzz.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+
+#include "Message.h"
+#include "Mirror.h"
+
+using namespace host::kernel;
+
+namespace {
+
+void must(bool holds) {
+  if (!holds) std::abort();
+}
+
+/// Takes the input as steps of a head of three bytes (what, how long) and a datagram.
+class Run {
+ public:
+  explicit Run(Bytes input) : input_(input) {}
+
+  void all() {
+    while (input_.size() >= 3) step();
+    rest();
+    check();
+  }
+
+ private:
+  Bytes datagram() {
+    const std::size_t said = input_[1] + input_[2] * std::size_t{256};
+    const std::size_t size = std::min(said, input_.size() - 3);
+    const Bytes taken = input_.subspan(3, size);
+    input_ = input_.subspan(3 + size);
+    return taken;
+  }
+  void step() {
+    const U8 what = input_[0];
+    const Bytes bytes = datagram();
+    now_ += milliseconds(what >> 3);
+    switch (what & 7) {
+      case 0:
+      case 1:
+      case 2:
+        return parseMessages(bytes, [&](Event&& event) { mirror_.event(std::move(event), now_); });
+      case 3:
+      case 4:
+        return parseMessages(bytes, [&](Event&& event) { answer(std::move(event)); });
+      case 5:
+        return answer({0, 0, DumpEnd{}});
+      case 6:
+        act();
+        return;
+      default:
+        mirror_.takeChanges(what >> 3);
+    }
+  }
+  /// The input can hardly know the sequence number of a request.
+  void answer(Event event) {
+    event.sequence = sequence_;
+    mirror_.answered(std::move(event), now_);
+  }
+  bool act() {
+    const Mirror::Action action = mirror_.next(now_);
+    if (action.kind == Mirror::Action::Kind::dump) sequence_ = action.sequence;
+    return action.kind == Mirror::Action::Kind::dump;
+  }
+  /// From here on the kernel has nothing, and says so.
+  void rest() {
+    for (int i = 0; i < 100; ++i) {
+      now_ += seconds(1);
+      answer({0, 0, DumpEnd{}});
+      while (act()) answer({0, 0, DumpEnd{}});
+    }
+    mirror_.takeChanges();
+    must(mirror_.isSynced() && !mirror_.isStale());
+  }
+  void check() const {
+    must(mirror_.topology().links.all().empty() && mirror_.topology().nextHops.all().empty());
+    for (const auto family : {Lumo::ipv4(), Lumo::ipv6()}) {
+      const RouteTable& routes = mirror_.routes(family);
+      must(routes.routeCount() == 0);
+      routes.forEach([](const Route&) { must(false); });
+      routes.forEachAnswer([](const IpGenPrefix&, const Answer&) { must(false); });
+    }
+  }
+
+  Bytes input_;
+  Nanos now_ = 0;
+  U32 sequence_ = 0;
+  Mirror mirror_{Mirror::Settings(), 0};
+};
+
+}  // namespace
+
+void kernelFuzz(const std::uint8_t* data, std::size_t size) {
+  Run({data, size}).all();
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <tuple>
+
+#include "Stamped.h"
+#include "Values.h"
+
+namespace host::kernel {
+
+/// The links, addresses and next-hop objects, and what they make of a route's next hops.
+class Topology {
+ public:
+  /// Two addresses of a link may differ in nothing but their peer or the length of their subnet.
+  using AddressKey = std::tuple<U32, IpGenAddr, U8, IpGenAddr>;
+  static AddressKey keyOf(const Address& a) { return {a.link, a.local, a.length, a.peer}; }
+
+  /// A link, and when routes over it were last taken away without a message: what was confirmed no later is
+  /// gone, or may be.
+  struct LinkState {
+    Link link;
+    Epoch down = 0;
+    friend bool operator==(const LinkState&, const LinkState&) = default;
+  };
+
+  Stamped<U32, LinkState> links;
+  Stamped<AddressKey, Address> addresses;
+  Stamped<U32, NextHop> nextHops;
+
+  /// What was confirmed later stands as it is; of what was not, something may have been taken away since.
+  Epoch lastLoss = 0;
+
+  const Link* link(U32 index) const;
+  /// The router's own addresses as far as `table` goes, with the links that hold them; of several links the
+  /// one with the lowest index. A link in a VRF holds its addresses for the table of that VRF only.
+  std::map<IpGenAddr, U32> ownAddresses(U32 table) const;
+
+  /// Whether packets can go by this next hop of a record confirmed at `epoch`. Carrier loss alone does not
+  /// hinder them: where it shall, the kernel says dead.
+  bool isUsable(const Hop& hop, Epoch epoch) const;
+  /// Adds to `hops` those of a next-hop object that can be used by a route confirmed at `epoch`. False when
+  /// the object is a blackhole.
+  bool addUsable(U32 nextHop, Epoch epoch, std::vector<Hop>& hops) const;
+
+ private:
+  U32 vrfTableOf(const Link& link) const;
+};
+
+}  // namespace host::kernel

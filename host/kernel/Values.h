@@ -1,0 +1,92 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Lumo/IpGenAddr.h"
+#include "Lumo/IpGenPrefix.h"
+
+/// What a router's kernel knows, as values. Numbers are the kernel's own (linux/rtnetlink.h), so that what is
+/// read from it, from files and from a simulation is the same record.
+namespace host::kernel {
+
+using Lumo::IpGenAddr;
+using Lumo::IpGenPrefix;
+
+/// Monotonic time in nanoseconds; always an argument here, never read from a clock.
+using Nanos = U64;
+
+struct Link {
+  U32 index = 0;
+  std::string name;
+  std::vector<std::string> alternativeNames;
+  bool up = false;       ///< as configured
+  bool lowerUp = false;  ///< has carrier; false while the link is down
+  bool running = false;  ///< operational; false while the link is down
+  U8 operState = 0;      ///< IF_OPER_*
+  U32 master = 0;        ///< index of the bridge, bond or VRF it belongs to, or 0
+  U32 vrfTable = 0;      ///< the table of a VRF device; 0 for every other link
+  friend bool operator==(const Link&, const Link&) = default;
+};
+
+struct Address {
+  U32 link = 0;
+  IpGenAddr local;
+  IpGenAddr peer;  ///< the other end of a point-to-point address; `local` where there is none
+  U8 length = 0;   ///< of the subnet, or of the peer's prefix
+  U8 scope = 0;
+  bool secondary = false;
+  bool tentative = false;  ///< IPv6, not the router's own until duplicate detection is through
+  friend bool operator==(const Address&, const Address&) = default;
+};
+
+struct Hop {
+  enum Flag : U8 { dead = 1, onlink = 4, linkdown = 16 };
+
+  IpGenAddr gateway;  ///< empty: what the route leads to is on the link itself
+  U32 link = 0;
+  U8 flags = 0;
+  friend bool operator==(const Hop&, const Hop&) = default;
+  friend auto operator<=>(const Hop&, const Hop&) = default;
+};
+
+/// A next-hop object: a hop, a blackhole or a group of other objects.
+struct NextHop {
+  U32 id = 0;
+  bool blackhole = false;
+  Hop hop;
+  std::vector<U32> group;  ///< identifiers; with members, `hop` means nothing
+  friend bool operator==(const NextHop&, const NextHop&) = default;
+};
+
+enum class RouteType : U8 {
+  unspecified,
+  unicast,
+  local,
+  broadcast,
+  anycast,
+  multicast,
+  blackhole,
+  unreachable,
+  prohibit,
+  throwing,
+  nat
+};
+
+struct Route {
+  IpGenPrefix prefix;
+  U32 table = 0;
+  U32 metric = 0;
+  U8 tos = 0;
+  RouteType type = RouteType::unicast;
+  U8 protocol = 0;  ///< RTPROT_*
+  U8 scope = 0;     ///< RT_SCOPE_*
+  U32 nextHop = 0;  ///< identifier of a next-hop object, or 0
+  /// A hash of what tells routes to one prefix apart but matters to nobody here (preferred source, metrics,
+  /// weights). 0 where it is not known, as in files.
+  U32 rest = 0;
+  std::vector<Hop> hops;  ///< with a next-hop object: what the kernel says it stands for, if it does
+  friend bool operator==(const Route&, const Route&) = default;
+};
+
+}  // namespace host::kernel

@@ -1,0 +1,315 @@
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+
+#include <numeric>
+#include <set>
+
+#include "Describe.h"
+#include "SimulatedKernel.h"
+
+// The mirror's logic, on a clock of its own.
+
+using namespace host::kernel;
+using Kind = Mirror::Action::Kind;
+
+namespace {
+
+/// A simulated kernel and a mirror of it, with everything between them late.
+class Pair {
+ public:
+  Pair(U32 seed, const Mirror::Settings& settings) : kernel(seed), mirror(settings, 0) {}
+
+  void act() {
+    const Mirror::Action action = mirror.next(now);
+    if (action.kind == Kind::dump) kernel.startDump(action.dump, action.sequence);
+  }
+  void deliverEvent() {
+    if (kernel.events.empty()) return;
+    mirror.event(std::move(kernel.events.front()), now);
+    kernel.events.pop_front();
+  }
+  void deliverAnswer() {
+    if (kernel.answers.empty()) return;
+    mirror.answered(std::move(kernel.answers.front()), now);
+    kernel.answers.pop_front();
+  }
+  void loseEvents() {
+    kernel.events.clear();
+    mirror.lost(Reason::overrun, now);
+  }
+  void step(bool silence) {
+    switch (kernel.pick(6)) {
+      case 0:
+        return kernel.change(silence);
+      case 1:
+        return deliverEvent();
+      case 2:
+        return kernel.dumpPart();
+      case 3:
+        return deliverAnswer();
+      case 4:
+        now += milliseconds(kernel.pick(20));
+        return act();
+      default:
+        mirror.takeChanges(kernel.pick(4));
+    }
+  }
+  /// Lets everything arrive, and the mirror do what it wants to. Never as long as to the next audit.
+  void rest() {
+    for (int i = 0; i < 300; ++i) {
+      while (!kernel.events.empty()) deliverEvent();
+      act();
+      kernel.dumpPart();
+      while (!kernel.answers.empty()) deliverAnswer();
+      now += milliseconds(10);
+    }
+    mirror.takeChanges();
+  }
+  std::string wrong() { return difference(describe(mirror), describe(*kernel.mirrored())); }
+
+  SimulatedKernel kernel;
+  Mirror mirror;
+  Nanos now = 0;
+};
+
+TEST(Mirror, AgreesWithItsKernelAfterAnyInterleaving) {
+  for (U32 seed = 1; seed <= 150; ++seed) {
+    Pair pair(seed, Mirror::Settings());
+    for (int round = 0; round < 20; ++round) {
+      for (int i = 0; i < 60; ++i) pair.step(true);
+      if (round % 7 == 6) pair.loseEvents();
+      pair.rest();
+      ASSERT_EQ(pair.wrong(), "") << "seed " << seed << " round " << round;
+      ASSERT_FALSE(pair.mirror.isStale());
+    }
+  }
+}
+
+TEST(Mirror, NeedsNoSecondDumpWhileEventsTellEverything) {
+  Mirror::Settings settings;
+  settings.schedule.coalesce = seconds(1000);
+  for (U32 seed = 1; seed <= 500; ++seed) {
+    Pair pair(seed, settings);
+    pair.kernel.replaces = false;  // a replacement among several while a dump runs is a riddle
+    for (int i = 0; i < 200; ++i) pair.step(false);
+    pair.rest();
+    ASSERT_EQ(pair.wrong(), "") << "seed " << seed;
+    ASSERT_EQ(pair.mirror.counters().resyncs[static_cast<std::size_t>(Reason::start)], 1u);
+  }
+}
+
+/// A mirror whose kernel is written down by the test.
+class Scripted {
+ public:
+  explicit Scripted(const Mirror::Settings& settings = {}) : mirror(settings, 0) {
+    links = {link(1, true), link(2, true)};
+  }
+
+  static Link link(U32 index, bool up) {
+    Link l;
+    l.index = index;
+    l.name = "eth" + std::to_string(index);
+    l.up = l.lowerUp = l.running = up;
+    return l;
+  }
+  static Route route(const char* prefix, const char* gateway, U32 out, U32 metric = 0) {
+    Route r;
+    r.prefix = IpGenPrefix(prefix);
+    r.table = 254;
+    r.metric = metric;
+    r.hops = {{IpGenAddr(std::string_view(gateway)), out, 0}};
+    return r;
+  }
+  /// Answers dumps until the mirror waits; returns until when. A dump takes `duration`.
+  Nanos answer() {
+    for (;;) {
+      const Mirror::Action action = mirror.next(now);
+      if (action.kind == Kind::wait) return action.until;
+      if (action.kind != Kind::dump) continue;
+      ++dumps;
+      now += duration;
+      const auto say = [&](auto body) { mirror.answered({action.sequence, flags, std::move(body)}, now); };
+      if (action.dump == Dump::links)
+        for (const Link& l : links) say(LinkChange{l});
+      if (action.dump == Dump::addresses)
+        for (const Address& a : addresses) say(AddressChange{a});
+      if (action.dump == Dump::nextHops)
+        for (const NextHop& n : nextHops) say(NextHopChange{n});
+      if (action.dump == Dump::routes4)
+        for (const Route& r : routes) say(RouteChange{r});
+      say(DumpEnd{error});
+    }
+  }
+  template <class Body>
+  void tell(Body body, U16 eventFlags = NLM_F_CREATE | NLM_F_EXCL) {
+    mirror.event({0, eventFlags, std::move(body)}, now);
+  }
+  std::string changed() {
+    std::set<std::string> lines;
+    for (const auto& prefix : mirror.takeChanges().prefixes) {
+      lines.insert(describe(prefix, mirror.answer(prefix)) + ';');
+    }
+    return std::accumulate(lines.begin(), lines.end(), std::string());
+  }
+  U64 resyncs(Reason reason) const { return mirror.counters().resyncs[static_cast<std::size_t>(reason)]; }
+
+  Mirror mirror;
+  Nanos now = seconds(100);
+  Nanos duration = 0;
+  U16 flags = 0;
+  S32 error = 0;
+  int dumps = 0;
+  std::vector<Link> links;
+  std::vector<Address> addresses;
+  std::vector<NextHop> nextHops;
+  std::vector<Route> routes;
+};
+
+TEST(Mirror, WithdrawsWhatALinkTookAlongUntilItIsConfirmed) {
+  Scripted s;
+  s.routes = {s.route("10.0.0.0/8", "1.1.1.1", 1), s.route("11.0.0.0/8", "2.2.2.2", 2)};
+  s.routes.push_back(s.routes[0]);
+  s.routes[2].prefix = IpGenPrefix("12.0.0.0/8");
+  s.routes[2].hops.push_back({IpGenAddr("2.2.2.2"), 2, 0});
+  s.answer();
+  s.changed();
+  EXPECT_FALSE(s.mirror.isStale());
+  s.tell(LinkChange{s.link(1, false)});
+  EXPECT_TRUE(s.mirror.isStale());
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 none;12.0.0.0/8 gateway 2.2.2.2@2;") << "at once";
+  s.tell(LinkChange{s.link(1, true)});
+  EXPECT_EQ(s.changed(), "") << "what came up again has no routes yet";
+  s.tell(RouteChange{s.route("10.0.0.0/8", "1.1.1.1", 1)});
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.1@1;") << "but for those that are told";
+  s.routes.erase(s.routes.begin() + 1);
+  s.now += milliseconds(50);
+  s.answer();
+  EXPECT_EQ(s.changed(), "11.0.0.0/8 none;12.0.0.0/8 gateway 1.1.1.1@1 2.2.2.2@2;");
+  EXPECT_FALSE(s.mirror.isStale());
+  EXPECT_EQ(s.mirror.counters().healed, 1u);
+  EXPECT_EQ(s.resyncs(Reason::linkState), 1u);
+}
+
+TEST(Mirror, FollowsNextHopObjectsWhateverRoutesRepeatOfThem) {
+  Scripted s;
+  NextHop one{1, false, {IpGenAddr("1.1.1.1"), 1, 0}, {}};
+  NextHop two{2, false, {IpGenAddr("2.2.2.2"), 2, 0}, {}};
+  s.nextHops = {one, two, {9, false, {}, {1, 2}}};
+  s.routes = {s.route("10.0.0.0/8", "7.7.7.7", 2)};
+  s.routes[0].nextHop = 9;
+  s.answer();
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.1@1 2.2.2.2@2;");
+  one.hop.gateway = IpGenAddr("1.1.1.9");
+  s.tell(NextHopChange{one});
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.9@1 2.2.2.2@2;");
+  s.tell(NextHopChange{two, true});
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.9@1;");
+  s.tell(NextHopChange{two});
+  EXPECT_EQ(s.changed(), "") << "a group does not take back who left it";
+  one.blackhole = true;
+  s.tell(NextHopChange{one});
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 blackhole;");
+}
+
+TEST(Mirror, ReadsAgainSoonButNotTooOften) {
+  Scripted s;
+  s.duration = milliseconds(100);  // a resync is five dumps
+  const Nanos start = s.now;
+  const Nanos audit = s.answer();
+  EXPECT_EQ(audit, s.now + seconds(60));
+  EXPECT_EQ(s.mirror.counters().lastDuration, milliseconds(500));
+  s.mirror.lost(Reason::mismatch, s.now);
+  EXPECT_EQ(s.mirror.next(s.now).until, start + milliseconds(2500)) << "a fifth of the time";
+  s.now = start + milliseconds(2500);
+  s.answer();
+  s.now = start + seconds(20);
+  s.mirror.lost(Reason::overrun, s.now);
+  s.mirror.lost(Reason::malformed, s.now + milliseconds(30));
+  EXPECT_EQ(s.mirror.next(s.now).until, s.now + milliseconds(50)) << "after the first of a burst";
+  s.now += milliseconds(50);
+  s.duration = 0;
+  s.answer();
+  EXPECT_EQ(s.dumps, 15) << "one for all";
+  EXPECT_EQ(s.resyncs(Reason::overrun) + s.resyncs(Reason::malformed), 2u);
+  EXPECT_EQ(s.mirror.counters().overruns, 1u);
+  s.now += seconds(60);
+  s.links.push_back(s.link(3, true));
+  s.answer();
+  EXPECT_EQ(s.resyncs(Reason::audit), 1u);
+  EXPECT_EQ(s.mirror.counters().healed, 1u);
+  s.mirror.lost(Reason::truncated, s.now);
+  EXPECT_EQ(s.mirror.next(s.now).until, s.now + milliseconds(50)) << "after a short one no second is waited";
+}
+
+TEST(Mirror, TakesNothingAwayForADumpThatDidNotComeThrough) {
+  Scripted s;
+  s.routes = {s.route("10.0.0.0/8", "1.1.1.1", 1)};
+  s.answer();
+  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.1@1;");
+  s.routes.clear();
+  const auto again = [&] {
+    s.dumps = 0;
+    s.mirror.lost(Reason::overrun, s.now);
+    s.now += seconds(2);
+    s.answer();
+    return s.changed();
+  };
+  s.flags = NLM_F_DUMP_INTR;
+  EXPECT_EQ(again(), "");
+  EXPECT_EQ(s.dumps, 15) << "each of five thrice";
+  EXPECT_TRUE(s.mirror.isStale());
+  s.flags = 0;
+  s.error = -EBUSY;
+  EXPECT_EQ(again(), "");
+  EXPECT_EQ(s.dumps, 1);
+  EXPECT_TRUE(s.mirror.isStale());
+  s.error = 0;
+  s.now += seconds(2);
+  s.mirror.lost(Reason::overrun, s.now);
+  s.now += seconds(2);
+  const Mirror::Action asked = s.mirror.next(s.now);
+  s.mirror.answered({asked.sequence - 1, 0, DumpEnd{}}, s.now);
+  s.mirror.answered({asked.sequence, 0, LinkChange{s.link(1, true)}}, s.now);
+  EXPECT_EQ(s.mirror.next(s.now).until, s.now + seconds(10)) << "an old answer ends no new dump";
+  s.now += seconds(10);
+  EXPECT_EQ(s.mirror.next(s.now).kind, Kind::wait) << "nothing came: another time";
+  EXPECT_EQ(s.mirror.next(s.now + seconds(1)).kind, Kind::dump);
+  s.now += seconds(1);
+  s.mirror.answered({0, 0, Malformed{"x"}}, s.now);
+  EXPECT_EQ(again(), "10.0.0.0/8 none;") << "a dump that came through";
+}
+
+TEST(Mirror, HoldsOwnAddressesForTheTableTheyAreFor) {
+  const auto local = [](const Mirror& mirror, const char* address) {
+    const auto match = mirror.longestMatch(IpGenAddr(std::string_view(address)));
+    return match.empty() ? "none" : describe(match, mirror.answer(match));
+  };
+  for (const U32 table : {254u, 100u}) {
+    Mirror::Settings settings;
+    settings.table = table;
+    Scripted s(settings);
+    s.links.push_back(s.link(3, true));
+    s.links.back().vrfTable = 100;
+    s.links[1].master = 3;
+    const auto address = [](U32 link, const char* text) {
+      const IpGenAddr a{std::string_view(text)};
+      return Address{link, a, a, 24, 0, false, false};
+    };
+    s.addresses = {address(1, "1.0.0.1"), address(2, "2.0.0.1"), address(3, "3.0.0.1"),
+                   address(1, "fe80::1")};
+    s.addresses.push_back({1, IpGenAddr("fe80::2"), IpGenAddr("fe80::2"), 64, 253, false, true});
+    s.answer();
+    s.changed();
+    const bool isMain = table == 254;
+    EXPECT_EQ(local(s.mirror, "1.0.0.1"), isMain ? "1.0.0.1/32 local @1" : "none");
+    EXPECT_EQ(local(s.mirror, "2.0.0.1"), isMain ? "none" : "2.0.0.1/32 local @2");
+    EXPECT_EQ(local(s.mirror, "3.0.0.1"), isMain ? "none" : "3.0.0.1/32 local @3");
+    EXPECT_EQ(local(s.mirror, "fe80::1"), isMain ? "fe80::1/128 local @1" : "none");
+    EXPECT_EQ(local(s.mirror, "fe80::2"), "none") << "not yet its own";
+    s.tell(LinkChange{s.link(2, true)});  // leaves the VRF
+    s.changed();
+    EXPECT_EQ(local(s.mirror, "2.0.0.1"), isMain ? "2.0.0.1/32 local @2" : "none");
+  }
+}
+
+}  // namespace

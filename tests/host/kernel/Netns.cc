@@ -1,0 +1,87 @@
+#include "Netns.h"
+
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "Saved.h"
+
+namespace {
+
+int run(const std::string& command) {
+  return std::system((command + " >/dev/null 2>&1").c_str());  // NOLINT: a test's own words
+}
+
+}  // namespace
+
+Netns::Netns() {
+  if (unshare(CLONE_NEWNET) != 0) {
+    missing_ = std::string("no network namespace of its own: ") + std::strerror(errno);
+    return;
+  }
+  int pipes[2];
+  if (pipe(pipes) != 0) std::abort();
+  beside_ = fork();
+  if (beside_ == 0) {
+    close(pipes[1]);
+    char byte = 0;
+    if (unshare(CLONE_NEWNET) == 0)
+      while (read(pipes[0], &byte, 1) > 0) continue;
+    _exit(0);
+  }
+  close(pipes[0]);
+  leash_ = pipes[1];
+  std::string pattern = (std::filesystem::temp_directory_path() / "mrib-netns-XXXXXX").string();
+  folder_ = mkdtemp(pattern.data());
+  if (!ip("link add probe0 type veth peer name probe1")) missing_ = "no `ip`, or no veth links";
+  ip("link del probe0");
+}
+
+Netns::~Netns() {
+  if (leash_ >= 0) close(leash_);
+  if (beside_ > 0) waitpid(beside_, nullptr, 0);
+  if (!folder_.empty()) std::filesystem::remove_all(folder_);
+}
+
+bool Netns::ip(const std::string& arguments) const {
+  return run("ip " + arguments) == 0;
+}
+
+bool Netns::ipBeside(const std::string& arguments) const {
+  return run("nsenter -t " + std::to_string(beside_) + " -n ip " + arguments) == 0;
+}
+
+std::string Netns::output(const std::string& arguments) const {
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("ip " + arguments + " 2>&1").c_str(), "r"), pclose);
+  std::string text;
+  char buffer[4096];
+  while (const std::size_t n = fread(buffer, 1, sizeof buffer, pipe.get())) text.append(buffer, n);
+  return text;
+}
+
+void Netns::batch(const std::string& lines) const {
+  std::ofstream(folder_ / "batch") << lines;
+  run("ip -force -batch " + (folder_ / "batch").string());
+}
+
+void Netns::set(const std::string& sysctl, int value) const {
+  std::ofstream("/proc/sys/net/" + sysctl) << value;
+}
+
+void Netns::save(host::kernel::Mirror& mirror, const char* options) const {
+  const std::string path = folder_.string();
+  const std::string ip = std::string("ip ") + options + " -j ";
+  const std::string command = ip + "link >" + path + "/link.json; " + ip + "addr >" + path + "/addr.json; " +
+                              ip + "nexthop >" + path + "/nexthop.json; " + ip + "route >" + path +
+                              "/route.json; " + ip + "-6 route >" + path + "/route6.json";
+  if (std::system(command.c_str()) != 0) return;  // NOLINT
+  host::kernel::readSaved(path, mirror);
+  mirror.takeChanges();
+}
