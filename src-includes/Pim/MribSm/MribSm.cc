@@ -336,6 +336,7 @@ void MribSm::expectReactor(const Lumo::IpGenPrefix& prefix) const {
 
 void MribSm::reconcileConfigPrefixes() {
   const Ptr<Config const> config = mribConfig();
+  mribConfigPrefix_.reserve(config->routeCount());
   for (ConfigWalk<&MribSm::expectReactor> entry(*this, *config); entry; ++entry)
     mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(&*entry));
   if (mribConfigPrefix_.size() == config->routeCount()) return;  // each entry has one: there is no other
