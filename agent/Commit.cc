@@ -55,8 +55,8 @@ CommitResult Agent::Impl::commit(const Transaction& t) {
     publishAll(result.changes);
     mayDiffer = false;
   } else {
-    follow(plan);
     const std::vector<Lumo::Prefix> changed = config.changed();
+    follow(plan, changed);
     config.keep();
     publishTouched(result.changes);
     mayDiffer = mayDiffer || !isRight(changed);
@@ -103,15 +103,14 @@ void Agent::Impl::stageNames(const Interfaces::Staged& links) {
 }
 
 bool Agent::Impl::isRebuild(const Plan& plan) const {
-  const std::size_t changes = config.changed().size() + plan.moves.size();
+  const std::size_t changes = config.changedCount() + plan.moves.size();
   return changes >= options.rebuildFrom && changes * 4 >= std::size_t{config.size()} + unicast.size();
 }
 
 // ---- To the engine ----
 
-std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Lumo::Prefix& prefix) {
+std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Mroutes::Node* node) {
   offers_.clear();
-  const Mroutes::Node* node = config.find(prefix);
   if (!node) return offers_;
   for (const Line& line : node->lines) {
     if (const auto rpf = rpfOf(config, line)) offers_.push_back({*rpf, line.preference});
@@ -120,8 +119,21 @@ std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Lumo::Prefix& pref
 }
 
 std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
-  auto fresh = std::make_unique<EngineRun>(interfaces, unicast);
-  for (const Lumo::Prefix& prefix : config.inOrder()) fresh->configure(prefix, offersOf(prefix));
+  auto fresh = std::make_unique<EngineRun>(config.size());
+  const std::vector<const Mroutes::Node*> nodes = config.inOrder();
+  std::vector<const Mroutes::Node*> others;
+  constexpr std::size_t lead = 8;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    const Mroutes::Node* node = nodes[i];
+    if (i + lead < nodes.size()) fresh->expect(nodes[i + lead]->prefix);
+    if (node->leaf && !unicast.copied(node->prefix)) {
+      fresh->configure(node->prefix, offersOf(node));
+    } else {
+      others.push_back(node);
+    }
+  }
+  fresh->start(interfaces, unicast);
+  for (const Mroutes::Node* node : others) fresh->configure(node->prefix, offersOf(node));
   return fresh;
 }
 
@@ -137,16 +149,15 @@ void Agent::Impl::rebuild(const Plan& plan) {
 
 /// With the engine that is there: what changes is taken out first, dependants before what they resolve
 /// through, and put in anew the other way round.
-void Agent::Impl::follow(const Plan& plan) {
+void Agent::Impl::follow(const Plan& plan, const std::vector<Lumo::Prefix>& changed) {
   run->listenIs(true);
   run->forgetTouched();
-  const std::vector<Lumo::Prefix>& changed = config.changed();
   for (auto at = changed.rbegin(); at != changed.rend(); ++at) run->unconfigure(*at);
   for (const Unicast::Move& move : plan.moves) unicast.withdraw(move);
   interfaces.apply(plan.links);
   for (const Unicast::Move& move : plan.moves) unicast.announce(move, plan.t);
   restoreConnected();
-  for (const Lumo::Prefix& prefix : changed) run->configure(prefix, offersOf(prefix));
+  for (const Lumo::Prefix& prefix : changed) run->configure(prefix, offersOf(config.find(prefix)));
   run->refresh();
   restoreConnected();
 }
@@ -167,7 +178,15 @@ void Agent::Impl::publishTouched(std::vector<Change>& changes) {
 
 void Agent::Impl::publishAll(std::vector<Change>& changes) {
   published.reserve(run->status().routeCount());
-  for (auto route = run->status().routeIterator(); route; ++route) {
+  if (published.size() == 0) changes.reserve(run->status().routeCount());
+  constexpr int lead = 8;
+  auto ahead = run->status().routeIterator();
+  for (int i = 0; i < lead; ++i) ++ahead;
+  for (auto route = run->status().routeIterator(); route; ++route, ++ahead) {
+    if (ahead) {
+      published.prefetch(ahead->prefix());
+      __builtin_prefetch(&ahead->viaList());
+    }
     publish(route->prefix(), route.get(), changes);
   }
   if (published.size() == run->status().routeCount()) return;
@@ -184,20 +203,20 @@ void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, st
   if (now) {
     after.type = now->routeType();
     after.preference = now->preference();
-    for (auto via = now->viaIterator(); via; ++via) {
-      after.nextHops.push_back({via->hop, via->intfStatus ? via->intfStatus->intfId().value() : 0});
+    const auto& vias = now->viaList();
+    for (U32 i = 0; i < vias.size(); ++i) {
+      after.nextHops.push_back({vias[i].hop, vias[i].intfStatus ? vias[i].intfStatus->intfId().value() : 0});
     }
-    std::sort(after.nextHops.begin(), after.nextHops.end());
+    if (vias.size() > 1) std::sort(after.nextHops.begin(), after.nextHops.end());
   }
-  Route* before = published.find(prefix);
-  if (before ? *before == after : !now) return;
-  changes.push_back({before ? *before : Route{prefix}, after});
-  if (!now) {
-    published.erase(*before);
-  } else if (before) {
-    *before = std::move(after);
+  Route* place = now ? published.findOrInsert(prefix).first : published.find(prefix);
+  if (!place || *place == after) return;
+  place->prefix = prefix;  // that of one that is new
+  changes.push_back({*place, after});
+  if (now) {
+    *place = std::move(after);
   } else {
-    published.insert(std::move(after));
+    published.erase(*place);
   }
 }
 

@@ -6,11 +6,17 @@ namespace mrib {
 
 using namespace Routing::Multicast::Rib;
 
-EngineRun::EngineRun(const Interfaces& interfaces, const Unicast& unicast)
-    : config_(Zan::create<Config>("mribConfig")),
-      status_(Zan::create<Status>("mribStatus")),
-      mribSm_(mribSmFactory(interfaces.info(), unicast.shadow(), config_, status_, interfaces.directory())),
-      trie_(mribSm_->mribShadow()->trie()) {}
+EngineRun::EngineRun(U32 prefixes)
+    : config_(Zan::create<Config>("mribConfig")), status_(Zan::create<Status>("mribStatus")) {
+  config_->routeReserve(prefixes);
+  status_->routeReserve(prefixes);
+}
+
+void EngineRun::start(const Interfaces& interfaces, const Unicast& unicast) {
+  mribSm_ = mribSmFactory(interfaces.info(), unicast.shadow(), config_, status_, interfaces.directory());
+  trie_ = mribSm_->mribShadow()->trie();
+  refresh();  // an engine may leave out the prefix with which it begins
+}
 
 void EngineRun::listenIs(bool listen) {
   if (listen) {
@@ -68,7 +74,7 @@ void EngineRun::configure(const Lumo::Prefix& prefix, std::span<const Offer> off
     last = first;
   }
   if (!twin) config_->routeIs(entry);  // as a whole, which is announced once
-  refresh();
+  if (mribSm_ && offers.size() > 1) refresh();
 }
 
 }  // namespace mrib

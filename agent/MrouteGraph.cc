@@ -61,7 +61,8 @@ class Mroutes::Walk {
  public:
   /// `onlyCounted` leaves out prefixes that are not counted.
   Walk(Mroutes& mroutes, Edges edges, bool onlyCounted = false)
-      : m_(mroutes), edges_(edges), onlyCounted_(onlyCounted), begin_(mroutes.walked_) {}
+      : m_(mroutes), edges_(edges), onlyCounted_(onlyCounted), begin_(mroutes.beginWalk()) {}
+  void reserve(std::size_t count) { order_.reserve(count); }
 
   void from(U32 start) {
     if (isMet(start)) return;
@@ -81,6 +82,7 @@ class Mroutes::Walk {
     }
   }
   const std::vector<U32>& order() const { return order_; }
+  std::vector<U32> takeOrder() { return std::move(order_); }
   /// Those of two or more prefixes, each as the set of all that can reach each other.
   const std::vector<std::vector<U32>>& circles() const { return circles_; }
 
@@ -92,14 +94,19 @@ class Mroutes::Walk {
   };
   Node& node(U32 place) { return m_.nodes_.at(place); }
   bool isMet(U32 place) { return node(place).index > begin_ || (onlyCounted_ && node(place).ways == 0); }
-  void reaches(U32 place, U64 index) { node(place).low = std::min(node(place).low, index); }
+  void reaches(U32 place, U32 index) { node(place).low = std::min(node(place).low, index); }
   void open(U32 place) {
     Node& n = node(place);
     n.index = n.low = ++m_.walked_;
-    n.open = true;
-    open_.push_back(place);
     const std::size_t first = targets_.size();
     m_.targets(n, edges_, targets_);
+    n.leaf = first == targets_.size();
+    if (n.leaf) {
+      order_.push_back(place);
+      return;
+    }
+    n.open = true;
+    open_.push_back(place);
     steps_.push_back({place, first, first});
   }
   void close() {
@@ -124,7 +131,7 @@ class Mroutes::Walk {
   Mroutes& m_;
   Edges edges_;
   bool onlyCounted_;
-  U64 begin_;
+  U32 begin_;
   std::vector<Step> steps_;
   std::vector<U32> targets_;
   std::vector<U32> open_;
@@ -132,10 +139,19 @@ class Mroutes::Walk {
   std::vector<std::vector<U32>> circles_;
 };
 
+/// The number of the last node met. Begins again before it would overflow.
+U32 Mroutes::beginWalk() {
+  if (walked_ >= ~U32{0} - nodes_.size()) {
+    walked_ = 0;
+    for (U32 i = 0; i < nodes_.size(); ++i) nodes_.at(i).index = 0;
+  }
+  return walked_;
+}
+
 // ---- Checking what is staged ----
 
 bool Mroutes::isWide() const {
-  return !counted_ || staged_.size() > fewChanges;
+  return !counted_ || staged_.size() + new_.size() > fewChanges;
 }
 
 std::vector<Refusal> Mroutes::check() {
@@ -143,50 +159,50 @@ std::vector<Refusal> Mroutes::check() {
   const bool wide = isWide();
   swapLines();
   for (const Staged& s : staged_) {
-    if (!wide) countOut(nodeOf(s));
-    indexIs(nodeOf(s), false);
+    if (!wide) countOut(nodes_.at(s.place));
+    indexIs(nodes_.at(s.place), false);
   }
   swapNames();
   swapLines();
-  for (const Staged& s : staged_) indexIs(nodeOf(s), true);
+  forEachStaged([&](Node& node) { indexIs(node, true); });
   entered_ = true;
-  if (staged_.empty()) return {};
+  if (staged_.empty() && new_.empty()) return {};
 
   // A new circle leads through a prefix that changes, and an old one through those that are held back.
   const auto walkAll = [&](Walk& walk) {
-    for (const Staged& s : staged_) walk.from(s.place);
-    for (auto at = held_.iterator(); at; ++at) walk.from(nodes_.placeOf(*nodes_.find(*at)));
+    if (wide) walk.reserve(nodes_.size());
     for (U32 i = 0; wide && i < nodes_.size(); ++i) walk.from(i);
+    forEachStaged([&](Node& node) { walk.from(nodes_.placeOf(node)); });
+    for (auto at = held_.iterator(); at; ++at) walk.from(nodes_.placeOf(*nodes_.find(*at)));
   };
   Walk walk(*this, Edges::all);
   walkAll(walk);
   std::vector<Refusal> refusals = checkCircles(walk.circles());
   if (!refusals.empty()) return refusals;
-  if (walk.circles().empty() && held_.size() == 0) {
-    order(walk.order());
-    return checkWays(walk.order(), wide);
-  }
+  if (walk.circles().empty() && held_.size() == 0) return checkWays(walk.takeOrder(), wide);
   holdBack(walk.circles());
   Walk offered(*this, Edges::offered);
   walkAll(offered);
-  order(offered.order());
-  return checkWays(offered.order(), wide);
+  return checkWays(offered.takeOrder(), wide);
 }
 
-/// The staged prefixes in the order in which a walk met them.
-void Mroutes::order(const std::vector<U32>& walked) {
-  changed_.clear();
-  for (const U32 place : walked) {
-    if (nodes_.at(place).staged != 0) changed_.push_back(nodes_.at(place).prefix);
+std::vector<const Mroutes::Node*> Mroutes::inOrder() {
+  if (order_.size() < nodes_.size()) {
+    Walk walk(*this, Edges::offered);
+    for (U32 i = 0; i < nodes_.size(); ++i) walk.from(i);
+    order_ = walk.takeOrder();
   }
+  std::vector<const Node*> nodes;
+  nodes.reserve(nodes_.size());
+  for (const U32 place : order_) nodes.push_back(&nodes_.at(place));
+  return nodes;
 }
 
-std::vector<Lumo::Prefix> Mroutes::inOrder() {
-  Walk walk(*this, Edges::offered);
-  for (U32 i = 0; i < nodes_.size(); ++i) walk.from(i);
+std::vector<Lumo::Prefix> Mroutes::changed() const {
   std::vector<Lumo::Prefix> prefixes;
-  prefixes.reserve(nodes_.size());
-  for (const U32 place : walk.order()) prefixes.push_back(nodes_.at(place).prefix);
+  for (const U32 place : order_) {
+    if (nodes_.at(place).staged != 0) prefixes.push_back(nodes_.at(place).prefix);
+  }
   return prefixes;
 }
 
@@ -289,8 +305,9 @@ bool Mroutes::isOnCircle(const Node& node, const Line& line) const {
 /// Holds back the lines that close circles, and no others any more. Prefixes for which that is a change are
 /// configured anew.
 void Mroutes::holdBack(const std::vector<std::vector<U32>>& circles) {
+  holdsChange_ = true;
   std::vector<U32> suspects;
-  for (const Staged& s : staged_) suspects.push_back(s.place);
+  forEachStaged([&](Node& node) { suspects.push_back(nodes_.placeOf(node)); });
   for (auto at = held_.iterator(); at; ++at) suspects.push_back(nodes_.placeOf(*nodes_.find(*at)));
   for (const std::vector<U32>& members : circles) {
     suspects.insert(suspects.end(), members.begin(), members.end());
@@ -318,22 +335,21 @@ void Mroutes::holdBack(const std::vector<std::vector<U32>>& circles) {
 
 // ---- Ways ----
 
-std::vector<Refusal> Mroutes::checkWays(const std::vector<U32>& walked, bool all) {
-  std::vector<U32> grown;
+/// `walked` are all prefixes that change, or simply all, targets first.
+std::vector<Refusal> Mroutes::checkWays(std::vector<U32> walked, bool all) {
+  order_ = std::move(walked);
+  Node* most = nullptr;
   if (all) {
-    countAll(walked);
+    most = countAll();
     counted_ = true;
-    grown = walked;
   } else {
     // Dependants first, so that a chain of changes is not gone through for each of them.
-    for (auto at = walked.rbegin(); at != walked.rend(); ++at) {
-      if (nodes_.at(*at).staged != 0) countIn(nodes_.at(*at), grown);
+    for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
+      if (nodes_.at(*at).staged != 0) countIn(nodes_.at(*at), most);
     }
   }
-  const auto worst = std::max_element(grown.begin(), grown.end(),
-                                      [&](U32 a, U32 b) { return nodes_.at(a).ways < nodes_.at(b).ways; });
-  if (worst == grown.end() || nodes_.at(*worst).ways <= mostWays) return {};
-  const Node& node = nodes_.at(*worst);
+  if (!most || most->ways <= mostWays) return {};
+  const Node& node = *most;
   Refusal refusal{"more than " + std::to_string(mostWays) + " ways lead to " + node.prefix.stringValue() +
                       " from routes that could resolve through it, one through the other",
                   {}};
@@ -344,43 +360,48 @@ std::vector<Refusal> Mroutes::checkWays(const std::vector<U32>& walked, bool all
   return {std::move(refusal)};
 }
 
-/// `walked` are all prefixes, targets first.
-void Mroutes::countAll(const std::vector<U32>& walked) {
-  constexpr U64 enough = mostWays + 1;
-  for (const U32 place : walked) nodes_.at(place).ways = nodes_.at(place).lines.empty() ? 0 : 1;
+/// Counts anew, in the order of all. The prefix to which most ways lead.
+Mroutes::Node* Mroutes::countAll() {
+  for (Node& node : nodes_.values()) node.ways = node.lines.empty() ? 0 : 1;
+  Node* most = nullptr;
   std::vector<U32> to;
-  for (auto at = walked.rbegin(); at != walked.rend(); ++at) {
+  for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
+    Node& node = nodes_.at(*at);
+    if (!most || node.ways > most->ways) most = &node;
+    if (node.leaf) continue;
     to.clear();
-    targets(nodes_.at(*at), Edges::offered, to);
-    for (const U32 place : to) {
-      nodes_.at(place).ways = std::min(enough, nodes_.at(place).ways + nodes_.at(*at).ways);
-    }
+    targets(node, Edges::offered, to);
+    for (const U32 place : to) addWays(nodes_.at(place), node.ways);
   }
+  return most;
 }
 
-/// Takes a prefix out of the count, with what leads on from it.
-void Mroutes::countOut(Node& node) {
-  if (node.ways == 0) return;
-  passOn(node, false, nullptr);
-  node.ways = 0;
+/// Counts no further than needed: what has more is not kept.
+void Mroutes::addWays(Node& node, U64 ways) {
+  node.ways = static_cast<U32>(std::min<U64>(mostWays + 1, node.ways + ways));
 }
 
-/// Takes a prefix into the count, and notes all to which more ways lead now.
-void Mroutes::countIn(Node& node, std::vector<U32>& grown) {
+/// Takes a prefix into the count. `most` becomes the prefix to which most ways lead, of it and those that
+/// have more now.
+void Mroutes::countIn(Node& node, Node*& most) {
   if (node.lines.empty()) return;
-  node.ways = waysFromDependants(node);
-  grown.push_back(nodes_.placeOf(node));
-  passOn(node, true, &grown);
+  addWays(node, waysFromDependants(node));
+  if (!most || node.ways > most->ways) most = &node;
+  passOn(node, [&](Node& target, U64 ways) {
+    addWays(target, ways);
+    if (target.ways > most->ways) most = &target;
+  });
 }
 
-/// Adds the ways to a prefix to those of all that it could resolve through, or takes them away.
-void Mroutes::passOn(const Node& node, bool add, std::vector<U32>* grown) {
+/// Calls `f(target, number)` with the ways to a prefix that lead on to each that it could resolve through.
+template <class F>
+void Mroutes::passOn(const Node& node, F f) {
   Walk walk(*this, Edges::offered, true);
   walk.from(nodes_.placeOf(node));
   const std::vector<U32>& order = walk.order();
   if (order.size() == 1) return;
   std::vector<U64> amounts(order.size(), 0);
-  for (std::size_t i = 0; i < order.size(); ++i) nodes_.at(order[i]).low = i;
+  for (U32 i = 0; i < order.size(); ++i) nodes_.at(order[i]).low = i;
   amounts.back() = node.ways;
   std::vector<U32> to;
   for (std::size_t i = order.size(); i-- > 0;) {
@@ -390,10 +411,16 @@ void Mroutes::passOn(const Node& node, bool add, std::vector<U32>* grown) {
       Node& target = nodes_.at(place);
       if (target.ways == 0) continue;
       amounts[target.low] += amounts[i];
-      target.ways += add ? amounts[i] : -amounts[i];
-      if (add) grown->push_back(place);
+      f(target, amounts[i]);
     }
   }
+}
+
+/// Takes a prefix out of the count, with what leads on from it.
+void Mroutes::countOut(Node& node) {
+  if (node.ways == 0) return;
+  passOn(node, [](Node& target, U64 ways) { target.ways -= static_cast<U32>(ways); });
+  node.ways = 0;
 }
 
 /// Its own, and those of all that could resolve through it and are counted.

@@ -1,6 +1,8 @@
 #include "inside/Mroutes.h"
 
 #include <algorithm>
+#include <array>
+#include <numeric>
 
 namespace mrib {
 
@@ -10,13 +12,38 @@ Routing::TrieKey keyOf(const Lumo::Prefix& prefix) {
   return {U64{prefix.address().host()} << 32, 0};
 }
 
+constexpr std::size_t manyOps = 256;
+
+/// The places of the operations, by RPF; those with the same one as they come. A radix sort.
+std::vector<U32> orderByRpf(std::span<const Transaction::MrouteOp> ops) {
+  struct Entry {
+    U32 rpf;
+    U32 place;
+  };
+  constexpr U32 digitBits = 11;
+  constexpr U32 digits = 1u << digitBits;
+  std::vector<Entry> entries(ops.size());
+  std::vector<Entry> next(ops.size());
+  for (U32 i = 0; i < ops.size(); ++i) entries[i] = {ops[i].rpf, i};
+  for (U32 shift = 0; shift < 32; shift += digitBits) {
+    std::array<U32, digits + 1> first{};
+    for (const Entry& e : entries) ++first[(e.rpf >> shift) % digits + 1];
+    std::partial_sum(first.begin(), first.end(), first.begin());
+    for (const Entry& e : entries) next[first[(e.rpf >> shift) % digits]++] = e;
+    entries.swap(next);
+  }
+  std::vector<U32> order(ops.size());
+  std::transform(entries.begin(), entries.end(), order.begin(), [](const Entry& e) { return e.place; });
+  return order;
+}
+
 }  // namespace
 
 // ---- Names of interfaces ----
 
 U32 Mroutes::nameIs(const std::string& text, const Interfaces& interfaces) {
-  const auto [at, isNew] = nameIds_.try_emplace(text, static_cast<U32>(names_.size()));
-  if (isNew) {
+  const auto [at, isFirst] = nameIds_.try_emplace(text, static_cast<U32>(names_.size()));
+  if (isFirst) {
     const Intf* intf = interfaces.find(text);
     names_.push_back(intf ? Name{text, intf->link.index, intf->rpfAddress()} : Name{text});
   }
@@ -26,8 +53,12 @@ U32 Mroutes::nameIs(const std::string& text, const Interfaces& interfaces) {
 // ---- Staging ----
 
 Mroutes::Node& Mroutes::touch(const Lumo::Prefix& prefix) {
-  Node* node = nodes_.find(prefix);
-  if (!node) node = &nodes_.insert({prefix});
+  const auto [node, isFirst] = nodes_.findOrInsert(prefix);
+  if (isFirst) {
+    node->prefix = prefix;
+    node->staged = isNew;
+    new_.push_back(nodes_.placeOf(*node));
+  }
   if (node->staged == 0) {
     staged_.push_back({nodes_.placeOf(*node), node->lines});
     node->staged = static_cast<U32>(staged_.size());
@@ -38,9 +69,25 @@ Mroutes::Node& Mroutes::touch(const Lumo::Prefix& prefix) {
 void Mroutes::stage(const Transaction& t, const Interfaces& interfaces) {
   std::vector<U32> names;
   for (const std::string& text : t.names()) names.push_back(nameIs(text, interfaces));
-  nodes_.reserve(nodes_.size() + t.mrouteOps().size());
-  staged_.reserve(t.mrouteOps().size());
-  for (const Transaction::MrouteOp& op : t.mrouteOps()) stageOp(op, names);
+  if (t.mrouteOps().size() > nodes_.size()) {
+    nodes_.reserve(nodes_.size() + t.mrouteOps().size());
+    new_.reserve(t.mrouteOps().size());
+  }
+  const std::vector<Transaction::MrouteOp>& ops = t.mrouteOps();
+  if (ops.size() < manyOps) {
+    for (const Transaction::MrouteOp& op : ops) stageOp(op, names);
+    return;
+  }
+  // Many are taken by their RPF, so that all that is kept in that order, here and in the engine, grows at its
+  // end. What is said of one line stays in order.
+  const bool clears = ops.front().kind == Transaction::MrouteOp::delAll;
+  if (clears) stageOp(ops.front(), names);
+  const std::vector<U32> order = orderByRpf(std::span(ops).subspan(clears));
+  constexpr std::size_t lead = 8;
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i + lead < order.size()) nodes_.prefetch(ops[order[i + lead] + clears].prefix);
+    stageOp(ops[order[i] + clears], names);
+  }
 }
 
 void Mroutes::stageOp(const Transaction::MrouteOp& op, const std::vector<U32>& names) {
@@ -64,7 +111,8 @@ void Mroutes::stageOp(const Transaction::MrouteOp& op, const std::vector<U32>& n
 
 void Mroutes::stageAnew(const Lumo::Prefix& prefix) {
   if (!nodes_.find(prefix)) return;
-  staged_[touch(prefix).staged - 1].anew = true;
+  const U32 staged = touch(prefix).staged;
+  if (staged != isNew) staged_[staged - 1].anew = true;
 }
 
 void Mroutes::stageName(const std::string& text, U32 link, std::optional<Lumo::IpAddr> address) {
@@ -78,25 +126,21 @@ void Mroutes::stageName(const std::string& text, U32 link, std::optional<Lumo::I
 
 /// Forgets the staged prefixes that stay as they are; they may have lines with another origin.
 void Mroutes::dropUnchanged() {
-  std::vector<Staged> changes;
-  changes.reserve(staged_.size());
-  for (Staged& s : staged_) {
-    Node& node = nodeOf(s);
-    const bool same = node.lines == s.other;
-    for (U32 i = 0; same && i < s.other.size(); ++i) node.lines.begin()[i].held = s.other[i].held;
-    if (same && !s.anew && !s.other.empty()) {
-      node.staged = 0;
-    } else {
-      changes.push_back(std::move(s));
-      node.staged = static_cast<U32>(changes.size());
-    }
-  }
-  staged_ = std::move(changes);
+  const auto isUnchanged = [&](const Staged& s) {
+    Node& node = nodes_.at(s.place);
+    if (!(node.lines == s.other)) return false;
+    for (U32 i = 0; i < s.other.size(); ++i) node.lines.begin()[i].held = s.other[i].held;
+    if (!s.anew) node.staged = 0;
+    return !s.anew;
+  };
+  std::erase_if(staged_, isUnchanged);
+  for (U32 i = 0; i < staged_.size(); ++i) nodes_.at(staged_[i].place).staged = i + 1;
 }
 
-/// Puts the lines before in place of those behind, or the other way.
+/// Puts the lines before in place of those to be, or the other way. New prefixes keep theirs: nothing finds
+/// them before they are indexed.
 void Mroutes::swapLines() {
-  for (Staged& s : staged_) std::swap(nodeOf(s).lines, s.other);
+  for (Staged& s : staged_) std::swap(nodes_.at(s.place).lines, s.other);
 }
 
 void Mroutes::swapNames() {
@@ -126,29 +170,31 @@ void Mroutes::noteHeld(const Node& node) {
 
 void Mroutes::keep() {
   std::vector<Lumo::Prefix> gone;
-  for (const Staged& s : staged_) {
-    Node& node = nodeOf(s);
+  forEachStaged([&](Node& node) {
     node.staged = 0;
-    noteHeld(node);
+    if (holdsChange_) noteHeld(node);
     if (node.lines.empty()) gone.push_back(node.prefix);
-  }
+  });
   for (const Lumo::Prefix& prefix : gone) nodes_.erase(*nodes_.find(prefix));
   staged_.clear();
+  new_.clear();
   stagedNames_.clear();
-  changed_.clear();
+  order_.clear();
   entered_ = false;
+  holdsChange_ = false;
 }
 
 void Mroutes::rollBack() {
   if (entered_) {
-    for (const Staged& s : staged_) indexIs(nodeOf(s), false);
+    forEachStaged([&](Node& node) { indexIs(node, false); });
     swapNames();
     counted_ = false;
   }
   swapLines();
   for (const Staged& s : staged_) {
-    if (entered_) indexIs(nodeOf(s), true);
+    if (entered_) indexIs(nodes_.at(s.place), true);
   }
+  for (const U32 place : new_) nodes_.at(place).lines.clear();
   keep();
 }
 

@@ -63,10 +63,10 @@ class Agent::Impl {
   void stageNames(const Interfaces::Staged& links);
   bool isRebuild(const Plan& plan) const;
   void rebuild(const Plan& plan);
-  void follow(const Plan& plan);
+  void follow(const Plan& plan, const std::vector<Lumo::Prefix>& changed);
   void restoreConnected();
   std::unique_ptr<EngineRun> freshRun();
-  std::span<const EngineRun::Offer> offersOf(const Lumo::Prefix& prefix);
+  std::span<const EngineRun::Offer> offersOf(const Mroutes::Node* node);
 
   void publishTouched(std::vector<Change>& changes);
   void publishAll(std::vector<Change>& changes);

@@ -6,8 +6,7 @@
 
 namespace mrib {
 
-/// One engine on the agent's interfaces and unicast routes, with a configuration and an MRIB of its own. It
-/// starts on an empty configuration.
+/// One engine on the agent's interfaces and unicast routes, with a configuration and an MRIB of its own.
 class EngineRun {
  public:
   using Rpf = Routing::Multicast::Rib::Rpf;
@@ -19,11 +18,17 @@ class EngineRun {
     U8 preference;
   };
 
-  EngineRun(const Interfaces& interfaces, const Unicast& unicast);
+  /// `prefixes` is the number that will be configured, roughly.
+  explicit EngineRun(U32 prefixes);
   EngineRun(const EngineRun&) = delete;
   EngineRun& operator=(const EngineRun&) = delete;
 
+  /// Starts the engine on what is configured by then. That is right for prefixes that could resolve through
+  /// no other configured one and are not connected, in whatever order; and costs less than to tell it of
+  /// each.
+  void start(const Interfaces& interfaces, const Unicast& unicast);
   /// Configures a prefix that is not configured. `offers` are in order of preference.
+  void expect(const Lumo::Prefix& prefix) const { config_->routePrefetch(prefix); }
   void configure(const Lumo::Prefix& prefix, std::span<const Offer> offers);
   void unconfigure(const Lumo::Prefix& prefix) { config_->routeDel(prefix); }
   /// Offers everything again for which something has changed.

@@ -45,14 +45,15 @@ class Mroutes {
   static constexpr U64 mostWays = 1000000;
 
   struct Node {
-    Lumo::Prefix prefix;
+    Lumo::Prefix prefix{};
     Few<Line> lines{};
-    U64 ways = 0;       // that lead to it from itself and its dependants; 0: it is not counted
-    U64 index = 0;      // when the last walk met it, counted over all walks
-    U64 low = 0;        // in a walk: the earliest that it reaches; behind: its place in the order
+    U32 ways = 0;       // that lead to it from itself and its dependants; 0: it is not counted
+    U32 index = 0;      // when the last walk met it, counted over all walks
+    U32 low = 0;        // in a walk: the earliest that it reaches; behind: its place in the order
     U32 circle = 0;     // the circle on which a check found it, or 0
-    U32 staged = 0;     // its place among the staged, counted from 1
+    U32 staged = 0;     // its place among the staged, counted from 1; `isNew` for one that is new
     bool open = false;  // in a walk: on the stack
+    bool leaf = false;  // the last walk found nothing that it could resolve through
     const Lumo::Prefix& key() const { return prefix; }
   };
   /// What is known of an interface that lines name.
@@ -71,7 +72,8 @@ class Mroutes {
   /// Enters the changes into the graph, and says what is wrong with them: then they must be rolled back.
   std::vector<Refusal> check();
   /// The prefixes that change or are configured anew, those first through which others could resolve.
-  const std::vector<Lumo::Prefix>& changed() const { return changed_; }
+  std::vector<Lumo::Prefix> changed() const;
+  std::size_t changedCount() const { return staged_.size() + new_.size(); }
   void keep();
   void rollBack();
 
@@ -85,8 +87,8 @@ class Mroutes {
   std::optional<Lumo::IpAddr> addressOf(const Line& line) const {
     return line.byName ? names_[line.rpf].address : Lumo::IpAddr::fromHost(line.rpf);
   }
-  /// All prefixes, those first through which others could resolve.
-  std::vector<Lumo::Prefix> inOrder();
+  /// All prefixes, those first through which others could resolve. Valid until something is staged.
+  std::vector<const Node*> inOrder();
   /// Calls `f(address, prefix)` for the prefixes with a line that resolves by an address in `range`, by
   /// address. It returns the address to go on with: this one, or a higher one.
   template <class F>
@@ -118,8 +120,9 @@ class Mroutes {
     friend bool operator==(const NameUser&, const NameUser&) = default;
     friend auto operator<=>(const NameUser&, const NameUser&) = default;
   };
-  /// A prefix that is staged, with the lines that it does not have at the moment: those before, or those to
-  /// be.
+  static constexpr U32 isNew = ~U32{0};
+  /// A prefix that is staged and was configured before, with the lines that it does not have at the moment:
+  /// those before, or those to be.
   struct Staged {
     U32 place;  // of its node
     Few<Line> other;
@@ -134,7 +137,11 @@ class Mroutes {
   Node& touch(const Lumo::Prefix& prefix);
   void stageOp(const Transaction::MrouteOp& op, const std::vector<U32>& names);
   void dropUnchanged();
-  Node& nodeOf(const Staged& s) { return nodes_.at(s.place); }
+  template <class F>
+  void forEachStaged(F f) {
+    for (const Staged& s : staged_) f(nodes_.at(s.place));
+    for (const U32 place : new_) f(nodes_.at(place));
+  }
   void swapLines();
   void swapNames();
   void indexIs(const Node& node, bool present);
@@ -145,17 +152,19 @@ class Mroutes {
   void forEachMatch(const Lumo::Prefix& from, const Line& line, F f) const;
   void targets(const Node& node, Edges which, std::vector<U32>& into) const;
   bool isWide() const;
+  U32 beginWalk();
   std::vector<Refusal> checkCircles(const std::vector<std::vector<U32>>& circles);
   std::optional<Refusal> circleAmong(const std::vector<U32>& members) const;
   Refusal refusalOf(const std::vector<U32>& path) const;
   void holdBack(const std::vector<std::vector<U32>>& circles);
   bool isOnCircle(const Node& node, const Line& line) const;
-  void order(const std::vector<U32>& walked);
-  std::vector<Refusal> checkWays(const std::vector<U32>& walked, bool all);
-  void countAll(const std::vector<U32>& walked);
+  std::vector<Refusal> checkWays(std::vector<U32> walked, bool all);
+  Node* countAll();
+  static void addWays(Node& node, U64 ways);
+  void countIn(Node& node, Node*& most);
   void countOut(Node& node);
-  void countIn(Node& node, std::vector<U32>& grown);
-  void passOn(const Node& node, bool add, std::vector<U32>* grown);
+  template <class F>
+  void passOn(const Node& node, F f);
   U64 waysFromDependants(const Node& node) const;
 
   PrefixTable<Node> nodes_;
@@ -167,11 +176,13 @@ class Mroutes {
   Zan::SortedSet<Lumo::Prefix> held_;  // the prefixes with a line that is held back
 
   std::vector<Staged> staged_;
+  std::vector<U32> new_;                           // the places of staged prefixes that were not configured
   std::vector<std::pair<U32, Name>> stagedNames_;  // in place of those with these numbers
   bool entered_ = false;                           // the staged lines are in force
-  std::vector<Lumo::Prefix> changed_;
-  U64 walked_ = 0;       // nodes that all walks have met
-  bool counted_ = true;  // the ways of each node are right
+  bool holdsChange_ = false;                       // the lines that are held back may be others than before
+  std::vector<U32> order_;  // in which the check has met prefixes: all, or those that change and a few more
+  U32 walked_ = 0;          // nodes that all walks have met
+  bool counted_ = true;     // the ways of each node are right
 };
 
 }  // namespace mrib

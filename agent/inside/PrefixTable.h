@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bit>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,7 @@ class PrefixTable {
  public:
   U32 size() const { return static_cast<U32>(values_.size()); }
   const std::vector<T>& values() const { return values_; }
+  std::span<T> values() { return values_; }
   T& at(U32 place) { return values_[place]; }
   const T& at(U32 place) const { return values_[place]; }
   U32 placeOf(const T& value) const { return static_cast<U32>(&value - values_.data()); }
@@ -33,12 +35,28 @@ class PrefixTable {
     return nullptr;
   }
   T* find(const Lumo::Prefix& key) { return const_cast<T*>(std::as_const(*this).find(key)); }
+  /// A key will be looked up soon.
+  [[gnu::always_inline]] void prefetch(const Lumo::Prefix& key) const {
+    if (!index_.empty()) __builtin_prefetch(index_.data() + home(key.hash()));
+  }
   /// Adds a value under a key that is not there.
   T& insert(T value) {
     if ((values_.size() + 1) * 2 > index_.size()) grow(values_.size() + 1);
     enter(value.key().hash(), size());
     values_.push_back(std::move(value));
     return values_.back();
+  }
+  /// The value under a key; one that is not there is made, without its key, and the second is true.
+  std::pair<T*, bool> findOrInsert(const Lumo::Prefix& key) {
+    if ((values_.size() + 1) * 2 > index_.size()) grow(values_.size() + 1);
+    const U64 h = key.hash();
+    std::size_t i = home(h);
+    for (; index_[i] != 0; i = next(i)) {
+      if ((index_[i] ^ h) >> 32 == 0 && values_[placeIn(i)].key() == key)
+        return {&values_[placeIn(i)], false};
+    }
+    index_[i] = entry(h, size());
+    return {&values_.emplace_back(), true};
   }
   void erase(const T& value) {
     const U32 place = placeOf(value);
@@ -85,7 +103,7 @@ class PrefixTable {
     index_[gap] = 0;
   }
   void grow(std::size_t count) {
-    const std::size_t slots = std::bit_ceil(count * 4);
+    const std::size_t slots = std::bit_ceil(count * 2);
     index_.assign(slots, 0);
     shift_ = std::countl_zero(slots - 1);
     for (U32 i = 0; i < size(); ++i) enter(values_[i].key().hash(), i);

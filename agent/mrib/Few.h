@@ -17,7 +17,14 @@ class Few {
   static_assert(std::is_trivially_copyable_v<T> && std::is_default_constructible_v<T>);
 
   Few() : one_{} {}
-  Few(const Few& other) : one_{} { assign(other.begin(), other.end()); }
+  Few(const Few& other) : one_{} {
+    if (other.isInline()) {
+      size_ = other.size_;
+      one_ = other.one_;
+    } else {
+      assign(other.begin(), other.end());
+    }
+  }
   Few(Few&& other) noexcept : one_{} { swap(other); }
   Few& operator=(Few other) noexcept {
     swap(other);

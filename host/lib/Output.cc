@@ -9,58 +9,52 @@
 
 namespace host {
 
+using mrib::NextHop;
+using mrib::Route;
 using nlohmann::ordered_json;
-using Routing::Fib::RouteType;
-using Routing::Fib::Via;
-using Routing::Multicast::Rib::Route;
 
 namespace {
 
 constexpr int schemaVersion = 1;
 
-std::vector<const Route*> sortedRoutes(const Agent& agent) {
+std::vector<const Route*> sortedRoutes(const mrib::Agent& agent) {
   std::vector<const Route*> routes;
-  for (auto r = agent.mrib().routeIterator(); r; ++r) routes.push_back(r.get());
+  for (const Route& route : agent.routes()) routes.push_back(&route);
   std::sort(routes.begin(), routes.end(),
-            [](const Route* a, const Route* b) { return a->prefix() < b->prefix(); });
+            [](const Route* a, const Route* b) { return a->prefix < b->prefix; });
   return routes;
 }
 
 std::string_view typeText(const Route& route) {
-  return route.routeType() == RouteType::connected ? "connected" : "static";
+  return route.type == mrib::RouteType::connected ? "connected" : "static";
 }
 
-bool attached(const Via& via) {
-  return via.hop == Lumo::IpAddr();
+bool attached(const NextHop& hop) {
+  return hop.address == Lumo::IpAddr();
 }
 
-std::string hopText(const Via& via) {
-  return attached(via) ? "attached" : via.hop.stringValue();
+std::string hopText(const NextHop& hop) {
+  return attached(hop) ? "attached" : hop.address.stringValue();
 }
 
-std::string intfText(const Via& via) {
-  return via.intfStatus ? escaped(via.intfStatus->name().view()) : "-";
+std::string intfText(const mrib::Agent& agent, const NextHop& hop) {
+  const mrib::Link* link = agent.link(hop.link);
+  return link ? escaped(link->name) : "-";
 }
 
-std::vector<Via> viasOf(const Route& route) {
-  std::vector<Via> vias;
-  for (auto via = route.viaIterator(); via; ++via) vias.push_back(*via);
-  return vias;
-}
-
-ordered_json routeJson(const Route& route) {
+ordered_json routeJson(const mrib::Agent& agent, const Route& route) {
   ordered_json vias = ordered_json::array();
-  for (const Via& via : viasOf(route)) {
+  for (const NextHop& hop : route.nextHops) {
+    const mrib::Link* link = agent.link(hop.link);
     ordered_json entry;
-    entry["nextHop"] = attached(via) ? ordered_json() : ordered_json(via.hop.stringValue());
-    entry["interface"] =
-        via.intfStatus ? ordered_json(jsonText(via.intfStatus->name().view())) : ordered_json();
+    entry["nextHop"] = attached(hop) ? ordered_json() : ordered_json(hop.address.stringValue());
+    entry["interface"] = link ? ordered_json(jsonText(link->name)) : ordered_json();
     vias.push_back(std::move(entry));
   }
   ordered_json json;
-  json["prefix"] = route.prefix().stringValue();
+  json["prefix"] = route.prefix.stringValue();
   json["type"] = typeText(route);
-  json["preference"] = route.preference();
+  json["preference"] = route.preference;
   json["vias"] = std::move(vias);
   return json;
 }
@@ -70,11 +64,16 @@ struct Unresolved {
   std::string why;
 };
 
+/// The lines that do not resolve, in their order; without those that wait behind a better preference.
 std::vector<Unresolved> unresolvedOf(const MribView& view) {
   std::vector<Unresolved> unresolved;
-  for (const MrouteLine& line : view.lines) {
-    if (auto why = view.agent.whyUnresolved(line)) unresolved.push_back({&line, std::move(*why)});
+  for (const mrib::Unresolved& u : view.agent.unresolved()) {
+    const auto line = std::lower_bound(view.lines.begin(), view.lines.end(), u.mroute.origin,
+                                       [](const MrouteLine& l, U64 number) { return l.line < number; });
+    if (u.isError() && line != view.lines.end()) unresolved.push_back({&*line, u.text()});
   }
+  std::sort(unresolved.begin(), unresolved.end(),
+            [](const Unresolved& a, const Unresolved& b) { return a.line->line < b.line->line; });
   return unresolved;
 }
 
@@ -85,15 +84,15 @@ std::string mribText(const MribView& view) {
   std::string text = fmt::format("MRIB, {}\n\n", view.source);
   text += fmt::format(row, "Prefix", "Type", "Pref", "Next hop", "Interface");
   for (const Route* route : sortedRoutes(view.agent)) {
-    const std::vector<Via> vias = viasOf(*route);
-    if (vias.empty()) {
-      text +=
-          fmt::format(row, route->prefix().stringValue(), typeText(*route), route->preference(), "none", "-");
+    const std::string prefix = route->prefix.stringValue();
+    if (route->nextHops.empty()) {
+      text += fmt::format(row, prefix, typeText(*route), route->preference, "none", "-");
     }
-    for (std::size_t i = 0; i < vias.size(); ++i) {
-      text += i == 0 ? fmt::format(row, route->prefix().stringValue(), typeText(*route), route->preference(),
-                                   hopText(vias[i]), intfText(vias[i]))
-                     : fmt::format(row, "", "", "", hopText(vias[i]), intfText(vias[i]));
+    for (const NextHop& hop : route->nextHops) {
+      const std::string intf = intfText(view.agent, hop);
+      text += &hop == route->nextHops.begin()
+                  ? fmt::format(row, prefix, typeText(*route), route->preference, hopText(hop), intf)
+                  : fmt::format(row, "", "", "", hopText(hop), intf);
     }
   }
   const std::vector<Unresolved> unresolved = unresolvedOf(view);
@@ -110,7 +109,9 @@ std::string mribJson(const MribView& view) {
   document["schemaVersion"] = schemaVersion;
   document["source"] = view.source;
   document["routes"] = ordered_json::array();
-  for (const Route* route : sortedRoutes(view.agent)) document["routes"].push_back(routeJson(*route));
+  for (const Route* route : sortedRoutes(view.agent)) {
+    document["routes"].push_back(routeJson(view.agent, *route));
+  }
   document["unresolved"] = ordered_json::array();
   for (const Unresolved& u : unresolvedOf(view)) {
     ordered_json entry;
@@ -125,26 +126,28 @@ std::string mribJson(const MribView& view) {
   return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
 }
 
-std::string rpfText(Lumo::IpAddr source, const Route* route) {
+std::string rpfText(const mrib::Agent& agent, Lumo::IpAddr source) {
+  const Route* route = agent.rpf(source);
   if (!route) return fmt::format("RPF information for {}: no route\n", source.stringValue());
   std::string text = fmt::format("RPF information for {}\n", source.stringValue());
-  for (const Via& via : viasOf(*route)) {
-    text += fmt::format("  RPF interface: {}\n", intfText(via));
+  for (const NextHop& hop : route->nextHops) {
+    text += fmt::format("  RPF interface: {}\n", intfText(agent, hop));
     text += fmt::format("  RPF neighbor: {}\n",
-                        attached(via) ? source.stringValue() + " - directly connected" : hopText(via));
+                        attached(hop) ? source.stringValue() + " - directly connected" : hopText(hop));
   }
-  if (route->viaCount() == 0) text += "  RPF interface: none\n";
-  text += fmt::format("  RPF route/mask: {}\n", route->prefix().stringValue());
+  if (route->nextHops.empty()) text += "  RPF interface: none\n";
+  text += fmt::format("  RPF route/mask: {}\n", route->prefix.stringValue());
   text += fmt::format("  RPF type: multicast ({})\n", typeText(*route));
-  text += fmt::format("  RPF preference: {}\n", route->preference());
+  text += fmt::format("  RPF preference: {}\n", route->preference);
   return text;
 }
 
-std::string rpfJson(Lumo::IpAddr source, const Route* route) {
+std::string rpfJson(const mrib::Agent& agent, Lumo::IpAddr source) {
+  const Route* route = agent.rpf(source);
   ordered_json document;
   document["schemaVersion"] = schemaVersion;
   document["source"] = source.stringValue();
-  document["route"] = route ? routeJson(*route) : ordered_json();
+  document["route"] = route ? routeJson(agent, *route) : ordered_json();
   return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
 }
 

@@ -3,13 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "Agent.h"
+#include "ConfigFile.h"
+#include "mrib/Agent.h"
 
 namespace host {
 
 /// The MRIB and what there is to say about it.
 struct MribView {
-  const Agent& agent;
+  const mrib::Agent& agent;
   const std::vector<MrouteLine>& lines;
   std::string source;  ///< where the routes come from
   std::vector<std::string> warnings;
@@ -19,8 +20,8 @@ struct MribView {
 std::string mribText(const MribView& view);
 std::string mribJson(const MribView& view);
 
-/// The answer to "which way must packets from `source` come in?". `route` is null when there is none.
-std::string rpfText(Lumo::IpAddr source, const Routing::Multicast::Rib::Route* route);
-std::string rpfJson(Lumo::IpAddr source, const Routing::Multicast::Rib::Route* route);
+/// The answer to "which way must packets from `source` come in?".
+std::string rpfText(const mrib::Agent& agent, Lumo::IpAddr source);
+std::string rpfJson(const mrib::Agent& agent, Lumo::IpAddr source);
 
 }  // namespace host

@@ -8,9 +8,11 @@
 #include "ConfigCheck.h"
 #include "Error.h"
 #include "Escape.h"
+#include "Feed.h"
 #include "Inspect.h"
 #include "KernelReader.h"
 #include "Output.h"
+#include "Pim/MribSm/MribSm.h"
 #include "Sample.h"
 #include "Zan/Assert.h"
 #include "Zan/Trace.h"
@@ -80,12 +82,13 @@ void reportAssertion(const Zan::AssertionFailure& failure) {
 int runInspect(const Options& options) {
   const Input input = readInput(options);
   if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
-  const host::Agent agent(input.kernel, input.lines);
+  mrib::Agent agent;
+  host::feed(agent, input.kernel, input.lines);
   Zan::assertionObserverIs(reportAssertion);
   host::InspectRequest request = options.inspect;
   request.json = options.json;
   try {
-    std::cout << host::inspect(Zan::GenericIf(agent.mribSm()), "MribSm", request) << std::flush;
+    std::cout << host::inspect(Zan::GenericIf(agent.engine()), "MribSm", request) << std::flush;
   } catch (const host::Error& e) {
     std::cerr << "mrib: " << e.what() << '\n';
     return usageError;
@@ -108,11 +111,12 @@ int run(const Options& options, bool rpf) {
   if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
   const std::vector<std::string> warnings = host::warningsFor(input.lines, input.kernel);
   for (const std::string& warning : warnings) std::cerr << "mrib: warning: " << warning << '\n';
-  const host::Agent agent(input.kernel, input.lines);
+  mrib::Agent agent;
+  host::feed(agent, input.kernel, input.lines);
   if (rpf) {
-    const auto* route = agent.rpf(*source);
-    std::cout << (options.json ? host::rpfJson(*source, route) : host::rpfText(*source, route)) << std::flush;
-    return route && route->viaCount() > 0 ? found : noRpfRoute;
+    std::cout << (options.json ? host::rpfJson(agent, *source) : host::rpfText(agent, *source)) << std::flush;
+    const mrib::Route* route = agent.rpf(*source);
+    return route && !route->nextHops.empty() ? found : noRpfRoute;
   }
   const host::MribView view{agent, input.lines, input.source, warnings};
   std::cout << (options.json ? host::mribJson(view) : host::mribText(view)) << std::flush;

@@ -68,29 +68,6 @@ TEST(Config, NamesLineColumnAndWhatWasExpected) {
   for (const auto& c : cases) EXPECT_EQ(errorsOf(c.text), c.error) << c.text;
 }
 
-TEST(Config, CirclesAreSpelledOut) {
-  host::KernelState kernel;
-  kernel.links = {{2, "eth0", true}};
-  kernel.addresses = {{2, Lumo::IpAddr("50.0.0.1"), 24, false}};
-  const auto circle = [&](const char* text) {
-    return findCircle(parseConfig(text).lines, kernel).value_or("none");
-  };
-  EXPECT_EQ(
-      circle("ip mroute 10.0.0.0/8 20.0.0.1\nip mroute 20.0.0.0/8 30.0.0.1\nip mroute 30.0.0.0/8 1.1.1.1\n"
-             "ip mroute 30.0.0.0/8 10.1.1.1 9"),
-      "these routes could resolve through each other in a circle: 10.0.0.0/8 (line 1, through 20.0.0.1) -> "
-      "20.0.0.0/8 (line 2, through 30.0.0.1) -> 30.0.0.0/8 (line 4, through 10.1.1.1) -> 10.0.0.0/8");
-  EXPECT_EQ(circle("ip mroute 10.0.0.0/8 20.0.0.1\nip mroute 20.0.0.0/8 30.0.0.1"), "none");
-  EXPECT_EQ(circle("ip mroute 10.0.0.0/8 10.0.0.1"), "none");
-  EXPECT_NE(circle("ip mroute 50.0.0.0/8 10.0.0.1\nip mroute 10.0.0.0/8 eth0"), "none");
-  std::string chain;
-  for (U32 i = 0; i < 50000; ++i) {
-    chain += "ip mroute " + Lumo::Prefix(Lumo::IpAddr::fromHost(i << 8), 24).stringValue() + ' ' +
-             Lumo::IpAddr::fromHost((i + 1) << 8).stringValue() + '\n';
-  }
-  EXPECT_EQ(circle(chain.c_str()), "none") << "a long chain takes no deep recursion";
-}
-
 TEST(Config, WarnsOfWhatIsTakenAllTheSame) {
   host::KernelState kernel;
   kernel.links = {{2, "e\"0", true}};

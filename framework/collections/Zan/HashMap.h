@@ -53,6 +53,10 @@ class HashMap : HashIndex<V> {
   [[gnu::always_inline]] void prefetch(const K& key) const {
     if (Index::exists()) Index::prefetch(key.hash());
   }
+  /// So many members will come: an empty map makes room for them at once.
+  void reserve(U32 count) {
+    if (!Index::exists() && !first_ && count > scanned) Index::make(count);
+  }
   /// Adds a member, which is in no collection. Its key must not be in use.
   void insert(const Ptr<V>& member);
   /// Deletes the member under `key` and returns it; null when there is none. The member's `zanLeft` may do as

@@ -356,6 +356,7 @@ void MribSm::forgetConfigPrefixes() {
 void MribSm::reconcileConfigPrefixes() {
   const Ptr<MribSm> pin(this);
   const Ptr<Config const> config = mribConfig();
+  mribConfigPrefix_.reserve(config->routeCount());
   for (ConfigWalk<&MribSm::expectReactor> entry(*this, *config); entry; ++entry) {
     mribConfigPrefixIs(Ptr<RouteKeyPrefix const>(&*entry));
     if (rawMribConfig() != config.get()) return;  // a handler has put another in its place

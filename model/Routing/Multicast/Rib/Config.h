@@ -28,6 +28,12 @@ class ZAN_EXPORT Config : public Zan::NamedEntity {
   /// The entry of a prefix, or null. Owned by the configuration.
   RouteKeyPrefix* route(const Lumo::IpGenPrefix& prefix) const { return route_.lookup(prefix); }
   U32 routeCount() const { return route_.size(); }
+  /// So many entries will come, before there are any.
+  void routeReserve(U32 count) { route_.reserve(count); }
+  /// The prefix will be looked up soon.
+  [[gnu::always_inline]] void routePrefetch(const Lumo::IpGenPrefix& prefix) const {
+    route_.prefetch(prefix);
+  }
   RouteMap::IteratorConst routeIterator() const { return route_.iterator(); }
   /// Adds an entry without preferences if there is none for `prefix`, and returns the entry.
   Zan::Ptr<RouteKeyPrefix> routeIs(const Lumo::IpGenPrefix& prefix);

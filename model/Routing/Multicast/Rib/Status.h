@@ -23,6 +23,8 @@ class ZAN_EXPORT StatusOf : public Zan::NamedEntity {
 
   /// The route of a prefix, or null. Owned by the status; hold it by `Ptr` across a change.
   Route* route(const Prefix& prefix) const { return route_.lookup(prefix); }
+  /// So many routes will come, before there are any.
+  void routeReserve(U32 count) { route_.reserve(count); }
   /// The prefix will be looked up soon.
   [[gnu::always_inline]] void routePrefetch(const Prefix& prefix) const { route_.prefetch(prefix); }
   U32 routeCount() const { return route_.size(); }
