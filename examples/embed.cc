@@ -1,43 +1,76 @@
-// The smallest host: one interface, one connected subnet, one configured route, resolved.
+// A small host: it tells an agent of two interfaces, their subnets and its configured multicast routes,
+// follows what changes, and asks which way packets must come in.
 #include <iostream>
 
-#include "Pim/MribSm/MribSm.h"
+#include "mrib/Agent.h"
+
+namespace {
+
+using Lumo::IpAddr;
+using Lumo::IpGenAddr;
+using mrib::Net;
+using mrib::RouteType;
+
+std::string text(const mrib::Agent& agent, const mrib::Route& route) {
+  if (route.type == RouteType::unknown) return "none";
+  std::string all;
+  for (const mrib::NextHop& hop : route.nextHops) {
+    const mrib::Link* link = agent.link(hop.link);
+    all += (all.empty() ? "via " : ", ") + hop.address.stringValue() + " on " + (link ? link->name : "?");
+  }
+  return all;
+}
+
+void connect(mrib::Transaction& t, const char* subnet, U32 link) {
+  const mrib::Gateway onLink{{}, link};
+  t.route(Net(subnet), RouteType::connected, 0, {&onLink, 1});
+}
+
+/// What is wrong is said; then nothing has changed.
+void commit(mrib::Agent& agent, mrib::Transaction& t) {
+  for (const mrib::Refusal& refusal : agent.commit(t).refusals) std::cout << refusal.text << '\n';
+  if (agent.mayDiffer()) agent.settle();  // at once here; when there is time for it in a larger host
+  t.clear();
+}
+
+}  // namespace
 
 int main() {
-  using namespace Routing::Multicast::Rib;
-  using Lumo::IntfId, Lumo::IpAddr, Lumo::IpGenPrefix, Lumo::Prefix;
+  mrib::Agent agent;
+  agent.subscribe([&](const mrib::Update& update) {
+    for (const mrib::Change& change : update.changes) {
+      std::cout << update.generation << ": " << change.prefix() << " was " << text(agent, change.before)
+                << ", is " << text(agent, change.after) << '\n';
+    }
+  });
 
-  // Interfaces: who they are, and their addresses.
-  auto intfs = Zan::create<Interface::AllIntfStatusDir>("intfStatus");
-  intfs->intfStatusIs(IntfId(1), "eth0");
-  auto ipStatus = Zan::create<Ip::Status>("ipStatus");
-  ipStatus->intfAddrIs(IntfId(1), IpAddr("20.0.0.1"));
-  auto intfInfo = interfaceInfoFactory();
-  intfInfo->ipStatusIs(ipStatus);
-  intfInfo->statusIs(intfs);
+  // Interfaces, connected subnets and configured routes: the last resolves through the one before.
+  mrib::Transaction t;
+  t.link({1, "eth0"});
+  t.link({2, "eth1"});
+  t.address({1, IpGenAddr("20.0.0.1")});
+  t.address({2, IpGenAddr("30.0.0.1")});
+  connect(t, "20.0.0.0/24", 1);
+  connect(t, "30.0.0.0/24", 2);
+  t.mroute(Net("10.9.0.0/16"), IpGenAddr("20.0.0.5"), 1);
+  t.mroute(Net("10.9.0.0/16"), "eth1", 250);
+  t.mroute(Net("10.8.0.0/16"), IpGenAddr("10.9.0.1"), 1);
+  commit(agent, t);
 
-  // The unicast RIB's tables, in shared memory, with one connected route.
-  Quarn::Fib::RouteStatusWriter routes;
-  Quarn::Fib::ForwardingStatusWriter fecs;
-  Quarn::Fib::Fec fec{};
-  fec.fecId = 1;
-  fec.viaCount = 1;
-  fec.via[0] = {IpAddr(), IntfId(1)};
-  fecs.fecIs(fec);
-  routes.routeIs({Prefix("20.0.0.0/24"), Routing::Fib::RouteType::connected, 0, fec.fecId});
-  auto urib = Zan::create<Routing::Shadow::Status>("urib");
-  urib->routeStatusIs(Zan::create<Quarn::Fib::RouteStatus>(routes.fd()));
-  urib->forwardingStatusIs(Zan::create<Quarn::Fib::ForwardingStatus>(fecs.fd()));
-  urib->trieIs(Zan::create<Routing::TrieGen>("unicast", Lumo::ipv4()));
+  // The subnet of eth0 goes: the backup takes over, and what resolves through it follows.
+  t.routeDel(Net("20.0.0.0/24"));
+  commit(agent, t);
 
-  // The engine, and a configured route; from here on every change of an input is followed at once.
-  auto config = Zan::create<Config>("config");
-  auto mribStatus = Zan::create<Status>("mrib");
-  auto mrib = mribSmFactory(intfInfo, urib, config, mribStatus, intfs);
-  config->routeIs(IpGenPrefix("10.9.0.0/16"))->prefIs(1)->rpfIs(Rpf::ofAddr(Lumo::IpGenAddr("20.0.0.5")));
+  // Which way must packets from 10.8.1.2 come in, and what does not resolve?
+  if (const mrib::Route* route = agent.rpf(IpAddr("10.8.1.2"))) {
+    std::cout << "10.8.1.2: " << route->prefix << ' ' << text(agent, *route) << '\n';
+  }
+  for (const mrib::Unresolved& u : agent.unresolved()) {
+    std::cout << u.mroute.prefix.stringValue() << ": " << u.text() << '\n';
+  }
 
-  // Which route would a packet from 10.9.1.2 have to come in by?
-  const auto match = mrib->mribShadow()->trie()->longestMatch(IpGenPrefix("10.9.1.2/32"));
-  const auto* route = mribStatus->route(match.v4Prefix());
-  for (auto via = route->viaIterator(); via; ++via) std::cout << match << " via " << *via << '\n';
+  // Routes that could resolve through each other in a circle are refused.
+  t.mroute(Net("50.0.0.0/8"), IpGenAddr("60.0.0.1"), 1, 12);
+  t.mroute(Net("60.0.0.0/8"), IpGenAddr("50.0.0.1"), 1, 13);
+  commit(agent, t);
 }
