@@ -8,29 +8,41 @@ namespace mrib {
 
 namespace {
 
+// A look-up writes its answer where it belongs: to make it elsewhere and copy it would cost as much again.
+
+/// Of an address or a prefix.
+template <class T>
+void putV4(Lumo::IpAddr address, T& into) {
+  const U32 network = address.network();
+  into.family = MRIB_IPV4;
+  std::memset(into.padding, 0, sizeof into.padding);
+  std::memcpy(into.bytes, &network, sizeof network);
+  std::memset(into.bytes + sizeof network, 0, sizeof into.bytes - sizeof network);
+}
+
 /// 0.0.0.0 is the link itself.
-mrib_next_hop hopOf(const NextHop& hop) {
-  return {hop.address == Lumo::IpAddr() ? mrib_ip{} : cOf(hop.address), hop.link};
+void put(const NextHop& hop, mrib_next_hop& into) {
+  putV4(hop.address, into.neighbour);
+  if (hop.address == Lumo::IpAddr()) into.neighbour.family = MRIB_NONE;
+  into.link = hop.link;
 }
 
 /// Next hops go to the caller's array, if his struct is one that has it.
 void writeHops(const NextHops& hops, mrib_route& into) {
-  if (into.size < sizeof into || !into.next_hops) return;
-  const U32 count = std::min(hops.size(), into.next_hop_room);
-  for (U32 i = 0; i < count; ++i) into.next_hops[i] = hopOf(hops[i]);
+  if (into.size < sizeof into) return;
+  into.reserved2 = 0;
+  const U32 count = into.next_hops ? std::min(hops.size(), into.next_hop_room) : 0;
+  for (U32 i = 0; i < count; ++i) put(hops[i], into.next_hops[i]);
+  if (into.size > sizeof into) std::memset(&into + 1, 0, into.size - sizeof into);
 }
 
 void writeRoute(const Route& route, mrib_route& into) {
-  mrib_route now{};
-  now.type = static_cast<U8>(route.type);
-  now.preference = route.preference;
-  now.prefix = cOf(route.prefix);
-  now.next_hop_count = route.nextHops.size();
-  if (into.size >= sizeof into) {
-    now.next_hops = into.next_hops;
-    now.next_hop_room = into.next_hop_room;
-  }
-  writeSized(now, &into);
+  into.type = static_cast<U8>(route.type);
+  into.preference = route.preference;
+  into.reserved = 0;
+  putV4(route.prefix.address(), into.prefix);
+  into.prefix.length = route.prefix.length();
+  into.next_hop_count = route.nextHops.size();
   writeHops(route.nextHops, into);
 }
 

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <random>
 
+#include "Pim/MribSm/MribSm.h"
 #include "inside/CBorder.h"
 
 // What a look-up by the C API costs beside the trie's longest match, on the same routes and sources in the
