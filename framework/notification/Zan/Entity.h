@@ -136,14 +136,14 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   /// Tells every notifiee that any member of a collection may have changed: first the form that is about the
   /// members, then the one that is about the whole.
   template <auto OnMembers, auto OnWhole>
-  void tellAll(AttributeId attribute) const {
+  [[gnu::noinline, gnu::cold]] void tellAll(AttributeId attribute) const {
     const Ptr<Entity const> pin(this);
     tell<OnMembers>(attribute);
     tell<OnWhole>(attribute);
   }
 
  private:
-  bool hears(const NotifieeList::Notifiee& notifiee, AttributeId attribute) const {
+  [[gnu::always_inline]] bool hears(const NotifieeList::Notifiee& notifiee, AttributeId attribute) const {
     return notifiee.hears(this) && !notifiee.ignores(attribute);
   }
   /// A reference for the time of a call, counted right there: g++ calls functions for what `Ptr` does where
