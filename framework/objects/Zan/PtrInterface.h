@@ -61,14 +61,14 @@ class ZAN_EXPORT PtrInterface {
   /// From now on the object is never counted. For objects that outlive every reference to them.
   void isNeverCountedIs() { word_.store(neverCounted | references(), std::memory_order_relaxed); }
 
-  void newReference() const {
+  [[gnu::always_inline]] void newReference() const {
     const U32 before = countWord();
     if ((before & ~countMask) == neverCounted) return;
     if (!singleThreaded()) return newSharedReference();
     word_.store(before + 1, std::memory_order_relaxed);
     if ((before & countMask) >= countMask - 1) refuseReference();
   }
-  void deleteReference() const {
+  [[gnu::always_inline]] void deleteReference() const {
     const U32 before = countWord();
     if ((before & ~countMask) == neverCounted) return;
     if (!singleThreaded()) return deleteSharedReference();
