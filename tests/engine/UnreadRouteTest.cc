@@ -49,9 +49,6 @@ class UnreadRouteTest : public testing::Test {
     const Lumo::IpGenPrefix key(prefix);
     w.unicastTrie->route(key) ? w.unicastTrie->changedRouteIs(key) : w.unicastTrie->routeIs(key, true);
   }
-  static int follows(const TraceRecorder& traces, const std::string& prefix) {
-    return traces.count("Unicast route " + prefix + " Added/Updated");
-  }
 
   EngineWorld w;
   int routesCopy = -1;
@@ -71,8 +68,8 @@ TEST_F(UnreadRouteTest, IsFollowedOnceItCanBeRead) {
   EXPECT_EQ(w.show("30.0.0.0/24"), "30.0.0.0/24 p0 t7 [0.0.0.0 on eth2]");
   EXPECT_EQ(w.show("10.9.0.0/16"), "10.9.0.0/16 p1 t4 [30.0.0.5 on eth2]");
   name("20.0.0.0/24");
-  EXPECT_EQ(follows(traces, "30.0.0.0/24"), 1);
-  EXPECT_EQ(follows(traces, "20.0.0.0/24"), 2);
+  EXPECT_EQ(traces.count("Unicast route 30.0.0.0/24 Added/Updated"), 1);
+  EXPECT_EQ(traces.count("Unicast route 20.0.0.0/24 Added/Updated"), 2);
 }
 
 TEST_F(UnreadRouteTest, LosesNothingForItsFecAloneOrWhenItIsDeletedMeanwhile) {
@@ -82,13 +79,11 @@ TEST_F(UnreadRouteTest, LosesNothingForItsFecAloneOrWhenItIsDeletedMeanwhile) {
   int reported = 0;
   w.urib->forwardingStatus()->corruptionHandlerIs(
       [&](const std::string&) { return ++reported, std::nullopt; });
-  name("30.0.0.0/24");
-  name("40.0.0.0/24");
+  for (const char* prefix : {"30.0.0.0/24", "40.0.0.0/24"}) name(prefix);
   EXPECT_GE(reported, 2);
   EXPECT_EQ(w.show("30.0.0.0/24") + w.show("40.0.0.0/24"), "nonenone");
   flipFec(102);
-  name("20.0.0.0/24");
-  name("20.0.0.0/24");
+  for (int n = 0; n < 2; ++n) name("20.0.0.0/24");
   EXPECT_EQ(w.show("10.9.0.0/16"), "10.9.0.0/16 p1 t4 [30.0.0.5 on eth2]");
   w.routes.routeDel(Lumo::Prefix("40.0.0.0/24"));
   w.urib->routeStatus()->attach(w.routes.fd());

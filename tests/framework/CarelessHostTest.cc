@@ -85,6 +85,10 @@ Ptr<Watcher<Base>> watch(const Ptr<Zan::PtrInterface const>& notifier, std::func
   return Zan::create<Watcher<Base>>(notifier, std::move(then));
 }
 
+void addVias(Route& route) {
+  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"}) route.viaIs(via(hop), true);
+}
+
 [[noreturn]] void fail() {
   throw std::runtime_error("x");
 }
@@ -138,8 +142,8 @@ TEST(CarelessHost, ChangesWhatAReactorWatchesWhileTheReactorIsBeingDestroyed) {
 }
 
 /// The handler lets everything go that refers to the record; the watcher itself as well.
-template <class Record, class Base, class Act>
-void goesWhileItTells(Act act, const std::function<void(Record&)>& prepare = {}) {
+template <class Record>
+void goesWhileItTells(void (*act)(Record&), void (*prepare)(Record&) = nullptr) {
   for (const bool many : {false, true}) {
     auto record = Zan::create<Record>([] {
       if constexpr (std::is_same_v<Record, Route>) return p10;
@@ -149,6 +153,7 @@ void goesWhileItTells(Act act, const std::function<void(Record&)>& prepare = {})
     }());
     if (prepare) prepare(*record);
     Record* const raw = record.get();
+    using Base = typename Record::NotifieeConst;
     auto first = watch<Base>(record), second = many ? watch<Base>(record) : nullptr;
     first->then = [&] {
       if (!first) return;
@@ -163,37 +168,23 @@ void goesWhileItTells(Act act, const std::function<void(Record&)>& prepare = {})
 }
 
 TEST(CarelessHost, DropsTheLastReferenceToWhatTells) {
-  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.viaDelAll(); },
-                                                [](Route& r) {
-                                                  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"})
-                                                    r.viaIs(via(hop), true);
-                                                });
-  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.preferenceIs(2); });
-  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.viaNotifyAll(); });
-  goesWhileItTells<Route, Route::NotifieeConst>([](Route& r) { r.prefixSetIs(PrefixSet::PrefixSetIs(g10)); });
-  goesWhileItTells<PrefixSet, PrefixSet::NotifieeConst>([](PrefixSet& s) { s.prefixNotifyAll(); });
-  goesWhileItTells<RouteKeyPreference, RouteKeyPreference::NotifieeConst>(
-      [](RouteKeyPreference& e) { e.rpfIs(rpf("1.1.1.1")); });
-  goesWhileItTells<Status, Status::NotifieeConst>([](Status& s) { s.routeNotifyAll(); });
-  goesWhileItTells<Status, Status::NotifieeConst>([](Status& s) { s.routeDelAll(); },
-                                                  [](Status& s) {
-                                                    for (const char* p : {"1.0.0.0/8", "2.0.0.0/8"}) {
-                                                      s.routeIs(Lumo::Prefix(p));
-                                                    }
-                                                  });
-  goesWhileItTells<Config, Config::NotifieeConst>(
-      [](Config& c) { c.routeIs(Zan::create<RouteKeyPrefix>(g10)); });
-  goesWhileItTells<Config, Config::NotifieeConst>([](Config& c) { c.routeDel(g10); },
-                                                  [](Config& c) { c.routeIs(g10); });
-  goesWhileItTells<RouteKeyPrefix, RouteKeyPrefix::NotifieeConst>(
-      [](RouteKeyPrefix& e) { e.prefIs(Zan::create<RouteKeyPreference>(U8{1})); });
-  goesWhileItTells<Shadow, Shadow::NotifieeConst>([](Shadow& s) { s.trieIs("t", Lumo::ipv4()); },
-                                                  [](Shadow& s) { s.routeIs(Zan::create<Status>("mrib")); });
-  goesWhileItTells<Ip::Status, Ip::Status::NotifieeConst>(
-      [](Ip::Status& s) { s.intfAddrIs(Lumo::IntfId(1), Lumo::IpAddr("1.1.1.1")); });
-  goesWhileItTells<Interface::AllIntfStatusDir, Interface::AllIntfStatusDir::NotifieeConst>(
-      [](Interface::AllIntfStatusDir& d) { d.intfStatusDel(Lumo::IntfId(1)); },
-      [](Interface::AllIntfStatusDir& d) { d.intfStatusIs(Lumo::IntfId(1), "eth0"); });
+  goesWhileItTells<Route>([](Route& r) { r.viaDelAll(); }, addVias);
+  goesWhileItTells<Route>([](Route& r) { r.preferenceIs(2); });
+  goesWhileItTells<Route>([](Route& r) { r.viaNotifyAll(); });
+  goesWhileItTells<Route>([](Route& r) { r.prefixSetIs(PrefixSet::PrefixSetIs(g10)); });
+  goesWhileItTells<PrefixSet>([](PrefixSet& s) { s.prefixNotifyAll(); });
+  goesWhileItTells<RouteKeyPreference>([](auto& e) { e.rpfIs(rpf("1.1.1.1")); });
+  goesWhileItTells<Status>([](Status& s) { s.routeNotifyAll(); });
+  goesWhileItTells<Status>([](Status& s) { s.routeDelAll(); },
+                           [](Status& s) { s.routeIs(p10), s.routeIs(Lumo::Prefix("2.0.0.0/8")); });
+  goesWhileItTells<Config>([](Config& c) { c.routeIs(Zan::create<RouteKeyPrefix>(g10)); });
+  goesWhileItTells<Config>([](Config& c) { c.routeDel(g10); }, [](Config& c) { c.routeIs(g10); });
+  goesWhileItTells<RouteKeyPrefix>([](auto& e) { e.prefIs(Zan::create<RouteKeyPreference>(U8{1})); });
+  goesWhileItTells<Shadow>([](Shadow& s) { s.trieIs("t", Lumo::ipv4()); },
+                           [](Shadow& s) { s.routeIs(Zan::create<Status>("mrib")); });
+  goesWhileItTells<Ip::Status>([](auto& s) { s.intfAddrIs(Lumo::IntfId(1), Lumo::IpAddr("1.1.1.1")); });
+  goesWhileItTells<Interface::AllIntfStatusDir>([](auto& d) { d.intfStatusDel(Lumo::IntfId(1)); },
+                                                [](auto& d) { d.intfStatusIs(Lumo::IntfId(1), "eth0"); });
 }
 
 TEST(CarelessHost, DropsTheOwnerOfAMemberThatIsLeaving) {
@@ -207,8 +198,8 @@ TEST(CarelessHost, DropsTheOwnerOfAMemberThatIsLeaving) {
 
   auto config = Zan::create<Config>("c");
   auto entry = config->routeIs(g10);
-  const auto pref = entry->prefIs(1);
-  const auto v = watch<RouteKeyPreference::NotifieeConst>(pref, [&] { entry = nullptr, config = nullptr; });
+  const auto v =
+      watch<RouteKeyPreference::NotifieeConst>(entry->prefIs(1), [&] { entry = nullptr, config = nullptr; });
   entry->prefDel(1);
   EXPECT_EQ(v->heard, (Log{"leaving", "7"}));
 }
@@ -269,13 +260,7 @@ class CarelessCollection : public testing::Test {
   void fill(int count) {
     for (int k = 0; k < count; ++k) map->insert(Zan::create<typename M::Member>(k));
   }
-  std::vector<int> keys() {
-    std::vector<int> all;
-    for (auto i = map->iterator(); i; ++i) all.push_back(i->key.value);
-    return all;
-  }
-  using Map = typename M::Map;
-  std::unique_ptr<Map> map = std::make_unique<Map>();
+  std::unique_ptr<typename M::Map> map = std::make_unique<typename M::Map>();
 };
 struct Hashed {
   using Member = ::Member<Zan::HashMember>;
@@ -304,7 +289,6 @@ TYPED_TEST(CarelessCollection, DeletesAllThatAreThereAndKeepsWhatHandlersAdd) {
     EXPECT_TRUE(this->map->lookup({1000}));
     onLeft = nullptr;
     this->map->eraseAll();
-    EXPECT_EQ(this->map->size(), 0u);
   }
 }
 
@@ -317,10 +301,7 @@ TYPED_TEST(CarelessCollection, GoesWhileAMemberLeaves) {
     if (which == 0) this->map->eraseAll();
     if (which == 1) this->map->erase(Key{3});
     if (which == 2) behind.erase();
-    EXPECT_FALSE(this->map);
-    EXPECT_FALSE(behind);
-    EXPECT_FALSE(behind.erase());
-    EXPECT_FALSE(++behind);
+    EXPECT_FALSE(this->map || behind || behind.erase() || ++behind);
   }
 }
 
@@ -339,7 +320,7 @@ TYPED_TEST(CarelessCollection, IsLookedAtByAMemberThatGoesWithIt) {
   EXPECT_EQ(seen, 190u - 12u) << "each sees those behind it; the kept one does not ask";
   kept->onDestruction = nullptr;
   this->map->insert(kept);
-  EXPECT_EQ(this->keys(), std::vector<int>{7}) << "what has lost its collection may enter another";
+  EXPECT_EQ(this->map->lookup({7}), kept.get()) << "what has lost its collection may enter another";
 }
 
 TYPED_TEST(CarelessCollection, StopsAtAMemberOfAnotherOne) {
@@ -373,22 +354,18 @@ TEST(CarelessHost, ChangesTheKeyOfAMemberOrReadsBehindTheEnd) {
 
 TEST(CarelessHost, KeepsIteratorsLongerThanTheRecord) {
   auto route = Zan::create<Route>(p10);
-  route->viaIs(via("1.0.0.1"), true);
-  route->viaIs(via("1.0.0.2"), true);
+  addVias(*route);
   route->prefixSetIs(PrefixSet::PrefixSetIs(g10));
   auto vias = route->viaIterator();
   const auto copy = vias;
   auto sets = route->prefixSetIterator();
   route = nullptr;
-  EXPECT_FALSE(vias);
-  EXPECT_FALSE(copy);
-  EXPECT_FALSE(++vias);
-  EXPECT_FALSE(++sets);
+  EXPECT_FALSE(vias || copy || ++vias || ++sets);
   EXPECT_DEATH(*copy, "`the iterator stands on a value' failed");
 
   auto set = PrefixSet::PrefixSetIs(g10);
-  auto entry = Zan::create<RouteKeyPreference>(U8{1});
   for (const auto& prefix : {g10, g20}) set->prefixIs(prefix, true);
+  auto entry = Zan::create<RouteKeyPreference>(U8{1});
   for (const char* address : {"1.1.1.1", "2.2.2.2"}) entry->rpfIs(rpf(address));
   auto prefixes = set->prefixIterator();
   auto rpfs = entry->rpfIterator();
@@ -405,13 +382,12 @@ TEST(CarelessHost, KeepsIteratorsLongerThanTheRecord) {
   auto routes = config->routeIterator();
   auto prefs = config->route(g10)->prefIterator();
   config = nullptr;
-  EXPECT_FALSE(routes);
-  EXPECT_FALSE(++prefs);
+  EXPECT_FALSE(routes || ++prefs);
 }
 
 TEST(CarelessHost, AddsViasWhileAllAreDeleted) {
   const auto route = Zan::create<Route>(p10);
-  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"}) route->viaIs(via(hop), true);
+  addVias(*route);
   const auto w = watch<Route::NotifieeConst>(route);
   w->then = [&] {
     w->then = nullptr;
@@ -457,10 +433,9 @@ TEST(CarelessHost, GivesEntitiesParentsThatTheyCantHave) {
   const auto status = Zan::create<Status>("mrib");
   const auto route = status->routeIs(p10);
   const auto shadow = Zan::create<Shadow>("shadow");
-  const auto trie = shadow->trieIs("trie", Lumo::ipv4());
   const char* held = "other parent of an entity that its parent holds not allowed";
   EXPECT_EQ(refusal([&] { route->parentIs(nullptr); }), held);
-  EXPECT_EQ(refusal([&] { trie->parentIs(status.get(), 130); }), held);
+  EXPECT_EQ(refusal([&] { route->parentIs(shadow.get(), 130); }), held);
   const char* cycle = "parent that is the entity itself or below it not allowed";
   EXPECT_EQ(refusal([&] { status->parentIs(route.get(), 130); }), cycle);
   EXPECT_EQ(refusal([&] { status->parentIs(status.get(), 130); }), cycle);
@@ -560,22 +535,10 @@ TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
   EXPECT_TRUE(onRoute->heard.empty());
 }
 
-TEST(CarelessHost, LetsAReactorHoldTheActivityThatItsWorkWaitsIn) {
-  const auto route = Zan::create<Route>(p10);
-  auto config = Zan::create<Zan::ActivityConfig>("loop");
-  auto w = watch<Route::NotifieeConst>(route);
-  w->activity = Zan::zanActivitySmFor(config.get());
-  config = nullptr;
-  route->preferenceIs(1);
-  EXPECT_EQ(w->activity->pending(), 1u);
-  w = nullptr;  // no circle: the leak checker would tell
-  EXPECT_FALSE(route->hasNotifiees());
-}
-
 TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
   auto config = Zan::create<Zan::ActivityConfig>("loop");
   const auto route = Zan::create<Route>(p10);
-  const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+  auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
   a->activity = b->activity = Zan::zanActivitySmFor(config.get());
   route->preferenceIs(1);
   a->then = [&] { a->activity = b->activity = nullptr, config = nullptr; };
@@ -588,6 +551,10 @@ TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
   config = nullptr;  // the reactor still holds its activity
   route->preferenceIs(2);
   EXPECT_EQ(a->activity->run(), 1u);
+  route->preferenceIs(3);
+  EXPECT_EQ(a->activity->pending(), 1u);
+  a = nullptr;  // no circle with the work that waits: the leak checker would tell
+  EXPECT_EQ(b->heard.back(), "131");
 }
 
 TEST(CarelessHost, RegistersUnregistersAndDropsDuringDelivery) {
@@ -645,43 +612,30 @@ TEST(CarelessHost, PassesArgumentsOutOfRange) {
             "Zan::HashMap::requestedSize > 2147483648 not allowed");
   const char* none = nullptr;
   EXPECT_EQ(refusal([&] { Zan::String8 s(none); }), "null bytes parameter to Zan::String8 not allowed");
-  EXPECT_EQ(refusal([&] { Zan::Name n(none); }), "null bytes parameter to Zan::String8 not allowed");
   struct Ignorant : Route::NotifieeConst {
     using Route::NotifieeConst::ignoresIs;
   };
-  EXPECT_EQ(refusal([] { Zan::create<Ignorant>()->ignoresIs(161); }), "");
-  for (const Zan::AttributeId id : {7u, 162u}) {
-    EXPECT_NE(refusal([&] { Zan::create<Ignorant>()->ignoresIs(id); }), "");
+  for (const Zan::AttributeId id : {7u, 161u, 162u}) {
+    EXPECT_EQ(refusal([&] { Zan::create<Ignorant>()->ignoresIs(id); }).empty(), id == 161);
   }
 }
 
 // ---- What a watcher may expect to hear ----
 
 TEST(WholeCollections, AreToldOfInBothForms) {
-  const auto status = Zan::create<Status>("mrib");
-  const auto route = status->routeIs(p10);
-  const auto set = PrefixSet::PrefixSetIs(g10);
-  const auto config = Zan::create<Config>("c");
-  const auto entry = config->routeIs(g10);
-  const auto pref = entry->prefIs(1);
-  const auto ip = Zan::create<Ip::Status>("ip");
-  const auto dir = Zan::create<Interface::AllIntfStatusDir>("intf");
-  const auto w1 = watch<Route::NotifieeConst>(route);
-  const auto w2 = watch<PrefixSet::NotifieeConst>(set);
-  const auto w3 = watch<RouteKeyPreference::NotifieeConst>(pref);
-  const auto w4 = watch<Ip::Status::NotifieeConst>(ip);
-  const auto w5 = watch<Interface::AllIntfStatusDir::NotifieeConst>(dir);
-  route->viaNotifyAll();
-  route->prefixSetNotifyAll();
-  set->prefixNotifyAll();
-  pref->rpfNotifyAll();
-  ip->intfAddrNotifyAll();
-  dir->intfStatusNotifyAll();
-  EXPECT_EQ(w1->heard, (Log{"via", "via", "prefixSet", "prefixSet"}));
-  EXPECT_EQ(w2->heard, (Log{"prefix", "prefix"}));
-  EXPECT_EQ(w3->heard, (Log{"rpf", "rpf"}));
-  EXPECT_EQ(w4->heard, (Log{"intfAddr", "intfAddr"}));
-  EXPECT_EQ(w5->heard, (Log{"intfStatus", "intfStatus"}));
+  const auto route = Zan::create<Route>(p10);
+  const auto told = [](const auto& record, const char* name, auto tell) {
+    const auto w = watch<typename std::remove_cvref_t<decltype(*record)>::NotifieeConst>(record);
+    (record.get()->*tell)();
+    EXPECT_EQ(w->heard, (Log{name, name}));
+  };
+  told(route, "via", &Route::viaNotifyAll);
+  told(route, "prefixSet", &Route::prefixSetNotifyAll);
+  told(PrefixSet::PrefixSetIs(g10), "prefix", &PrefixSet::prefixNotifyAll);
+  told(Zan::create<RouteKeyPreference>(U8{1}), "rpf", &RouteKeyPreference::rpfNotifyAll);
+  told(Zan::create<Ip::Status>("ip"), "intfAddr", &Ip::Status::intfAddrNotifyAll);
+  using Dir = Interface::AllIntfStatusDir;
+  told(Zan::create<Dir>("intf"), "intfStatus", &Dir::intfStatusNotifyAll);
 
   struct Forms : Route::NotifieeConst {
     void onViazanImmediate() override { order += "members "; }

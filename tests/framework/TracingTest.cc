@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "Quarn/CorruptionException.h"
 #include "Routing/Multicast/Rib/Route.h"
 #include "TraceRecorder.h"
@@ -27,21 +29,19 @@ TEST(Exceptions, AreTracedUnlessTheyAreExpected) {
     EXPECT_THROW(throw Zan::Exception("d"), Zan::Exception);
   };
   raiseAll();
-  const std::string index = "introspection exception: bad index for attribute \"c\"";
-  const Texts all{"range exception: a", "corruption exception: b", index, "exception: d"};
-  EXPECT_EQ(exceptionsIn(recorder), all);
+  EXPECT_EQ(exceptionsIn(recorder),
+            (Texts{"range exception: a", "corruption exception: b",
+                   "introspection exception: bad index for attribute \"c\"", "exception: d"}));
   {
     const Zan::Expect range(Zan::ExceptionId::range);
     {
       const Zan::Expect corruption(Zan::ExceptionId::corruption);
       raiseAll();
     }
-    EXPECT_TRUE(Zan::Expect::expected(Zan::ExceptionId::range));
-    EXPECT_FALSE(Zan::Expect::expected(Zan::ExceptionId::corruption));
     EXPECT_EQ(exceptionsIn(recorder).size(), 6u);
+    raiseAll();
+    EXPECT_EQ(exceptionsIn(recorder).size(), 9u);
   }
-  raiseAll();
-  EXPECT_EQ(exceptionsIn(recorder).size(), 10u);
 }
 
 TEST(Exceptions, ThatANotifieeThrowsInAnswerAreTraced) {
@@ -77,23 +77,24 @@ TEST(TraceHandles, RefuseLevelsOver30AndMayGo) {
   {
     Zan::TraceHandle handle(std::string("a name that does not ") + "last");
     EXPECT_EQ(Zan::TraceHandle::find("a name that does not last"), &handle);
-    const auto refused = [&](auto call) {
-      try {
-        call();
-      } catch (const Zan::RangeException& e) {
-        return std::string(e.what());
-      }
-      return std::string();
+    const std::vector<std::function<void(U32)>> calls{
+        [&](U32 level) { handle.wants(level); },
+        [&](U32 level) { handle.traces(level); },
+        [&](U32 level) { handle.levelEnabled(level); },
+        [&](U32 level) { handle.levelEnabledIs(level, true); },
+        [&](U32 level) { handle.levelsUpToIs(level); },
+        [&](U32 level) { ZAN_TRACE(handle, nullptr, level, "x"); },
+        [](U32 level) { Zan::traceHelper("h", nullptr, "x", level, true, "", 1, ""); },
     };
-    for (const U32 level : {31u, 32u, 64u, ~0u}) {
-      const char* text = "Zan::TraceHandle::level > 30 not allowed";
-      EXPECT_EQ(refused([&] { return handle.wants(level); }), text);
-      EXPECT_EQ(refused([&] { return handle.traces(level); }), text);
-      EXPECT_EQ(refused([&] { return handle.levelEnabled(level); }), text);
-      EXPECT_EQ(refused([&] { handle.levelEnabledIs(level, true); }), text);
-      EXPECT_EQ(refused([&] { handle.levelsUpToIs(level); }), text);
-      EXPECT_EQ(refused([&] { ZAN_TRACE(handle, nullptr, level, "x"); }), text);
-      EXPECT_EQ(refused([&] { Zan::traceHelper("h", nullptr, "x", level, true, "", 1, ""); }), text);
+    for (const auto& call : calls) {
+      for (const U32 level : {31u, 32u, 64u, ~0u}) {
+        try {
+          call(level);
+          ADD_FAILURE() << level;
+        } catch (const Zan::RangeException& e) {
+          EXPECT_STREQ(e.what(), "Zan::TraceHandle::level > 30 not allowed");
+        }
+      }
     }
     handle.levelsUpToIs(30);
     const TraceRecorder recorder(30);
