@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "Pim/MribSm/MribSm.h"
 #include "mrib/Agent.h"
 
@@ -13,7 +11,6 @@ using Lumo::IpAddr;
 using Lumo::IpGenAddr;
 using Lumo::Prefix;
 using mrib::Net;
-using mrib::Reason;
 using mrib::RouteType;
 using mrib::Transaction;
 
@@ -69,32 +66,24 @@ class AgentTest : public testing::Test {
   Transaction t;
 };
 
-// ---- Connected routes ----
-
-TEST_F(AgentTest, AConnectedRouteThatChangesTakesItsDependantsAlong) {
-  mroute("50.0.0.0/8", "20.0.0.5");
-  commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
-  connected("20.0.0.0/24", 2, 3);
-  const auto result = commit();
-  EXPECT_EQ(at("20.0.0.0/24"), "p3 0.0.0.0 on 2");
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 2");
-  ASSERT_EQ(result.changes.size(), 2u) << "withdrawal and return are one change";
-  EXPECT_FALSE(result.mayDiffer);
-}
-
 TEST_F(AgentTest, TablesThatGrowAreFollowed) {
+  const auto net = [](U32 i) { return Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24); };
   for (U32 i = 0; i < 500; ++i) {
-    t.route({Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24), RouteType::connected, 0, {{{}, 1000 + i}}});
+    t.route({net(i), RouteType::connected, 0, {{{}, 1000 + i}}});
     commit();
   }
-  EXPECT_EQ(agent.routes().size(), 502u);
-  for (U32 i = 0; i < 500; i += 2) t.routeDel(Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24));
+  for (U32 i = 0; i < 500; i += 2) t.routeDel(net(i));
   EXPECT_EQ(commit().changes.size(), 250u);
   EXPECT_EQ(agent.routes().size(), 252u);
 }
 
-TEST_F(AgentTest, ARecreatedInterfaceBringsItsRoutesAnew) {
+TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
+  const auto interfaces = agent.engine()->allIntfStatusDir();
+  const auto* before = interfaces->intfStatus(Lumo::IntfId(1));
+  t.link({1, "eth1", false, false});
+  EXPECT_TRUE(commit().changes.empty()) << "the state of a link filters nothing";
+  EXPECT_FALSE(agent.link(1)->up);
+  EXPECT_EQ(interfaces->intfStatus(Lumo::IntfId(1)), before);
   mroute("50.0.0.0/8", "20.0.0.5");
   commit();
   t.link({1, "renamed"});
@@ -104,94 +93,13 @@ TEST_F(AgentTest, ARecreatedInterfaceBringsItsRoutesAnew) {
   t.linkDel(1);
   commit();
   EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 0") << "the route stays while it is announced";
-  t.link({1, "eth1"});
+  t.link({1, "renamed"});
   EXPECT_FALSE(commit().mayDiffer);
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
-}
-
-TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
-  const auto* before = agent.engine()->allIntfStatusDir()->intfStatus(Lumo::IntfId(1));
-  t.link({1, "eth1", false, false});
-  EXPECT_TRUE(commit().changes.empty()) << "the state of a link filters nothing";
-  EXPECT_FALSE(agent.link(1)->up);
-  EXPECT_EQ(agent.engine()->allIntfStatusDir()->intfStatus(Lumo::IntfId(1)), before);
-  t.link({2, "eth1"});
+  t.link({2, "renamed"});
   EXPECT_EQ(refusal(), "links 2 and 1 have the same name");
   t.link({1, "eth2"});
-  t.link({2, "eth1"});
+  t.link({2, "renamed"});
   EXPECT_TRUE(commit().accepted) << "they may change names in one transaction";
-}
-
-// ---- Configured routes ----
-
-TEST_F(AgentTest, AnRpfThatDoesNotResolveGoesWithoutTakingARouteAlong) {
-  mroute("10.0.0.0/8", "20.0.0.5");
-  mroute("10.1.0.0/16", "99.9.9.9");
-  t.mroute(Net("10.2.0.0/16"), "eth9", 1);
-  commit();
-  t.mrouteDel(Net("10.1.0.0/16"), addr("99.9.9.9"), 1);
-  t.mrouteDel(Net("10.2.0.0/16"), "eth9", 1);
-  t.mrouteDel(Net("99.0.0.0/8"), addr("1.1.1.1"), 1);
-  EXPECT_TRUE(commit().changes.empty());
-  EXPECT_EQ(at("10.0.0.0/8"), "p1 20.0.0.5 on 1");
-  EXPECT_EQ(agent.mroutes().size(), 1u);
-}
-
-TEST_F(AgentTest, ABetterPreferenceReachesThoseWhoResolveThroughIt) {
-  mroute("50.0.0.0/8", "20.0.0.5", 2);
-  mroute("60.0.0.0/8", "50.1.1.1");
-  commit();
-  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1");
-  mroute("50.0.0.0/8", "30.0.0.5", 1);
-  EXPECT_FALSE(commit().mayDiffer);
-  EXPECT_EQ(at("60.0.0.0/8"), "p1 30.0.0.5 on 2");
-}
-
-TEST_F(AgentTest, AWorsePreferenceIsInForceWhileTheBetterDoesNotResolve) {
-  mroute("50.0.0.0/8", "99.0.0.5", 1);
-  mroute("50.0.0.0/8", "20.0.0.5", 7);
-  mroute("50.0.0.0/8", "30.0.0.5", 9);
-  commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p7 20.0.0.5 on 1");
-  connected("99.0.0.0/24", 2);
-  commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 99.0.0.5 on 2");
-}
-
-TEST_F(AgentTest, AnInterfaceAddressThatComesLaterIsOffered) {
-  t.mroute(Net("50.0.0.0/8"), "eth3", 1);
-  commit();
-  EXPECT_EQ(why(), "50.0.0.0/8: there is no such interface\n");
-  t.link({3, "eth3", false});
-  commit();
-  EXPECT_EQ(why(), "50.0.0.0/8: the interface has no IPv4 address; the interface is down\n");
-  t.address({3, addr("20.0.0.9"), true});
-  t.address({3, addr("20.0.0.4")});
-  t.address({3, addr("20.0.0.3")});
-  commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.3 on 3") << "the lowest that is not secondary";
-  t.addressDel(3, addr("20.0.0.3"));
-  EXPECT_EQ(commit().changes.size(), 1u);
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.4 on 3");
-}
-
-TEST_F(AgentTest, AConfiguredRouteHidesAConnectedOneForAsLongAsItIsThere) {
-  for (const U8 preference : {U8{0}, U8{1}, U8{200}}) {
-    connected("40.0.0.0/24", 1, preference);
-    mroute("40.0.0.0/24", "30.0.0.9", 1);
-    commit();
-    EXPECT_EQ(at("40.0.0.0/24"), "p1 30.0.0.9 on 2");
-    t.routeDel(Net("30.0.0.0/24"));  // takes the configured route, and the connected one with it
-    commit();
-    EXPECT_EQ(at("40.0.0.0/24"), 'p' + std::to_string(preference) + " 0.0.0.0 on 1");
-    connected("30.0.0.0/24", 2);
-    commit();
-    agent.settle();
-    EXPECT_EQ(at("40.0.0.0/24"), "p1 30.0.0.9 on 2");
-    t.mrouteDelAll();
-    commit();
-    EXPECT_EQ(at("40.0.0.0/24"), 'p' + std::to_string(preference) + " 0.0.0.0 on 1");
-  }
 }
 
 TEST_F(AgentTest, AConfigurationThatIsGivenAnewTouchesOnlyWhatChanges) {
@@ -208,55 +116,29 @@ TEST_F(AgentTest, AConfigurationThatIsGivenAnewTouchesOnlyWhatChanges) {
   EXPECT_EQ(agent.mroutes().front().origin, 8u);
 }
 
-// ---- Transactions ----
-
-TEST_F(AgentTest, ARefusedTransactionChangesNothing) {
-  mroute("50.0.0.0/8", "20.0.0.5");
-  commit();
-  const U64 generation = agent.generation();
-  t.linkDel(1);
-  t.routeDel(Net("20.0.0.0/24"));
-  t.mrouteDelAll();
-  mroute("60.0.0.0/8", "70.0.0.1", 1, 1);
-  mroute("70.0.0.0/8", "60.0.0.1", 1, 2);
-  const auto result = commit();
-  EXPECT_FALSE(result);
-  EXPECT_EQ(result.generation, generation);
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1");
-  EXPECT_EQ(agent.mroutes().size(), 1u);
-  EXPECT_TRUE(agent.link(1));
-  connected("20.0.0.0/24", 2);
-  EXPECT_EQ(commit().changes.size(), 2u) << "and the next one works as ever";
-}
-
 TEST_F(AgentTest, WhatIsNoCanonicalIpv4IsRefusedWithItsLine) {
-  const auto said = [&](const char* text) { EXPECT_EQ(refusal(), text); };
-  t.mroute(Net("2001:db8::/32"), addr("20.0.0.5"), 1, 3);
-  said("line 3: multicast route 2001:db8::/32 is not an IPv4 prefix");
-  t.mroute(Net(addr("10.0.0.1"), 8), addr("20.0.0.5"), 1);
-  said("multicast route 10.0.0.1/8 has host bits set, the network is 10.0.0.0/8");
-  t.mroute(Net(addr("10.0.0.0"), 33), addr("20.0.0.5"), 1);
-  said("multicast route 10.0.0.0/33 has a length over 32");
-  mroute("232.0.0.0/8", "20.0.0.5");
-  said("multicast route 232.0.0.0/8 is a range of group addresses");
-  mroute("10.0.0.0/8", "20.0.0.5", 0, 4);
-  said("line 4: multicast route 10.0.0.0/8: the preference 0 is not 1 to 255");
-  mroute("10.0.0.0/8", "20.0.0.5", 256);
-  said("multicast route 10.0.0.0/8: the preference 256 is not 1 to 255");
-  mroute("10.0.0.0/8", "::1");
-  said("multicast route 10.0.0.0/8: the RPF \"::1\" is not an IPv4 address");
-  mroute("10.0.0.0/8", "224.0.0.5");
-  said("multicast route 10.0.0.0/8: the RPF \"224.0.0.5\" is a group address");
-  mroute("10.0.0.0/8", "0.0.0.0");
-  said("multicast route 10.0.0.0/8: the RPF \"0.0.0.0\" is not the address of a host");
-  t.mroute(Net("10.0.0.0/8"), "", 1);
-  said("multicast route 10.0.0.0/8: the RPF is an empty name");
-  t.route({Net("10.0.0.0/8"), RouteType::igp, 0, {{addr("::1"), 1}}});
-  said("next hop of 10.0.0.0/8 \"::1\" is not an IPv4 address");
-  t.route({Net("10.0.0.0/8"), RouteType::igp, 0, {{addr("1.1.1.1"), 0}}});
-  said("next hop: 0 is no interface index");
+  const Net ten("10.0.0.0/8");
+  const auto mrouteIs = [&](const Net& net, const char* rpf, const char* text, U32 preference = 1) {
+    t.mroute(net, addr(rpf), preference, 3);
+    EXPECT_EQ(refusal(), std::string("line 3: multicast route ") + text);
+  };
+  mrouteIs(Net("2001:db8::/32"), "20.0.0.5", "2001:db8::/32 is not an IPv4 prefix");
+  mrouteIs(Net(addr("10.0.0.1"), 8), "20.0.0.5", "10.0.0.1/8 has host bits set, the network is 10.0.0.0/8");
+  mrouteIs(Net(addr("10.0.0.0"), 33), "20.0.0.5", "10.0.0.0/33 has a length over 32");
+  mrouteIs(Net("232.0.0.0/8"), "20.0.0.5", "232.0.0.0/8 is a range of group addresses");
+  mrouteIs(ten, "20.0.0.5", "10.0.0.0/8: the preference 0 is not 1 to 255", 0);
+  mrouteIs(ten, "20.0.0.5", "10.0.0.0/8: the preference 256 is not 1 to 255", 256);
+  mrouteIs(ten, "::1", "10.0.0.0/8: the RPF \"::1\" is not an IPv4 address");
+  mrouteIs(ten, "224.0.0.5", "10.0.0.0/8: the RPF \"224.0.0.5\" is a group address");
+  mrouteIs(ten, "0.0.0.0", "10.0.0.0/8: the RPF \"0.0.0.0\" is not the address of a host");
+  t.mroute(ten, "", 1);
+  EXPECT_EQ(refusal(), "multicast route 10.0.0.0/8: the RPF is an empty name") << "no origin, no line";
+  t.route({ten, RouteType::igp, 0, {{addr("::1"), 1}}});
+  EXPECT_EQ(refusal(), "next hop of 10.0.0.0/8 \"::1\" is not an IPv4 address");
+  t.route({ten, RouteType::igp, 0, {{addr("1.1.1.1"), 0}}});
+  EXPECT_EQ(refusal(), "next hop: 0 is no interface index");
   t.link({7, ""});
-  said("link 7 has no name");
+  EXPECT_EQ(refusal(), "link 7 has no name");
   for (int i = 0; i < 300; ++i) mroute("10.0.0.0/8", "20.0.0.5", 0);
   const auto result = commit();
   EXPECT_EQ(result.refusals.size(), Transaction::mostTexts);
@@ -277,13 +159,10 @@ TEST_F(AgentTest, TheFirst128NextHopsAreKept) {
   EXPECT_EQ(agent.route(Prefix("40.0.0.0/24"))->nextHops.size(), 128u);
 }
 
-// ---- Circles ----
-
 TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
   mroute("10.0.0.0/8", "50.0.0.1", 1, 1);
   mroute("50.0.0.0/8", "60.0.0.1", 1, 2);
-  mroute("60.0.0.0/8", "20.0.0.9", 1, 3);
-  EXPECT_TRUE(commit().accepted);
+  commit();
   mroute("60.0.0.0/8", "10.1.1.1", 9, 4);
   const auto result = commit();
   ASSERT_EQ(result.refusals.size(), 1u);
@@ -292,17 +171,6 @@ TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
       "these routes could resolve through each other in a circle: 60.0.0.0/8 (line 4, through 10.1.1.1) -> "
       "10.0.0.0/8 (line 1, through 50.0.0.1) -> 50.0.0.0/8 (line 2, through 60.0.0.1) -> 60.0.0.0/8");
   EXPECT_EQ(result.refusals.front().origins, (std::vector<U64>{4, 1, 2}));
-  EXPECT_EQ(agent.mroutes().size(), 3u);
-}
-
-TEST_F(AgentTest, WhatResolvesNothingClosesNoCircle) {
-  mroute("0.0.0.0/0", "203.0.113.7");
-  mroute("203.0.113.0/24", "10.1.0.9");
-  EXPECT_TRUE(commit().accepted) << "nothing resolves through the default route";
-  mroute("10.0.0.0/8", "10.1.1.1");
-  EXPECT_TRUE(commit().accepted) << "nothing resolves through itself";
-  mroute("10.1.0.0/16", "10.2.0.1");
-  EXPECT_TRUE(commit().accepted) << "nor through a shorter one that covers it";
 }
 
 TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
@@ -310,7 +178,6 @@ TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
   t.mroute(Net("10.0.0.0/8"), "eth2", 1);
   mroute("10.0.0.0/8", "20.0.0.5", 1);
   commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.1 on 2");
   t.addressDel(2, addr("30.0.0.1"));
   t.address({2, addr("50.0.0.7")});
   commit();
@@ -319,10 +186,6 @@ TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
       "held back: with the present addresses of interfaces it could resolve through itself in a circle";
   EXPECT_EQ(why(), "10.0.0.0/8: " + held +
                        "; another RPF of the same preference resolves\n50.0.0.0/8: " + held + "\n");
-  EXPECT_EQ(at("10.0.0.0/8"), "p1 20.0.0.5 on 1") << "what is not on the circle stays";
-  mroute("60.0.0.0/8", "20.0.0.6");
-  commit();
-  EXPECT_EQ(agent.unresolved().size(), 2u) << "they stay held back";
   t.address({2, addr("30.0.0.1")});
   commit();
   agent.settle();
@@ -381,8 +244,6 @@ TEST_F(AgentTest, MoreWaysThanCanBeFollowedAreRefused) {
   EXPECT_EQ(commit().changes.size(), 25u);
 }
 
-// ---- Settling ----
-
 TEST_F(AgentTest, SettlingHealsWhatAHistoryHasLeft) {
   // The better preference comes back with a connected route: the engine replaces the next hops of the route,
   // and those who resolve through it keep the old ones beside the new.
@@ -407,23 +268,30 @@ TEST_F(AgentTest, SettlingHealsWhatAHistoryHasLeft) {
   EXPECT_EQ(agent.generation(), generation + 1) << "nothing healed, no new state";
 }
 
-TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
-  for (U32 i = 0; i < 20; ++i) {
-    t.mroute(Prefix(IpAddr::fromHost((100u << 24) + (i << 8)), 24),
-             IpGenAddr(IpAddr::fromHost(0x14000005 + i)), 1);
-    EXPECT_FALSE(commit().mayDiffer) << "a configured route comes";
-  }
-  t.routeDel(Net("20.0.0.0/24"));
-  EXPECT_FALSE(commit().mayDiffer) << "a connected route goes";
-  connected("20.0.0.0/24", 1);
-  EXPECT_FALSE(commit().mayDiffer) << "and comes back";
-  t.route({Net("99.0.0.0/8"), RouteType::egp, 20, {{addr("20.0.0.7"), 1}}});
-  EXPECT_FALSE(commit().mayDiffer) << "a unicast route comes";
-  t.mrouteDelAll();
-  EXPECT_FALSE(commit().mayDiffer) << "all configured routes go";
+TEST_F(AgentTest, ABetterPreferenceReachesThoseWhoResolveThroughIt) {
+  mroute("50.0.0.0/8", "20.0.0.5", 2);
+  mroute("60.0.0.0/8", "50.1.1.1");
+  commit();
+  mroute("50.0.0.0/8", "30.0.0.5", 1);
+  EXPECT_FALSE(commit().mayDiffer);
+  EXPECT_EQ(at("60.0.0.0/8"), "p1 30.0.0.5 on 2");
 }
 
-// ---- Listeners and answers ----
+TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
+  const auto follow = [&](const char* what) { EXPECT_FALSE(commit().mayDiffer) << what; };
+  mroute("50.0.0.0/8", "20.0.0.5");
+  follow("a configured route comes");
+  t.routeDel(Net("20.0.0.0/24"));
+  follow("a connected route goes");
+  connected("20.0.0.0/24", 1);
+  follow("and comes back");
+  connected("20.0.0.0/24", 2, 3);
+  follow("and changes");
+  t.route({Net("99.0.0.0/8"), RouteType::egp, 20, {{addr("20.0.0.7"), 1}}});
+  follow("a unicast route comes");
+  t.mrouteDelAll();
+  follow("all configured routes go");
+}
 
 TEST_F(AgentTest, ListenersHearEveryGenerationAndMayUnsubscribeButNotCommit) {
   std::vector<U64> first, second;
@@ -453,6 +321,9 @@ TEST_F(AgentTest, EveryUnresolvedRouteSaysWhy) {
   mroute("60.0.0.0/8", "20.0.0.9");
   mroute("60.0.0.0/8", "99.0.0.1");
   mroute("60.0.0.0/8", "30.0.0.9", 2);
+  t.mroute(Net("70.0.0.0/8"), "eth9", 1);
+  t.mroute(Net("71.0.0.0/8"), "eth3", 1);
+  t.link({3, "eth3", false});
   commit();
   EXPECT_EQ(
       why(),
@@ -461,9 +332,11 @@ TEST_F(AgentTest, EveryUnresolvedRouteSaysWhy) {
       "50.0.0.0/8: only the default route leads to 99.0.0.1, which resolves nothing\n"
       "60.0.0.0/8: only the default route leads to 99.0.0.1, which resolves nothing; another RPF of the same "
       "preference resolves\n"
-      "60.0.0.0/8: waiting: preference 1 is in force\n");
+      "60.0.0.0/8: waiting: preference 1 is in force\n"
+      "70.0.0.0/8: there is no such interface\n"
+      "71.0.0.0/8: the interface has no IPv4 address; the interface is down\n");
   EXPECT_EQ(agent.unresolved().front().mroute.origin, 12u);
-  EXPECT_FALSE(agent.unresolved().back().isError());
+  EXPECT_FALSE(agent.unresolved()[4].isError());
   t.routeDel(Net("0.0.0.0/0"));
   commit();
   EXPECT_EQ(agent.unresolved()[2].text(), "no MRIB route leads to 99.0.0.1");

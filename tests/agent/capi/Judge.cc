@@ -2,7 +2,7 @@
 
 #include "../RightAnswer.h"
 
-// The plain recursion judges what a host in C says: a bridge between their values, and nothing else.
+// Asks an agent everything, as a host would, and has the plain recursion judge it.
 
 namespace {
 
@@ -12,6 +12,7 @@ using Lumo::Prefix;
 RightAnswer inputs, present;
 RightAnswer::Mrib answer, heard;
 bool heardWrong = false;
+U32 healed = 0;
 
 template <class T>
 IpAddr addressOf(const T& value) {
@@ -21,12 +22,10 @@ IpAddr addressOf(const T& value) {
 Prefix prefixOf(const mrib_prefix& prefix) {
   return {addressOf(prefix), prefix.length};
 }
-
 RightAnswer::Line lineOf(const mrib_mroute& m) {
   const bool byName = m.rpf_address.family == MRIB_NONE;
   return {m.preference, byName ? m.rpf_interface : "", byName ? IpAddr() : addressOf(m.rpf_address)};
 }
-
 mrib::Route routeOf(const mrib_route& r) {
   mrib::Route route{prefixOf(r.prefix), mrib::RouteType{r.type}, r.preference};
   for (U32 i = 0; i < r.next_hop_count; ++i) {
@@ -35,13 +34,64 @@ mrib::Route routeOf(const mrib_route& r) {
   return route;
 }
 
+/// A route to be filled in, with room for its next hops.
+struct Space {
+  mrib_next_hop hops[8];
+  mrib_route route{};
+  Space() { route.size = sizeof route, route.next_hops = hops, route.next_hop_room = 8; }
+};
+
+void hear(void*, const mrib_update* update) {
+  Space before, after;
+  for (U32 i = 0; mrib_change_at(update, i, &before.route, &after.route) == MRIB_OK; ++i) {
+    const mrib::Route now = routeOf(after.route);
+    const auto was = heard.find(now.prefix);
+    heardWrong |= !(routeOf(before.route) == (was == heard.end() ? mrib::Route{now.prefix} : was->second));
+    heard[now.prefix] = now;
+    if (after.route.type == 0) heard.erase(now.prefix);
+  }
+  if (update->flags & MRIB_UPDATE_SETTLED) healed += update->change_count;
+}
+
 bool isInForce(const Prefix& prefix, const RightAnswer::Line& line) {
   RightAnswer::Mrib done = answer;
   mrib::Route scratch{prefix};
   return present.resolve(prefix, line, scratch, done) && answer.at(prefix).preference == line.preference;
 }
 
+int unresolved(void* count, const mrib_unresolved* u) {
+  ++*static_cast<U32*>(count);
+  const Prefix prefix = prefixOf(u->mroute->prefix);
+  const RightAnswer::Line line = lineOf(*u->mroute);
+  const bool held = u->reason == MRIB_REASON_HELD_BACK;
+  return u->reason == MRIB_REASON_UNSETTLED || isInForce(prefix, line) ||
+         held != present.isHeld(prefix, line);
+}
+
 }  // namespace
+
+void judge_agent(mrib_agent* agent) {
+  inputs = present = {};
+  answer.clear();
+  heard.clear();
+  mrib_subscribe(agent, hear, nullptr);
+}
+uint32_t judge_faults(mrib_agent* agent) {
+  Space now;
+  U32 wrong = 0, routes = 0, count = 0, expected = 0;
+  for (; mrib_route_at(agent, routes, &now.route) == MRIB_OK; ++routes) {
+    const auto found = answer.find(prefixOf(now.route.prefix));
+    wrong += found == answer.end() || !(found->second == routeOf(now.route));
+  }
+  wrong += mrib_visit_unresolved(agent, unresolved, &count) != MRIB_OK;
+  for (const auto& [prefix, lines] : present.mroutes) {
+    for (const RightAnswer::Line& line : lines) expected += !isInForce(prefix, line);
+  }
+  return wrong + (routes != answer.size()) + (count != expected) + (heardWrong || heard != answer);
+}
+uint32_t judge_healed() {
+  return healed;
+}
 
 void judge_begin() {
   inputs = present;
@@ -85,42 +135,4 @@ int judge_commit(int accepted) {
   if (!refused) present = inputs;
   answer = present.mrib();
   return (accepted != 0) != refused;
-}
-
-void judge_anew() {
-  inputs = present = {};
-  answer.clear();
-  heard.clear();
-}
-void judge_heard(const mrib_route* before, const mrib_route* after) {
-  const Prefix prefix = prefixOf(after->prefix);
-  const auto was = heard.find(prefix);
-  if (!(routeOf(*before) == (was == heard.end() ? mrib::Route{prefix} : was->second))) heardWrong = true;
-  heard[prefix] = routeOf(*after);
-  if (after->type == 0) heard.erase(prefix);
-}
-int judge_heard_all() {
-  return !heardWrong && heard == answer;
-}
-
-int judge_route(const mrib_route* route) {
-  const auto found = answer.find(prefixOf(route->prefix));
-  return found != answer.end() && found->second == routeOf(*route);
-}
-uint32_t judge_route_count() {
-  return static_cast<U32>(answer.size());
-}
-int judge_unresolved(const mrib_unresolved* u) {
-  const Prefix prefix = prefixOf(u->mroute->prefix);
-  const RightAnswer::Line line = lineOf(*u->mroute);
-  const bool held = u->reason == MRIB_REASON_HELD_BACK;
-  return u->reason != MRIB_REASON_UNSETTLED && !isInForce(prefix, line) &&
-         held == present.isHeld(prefix, line);
-}
-uint32_t judge_unresolved_count() {
-  U32 count = 0;
-  for (const auto& [prefix, lines] : present.mroutes) {
-    for (const RightAnswer::Line& line : lines) count += isInForce(prefix, line) ? 0 : 1;
-  }
-  return count;
 }

@@ -27,17 +27,6 @@ void judge_mroute_del(const struct mrib_mroute* mroute);
 /* Whether this outcome of a commit is right. */
 int judge_commit(int accepted);
 
-/* Forgets everything. */
-void judge_anew(void);
-/* A change that was heard; whether all of them are what there is. */
-void judge_heard(const struct mrib_route* before, const struct mrib_route* after);
-int judge_heard_all(void);
-/* Whether these are right, and how many of them there must be. */
-int judge_route(const struct mrib_route* route);
-uint32_t judge_route_count(void);
-int judge_unresolved(const struct mrib_unresolved* unresolved);
-uint32_t judge_unresolved_count(void);
-
 #ifdef __cplusplus
 }
 #endif

@@ -86,9 +86,7 @@ static void test_circle(struct mrib_agent* agent) {
   uint64_t origins[3] = {0, 0, 7};
   CHECK_OK(mrib_begin(agent));
   CHECK_OK(mrib_mroute_set(agent, &m));
-  m.prefix = prefix("10.2.0.0/16");
-  m.rpf_address = ip("10.1.0.1");
-  m.origin = 12;
+  m.prefix = prefix("10.2.0.0/16"), m.rpf_address = ip("10.1.0.1"), m.origin = 12;
   CHECK_OK(mrib_mroute_set(agent, &m));
   CHECK_FAILS(mrib_commit(agent, NULL), MRIB_ERROR_REFUSED, "line 11");
   CHECK(mrib_error_count() == 1 && mrib_error_origins(0, origins, 2) == 2 && origins[0] + origins[1] == 23);
