@@ -60,46 +60,28 @@ struct World {
   Zan::Ptr<typename F::Builder> builder;
 };
 
-/// Does event number `n` in a world.
-constexpr const char* events[] = {
-    "start with one", "two comes, without via",      "two gets a preference, still without via",
-    "two gets a via", "two gets another preference", "two loses its via",
-    "two goes",       "all may have changed",        "absent prefix is named",
+template <class F>
+struct Event {
+  const char* name;
+  void (*happen)(World<F>&);
 };
 template <class F>
-void happen(World<F>& w, std::size_t n) {
-  const auto two = w.status->route(w.two);
-  switch (n) {
-    case 1:
-      w.status->routeIs(w.two);
-      break;
-    case 2:
-      two->preferenceIs(7);
-      break;
-    case 3:
-      two->viaIs(F::via(), true);
-      break;
-    case 4:
-      two->preferenceIs(9);
-      break;
-    case 5:
-      two->viaDel(F::via());
-      break;
-    case 6:
-      w.status->routeDel(w.two);
-      break;
-    case 7:
-      w.status->routeNotifyAll();
-      break;
-    case 8:
-      w.builder->trie()->routeIs(Lumo::IpGenPrefix(w.two), true);
-      w.status->routeIs(w.two);
-      w.status->routeDel(w.two);
-      break;
-    default:
-      break;
-  }
-}
+constexpr Event<F> events[] = {
+    {"start with one", [](World<F>&) {}},
+    {"two comes, without via", [](World<F>& w) { w.status->routeIs(w.two); }},
+    {"two gets a preference", [](World<F>& w) { w.status->route(w.two)->preferenceIs(7); }},
+    {"two gets a via", [](World<F>& w) { w.status->route(w.two)->viaIs(F::via(), true); }},
+    {"two gets another preference", [](World<F>& w) { w.status->route(w.two)->preferenceIs(9); }},
+    {"two loses its via", [](World<F>& w) { w.status->route(w.two)->viaDel(F::via()); }},
+    {"two goes", [](World<F>& w) { w.status->routeDel(w.two); }},
+    {"all may have changed", [](World<F>& w) { w.status->routeNotifyAll(); }},
+    {"absent prefix is named",
+     [](World<F>& w) {
+       w.builder->trie()->routeIs(Lumo::IpGenPrefix(w.two), true);
+       w.status->routeIs(w.two);
+       w.status->routeDel(w.two);
+     }},
+};
 
 TEST(TrieBuilders, DifferExactlyInHowTheTrieFollows) {
   const char* expected[][2] = {
@@ -115,11 +97,11 @@ TEST(TrieBuilders, DifferExactlyInHowTheTrieFollows) {
   };
   World<V4> w4;
   World<V6> w6;
-  for (std::size_t n = 0; n < std::size(events); ++n) {
-    happen(w4, n);
-    happen(w6, n);
-    EXPECT_EQ(w4.state(), expected[n][0]) << "IPv4: " << events[n];
-    EXPECT_EQ(w6.state(), expected[n][1]) << "IPv6: " << events[n];
+  for (std::size_t n = 0; n < std::size(expected); ++n) {
+    events<V4>[n].happen(w4);
+    events<V6>[n].happen(w6);
+    EXPECT_EQ(w4.state(), expected[n][0]) << "IPv4: " << events<V4>[n].name;
+    EXPECT_EQ(w6.state(), expected[n][1]) << "IPv6: " << events<V6>[n].name;
   }
 }
 
@@ -159,10 +141,9 @@ TEST(TrieBuilders, Ipv6RefusesWhatIpv4Refuses) {
     w.builder->routeIs(nullptr);
     FAIL();
   } catch (const Zan::RangeException& e) {
-    EXPECT_STREQ(
-        e.what(),
-        "null _route parameter to mutator for Routing6::Multicast::Rib::MribTrieBuilderSm::route not "
-        "allowed\"");
+    EXPECT_STREQ(e.what(),
+                 "null _route parameter to mutator for "
+                 "Routing6::Multicast::Rib::MribTrieBuilderSm::route not allowed\"");
   }
   EXPECT_DEATH(V6::make(nullptr, w.shadow), "status\\(\\) && mribRouteStatus\\(\\)");
   EXPECT_DEATH(w.builder->handleRoute(), "trie\\(\\)->nodes\\(\\) == 0");
@@ -189,14 +170,14 @@ template <class F>
 void releaseInAHandler() {
   for (std::size_t last = 1; last <= 6; ++last) {
     World<F> w;
-    for (std::size_t n = 1; n < last; ++n) happen(w, n);
+    for (std::size_t n = 1; n < last; ++n) events<F>[n].happen(w);
     const auto trie = w.builder->trie();
     const auto watcher = Zan::create<TrieWatcher<F>>(w);
     watcher->notifierIs(trie);
     watcher->isRegisteredNotifieeIs(true);
-    happen(w, last);
+    events<F>[last].happen(w);
     if (w.builder) continue;
-    EXPECT_EQ(trie->route(w.two), w.status->route(w.two) != nullptr) << events[last];
+    EXPECT_EQ(trie->route(w.two), w.status->route(w.two) != nullptr) << events<F>[last].name;
     EXPECT_FALSE(w.status->hasNotifiees());
     w.status->routeDel(w.one);
     EXPECT_TRUE(trie->route(w.one));
@@ -219,7 +200,9 @@ void bindWrongly() {
 }
 
 template <class F>
-void silence() {
+void standCarelessHosts() {
+  releaseInAHandler<F>();
+  bindWrongly<F>();
   World<F> w;
   EXPECT_TRUE(w.builder->hasNotificationActive());
   w.builder->hasNotificationActiveIs(false);
@@ -229,12 +212,8 @@ void silence() {
 }
 
 TEST(TrieBuilders, StandCarelessHosts) {
-  releaseInAHandler<V4>();
-  releaseInAHandler<V6>();
-  bindWrongly<V4>();
-  bindWrongly<V6>();
-  silence<V4>();
-  silence<V6>();
+  standCarelessHosts<V4>();
+  standCarelessHosts<V6>();
 }
 
 }  // namespace

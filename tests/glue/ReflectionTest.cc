@@ -79,27 +79,19 @@ TEST(Registration, ListsTheTypesInOrderAndTheirAttributesWithTheirIdentifiers) {
       names("Routing6::Multicast::Rib::MribTrieBuilderSm"),
       "status mribRouteStatus zanFwkActivity initialize handleInitialize trie handleRoute route trieUpdates "
       "hasNotificationActiveIs zanDoZombieReactors ");
-  const auto id = [&](const char* type, const char* name) {
-    return registry.attribute(std::string("Routing::Multicast::Rib::") + type, name)->id();
-  };
-  EXPECT_EQ(id("InterfaceInfo", "ipStatus"), 130u);
-  EXPECT_EQ(id("InterfaceInfo", "config"), 131u);
-  EXPECT_EQ(id("InterfaceInfo", "status"), 132u);
-  EXPECT_EQ(id("RouteResolverSm", "mribForPrefix"), 136u);
-  EXPECT_EQ(id("RouteResolverSm", "doAddWatchPrefix"), 141u);
-  EXPECT_EQ(id("RouteResolverSm", "doDelWatchPrefix"), 142u);
-  EXPECT_EQ(id("RouteResolverSm", "doMaybeRefreshRoutes"), 143u);
-  EXPECT_EQ(id("RouteResolverSm", "doRecursiveDelete"), 144u);
-  EXPECT_EQ(id("RouteResolverSm", "doRecursiveUpdate"), 145u);
-  EXPECT_EQ(id("MribTrieBuilderSm", "status"), 130u);
-  EXPECT_EQ(id("MribTrieBuilderSm", "zanDoZombieReactors"), 140u);
-  const auto add = registry.attribute("Routing::Multicast::Rib::RouteResolverSm", "doAddOrUpdateRoute");
-  std::string arguments;
-  for (const auto& a : add->forms().at(0)) {
-    (((arguments += a->name()) += ' ') += a->valueType()) += ", ";
-    EXPECT_EQ(a->containingType(), "doAddOrUpdateRoute");
-  }
-  EXPECT_EQ(arguments, "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
+  const std::tuple<const char*, const char*, U32> ids[] = {{"InterfaceInfo", "ipStatus", 130},
+                                                           {"InterfaceInfo", "config", 131},
+                                                           {"InterfaceInfo", "status", 132},
+                                                           {"RouteResolverSm", "mribForPrefix", 136},
+                                                           {"RouteResolverSm", "doAddWatchPrefix", 141},
+                                                           {"RouteResolverSm", "doDelWatchPrefix", 142},
+                                                           {"RouteResolverSm", "doMaybeRefreshRoutes", 143},
+                                                           {"RouteResolverSm", "doRecursiveDelete", 144},
+                                                           {"RouteResolverSm", "doRecursiveUpdate", 145},
+                                                           {"MribTrieBuilderSm", "status", 130},
+                                                           {"MribTrieBuilderSm", "zanDoZombieReactors", 140}};
+  for (const auto& [type, name, id] : ids)
+    EXPECT_EQ(registry.attribute(std::string("Routing::Multicast::Rib::") + type, name)->id(), id) << name;
   try {
     const Zan::ZanAttrIntrospectionFlags flags(0x40);
     FAIL() << flags.value();
@@ -128,12 +120,17 @@ TEST(Registration, UsesTheNamesOfTheConfigurationSideInTheirOrder) {
 
 TEST(Registration, GivesMutatorsAndCollectionsTheirArgumentContexts) {
   const auto& registry = Zan::Introspection::instance();
-  const auto context = [&](const char* name) {
-    const auto attribute = registry.attribute("Routing::Multicast::Rib::MribSm", name);
+  const auto context = [&](const char* name, const char* type = "MribSm") {
+    const auto attribute = registry.attribute(std::string("Routing::Multicast::Rib::") + type, name);
     std::string all;
-    for (const auto& a : attribute->forms().at(0)) (((all += a->name()) += ' ') += a->valueType()) += ", ";
+    for (const auto& a : attribute->forms().at(0)) {
+      (((all += a->name()) += ' ') += a->valueType()) += ", ";
+      EXPECT_TRUE(!all.starts_with("rpf") || a->containingType() == name);
+    }
     return all;
   };
+  EXPECT_EQ(context("doAddOrUpdateRoute", "RouteResolverSm"),
+            "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
   EXPECT_EQ(context("mribShadow"), "name Zan::Name, ");
   EXPECT_EQ(context("trieBuilder"),
             "mribStatus Routing::Multicast::Rib::Status, "
@@ -282,15 +279,24 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
       const auto op = [&](const GenericIf& handle, AttributeOp what, std::vector<Value> arguments = {}) {
         return [&handle, &row, what, arguments] { handle.attributeOp({row.id, what}, arguments); };
       };
-      const std::string name(row.name);
-      const std::string refused = "attempting to modify a const instance | " + name + " | " + name;
+      const std::string name(row.name), self = " | " + name + " | " + name;
+      const std::string refused = "attempting to modify a const instance" + self;
+      const auto missing = [&](const std::string& what) {
+        return "missing argument \"" + what + "\" of \"" + name + "\" | " + what + " | " + name;
+      };
+      const auto unknown = [&](const std::string& what) {
+        return "unknown argument \"" + what + "\" of \"" + name + "\" | " + what + " | " + name;
+      };
+      const auto wrongType = [&](std::string_view type, const std::string& found) {
+        return "expected a value of type " + std::string(type) + ", found " + found + " for \"" + name +
+               "\" | " + std::string(type) + " | " + name;
+      };
       for (const AttributeOp what : {AttributeOp::set, AttributeOp::erase, AttributeOp::eraseAll,
                                      AttributeOp::invoke, AttributeOp(200), AttributeOp(255)}) {
         EXPECT_EQ(thrown<ConstInstanceException>(op(readOnly, what, {text("1"), text("1")})), refused);
       }
-      const std::string unsupported =
-          "operation not supported by attribute \"" + name + "\" | " + name + " | " + name;
-      const std::string badIndex = "bad index for attribute \"" + name + "\" | " + name + " | " + name;
+      const std::string unsupported = "operation not supported by attribute \"" + name + "\"" + self;
+      const std::string badIndex = "bad index for attribute \"" + name + "\"" + self;
       for (const AttributeOp what : {AttributeOp(4), AttributeOp(127), AttributeOp(132), AttributeOp(255)}) {
         EXPECT_EQ(thrown<OperationNotSupportedException>(op(machine, what)), unsupported);
       }
@@ -299,22 +305,18 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
                   unsupported);
       } else {
         const std::string first(row.set ? "value" : row.forms.front().arguments[0].name);
-        EXPECT_EQ(thrown<MissingArgumentException>(op(machine, AttributeOp::set)),
-                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first + " | " + name);
+        EXPECT_EQ(thrown<MissingArgumentException>(op(machine, AttributeOp::set)), missing(first));
       }
       if (row.set) {
-        EXPECT_EQ(
-            thrown<TypeException>(op(machine, AttributeOp::set, {text("no such value")})),
-            "expected a value of type " + std::string(row.type) + ", found " +
-                (row.type.find("::") == row.type.npos || row.type == "Lumo::IpGenPrefix" ? "\"no such value\""
-                                                                                         : "text") +
-                " for \"" + name + "\" | " + std::string(row.type) + " | " + name);
+        const bool parsed = row.type.find("::") == row.type.npos || row.type == "Lumo::IpGenPrefix";
+        EXPECT_EQ(thrown<TypeException>(op(machine, AttributeOp::set, {text("no such value")})),
+                  wrongType(row.type, parsed ? "\"no such value\"" : "text"));
       }
       EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::readAt, {text("no key")})), badIndex);
       if (row.at) {
         EXPECT_EQ(thrown<BadIndexException>(op(machine, AttributeOp::read)), badIndex);
         EXPECT_EQ(thrown<UnknownArgumentException>(op(machine, AttributeOp::readAt, {text("1"), text("2")})),
-                  "unknown argument \"#2\" of \"" + name + "\" | #2 | " + name);
+                  unknown("#2"));
         for (const AttributeOp what : {AttributeOp::readAt, AttributeOp::erase}) {
           EXPECT_EQ(thrown<BadIndexException>(op(machine, what)), badIndex);
           EXPECT_EQ(thrown<BadIndexException>(op(machine, what, {Value::of(12.5)})), badIndex);
@@ -338,22 +340,17 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
       }
       for (const auto& arguments : {tooMany, {tooMany[0]}}) {
         EXPECT_EQ(thrown<UnknownArgumentException>([&] { machine.call(row.name, arguments); }),
-                  "unknown argument \"bogus\" of \"" + name + "\" | bogus | " + name);
+                  unknown("bogus"));
       }
-      const std::string extra = '#' + std::to_string(tooMany.size());
       EXPECT_EQ(thrown<UnknownArgumentException>(
                     op(machine, AttributeOp::invoke, std::vector<Value>(tooMany.size()))),
-                "unknown argument \"" + extra + "\" of \"" + name + "\" | " + extra + " | " + name);
+                unknown('#' + std::to_string(tooMany.size())));
       if (const auto& arguments = row.forms.front().arguments; !arguments.empty()) {
-        const std::string first(arguments[0].name);
         EXPECT_EQ(thrown<MissingArgumentException>([&] { machine.call(row.name); }),
-                  "missing argument \"" + first + "\" of \"" + name + "\" | " + first + " | " + name);
-        EXPECT_EQ(thrown<TypeException>([&] {
-                    machine.attributeOp({row.id, AttributeOp::invoke},
-                                        std::vector<Value>(arguments.size(), Value::of(12.5)));
-                  }),
-                  "expected a value of type " + std::string(arguments[0].type) + ", found double for \"" +
-                      name + "\" | " + std::string(arguments[0].type) + " | " + name);
+                  missing(std::string(arguments[0].name)));
+        EXPECT_EQ(thrown<TypeException>(op(machine, AttributeOp::invoke,
+                                           std::vector<Value>(arguments.size(), Value::of(12.5)))),
+                  wrongType(arguments[0].type, "double"));
       }
     }
     EXPECT_EQ(thrown<UnknownAttributeException>([&] { machine.read("bogus"); }),
