@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 #include <random>
 
 #include "RightAnswer.h"
 
 // Random transactions on an agent. After each one the MRIB must be the right answer where the agent says so,
-// and after each settling in any case; what listeners hear must add up to the same.
+// and after each settling in any case; what listeners hear must add up to the same; and an agent that is told
+// only what is left at the end must give the same.
 
 namespace {
 
@@ -50,7 +50,10 @@ std::string show(const mrib::Agent& agent) {
 class Driver {
  public:
   explicit Driver(U64 seed)
-      : random_(seed), agent_(mrib::Agent::Options{std::array{4u, 12u, 100000u}[seed % 3]}) {
+      : random_(seed),
+        agent_(mrib::Agent::Options{seed % 3 == 0   ? 4u
+                                    : seed % 3 == 1 ? 12u
+                                                    : 100000u}) {
     agent_.subscribe([this](const mrib::Update& u) { hear(u); });
   }
 
@@ -66,14 +69,44 @@ class Driver {
       return refused ? "should be refused" : "should be accepted: " + said(result);
     if (refused) return agent_.generation() == before ? "" : "refused, yet another generation";
     inputs_ = std::move(next);
+    ++commits;
     if (std::string fault = judge(result.mayDiffer); !fault.empty()) return fault;
     if (!settle) return "";
+    const bool mayDiffer = result.mayDiffer;
     const std::size_t found = agent_.settle().changes.size();
-    if (!result.mayDiffer && found > 0) return "settling heals what could not differ";
+    if (!mayDiffer && found > 0) return "settling heals what could not differ";
+    mayDiffers += mayDiffer;
     healed += found > 0;
     return judge(false);
   }
 
+  /// Another agent gets what there is now, in another order and other portions.
+  std::string freshStart() {
+    std::vector<std::function<void(mrib::Transaction&)>> parts;
+    for (const auto& [index, link] : inputs_.links) parts.push_back([&](auto& t) { t.link(link); });
+    for (const auto& [key, secondary] : inputs_.addresses) {
+      parts.push_back([&](auto& t) { t.address({key.first, IpGenAddr(key.second), secondary}); });
+    }
+    for (const auto& [prefix, route] : inputs_.routes) parts.push_back([&](auto& t) { t.route(route); });
+    for (const auto& [prefix, lines] : inputs_.mroutes) {
+      for (const auto& line : lines) {
+        parts.push_back([&](auto& t) { t.mroute(mrouteOf(prefix, line)); });
+      }
+    }
+    std::shuffle(parts.begin(), parts.end(), random_);
+    mrib::Agent other(mrib::Agent::Options{chance(50) ? 5u : 100000u});
+    for (std::size_t i = 0; i < parts.size();) {
+      mrib::Transaction t;
+      for (auto n = 1 + random_() % 9; n > 0 && i < parts.size(); --n) parts[i++](t);
+      if (const auto result = other.commit(t); !result) return "a part is refused: " + said(result);
+    }
+    other.settle();
+    const std::string expected = show(inputs_.mrib());
+    return show(other) == expected ? "" : "fresh:\n" + show(other) + "right:\n" + expected;
+  }
+
+  int commits = 0;
+  int mayDiffers = 0;
   int healed = 0;
 
  private:
@@ -102,10 +135,18 @@ class Driver {
   }
 
   void change(RightAnswer& next, mrib::Transaction& t) {
-    const auto kind = random_() % 10;
-    if (kind == 0) return changeLink(next, t);
-    if (kind == 1) return changeAddress(next, t);
-    return kind < 5 ? changeRoute(next, t) : changeMroute(next, t);
+    switch (random_() % 10) {
+      case 0:
+        return changeLink(next, t);
+      case 1:
+        return changeAddress(next, t);
+      case 2:
+      case 3:
+      case 4:
+        return changeRoute(next, t);
+      default:
+        return changeMroute(next, t);
+    }
   }
   void changeLink(RightAnswer& next, mrib::Transaction& t) {
     const U32 i = index();
@@ -180,11 +221,25 @@ class Driver {
       const mrib::Route before = was == heard_.end() ? mrib::Route{c.prefix()} : was->second;
       if (!(c.before == before)) heardFault_ = "not as it was before";
       if (c.before == c.after) heardFault_ = "no change";
-      heard_[c.prefix()] = c.after;
-      if (c.removed()) heard_.erase(c.prefix());
+      if (c.removed()) {
+        heard_.erase(c.prefix());
+      } else {
+        heard_[c.prefix()] = c.after;
+      }
     }
   }
 
+  std::string showInputs() const {
+    std::string text;
+    for (const auto& [prefix, lines] : inputs_.mroutes) {
+      for (const auto& line : lines) {
+        const auto address = inputs_.addressOf(line);
+        text += prefix.stringValue() + ' ' + line.name + ' ' + (address ? address->stringValue() : "-") +
+                ' ' + std::to_string(line.preference) + (inputs_.isHeld(prefix, line) ? " held\n" : "\n");
+      }
+    }
+    return text;
+  }
   std::string judge(bool mayDiffer) {
     if (!heardFault_.empty()) return heardFault_;
     if (heardGeneration_ != agent_.generation()) return "a generation was not told";
@@ -192,7 +247,7 @@ class Driver {
     if (show(heard_) != real) return "heard:\n" + show(heard_) + "is:\n" + real;
     if (mayDiffer) return "";
     const auto answer = inputs_.mrib();
-    if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer);
+    if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer) + "for:\n" + showInputs();
     return judgeUnresolved(answer);
   }
   std::string judgeUnresolved(const RightAnswer::Mrib& answer) {
@@ -215,10 +270,11 @@ class Driver {
         unresolved += !inForce;
         if ((reason == reasons.end()) != inForce) return "unresolved: " + prefix.stringValue();
         if (inForce) continue;
-        const mrib::Reason why = reason->second;
-        const bool isRight = inputs_.isHeld(prefix, line) == (why == mrib::Reason::heldBack) &&
-                             (!resolves || why == mrib::Reason::waiting) && why != mrib::Reason::unsettled;
-        if (!isRight) return "reason " + std::to_string(static_cast<int>(why)) + ' ' + prefix.stringValue();
+        const std::string what =
+            prefix.stringValue() + " " + std::to_string(static_cast<int>(reason->second));
+        if (inputs_.isHeld(prefix, line) != (reason->second == mrib::Reason::heldBack)) return "held " + what;
+        if (resolves != (reason->second == mrib::Reason::waiting) && resolves) return "waiting " + what;
+        if (reason->second == mrib::Reason::unsettled) return "unsettled " + what;
       }
     }
     return unresolved == reasons.size() ? "" : "unresolved that are not configured";
@@ -236,15 +292,19 @@ class Driver {
 TEST(AgentRandom, IsTheRightAnswerWhateverHappened) {
   const char* more = std::getenv("MRIB_SEEDS");
   const U64 seeds = more ? std::strtoull(more, nullptr, 10) : 2000;
-  int healed = 0;
+  int commits = 0, mayDiffers = 0, healed = 0;
   for (U64 seed = 1; seed <= seeds; ++seed) {
     Driver driver(seed);
     const U32 settleEvery = seed % 4 == 0 ? 7 : 1;
     for (U32 step = 1; step <= 30; ++step) {
       ASSERT_EQ(driver.step(step % settleEvery == 0), "") << "seed " << seed << " step " << step;
     }
+    ASSERT_EQ(driver.freshStart(), "") << "seed " << seed;
+    commits += driver.commits;
+    mayDiffers += driver.mayDiffers;
     healed += driver.healed;
   }
+  std::cout << commits << " commits, " << mayDiffers << " may differ, " << healed << " were healed\n";
   EXPECT_GT(healed, 0) << "the engine alone does not end there";
 }
 
