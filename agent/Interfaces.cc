@@ -41,20 +41,20 @@ Interfaces::Staged Interfaces::stage(const std::vector<Transaction::LinkOp>& ops
     const auto held = std::find_if(intf.addresses.begin(), intf.addresses.end(),
                                    [&](const Intf::Held& h) { return h.address == op.address; });
     switch (op.kind) {
-      case Transaction::LinkOp::linkIs:
+      case Transaction::LinkOp::Kind::linkIs:
         intf.link = op.value;
         break;
-      case Transaction::LinkOp::linkDel:
+      case Transaction::LinkOp::Kind::linkDel:
         intf = {};
         break;
-      case Transaction::LinkOp::addressIs:
+      case Transaction::LinkOp::Kind::addressIs:
         if (held == intf.addresses.end()) {
           intf.addresses.push_back({op.address, op.secondary});
         } else {
           held->secondary = op.secondary;
         }
         break;
-      case Transaction::LinkOp::addressDel:
+      case Transaction::LinkOp::Kind::addressDel:
         if (held != intf.addresses.end()) intf.addresses.erase(held);
         break;
     }

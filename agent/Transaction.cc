@@ -88,23 +88,24 @@ bool Transaction::isConfigurable(const Net& prefix, U32 preference, U64 origin) 
 void Transaction::link(const Link& link) {
   if (!isLink(link.index, "link")) return;
   if (link.name.empty()) return refuse("link " + std::to_string(link.index) + " has no name");
-  links_.push_back({LinkOp::linkIs, link});
+  links_.push_back({LinkOp::Kind::linkIs, link});
 }
 
 void Transaction::linkDel(U32 index) {
-  if (isLink(index, "link")) links_.push_back({LinkOp::linkDel, {index, {}}});
+  if (isLink(index, "link")) links_.push_back({LinkOp::Kind::linkDel, {index, {}}});
 }
 
 void Transaction::address(const Address& address) {
   const std::string what = "the address of link " + std::to_string(address.link);
   if (!isLink(address.link, "address") || !isAddress(address.address, what)) return;
-  links_.push_back({LinkOp::addressIs, {address.link, {}}, address.address.v4Addr(), address.secondary});
+  links_.push_back(
+      {LinkOp::Kind::addressIs, {address.link, {}}, address.address.v4Addr(), address.secondary});
 }
 
 void Transaction::addressDel(U32 link, const Lumo::IpGenAddr& address) {
   const std::string what = "the address of link " + std::to_string(link);
   if (!isLink(link, "address") || !isAddress(address, what)) return;
-  links_.push_back({LinkOp::addressDel, {link, {}}, address.v4Addr()});
+  links_.push_back({LinkOp::Kind::addressDel, {link, {}}, address.v4Addr()});
 }
 
 // ---- Unicast routes ----

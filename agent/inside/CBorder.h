@@ -93,15 +93,15 @@ constexpr std::size_t mostSize = 4096;
 template <class T>
 constexpr std::size_t leastSize = sizeof(T);
 template <>
-constexpr std::size_t leastSize<mrib_link> = offsetof(mrib_link, flags);
+inline constexpr std::size_t leastSize<mrib_link> = offsetof(mrib_link, flags);
 template <>
-constexpr std::size_t leastSize<mrib_address> = offsetof(mrib_address, flags);
+inline constexpr std::size_t leastSize<mrib_address> = offsetof(mrib_address, flags);
 template <>
-constexpr std::size_t leastSize<mrib_mroute> = offsetof(mrib_mroute, origin);
+inline constexpr std::size_t leastSize<mrib_mroute> = offsetof(mrib_mroute, origin);
 template <>
-constexpr std::size_t leastSize<mrib_route> = offsetof(mrib_route, next_hops);
+inline constexpr std::size_t leastSize<mrib_route> = offsetof(mrib_route, next_hops);
 template <>
-constexpr std::size_t leastSize<mrib_status> = offsetof(mrib_status, healed);
+inline constexpr std::size_t leastSize<mrib_status> = offsetof(mrib_status, healed);
 
 template <class T>
 int checkSized(const char* function, const char* what, const T* value) noexcept {

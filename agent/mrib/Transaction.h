@@ -57,7 +57,7 @@ class ZAN_EXPORT Transaction {
 
   // What was collected, for the agent.
   struct LinkOp {
-    enum Kind : U8 { linkIs, linkDel, addressIs, addressDel } kind;
+    enum class Kind : U8 { linkIs, linkDel, addressIs, addressDel } kind;
     Link value;  ///< the index is that of the link in question
     Lumo::IpAddr address{};
     bool secondary = false;
