@@ -83,14 +83,18 @@ class Driver {
   /// Another agent gets what there is now, in another order and other portions.
   std::string freshStart() {
     std::vector<std::function<void(mrib::Transaction&)>> parts;
-    for (const auto& [index, link] : inputs_.links) parts.push_back([&](auto& t) { t.link(link); });
+    for (const auto& [index, link] : inputs_.links)
+      parts.push_back([&link = link](auto& t) { t.link(link); });
     for (const auto& [key, secondary] : inputs_.addresses) {
-      parts.push_back([&](auto& t) { t.address({key.first, IpGenAddr(key.second), secondary}); });
+      parts.push_back([&key = key, &secondary = secondary](auto& t) {
+        t.address({key.first, IpGenAddr(key.second), secondary});
+      });
     }
-    for (const auto& [prefix, route] : inputs_.routes) parts.push_back([&](auto& t) { t.route(route); });
+    for (const auto& [prefix, route] : inputs_.routes)
+      parts.push_back([&route = route](auto& t) { t.route(route); });
     for (const auto& [prefix, lines] : inputs_.mroutes) {
       for (const auto& line : lines) {
-        parts.push_back([&](auto& t) { t.mroute(mrouteOf(prefix, line)); });
+        parts.push_back([&prefix = prefix, &line](auto& t) { t.mroute(mrouteOf(prefix, line)); });
       }
     }
     std::shuffle(parts.begin(), parts.end(), random_);
