@@ -97,6 +97,7 @@ static void test_circle(struct mrib_agent* agent) {
 struct seen {
   uint32_t count;
   uint32_t reasons; /* a bit for each */
+  uint32_t flags;   /* of all */
   struct mrib_unresolved last;
 };
 
@@ -104,6 +105,7 @@ static int see(void* context, const struct mrib_unresolved* u) {
   struct seen* seen = context;
   ++seen->count;
   seen->reasons |= 1u << u->reason;
+  seen->flags |= u->flags;
   seen->last = *u;
   CHECK(u->size == sizeof *u && u->mroute->size == sizeof *u->mroute && strlen(u->text) > 0);
   return u->reason == MRIB_REASON_COVERED ? 42 : 0;
@@ -151,6 +153,7 @@ static void test_unresolved(struct mrib_agent* agent) {
   CHECK_OK(mrib_begin(agent));
   CHECK_OK(mrib_route_set(agent, &all));
   CHECK_OK(mrib_commit(agent, NULL));
+  CHECK(seen.flags == MRIB_RPF_LINK_DOWN);
   seen.reasons = 0;
   CHECK(mrib_visit_unresolved(agent, see, &seen) == 42);
   CHECK(seen.reasons & 1u << MRIB_REASON_ONLY_DEFAULT);
