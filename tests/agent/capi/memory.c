@@ -17,11 +17,13 @@ static int reaches_end(long allocations) {
   if (code == MRIB_OK) code = mrib_mroute_set(agent, &m);
   if (code == MRIB_OK) code = mrib_route_del(agent, &lost);
   const int committed = mrib_commit(agent, NULL);
+  const size_t texts = mrib_error_count();
   const int settled = mrib_settle(agent, NULL);
   memory_left(0);
   const int found = mrib_rpf(agent, &source, &route);
   memory_left(-1);
   CHECK(code == MRIB_OK || (code == MRIB_ERROR_MEMORY && committed == MRIB_ERROR_REFUSED));
+  CHECK(committed == MRIB_OK || texts > 0);
   CHECK(committed == MRIB_OK || committed == MRIB_ERROR_REFUSED || committed == MRIB_ERROR_MEMORY);
   CHECK(settled == MRIB_OK ||
         settled == (committed == MRIB_ERROR_MEMORY ? MRIB_ERROR_BROKEN : MRIB_ERROR_MEMORY));
