@@ -24,8 +24,9 @@
  * Ownership. An agent is its creator's, who frees it. What is handed in is copied before the call returns,
  * and nothing that is handed out has to be freed; how long it lives is said where it is.
  *
- * Threads. One thread at a time calls with an agent. The calls that take it as const may run in several at
- * once, as long as no other runs. Errors belong to the thread whose call has failed.
+ * Threads. One thread at a time calls with an agent; different agents have nothing in common. The calls that
+ * take it as const may run in several at once, as long as no other runs. Errors belong to the thread whose
+ * call has failed.
  *
  * Callbacks run inside the call that they belong to, on its thread. They may call everything but mrib_commit,
  * mrib_settle and mrib_free with the same agent, which answer MRIB_ERROR_BUSY and do nothing. They must
