@@ -24,6 +24,25 @@ std::size_t sequenceLength(std::string_view s) {
   return n;
 }
 
+/// Whether a sequence of three bytes turns writing round, hides something or ends a line: U+200B to 200F,
+/// 2028 to 202E, 2060 to 206F, FEFF.
+bool deceives(std::string_view s) {
+  const auto second = static_cast<unsigned char>(s[1]);
+  const auto third = static_cast<unsigned char>(s[2]);
+  if (s[0] == '\xEF') return second == 0xBB && third == 0xBF;
+  if (s[0] != '\xE2') return false;
+  if (second == 0x81) return third >= 0xA0 && third <= 0xAF;
+  return second == 0x80 && ((third >= 0x8B && third <= 0x8F) || (third >= 0xA8 && third <= 0xAE));
+}
+
+/// Whether a terminal may take the sequence of `n` bytes at the start for a command.
+bool isControl(std::string_view s, std::size_t n) {
+  const auto lead = static_cast<unsigned char>(s[0]);
+  if (n == 1) return lead < 0x20 || lead == 0x7F;
+  if (n == 2) return lead == 0xC2 && static_cast<unsigned char>(s[1]) < 0xA0;
+  return n == 3 && deceives(s);
+}
+
 }  // namespace
 
 std::string escaped(std::string_view text) {
@@ -31,8 +50,7 @@ std::string escaped(std::string_view text) {
   while (!text.empty()) {
     const char c = text.front();
     std::size_t n = sequenceLength(text);
-    const bool control = n == 2 && c == '\xC2' && static_cast<unsigned char>(text[1]) < 0xA0;  // of Latin-1
-    if (n == 0 || control || (n == 1 && (static_cast<unsigned char>(c) < 0x20 || c == 0x7F))) {
+    if (n == 0 || isControl(text, n)) {
       out += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
       n = 1;
     } else {

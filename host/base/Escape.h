@@ -6,7 +6,7 @@
 namespace host {
 
 /// A text from outside, fit for any terminal and any JSON document: quotes and backslashes get a backslash,
-/// control bytes and bytes that are no UTF-8 become \xHH.
+/// control characters, those that turn or hide writing, and bytes that are no UTF-8 become \xHH.
 std::string escaped(std::string_view text);
 
 /// A text from outside for a JSON string, which can hold anything but bytes that are no UTF-8: with those it

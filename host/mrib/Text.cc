@@ -1,0 +1,194 @@
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "Escape.h"
+
+namespace host::text {
+
+namespace {
+
+std::string textOf(const Json& value) {
+  if (value.is_null()) return "-";
+  return value.is_string() ? escaped(value.get_ref<const std::string&>()) : value.dump();
+}
+
+bool isUsable(const Json& route) {
+  const std::string type = route.at("type");
+  return type == "connected" || type == "static" || type == "attached" || type == "local" ||
+         type == "gateway";
+}
+
+std::string hopText(const Json& route, const Json& via) {
+  if (!via.at("nextHop").is_null()) return textOf(via["nextHop"]);
+  return route.at("type") == "local" ? "own address" : "attached";
+}
+
+/// "via 10.0.1.7 on eth0", of several: separated by commas.
+std::string viasText(const Json& route) {
+  std::string text;
+  for (const Json& via : route.at("vias")) {
+    if (!text.empty()) text += ", ";
+    text += via.at("nextHop").is_null() ? hopText(route, via) : "via " + hopText(route, via);
+    text += " on " + textOf(via.at("interface"));
+  }
+  if (!text.empty()) return text;
+  return isUsable(route) ? "no next hop" : textOf(route.at("type"));
+}
+
+std::string routeText(const Json& route) {
+  if (route.is_null()) return "no route";
+  return fmt::format("{} [{}] {}", textOf(route.at("type")), textOf(route.at("preference")), viasText(route));
+}
+
+using Row = std::array<std::string, 7>;
+
+std::string tableOf(const std::vector<Row>& rows) {
+  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+  for (const Row& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  std::string text;
+  for (const Row& row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (widths[i] != 0) line += fmt::format("{:<{}}  ", row[i], widths[i]);
+    }
+    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string ofRoutes(const Json& routes) {
+  const bool unicast =
+      std::any_of(routes.begin(), routes.end(), [](const Json& r) { return r.contains("protocol"); });
+  std::vector<Row> rows{{"Prefix", "Type", "Pref", unicast ? "Protocol" : "", unicast ? "Metric" : "",
+                         "Next hop", "Interface"}};
+  for (const Json& route : routes) {
+    Row row{textOf(route.at("prefix")), textOf(route.at("type")), textOf(route.at("preference"))};
+    if (unicast) {
+      row[3] = textOf(route.at("protocol"));
+      row[4] = textOf(route.at("metric"));
+    }
+    for (const Json& via : route.at("vias")) {
+      row[5] = hopText(route, via);
+      row[6] = textOf(via.at("interface"));
+      rows.push_back(std::exchange(row, {}));
+    }
+    if (!route.at("vias").empty()) continue;
+    row[5] = isUsable(route) ? "none" : "-";
+    row[6] = "-";
+    rows.push_back(row);
+  }
+  return tableOf(rows);
+}
+
+std::string ofAnswer(const Json& answer) {
+  const std::string source = textOf(answer.at("source"));
+  const Json& route = answer.at("route");
+  std::string text = "RPF information for " + source;
+  if (answer.at("status") == "noRoute") return text + ": no route\n";
+  if (answer.at("status") == "unreachable") text += ": unreachable";
+  text += '\n';
+  for (const Json& via : route.at("vias")) {
+    text += "  RPF interface: " + textOf(via.at("interface")) + '\n';
+    const bool direct = via.at("nextHop").is_null();
+    const std::string hop =
+        route.at("type") == "local" ? source + " - own address" : source + " - directly connected";
+    text += "  RPF neighbor: " + (direct ? hop : textOf(via.at("nextHop"))) + '\n';
+  }
+  if (route.at("vias").empty()) text += "  RPF interface: none\n";
+  text += "  RPF route/mask: " + textOf(route.at("prefix")) + '\n';
+  const bool multicast = answer.at("table") == "mrib";
+  text +=
+      fmt::format("  RPF type: {} ({})\n", multicast ? "multicast" : "unicast",
+                  multicast || !isUsable(route) ? textOf(route.at("type")) : textOf(route.at("protocol")));
+  return text + "  RPF preference: " + textOf(route.at("preference")) + '\n';
+}
+
+std::string ofUnresolved(const Json& unresolved) {
+  std::string text;
+  for (const Json& u : unresolved) {
+    text += fmt::format("  {} {} {} ({}): {}\n", textOf(u.at("prefix")), textOf(u.at("rpf")),
+                        textOf(u.at("preference")), u.at("place").get<std::string>(),
+                        u.at("why").get<std::string>());
+  }
+  return text;
+}
+
+std::string ofStatus(const Json& status) {
+  const auto line = [](std::string_view name, const std::string& value) {
+    return fmt::format("{:<22}{}\n", name, value);
+  };
+  const Json& mirror = status.at("mirror");
+  std::string resyncs;
+  for (const auto& [reason, count] : mirror.at("resyncs").items()) {
+    resyncs += (resyncs.empty() ? "" : ", ") + escaped(reason) + ' ' + count.dump();
+  }
+  const U64 seconds = status.at("uptime").get<U64>();
+  std::string text = line("version", textOf(status.at("version")));
+  text += line("routes from", textOf(status.at("source")));
+  text += line("uptime", fmt::format("{}d {:02}:{:02}:{:02}", seconds / 86400, seconds / 3600 % 24,
+                                     seconds / 60 % 60, seconds % 60));
+  text += line("generation", textOf(status.at("generation")) + (status.at("stale") == true ? ", stale" : ""));
+  text += line("rpf lookup mode", textOf(status.at("lookupMode")));
+  text += line("MRIB routes", textOf(status.at("routes")));
+  text += line("configured routes",
+               textOf(status.at("configured")) + ", " + textOf(status.at("unresolved")) + " not resolved");
+  text += line("healed by settling", textOf(status.at("healed")));
+  text += line("links", textOf(status.at("links")));
+  text += line("unicast routes", textOf(status.at("unicastRoutes")));
+  text += line("kernel read", resyncs.empty() ? "never" : resyncs);
+  text += line("last reading", fmt::format("{:.1f} ms", mirror.at("lastDuration").get<double>() * 1000));
+  text += line("silent changes", textOf(mirror.at("corrected")) + " corrected");
+  text += line("lost notifications", textOf(mirror.at("overruns")));
+  return text + line("foreign messages", textOf(mirror.at("foreign")));
+}
+
+std::string ofChange(const Json& change, bool settled) {
+  const Json& before = change.at("before");
+  const Json& after = change.at("after");
+  std::string text = before.is_null() ? "+ " : after.is_null() ? "- " : "~ ";
+  text += textOf(change.at("prefix")) + ' ' + routeText(after.is_null() ? before : after);
+  if (!before.is_null() && !after.is_null()) text += ", was " + routeText(before);
+  return text + (settled ? " (settled)\n" : "\n");
+}
+
+std::string ofWatched(const Json& answer) {
+  const Json& route = answer.at("route");
+  std::string text = textOf(answer.at("source")) + ": ";
+  if (route.is_null()) return text + "no route\n";
+  return text + fmt::format("{} by {} {} [{}]\n", viasText(route), textOf(answer.at("table")),
+                            textOf(route.at("prefix")), textOf(route.at("preference")));
+}
+
+std::string ofDifference(const Json& difference) {
+  const auto lineText = [](const Json& line) {
+    return fmt::format("ip mroute {} {} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
+                       textOf(line.at("preference")), line.at("place").get<std::string>());
+  };
+  std::string text;
+  for (const Json& line : difference.at("added")) text += "+ " + lineText(line);
+  for (const Json& line : difference.at("gone")) text += "- " + lineText(line);
+  for (const Json& change : difference.at("changed")) {
+    text += fmt::format("~ preference {} now: {}", textOf(change.at("before").at("preference")),
+                        lineText(change.at("after")));
+  }
+  if (const Json& mode = difference.at("lookupMode"); !mode.is_null()) {
+    text += fmt::format("~ ip multicast rpf-lookup-mode {}, was {}\n", textOf(mode.at("after")),
+                        textOf(mode.at("before")));
+  }
+  if (text.empty()) text = "no difference\n";
+  if (!difference.at("unresolved").empty())
+    text += "Not resolved:\n" + ofUnresolved(difference["unresolved"]);
+  for (const Json& warning : difference.at("warnings"))
+    text += "warning: " + warning.get<std::string>() + '\n';
+  return text;
+}
+
+}  // namespace host::text

@@ -1,0 +1,226 @@
+#include "KernelFeed.h"
+
+#include <algorithm>
+
+namespace host {
+
+using kernel::Answer;
+using Lumo::IpAddr;
+using Lumo::Prefix;
+
+namespace {
+
+const Prefix groups(IpAddr::fromHost(0xE0000000), 4);
+
+/// Kernels have addresses of groups on interfaces, and routes for groups among the unicast ones; no packet
+/// comes from there.
+bool canSend(IpAddr a) {
+  return !groups.contains(a) && a != IpAddr() && a != IpAddr::fromHost(~U32{0}) && !KernelFeed::isStandIn(a);
+}
+bool isOfGroups(const Prefix& prefix) {
+  return prefix.length() >= groups.length() && groups.contains(prefix.address());
+}
+
+/// The one that an interface RPF resolves by: the lowest that is not secondary; 0.0.0.0 when there is none.
+IpAddr rpfAddressOf(const std::map<IpAddr, bool>& addresses) {
+  const auto at = std::find_if(addresses.begin(), addresses.end(), [](const auto& a) { return !a.second; });
+  return at == addresses.end() ? IpAddr() : at->first;
+}
+
+}  // namespace
+
+void KernelFeed::tell(const kernel::Mirror::Changes& changes, mrib::Transaction& t) {
+  tellLinks(changes.links, t);
+  for (const U32 index : changes.addresses) tellAddresses(index, t);
+  for (const auto& prefix : changes.prefixes) {
+    if (prefix.af() == Lumo::ipv4()) tellRoute(prefix.v4Prefix(), t);
+  }
+  for (const U32 index : std::exchange(doubtful_, {})) tellStandIn(index, t);
+}
+
+// ---- Links ----
+
+/// Between two messages two links may seem to have one name: then the younger one has it.
+void KernelFeed::tellLinks(const std::set<U32>& indices, mrib::Transaction& t) {
+  if (indices.empty()) return;
+  std::set<U32> concerned = indices;
+  for (const U32 index : indices) {
+    const kernel::Link* link = mirror_.topology().link(index);
+    rename(index, link ? link->name : std::string(), concerned);
+  }
+  for (const U32 index : concerned) tellLink(index, t);
+  learnAlternativeNames();
+}
+
+void KernelFeed::rename(U32 index, const std::string& name, std::set<U32>& concerned) {
+  Link& link = links_[index];
+  if (link.name == name) return;
+  if (!link.name.empty()) {
+    std::set<U32>& holders = byName_[link.name];
+    holders.erase(index);
+    concerned.insert(holders.begin(), holders.end());
+    if (holders.empty()) byName_.erase(link.name);
+  }
+  link.name = name;
+  if (name.empty()) return;
+  std::set<U32>& holders = byName_[name];
+  concerned.insert(holders.begin(), holders.end());
+  holders.insert(index);
+}
+
+void KernelFeed::tellLink(U32 index, mrib::Transaction& t) {
+  Link& link = links_[index];
+  const kernel::Link* known = mirror_.topology().link(index);
+  if (known && !link.name.empty() && *byName_.at(link.name).rbegin() == index) {
+    t.link({index, link.name, known->up, known->lowerUp});
+    if (std::exchange(link.told, true)) return;
+    tellAddresses(index, t);
+    return;
+  }
+  if (std::exchange(link.told, false)) t.linkDel(index);
+  if (link.standIn != 0) t.routeDel(Prefix(IpAddr::fromHost(link.standIn), 32));
+  if (link.standIn != 0) freeStandIns_.insert(std::exchange(link.standIn, 0));
+  rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
+  link.addresses.clear();
+  if (link.name.empty() && link.attached.empty()) links_.erase(index);
+}
+
+void KernelFeed::learnAlternativeNames() {
+  std::map<std::string, std::string> alternatives;
+  for (const auto& [index, entry] : mirror_.topology().links.all()) {
+    const kernel::Link& link = entry.value.link;
+    for (const std::string& name : link.alternativeNames) alternatives.emplace(name, link.name);
+  }
+  if (alternatives == alternatives_) return;
+  alternatives_ = std::move(alternatives);
+  ++nameChanges_;
+}
+
+const std::string& KernelFeed::agentName(const std::string& name) const {
+  const auto at = alternatives_.find(name);
+  return at == alternatives_.end() ? name : at->second;
+}
+
+// ---- Addresses ----
+
+void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
+  const auto at = links_.find(index);
+  if (at == links_.end() || !at->second.told) return;
+  Link& link = at->second;
+  std::map<IpAddr, bool> now;
+  const auto& all = mirror_.topology().addresses.all();
+  for (auto entry = all.lower_bound({index, {}, 0, {}}); entry != all.end(); ++entry) {
+    const kernel::Address& a = entry->second.value;
+    if (a.link != index) break;
+    if (a.local.af() != Lumo::ipv4() || !canSend(a.local.v4Addr())) continue;
+    bool& secondary = now.try_emplace(a.local.v4Addr(), true).first->second;
+    secondary = secondary && a.secondary;
+  }
+  for (const auto& [address, secondary] : link.addresses) {
+    if (!now.contains(address)) t.addressDel(index, Lumo::IpGenAddr(address));
+  }
+  for (const auto& [address, secondary] : now) {
+    const auto had = link.addresses.find(address);
+    if (had != link.addresses.end() && had->second == secondary) continue;
+    t.address({index, Lumo::IpGenAddr(address), secondary});
+  }
+  rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
+  link.addresses = std::move(now);
+  if (const IpAddr address = rpfAddressOf(link.addresses); address != IpAddr()) {
+    rpfAddresses_.insert({address, index});
+  }
+  doubtful_.insert(index);
+}
+
+bool KernelFeed::isOwn(U32 link, IpAddr address) const {
+  const auto at = links_.find(link);
+  return isStandIn(address) || (at != links_.end() && at->second.addresses.contains(address));
+}
+
+// ---- Routes ----
+
+void KernelFeed::tellRoute(const Prefix& prefix, mrib::Transaction& t) {
+  if (isOfGroups(prefix) || (isStandIn(prefix))) return;
+  const Answer& answer = mirror_.answer(prefix);
+  std::vector<U32> links;
+  if (answer.kind == Answer::Kind::attached) {
+    for (const kernel::Hop& hop : answer.hops) links.push_back(hop.link);
+  }
+  if (!links.empty()) {
+    std::vector<mrib::Gateway> hops;
+    for (const U32 link : links) hops.push_back({{}, link});
+    t.route(prefix, mrib::RouteType::connected, 0, hops);
+  } else if (attached_.contains(prefix)) {
+    t.routeDel(prefix);
+  }
+  attach(prefix, links);
+}
+
+void KernelFeed::attach(const Prefix& prefix, const std::vector<U32>& links) {
+  const auto had = attached_.find(prefix);
+  if (had == attached_.end() && links.empty()) return;
+  if (had != attached_.end()) {
+    for (const U32 link : had->second) links_[link].attached.erase(prefix);
+    doubtful_.insert(had->second.begin(), had->second.end());
+    attached_.erase(had);
+  }
+  for (const U32 link : links) links_[link].attached.insert(prefix);
+  doubtful_.insert(links.begin(), links.end());
+  if (!links.empty()) attached_.emplace(prefix, links);
+  // Interfaces whose address it covers resolve by it, or no longer.
+  const IpAddr last = IpAddr::fromHost(prefix.address().host() | ~Prefix::mask(prefix.length()));
+  for (auto at = rpfAddresses_.lower_bound({prefix.address(), 0});
+       at != rpfAddresses_.end() && at->first <= last; ++at) {
+    doubtful_.insert(at->second);
+  }
+}
+
+// ---- Stand-ins ----
+
+bool KernelFeed::needsStandIn(const Link& link, U32 index) const {
+  if (!link.told || link.attached.empty()) return false;
+  const IpAddr address = rpfAddressOf(link.addresses);
+  if (address == IpAddr()) return true;
+  for (U32 length = Prefix::maxLength; length > 0; --length) {
+    const auto covering = attached_.find(Prefix(address, length));
+    if (covering != attached_.end()) return covering->second != std::vector{index};
+  }
+  return true;
+}
+
+void KernelFeed::tellStandIn(U32 index, mrib::Transaction& t) {
+  const auto at = links_.find(index);
+  if (at == links_.end()) return;
+  Link& link = at->second;
+  const bool needs = needsStandIn(link, index);
+  if (needs == (link.standIn != 0)) return;
+  if (needs) {
+    const auto reused = freeStandIns_.begin();
+    link.standIn = reused == freeStandIns_.end() ? ++lastStandIn_ : *reused;
+    if (reused != freeStandIns_.end()) freeStandIns_.erase(reused);
+  }
+  const IpAddr address = IpAddr::fromHost(link.standIn);
+  const Prefix route(address, Prefix::maxLength);
+  if (needs) {
+    const mrib::Gateway self{{}, index};
+    t.address({index, Lumo::IpGenAddr(address)});
+    t.route(route, mrib::RouteType::connected, 0, std::span(&self, 1));
+    return;
+  }
+  t.addressDel(index, Lumo::IpGenAddr(address));
+  t.routeDel(route);
+  freeStandIns_.insert(std::exchange(link.standIn, 0));
+}
+
+kernel::Mirror::Changes everythingOf(const kernel::Mirror& mirror) {
+  kernel::Mirror::Changes all;
+  for (const auto& [index, entry] : mirror.topology().links.all()) all.links.insert(index);
+  for (const auto& [key, entry] : mirror.topology().addresses.all()) all.addresses.insert(entry.value.link);
+  for (const auto family : {Lumo::ipv4(), Lumo::ipv6()}) {
+    mirror.routes(family).forEachAnswer(
+        [&](const auto& prefix, const Answer&) { all.prefixes.push_back(prefix); });
+  }
+  return all;
+}
+
+}  // namespace host

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <functional>
+
+#include "Configuration.h"
+#include "KernelFeed.h"
+#include "mrib/Agent.h"
+
+namespace host {
+
+/// The administrative distance that routers give to the routes of a protocol, by its kernel number.
+U8 preferenceOf(U8 protocol);
+
+/// What a router says about a source: which way its packets must come in.
+struct RpfAnswer {
+  enum class Status : U8 {
+    found,
+    unreachable,  ///< there is a route, and it leads nowhere
+    noRoute
+  };
+  enum class Table : U8 { none, mrib, unicast };
+
+  Status status = Status::noRoute;
+  Table table = Table::none;
+  const mrib::Route* route = nullptr;      ///< of the MRIB
+  Lumo::IpGenPrefix prefix;                ///< of the unicast table
+  const kernel::Answer* answer = nullptr;  ///< of the unicast table
+};
+
+/// The live MRIB: what the kernel knows and what is configured, brought together by an agent. Logic without a
+/// loop; time comes as an argument, and the cost of a settling from a clock that the owner hands in.
+class Router {
+ public:
+  using Clock = std::function<kernel::Nanos()>;
+
+  /// Refers to the mirror, whose changes it takes.
+  Router(kernel::Mirror& mirror, Clock clock);
+  Router(const Router&) = delete;
+  Router& operator=(const Router&) = delete;
+
+  /// Follows the mirror, some milliseconds' work at most, and settles when that is due. Returns when to be
+  /// called again at the latest; `now` for at once.
+  kernel::Nanos turn(kernel::Nanos now);
+  /// Whether the first whole state of the kernel is in.
+  bool isReady() const { return ready_; }
+  /// Whether the answers may be others than the kernel would give by now, or than settling will.
+  bool isStale() const { return !ready_ || mirror_.isStale() || !isTaken_ || agent_.mayDiffer(); }
+  /// Counts the states that clients can see.
+  U64 generation() const { return generation_; }
+  /// Counts whatever may change an answer, also while a state is not whole yet.
+  U64 revision() const { return revision_; }
+  /// Who hears what each generation changes in the MRIB.
+  using Listener = std::function<void(const mrib::Update&)>;
+  void listenerIs(Listener listener) { listener_ = std::move(listener); }
+
+  /// Takes another configuration, or refuses it as a whole with the reasons.
+  std::vector<std::string> configurationIs(Configuration configuration, kernel::Nanos now);
+  const Configuration& configuration() const { return configuration_; }
+  /// What would become of a configuration, found out with an agent of its own. Costs as much as a start.
+  struct Trial {
+    std::vector<std::string> refusals;
+    std::vector<mrib::Unresolved> unresolved;
+  };
+  Trial tryConfiguration(const Configuration& configuration) const;
+  /// What is odd about a configuration, though it is accepted.
+  std::vector<std::string> warningsFor(const Configuration& configuration) const;
+
+  /// Of IPv6 sources only the unicast table knows something.
+  RpfAnswer lookUp(const Lumo::IpGenAddr& source) const;
+  const mrib::Agent& agent() const { return agent_; }
+  mrib::Agent& agent() { return agent_; }
+  const kernel::Mirror& mirror() const { return mirror_; }
+  const KernelFeed& feed() const { return feed_; }
+  /// Whether packets by this next hop come from the link itself.
+  bool isAttached(const mrib::NextHop& hop) const {
+    return hop.address == Lumo::IpAddr() || feed_.isOwn(hop.link, hop.address);
+  }
+  /// What the agent refused of the kernel's state since the last call: faults of this program.
+  std::vector<std::string> takeFaults() { return std::exchange(faults_, {}); }
+
+ private:
+  void follow(kernel::Nanos now);
+  void commit(kernel::Nanos now);
+  void committed(const mrib::CommitResult& result, kernel::Nanos now);
+  void tell(std::span<const mrib::Change> changes, bool settled);
+  void renameMroutes(mrib::Transaction& t);
+  kernel::Nanos settle(kernel::Nanos now);
+  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
+  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
+
+  kernel::Mirror& mirror_;
+  Clock clock_;
+  KernelFeed feed_;
+  mrib::Agent agent_;
+  Configuration configuration_;
+  mrib::Transaction pending_;
+  bool unicastChanged_ = false;
+  bool isTaken_ = false;  // all that the mirror has changed
+  bool ready_ = false;
+  kernel::Nanos pendingSince_ = 0;
+  U64 generation_ = 0;
+  U64 revision_ = 0;
+  Listener listener_;
+  U64 nameChanges_ = 0;
+
+  kernel::Nanos doubtSince_ = 0;
+  kernel::Nanos changedAt_ = 0;
+  kernel::Nanos earliestSettle_ = 0;
+  std::vector<std::string> faults_;
+};
+
+}  // namespace host

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "ConfigEdit.h"
+#include "NextHopCheck.h"
+#include "Router.h"
+
+namespace host {
+
+/// What became of a change of the configuration, or would become of it.
+struct ConfigurationChange {
+  std::vector<std::string> reasons;  ///< why it is refused; empty: it is not
+  Difference difference;
+  std::vector<mrib::Unresolved> unresolved;  ///< that were resolved before, or not there
+  std::vector<std::string> warnings;
+  Configuration before;
+  Configuration after;
+};
+
+/// Changes a router's configuration as operators do: from its file, and by hand. All or nothing.
+class Configurator {
+ public:
+  /// Without a file, `path` is empty.
+  Configurator(Router& router, std::string path, Router::Clock clock);
+
+  const std::string& path() const { return path_; }
+  ConfigurationChange reload(bool dryRun) { return check(path_, dryRun); }
+  /// With `save`, also writes the file, or changes nothing.
+  ConfigurationChange configure(std::span<const std::string> commands, bool save, bool dryRun);
+  /// What another file would change, or changes.
+  ConfigurationChange check(const std::string& path, bool dryRun = true);
+
+ private:
+  ConfigurationChange change(Configuration next, bool dryRun);
+
+  Router& router_;
+  std::string path_;
+  Router::Clock clock_;
+};
+
+/// The addresses of a router's links, for what can be no next hop.
+std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror);
+
+}  // namespace host

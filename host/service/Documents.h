@@ -1,0 +1,29 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "Configurator.h"
+#include "Router.h"
+
+/// What there is to say, as JSON documents: one shape for the control protocol and for `mrib -j`.
+namespace host::documents {
+
+using Json = nlohmann::ordered_json;
+
+Json ofRoute(const Router& router, const mrib::Route& route);
+Json ofUnicast(const Router& router, const Lumo::IpGenPrefix& prefix, const kernel::Answer& answer);
+Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
+Json ofLine(const Configuration& configuration, const MrouteLine& line);
+Json ofChange(const Router& router, const mrib::Change& change);
+Json ofConfigurationChange(const ConfigurationChange& change);
+/// The route of an answer; null when no table knows one.
+Json ofAnswered(const Router& router, const RpfAnswer& answer);
+
+std::string_view nameOf(RpfAnswer::Status status);
+/// Empty for none.
+std::string_view nameOf(RpfAnswer::Table table);
+
+/// As text that is valid UTF-8.
+std::string textOf(const Json& document);
+
+}  // namespace host::documents

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Call.h"
+
+namespace host {
+
+/// An answer that is an error.
+control::Reply errorReply(std::string name, const nlohmann::ordered_json& parameters);
+
+/// The parameters of a call. What has a wrong type, or what the method does not know, is refused by throwing
+/// the reply that says so.
+class Parameters {
+ public:
+  explicit Parameters(const nlohmann::json& json);
+
+  /// Null counts as absent.
+  std::optional<std::string> text(const char* name);
+  std::vector<std::string> texts(const char* name);
+  bool flag(const char* name);
+  std::optional<U32> number(const char* name);
+  /// To be called when all that the method knows has been asked for.
+  void done() const;
+
+ private:
+  const nlohmann::json* find(const char* name);
+  [[noreturn]] static void refuse(const std::string& name);
+
+  const nlohmann::json& json_;
+  std::set<std::string> asked_;
+};
+
+}  // namespace host

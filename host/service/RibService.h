@@ -1,0 +1,76 @@
+#pragma once
+
+#include <array>
+#include <unordered_map>
+
+#include "Call.h"
+#include "Configurator.h"
+#include "Documents.h"
+#include "Parameters.h"
+#include "Streams.h"
+
+namespace host {
+
+/// The methods of org.mrib, for the daemon's clients and, in the same process, for the `mrib` command.
+class RibService : public control::Handler {
+ public:
+  struct Setting {
+    std::string source;  ///< where the routes come from, in words
+    kernel::Nanos startedAt = 0;
+    std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
+  };
+
+  /// `configurator` is null where the configuration cannot be changed.
+  RibService(Router& router, Configurator* configurator, Router::Clock clock, Setting setting);
+  ~RibService() override;
+  RibService(const RibService&) = delete;
+  RibService& operator=(const RibService&) = delete;
+
+  const std::vector<control::Interface>& interfaces() const override { return interfaces_; }
+  std::optional<control::Answer> call(std::string_view method, const nlohmann::json& parameters, bool more,
+                                      const control::Peer& peer) override;
+
+ private:
+  struct Call {
+    Parameters parameters;
+    bool more;
+    const control::Peer& peer;
+  };
+  using Method = control::Answer (RibService::*)(Call&);
+
+  control::Answer getStatus(Call& call);
+  control::Answer lookup(Call& call);
+  control::Answer listRoutes(Call& call);
+  control::Answer listUnicastRoutes(Call& call);
+  control::Answer listUnresolved(Call& call);
+  control::Answer getWarnings(Call& call);
+  control::Answer monitor(Call& call);
+  control::Answer watch(Call& call);
+  control::Answer getConfiguration(Call& call);
+  control::Answer reload(Call& call);
+  control::Answer configure(Call& call);
+  control::Answer inspect(Call& call);
+
+  const std::string& answerBody(const RpfAnswer& answer);
+  void appendAnswer(const std::string& source, std::string& out);
+  std::vector<mrib::Route> routesFor(Call& call) const;
+  std::vector<Lumo::IpGenPrefix> unicastFor(Call& call) const;
+  Configurator& configuratorFor(const Call& call) const;
+  control::Answer answerTo(const ConfigurationChange& change) const;
+
+  Router& router_;
+  Configurator* configurator_;
+  Router::Clock clock_;
+  Setting setting_;
+  std::vector<control::Interface> interfaces_;
+  std::shared_ptr<MonitorLog> log_;
+
+  struct PrefixHash {
+    std::size_t operator()(const Lumo::IpGenPrefix& p) const { return p.hash(); }
+  };
+  /// Texts of what was answered since the state last changed, by table and prefix.
+  std::array<std::unordered_map<Lumo::IpGenPrefix, std::string, PrefixHash>, 3> bodies_;
+  U64 bodiesOf_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,159 @@
+#include "Streams.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace host {
+
+using control::Reply;
+using documents::Json;
+
+namespace {
+
+constexpr std::size_t mostPartsBehind = 2000;
+
+}  // namespace
+
+std::string headOf(const Router& router) {
+  return fmt::format(R"("generation":{},"stale":{})", router.generation(), router.isStale());
+}
+
+// ---- Lists ----
+
+ListStream::ListStream(std::string head, std::string name, std::size_t count, Element element)
+    : head_(std::move(head)), name_(std::move(name)), count_(count), element_(std::move(element)) {}
+
+Reply ListStream::part(std::size_t most) {
+  const std::size_t end = std::min(count_, at_ + most);
+  std::string text = fmt::format(R"({{{},"{}":[)", head_, name_);
+  bool isFirst = true;
+  for (; at_ < end; ++at_) {
+    const Json element = element_(at_);
+    if (element.is_null()) continue;
+    if (!std::exchange(isFirst, false)) text += ',';
+    text += documents::textOf(element);
+  }
+  text += "]}";
+  return {std::move(text), "", at_ < count_};
+}
+
+// ---- Monitor ----
+
+namespace {
+
+/// One reply of Monitor, with those of `changes` that concern clients.
+template <class Changes>
+std::string monitorReply(const Router& router, U64 generation, bool restart, bool complete, bool settled,
+                         const Changes& changes) {
+  std::string text = fmt::format(R"({{"generation":{},"restart":{},"complete":{},"settled":{},"changes":[)",
+                                 generation, restart, complete, settled);
+  bool isFirst = true;
+  for (const mrib::Change& change : changes) {
+    if (!std::exchange(isFirst, false)) text += ',';
+    text += documents::textOf(documents::ofChange(router, change));
+  }
+  return text += "]}";
+}
+
+}  // namespace
+
+void MonitorLog::update(const mrib::Update& update) {
+  if (clients_.empty()) return;
+  std::vector<mrib::Change> changes;
+  for (const mrib::Change& change : update.changes) {
+    if (!KernelFeed::isStandIn(change.prefix())) changes.push_back(change);
+  }
+  for (std::size_t at = 0; at < changes.size(); at += elementsAReply) {
+    const std::size_t count = std::min(elementsAReply, changes.size() - at);
+    const bool complete = at + count == changes.size();
+    const auto part = std::make_shared<const std::string>(monitorReply(
+        router_, update.generation, false, complete, update.settled, std::span(changes).subspan(at, count)));
+    for (MonitorStream* client : clients_) client->parts_.push_back(part);
+  }
+}
+
+MonitorStream::MonitorStream(std::shared_ptr<MonitorLog> log) : log_(std::move(log)) {
+  log_->clients_.insert(this);
+  restart();
+}
+
+MonitorStream::~MonitorStream() {
+  log_->clients_.erase(this);
+}
+
+void MonitorStream::restart() {
+  state_.clear();
+  parts_.clear();
+  for (const mrib::Route& route : log_->router_.agent().routes()) {
+    if (!KernelFeed::isStandIn(route.prefix)) state_.push_back(route);
+  }
+  std::sort(state_.begin(), state_.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+  at_ = 0;
+  inState_ = true;
+  generation_ = log_->router_.generation();
+}
+
+std::string MonitorStream::statePart(std::size_t most) {
+  std::vector<mrib::Change> changes;
+  const std::size_t end = std::min(state_.size(), at_ + most);
+  for (; at_ < end; ++at_) changes.push_back({mrib::Route{state_[at_].prefix}, state_[at_]});
+  inState_ = at_ < state_.size();
+  if (!inState_) state_ = {};
+  return monitorReply(log_->router_, generation_, true, !inState_, false, changes);
+}
+
+Reply MonitorStream::whole() {
+  return {statePart(state_.size()), "", false};
+}
+
+std::optional<Reply> MonitorStream::next() {
+  if (parts_.size() > mostPartsBehind) restart();
+  if (inState_) return Reply{statePart(elementsAReply), "", true};
+  if (parts_.empty()) return std::nullopt;
+  const MonitorLog::Part part = parts_.front();
+  parts_.pop_front();
+  return Reply{*part, "", true};
+}
+
+// ---- Watch ----
+
+WatchStream::WatchStream(const Router& router, std::vector<std::string> addresses,
+                         std::vector<Lumo::Prefix> prefixes, AnswerText answer)
+    : router_(router), prefixValues_(std::move(prefixes)), answer_(std::move(answer)) {
+  for (std::string& address : addresses) addresses_.push_back({std::move(address), ""});
+  for (const Lumo::Prefix& prefix : prefixValues_) prefixes_.push_back({prefix.stringValue(), ""});
+}
+
+std::string WatchStream::routeText(const Watched& watched, const Lumo::Prefix& prefix) const {
+  const mrib::Route* route = router_.agent().route(prefix);
+  return fmt::format(R"({{"prefix":"{}","route":{}}})", watched.name,
+                     route ? documents::textOf(documents::ofRoute(router_, *route)) : "null");
+}
+
+std::optional<Reply> WatchStream::next() {
+  if (revision_ == router_.revision()) return std::nullopt;
+  const bool isFirst = revision_ == ~U64{0};
+  revision_ = router_.revision();
+  std::string answers;
+  std::string routes;
+  const auto take = [&](Watched& watched, std::string now, std::string& list) {
+    if (now == watched.last) return;
+    if (!list.empty()) list += ',';
+    list += now;
+    watched.last = std::move(now);
+  };
+  for (Watched& watched : addresses_) {
+    std::string now;
+    answer_(watched.name, now);
+    take(watched, std::move(now), answers);
+  }
+  for (std::size_t i = 0; i < prefixes_.size(); ++i) {
+    take(prefixes_[i], routeText(prefixes_[i], prefixValues_[i]), routes);
+  }
+  if (!isFirst && answers.empty() && routes.empty()) return std::nullopt;
+  return Reply{fmt::format(R"({{{},"answers":[{}],"routes":[{}]}})", headOf(router_), answers, routes), "",
+               true};
+}
+
+}  // namespace host

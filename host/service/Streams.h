@@ -1,0 +1,104 @@
+#pragma once
+
+#include <deque>
+#include <set>
+
+#include "Documents.h"
+
+namespace host {
+
+/// The most elements of one reply, so that no client waits for another's list.
+constexpr std::size_t elementsAReply = 200;
+/// The most elements of a list for a client that takes one reply only.
+constexpr std::size_t elementsAtOnce = 20000;
+
+/// A list in parts: `{HEAD,"NAME":[...]}`. The elements are made when their turn comes; null ones are left
+/// out.
+class ListStream : public control::Stream {
+ public:
+  using Element = std::function<documents::Json(std::size_t)>;
+  ListStream(std::string head, std::string name, std::size_t count, Element element);
+
+  std::optional<control::Reply> next() override { return part(elementsAReply); }
+  control::Reply part(std::size_t most);
+  std::size_t count() const { return count_; }
+
+ private:
+  std::string head_;
+  std::string name_;
+  std::size_t count_;
+  Element element_;
+  std::size_t at_ = 0;
+};
+
+class MonitorStream;
+
+/// What `Monitor` tells its clients: each change is made a text once.
+class MonitorLog {
+ public:
+  using Part = std::shared_ptr<const std::string>;
+
+  explicit MonitorLog(const Router& router) : router_(router) {}
+  void update(const mrib::Update& update);
+
+ private:
+  friend class MonitorStream;
+
+  const Router& router_;
+  std::set<MonitorStream*> clients_;
+};
+
+/// The MRIB as changes from nothing, then every change. A client that is far behind gets the MRIB anew.
+class MonitorStream : public control::Stream {
+ public:
+  explicit MonitorStream(std::shared_ptr<MonitorLog> log);
+  ~MonitorStream() override;
+
+  std::optional<control::Reply> next() override;
+  std::size_t size() const { return state_.size(); }
+  /// The whole MRIB, and no more.
+  control::Reply whole();
+
+ private:
+  friend class MonitorLog;
+
+  void restart();
+  std::string statePart(std::size_t most);
+
+  std::shared_ptr<MonitorLog> log_;
+  std::vector<mrib::Route> state_;
+  std::size_t at_ = 0;
+  bool inState_ = true;
+  U64 generation_ = 0;
+  std::deque<MonitorLog::Part> parts_;
+};
+
+/// The answers for some addresses and the routes of some prefixes, then each that has changed.
+class WatchStream : public control::Stream {
+ public:
+  /// Makes the text of an answer.
+  using AnswerText = std::function<void(const std::string& source, std::string& out)>;
+  WatchStream(const Router& router, std::vector<std::string> addresses, std::vector<Lumo::Prefix> prefixes,
+              AnswerText answer);
+
+  std::optional<control::Reply> next() override;
+
+ private:
+  struct Watched {
+    std::string name;
+    std::string last;
+  };
+  std::string routeText(const Watched& watched, const Lumo::Prefix& prefix) const;
+
+  const Router& router_;
+  std::vector<Watched> addresses_;
+  std::vector<Watched> prefixes_;
+  std::vector<Lumo::Prefix> prefixValues_;
+  AnswerText answer_;
+  U64 revision_ = ~U64{0};
+};
+
+/// `"generation":N,"stale":B`
+std::string headOf(const Router& router);
+
+}  // namespace host
