@@ -1,4 +1,5 @@
 #include "inside/CBorder.h"
+#include "inside/Texts.h"
 
 // What is collected for a commit. A change that is not taken, for whatever reason, is remembered, so that a
 // host need look at nothing but the commit.
@@ -38,7 +39,9 @@ int change(const char* function, mrib_agent* agent, F f) noexcept {
     if (before >= Transaction::mostTexts) {
       return fail(MRIB_ERROR_ARGUMENT, "%s: more than %zu changes are wrong", function, before);
     }
-    return fail(MRIB_ERROR_ARGUMENT, std::vector{t.refusals().back()});
+    Refusal refusal = t.refusals().back();
+    nameOrigin(refusal, {});
+    return fail(MRIB_ERROR_ARGUMENT, std::vector{std::move(refusal)});
   });
   return code == MRIB_OK ? code : remember(agent->pending, code);
 }

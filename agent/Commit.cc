@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "inside/AgentImpl.h"
+#include "inside/Texts.h"
 
 // A transaction on its way: staged and checked as a whole, then told to the engine step by step, then what
 // has changed is published.
@@ -33,13 +34,17 @@ std::optional<EngineRun::Rpf> rpfOf(const Mroutes& config, const Line& line) {
   return link != 0 ? std::optional(Rpf::ofIntf(Lumo::IntfId(link))) : std::nullopt;
 }
 
-Agent::Impl::Impl(const Options& o) : options(o) {
+Agent::Impl::Impl(const Options& o) : options(o), config(options.originText) {
   run = freshRun();
 }
 
 CommitResult Agent::Impl::commit(const Transaction& t) {
   if (busy) return refused({{"a commit or a settling is under way", {}}}, 1, generation);
-  if (t.refusalCount() > 0) return refused(t.refusals(), t.refusalCount(), generation);
+  if (t.refusalCount() > 0) {
+    std::vector<Refusal> refusals = t.refusals();
+    for (Refusal& refusal : refusals) nameOrigin(refusal, options.originText);
+    return refused(std::move(refusals), t.refusalCount(), generation);
+  }
   const Busy guard(busy);
   Plan plan{t, interfaces.stage(t.linkOps()), {}};
   std::vector<Refusal> refusals = stage(plan);

@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include "inside/Mroutes.h"
-#include "inside/Texts.h"
 
 // The graph of what could resolve through what. Its edges are not stored: they are found in the trie of the
 // configured prefixes, which for most RPF addresses says at once that there is none.
@@ -285,7 +284,7 @@ Refusal Mroutes::refusalOf(const std::vector<U32>& path) const {
       if (!leadsOn) continue;
       const std::string through = "through " + addressOf(line)->stringValue();
       refusal.text += ' ' + node.prefix.stringValue() + " (" +
-                      (line.origin != 0 ? lineText(line.origin) + ", " : "") + through + ") ->";
+                      (line.origin != 0 ? nameOf(line.origin, originText_) + ", " : "") + through + ") ->";
       if (line.origin != 0) refusal.origins.push_back(line.origin);
       break;
     }
@@ -356,7 +355,7 @@ std::vector<Refusal> Mroutes::checkWays(std::vector<U32> walked, bool all) {
   for (const Line& line : node.lines) {
     if (line.origin != 0) refusal.origins.push_back(line.origin);
   }
-  if (!refusal.origins.empty()) refusal.text = lineText(refusal.origins.front()) + ": " + refusal.text;
+  nameOrigin(refusal, originText_);
   return {std::move(refusal)};
 }
 

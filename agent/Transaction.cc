@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Quarn/Fib/ForwardingStatus.h"
-#include "inside/Texts.h"
 
 namespace mrib {
 
@@ -42,8 +41,7 @@ std::string Net::stringValue() const {
 void Transaction::refuse(std::string text, U64 origin) {
   ++refusalCount_;
   if (refusals_.size() == mostTexts) return;
-  if (origin == 0) return refusals_.push_back({std::move(text), {}});
-  refusals_.push_back({lineText(origin) + ": " + text, {origin}});
+  refusals_.push_back({std::move(text), origin == 0 ? std::vector<U64>{} : std::vector{origin}});
 }
 
 bool Transaction::isLink(U32 index, const char* what) {

@@ -7,6 +7,7 @@
 #include "Zan/SortedSet.h"
 #include "inside/Interfaces.h"
 #include "inside/PrefixTable.h"
+#include "inside/Texts.h"
 #include "mrib/Transaction.h"
 
 namespace mrib {
@@ -62,6 +63,8 @@ class Mroutes {
     U32 link = 0;  ///< 0: there is no such interface
     std::optional<Lumo::IpAddr> address{};
   };
+
+  explicit Mroutes(OriginText originText) : originText_(std::move(originText)) {}
 
   // ---- Staging ----
   void stage(const Transaction& t, const Interfaces& interfaces);
@@ -167,6 +170,7 @@ class Mroutes {
   void passOn(const Node& node, F f);
   U64 waysFromDependants(const Node& node) const;
 
+  const OriginText originText_;
   PrefixTable<Node> nodes_;
   Routing::PrefixTrie trie_;  // of those that have lines
   Zan::SortedSet<User> byAddress_;

@@ -1,14 +1,23 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
-#include "Zan/Types.h"
+#include "mrib/Transaction.h"
 
 namespace mrib {
 
-/// How texts name a configured route by its origin.
-inline std::string lineText(U64 origin) {
-  return "line " + std::to_string(origin);
+/// What names a configured route by its origin; none: by its line.
+using OriginText = std::function<std::string(U64)>;
+
+inline std::string nameOf(U64 origin, const OriginText& originText) {
+  return originText ? originText(origin) : "line " + std::to_string(origin);
+}
+
+/// Puts the first of the routes that a refusal names, if there is one, in front of its text.
+inline void nameOrigin(Refusal& refusal, const OriginText& originText) {
+  if (refusal.origins.empty()) return;
+  refusal.text = nameOf(refusal.origins.front(), originText) + ": " + refusal.text;
 }
 
 }  // namespace mrib

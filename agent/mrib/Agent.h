@@ -93,6 +93,9 @@ class ZAN_EXPORT Agent {
     /// From so many changed prefixes on, if they are a quarter of all, a commit starts a new engine instead
     /// of telling the present one of each. That costs less, and is settled.
     U32 rebuildFrom = 256;
+    /// How refusals name a configured route by its origin, such as "FILE:LINE". Called while a transaction is
+    /// refused. By default, "line N".
+    std::function<std::string(U64)> originText{};
   };
 
   Agent();

@@ -50,6 +50,7 @@ class ZAN_EXPORT Transaction {
   bool empty() const;
   /// Forgets everything; memory is kept for the next one.
   void clear();
+  /// Their texts do not name the origin, as those of the commit do: its words for that are the agent's.
   const std::vector<Refusal>& refusals() const { return refusals_; }
   std::size_t refusalCount() const { return refusalCount_; }
   /// What was taken in part, in sentences.

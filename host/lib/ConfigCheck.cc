@@ -4,6 +4,7 @@
 
 #include <unordered_map>
 
+#include "ConfigText.h"
 #include "Escape.h"
 
 namespace host {
@@ -13,6 +14,10 @@ namespace {
 struct PrefixHash {
   std::size_t operator()(const Lumo::Prefix& p) const { return p.hash(); }
 };
+
+U32 lineOf(const MrouteLine& line) {
+  return static_cast<U32>(line.origin);
+}
 
 }  // namespace
 
@@ -30,11 +35,11 @@ std::vector<std::string> warningsFor(const std::vector<MrouteLine>& lines, const
       warnings.push_back(fmt::format(
           "line {}: {} is directly connected on {}: once it resolves, the configured RPF replaces the "
           "connected one, so that packets from hosts on that subnet fail the check unless they come in by {}",
-          line.line, line.prefix.stringValue(), link ? escaped(link->name) : "?", line.rpfText()));
+          lineOf(line), line.prefix.stringValue(), link ? escaped(link->name) : "?", rpfText(line)));
     }
     if (const auto* name = std::get_if<std::string>(&line.rpf); name && !kernel.link(*name)) {
       warnings.push_back(
-          fmt::format("line {}: interface {} does not exist: kept, not resolved", line.line, line.rpfText()));
+          fmt::format("line {}: interface {} does not exist: kept, not resolved", lineOf(line), rpfText(line)));
     }
   }
   return warnings;

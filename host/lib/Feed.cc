@@ -39,9 +39,9 @@ void feed(mrib::Agent& agent, const KernelState& kernel, const std::vector<Mrout
   addRoutes(t, kernel);
   for (const MrouteLine& line : lines) {
     if (const auto* address = std::get_if<Lumo::IpAddr>(&line.rpf)) {
-      t.mroute(line.prefix, Lumo::IpGenAddr(*address), line.preference, line.line);
+      t.mroute(line.prefix, Lumo::IpGenAddr(*address), line.preference, line.origin);
     } else {
-      t.mroute(line.prefix, std::get<std::string>(line.rpf), line.preference, line.line);
+      t.mroute(line.prefix, std::get<std::string>(line.rpf), line.preference, line.origin);
     }
   }
   const mrib::CommitResult result = agent.commit(t);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ConfigFile.h"
+#include "Configuration.h"
 #include "KernelState.h"
 #include "mrib/Agent.h"
 

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 
+#include "ConfigText.h"
 #include "Escape.h"
 
 namespace host {
@@ -67,13 +69,14 @@ struct Unresolved {
 /// The lines that do not resolve, in their order; without those that wait behind a better preference.
 std::vector<Unresolved> unresolvedOf(const MribView& view) {
   std::vector<Unresolved> unresolved;
+  std::unordered_map<U64, const MrouteLine*> lines;
+  for (const MrouteLine& line : view.lines) lines.emplace(line.origin, &line);
   for (const mrib::Unresolved& u : view.agent.unresolved()) {
-    const auto line = std::lower_bound(view.lines.begin(), view.lines.end(), u.mroute.origin,
-                                       [](const MrouteLine& l, U64 number) { return l.line < number; });
-    if (u.isError() && line != view.lines.end()) unresolved.push_back({&*line, u.text()});
+    const auto line = lines.find(u.mroute.origin);
+    if (u.isError() && line != lines.end()) unresolved.push_back({line->second, u.text()});
   }
   std::sort(unresolved.begin(), unresolved.end(),
-            [](const Unresolved& a, const Unresolved& b) { return a.line->line < b.line->line; });
+            [](const Unresolved& a, const Unresolved& b) { return a.line < b.line; });
   return unresolved;
 }
 
@@ -98,8 +101,8 @@ std::string mribText(const MribView& view) {
   const std::vector<Unresolved> unresolved = unresolvedOf(view);
   if (!unresolved.empty()) text += "\nNot resolved:\n";
   for (const Unresolved& u : unresolved) {
-    text += fmt::format("  {} {} {} (line {}): {}\n", u.line->prefix.stringValue(), u.line->rpfText(),
-                        u.line->preference, u.line->line, u.why);
+    text += fmt::format("  {} {} {} (line {}): {}\n", u.line->prefix.stringValue(), rpfText(*u.line),
+                        u.line->preference, static_cast<U32>(u.line->origin), u.why);
   }
   return text;
 }
@@ -116,9 +119,9 @@ std::string mribJson(const MribView& view) {
   for (const Unresolved& u : unresolvedOf(view)) {
     ordered_json entry;
     entry["prefix"] = u.line->prefix.stringValue();
-    entry["rpf"] = u.line->rpfText();
+    entry["rpf"] = rpfText(*u.line);
     entry["preference"] = u.line->preference;
-    entry["line"] = u.line->line;
+    entry["line"] = static_cast<U32>(u.line->origin);
     entry["why"] = u.why;
     document["unresolved"].push_back(std::move(entry));
   }

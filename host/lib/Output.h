@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "ConfigFile.h"
+#include "Configuration.h"
 #include "mrib/Agent.h"
 
 namespace host {

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "ConfigCheck.h"
+#include "ConfigReader.h"
 #include "Error.h"
 #include "Escape.h"
 #include "Feed.h"
@@ -47,7 +48,7 @@ void traceUpTo(int level) {
 /// Where the routes and the configuration of this run come from.
 struct Input {
   host::KernelState kernel;
-  std::vector<host::MrouteLine> lines;
+  host::Configuration configuration;
   std::string source;
 };
 
@@ -57,7 +58,7 @@ Input readInput(const Options& options) {
   input.source =
       options.from.empty() ? "this machine's kernel" : "the files in " + host::escaped(options.from);
   if (!options.config.empty()) {
-    input.lines = host::readConfig(options.config);
+    input.configuration = host::readConfiguration(options.config);
     input.source += ", configuration " + host::escaped(options.config);
   } else if (options.sample) {
     std::string text = host::sampleConfig(input.kernel);
@@ -66,10 +67,16 @@ Input readInput(const Options& options) {
       input.source = "a bundled sample router (this machine has no connected route)";
       text = host::sampleConfig(input.kernel);
     }
-    input.lines = host::parseConfig(text).lines;
+    input.configuration = host::parseConfiguration(text, "the sample");
     input.source += ", a sample configuration";
   }
   return input;
+}
+
+mrib::Agent::Options agentOptions(const Input& input) {
+  mrib::Agent::Options options;
+  options.originText = [&](U64 origin) { return input.configuration.placeOf(origin); };
+  return options;
 }
 
 /// An operation that was called by hand may be refused by an assertion: that is an answer, not a crash.
@@ -82,8 +89,8 @@ void reportAssertion(const Zan::AssertionFailure& failure) {
 int runInspect(const Options& options) {
   const Input input = readInput(options);
   if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
-  mrib::Agent agent;
-  host::feed(agent, input.kernel, input.lines);
+  mrib::Agent agent(agentOptions(input));
+  host::feed(agent, input.kernel, input.configuration.mroutes);
   Zan::assertionObserverIs(reportAssertion);
   host::InspectRequest request = options.inspect;
   request.json = options.json;
@@ -109,16 +116,16 @@ int run(const Options& options, bool rpf) {
   const Input input = readInput(options);
   for (const std::string& note : input.kernel.notes) std::cerr << "mrib: note: " << note << '\n';
   if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
-  const std::vector<std::string> warnings = host::warningsFor(input.lines, input.kernel);
+  const std::vector<std::string> warnings = host::warningsFor(input.configuration.mroutes, input.kernel);
   for (const std::string& warning : warnings) std::cerr << "mrib: warning: " << warning << '\n';
-  mrib::Agent agent;
-  host::feed(agent, input.kernel, input.lines);
+  mrib::Agent agent(agentOptions(input));
+  host::feed(agent, input.kernel, input.configuration.mroutes);
   if (rpf) {
     std::cout << (options.json ? host::rpfJson(agent, *source) : host::rpfText(agent, *source)) << std::flush;
     const mrib::Route* route = agent.rpf(*source);
     return route && !route->nextHops.empty() ? found : noRpfRoute;
   }
-  const host::MribView view{agent, input.lines, input.source, warnings};
+  const host::MribView view{agent, input.configuration.mroutes, input.source, warnings};
   std::cout << (options.json ? host::mribJson(view) : host::mribText(view)) << std::flush;
   return std::cout ? found : inputError;
 }

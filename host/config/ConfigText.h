@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Configuration.h"
+
+namespace host {
+
+/// All names of lookup modes, as messages list them.
+extern const std::string_view lookupModeNames;
+std::string_view nameOf(LookupMode mode);
+std::optional<LookupMode> lookupModeOf(std::string_view name);
+
+/// An RPF for people: the next hop, or the escaped name of the interface.
+std::string rpfText(const MrouteLine& line);
+/// A line as it can be read again, without its end.
+std::string textOf(const MrouteLine& line);
+/// A configuration in one text, without includes, that reads as the same one.
+std::string textOf(const Configuration& configuration);
+
+}  // namespace host
