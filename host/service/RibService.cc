@@ -10,7 +10,6 @@
 #include "Inspect.h"
 #include "OrgMrib.h"
 #include "Pim/MribSm/MribSm.h"
-#include "Version.h"
 #include "Zan/Exception.h"
 
 namespace host {

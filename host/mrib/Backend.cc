@@ -1,0 +1,161 @@
+#include "Backend.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+#include "Client.h"
+#include "ConfigReader.h"
+#include "Escape.h"
+#include "LiveMirror.h"
+#include "RibService.h"
+#include "Sample.h"
+#include "Saved.h"
+
+namespace host {
+
+using kernel::monotonicNow;
+using kernel::Nanos;
+
+namespace {
+
+// ---- The daemon ----
+
+class Daemon : public Backend {
+ public:
+  explicit Daemon(const std::string& socket) : socket_(socket), client_(socket) {}
+
+  std::string name() const override { return "mribd at " + escaped(socket_); }
+  Json call(const std::string& method, const Json& parameters) override {
+    return Json(client_.call(method, parameters));
+  }
+  void stream(const std::string& method, const Json& parameters,
+              const std::function<bool(const Json&)>& each) override {
+    client_.send(method, parameters, true);
+    for (;;) {
+      const auto message = client_.next();
+      if (!each(Json(message.parameters)) || !message.continues) return;
+    }
+  }
+
+ private:
+  std::string socket_;
+  control::Client client_;
+};
+
+// ---- This process ----
+
+class Once : public Backend {
+ public:
+  Once(const OnceOptions& options, const std::function<void()>& prepare)
+      : source_(options.from.empty() ? "this machine's kernel" : "the files in " + escaped(options.from)) {
+    if (options.from.empty()) {
+      live_ = std::make_unique<kernel::LiveMirror>(settingsFor(options), monotonicNow());
+      readAll(*live_);
+    } else {
+      saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
+      readSaved(options.from, *saved_);
+    }
+    router_ = std::make_unique<Router>(mirror(), monotonicNow);
+    prepare();
+    if (!options.config.empty()) configure(readConfiguration(options.config));
+    while (router_->turn(monotonicNow()) <= monotonicNow()) {
+    }
+    if (options.sample && options.config.empty()) takeSample();
+    router_->agent().settle();
+    if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
+    configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
+    service_ =
+        std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
+                                     RibService::Setting{name(), monotonicNow(), [] { return U64{0}; }});
+  }
+
+  std::string name() const override { return source_ + ", read once"; }
+  const Router& router() const { return *router_; }
+
+  Json call(const std::string& method, const Json& parameters) override {
+    control::Answer answer = ask(method, parameters, false);
+    return parse(std::get<control::Reply>(answer));
+  }
+  void stream(const std::string& method, const Json& parameters,
+              const std::function<bool(const Json&)>& each) override {
+    control::Answer answer = ask(method, parameters, true);
+    if (const auto* reply = std::get_if<control::Reply>(&answer)) {
+      each(parse(*reply));
+      return;
+    }
+    control::Stream& stream = *std::get<std::unique_ptr<control::Stream>>(answer);
+    for (;;) {
+      const auto reply = stream.next();
+      if (reply && (!each(parse(*reply)) || !reply->continues)) return;
+      if (!reply && !wait()) return;
+    }
+  }
+
+ private:
+  static kernel::Mirror::Settings settingsFor(const OnceOptions& options) {
+    kernel::Mirror::Settings settings;
+    settings.table = options.table;
+    return settings;
+  }
+  kernel::Mirror& mirror() { return live_ ? live_->mirror() : *saved_; }
+
+  void configure(Configuration configuration) {
+    const auto refusals = router_->configurationIs(std::move(configuration), monotonicNow());
+    if (refusals.empty()) return;
+    std::string text;
+    for (const std::string& refusal : refusals) text += (text.empty() ? "" : "\n") + refusal;
+    throw Error(text);
+  }
+  void takeSample() {
+    const std::string text = sampleConfiguration(*router_);
+    if (text.empty()) throw Error("no sample: this router has no connected subnet that one fits in");
+    configure(parseConfiguration(text, "the sample"));
+    source_ += ", a sample configuration";
+  }
+
+  control::Answer ask(const std::string& method, const Json& parameters, bool more) {
+    const control::Peer self{0, true};
+    return std::move(service_->call(method, parameters, more, self).value());
+  }
+  static Json parse(const control::Reply& reply) {
+    if (!reply.error.empty())
+      throw control::RemoteError(reply.error, nlohmann::json::parse(reply.parameters));
+    return Json::parse(reply.parameters);
+  }
+  /// Until the kernel has changed. False when it cannot.
+  bool wait() {
+    if (!live_) return false;
+    const Nanos now = monotonicNow();
+    const Nanos until = std::min(live_->turn(now), router_->turn(now));
+    if (until <= now) return true;
+    pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
+    const auto patience =
+        static_cast<int>(std::min<Nanos>((until - now) / kernel::milliseconds(1) + 1, 60000));
+    if (poll(fds, 2, patience) < 0 && errno != EINTR) throw Error("kernel: poll failed");
+    return true;
+  }
+
+  std::string source_;
+  std::unique_ptr<kernel::LiveMirror> live_;
+  std::unique_ptr<kernel::Mirror> saved_;
+  std::unique_ptr<Router> router_;
+  std::unique_ptr<Configurator> configurator_;
+  std::unique_ptr<RibService> service_;
+};
+
+}  // namespace
+
+std::unique_ptr<Backend> readOnce(const OnceOptions& options, const std::function<void()>& prepare) {
+  return std::make_unique<Once>(options, prepare);
+}
+
+const Router& routerOf(const Backend& once) {
+  return dynamic_cast<const Once&>(once).router();
+}
+
+std::unique_ptr<Backend> daemonAt(const std::string& socket) {
+  return std::make_unique<Daemon>(socket);
+}
+
+}  // namespace host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Zan/Types.h"
+
+namespace host {
+
+using Json = nlohmann::ordered_json;
+
+/// Who answers the command's questions: a daemon, or this process from what it has read itself. Both speak in
+/// the methods and documents of org.mrib. All throw control::RemoteError for its errors, and Error.
+class Backend {
+ public:
+  virtual ~Backend() = default;
+  /// For people: who answers.
+  virtual std::string name() const = 0;
+  virtual Json call(const std::string& method, const Json& parameters) = 0;
+  /// Hands in each reply; for those that never end, until `each` says false.
+  virtual void stream(const std::string& method, const Json& parameters,
+                      const std::function<bool(const Json&)>& each) = 0;
+};
+
+/// Where a process reads on its own.
+struct OnceOptions {
+  std::string from;    ///< a folder; empty: the kernel
+  std::string config;  ///< a file; empty: none
+  bool sample = false;
+  U32 table = 254;
+};
+
+class Router;
+
+/// Reads everything now. `prepare` is called before the engine starts.
+std::unique_ptr<Backend> readOnce(const OnceOptions& options, const std::function<void()>& prepare);
+/// The router of such a backend.
+const Router& routerOf(const Backend& once);
+
+/// The daemon at a socket. Throws control::NotAnswering.
+std::unique_ptr<Backend> daemonAt(const std::string& socket);
+
+}  // namespace host
