@@ -22,7 +22,7 @@ struct Peer {
 /// One message that answers a call.
 struct Reply {
   std::string parameters = "{}";  ///< a JSON object
-  std::string error;              ///< the name of an error, such as "org.mrib.NotFound"; empty: none
+  std::string error{};            ///< the name of an error, such as "org.mrib.NotFound"; empty: none
   bool continues = false;         ///< more follow
 };
 

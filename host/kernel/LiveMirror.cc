@@ -1,5 +1,6 @@
 #include "LiveMirror.h"
 
+#include <net/if.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -8,7 +9,9 @@
 #include <utility>
 
 #include "Error.h"
+#include "Escape.h"
 #include "Message.h"
+#include "Names.h"
 
 namespace host::kernel {
 
@@ -102,6 +105,19 @@ void readAll(LiveMirror& live) {
     const auto wait = static_cast<int>(std::min<Nanos>((until - now) / million + 1, 1000));
     if (poll(fds, 2, wait) < 0 && errno != EINTR) throw Error("kernel: poll failed");
   }
+}
+
+U32 tableOf(const std::string& table, const std::string& vrf) {
+  if (vrf.empty()) {
+    const auto number = tableNumber(table.empty() ? "main" : table);
+    if (!number) throw Error("there is no table \"" + escaped(table) + '"');
+    return *number;
+  }
+  LiveMirror live({}, monotonicNow());
+  readAll(live);
+  const Link* link = live.mirror().topology().link(if_nametoindex(vrf.c_str()));
+  if (!link || link->vrfTable == 0) throw Error("there is no VRF \"" + escaped(vrf) + '"');
+  return link->vrfTable;
 }
 
 }  // namespace host::kernel

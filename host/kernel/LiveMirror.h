@@ -45,6 +45,10 @@ class LiveMirror {
 /// Waits until a mirror has read everything once. Throws Error when the kernel does not answer.
 void readAll(LiveMirror& live);
 
+/// The number of a table by its name or number, or of the table of a VRF device; the main one when both are
+/// empty. Throws Error when there is none.
+U32 tableOf(const std::string& table, const std::string& vrf);
+
 /// The monotonic clock.
 Nanos monotonicNow();
 

@@ -45,7 +45,7 @@ class Daemon : public Backend {
 
 // ---- This process ----
 
-class Once : public Backend {
+class Once : public OwnReading {
  public:
   Once(const OnceOptions& options, const std::function<void()>& prepare)
       : source_(options.from.empty() ? "this machine's kernel" : "the files in " + escaped(options.from)) {
@@ -58,6 +58,7 @@ class Once : public Backend {
     }
     router_ = std::make_unique<Router>(mirror(), monotonicNow);
     prepare();
+    if (options.configuration) configure(*options.configuration);
     if (!options.config.empty()) configure(readConfiguration(options.config));
     while (router_->turn(monotonicNow()) <= monotonicNow()) {
     }
@@ -71,7 +72,8 @@ class Once : public Backend {
   }
 
   std::string name() const override { return source_ + ", read once"; }
-  const Router& router() const { return *router_; }
+  const Router& router() const override { return *router_; }
+  Configurator& configurator() override { return *configurator_; }
 
   Json call(const std::string& method, const Json& parameters) override {
     control::Answer answer = ask(method, parameters, false);
@@ -146,12 +148,8 @@ class Once : public Backend {
 
 }  // namespace
 
-std::unique_ptr<Backend> readOnce(const OnceOptions& options, const std::function<void()>& prepare) {
+std::unique_ptr<OwnReading> readOnce(const OnceOptions& options, const std::function<void()>& prepare) {
   return std::make_unique<Once>(options, prepare);
-}
-
-const Router& routerOf(const Backend& once) {
-  return dynamic_cast<const Once&>(once).router();
 }
 
 std::unique_ptr<Backend> daemonAt(const std::string& socket) {

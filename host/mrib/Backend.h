@@ -3,9 +3,10 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
-#include "Zan/Types.h"
+#include "Configurator.h"
 
 namespace host {
 
@@ -26,18 +27,22 @@ class Backend {
 
 /// Where a process reads on its own.
 struct OnceOptions {
-  std::string from;    ///< a folder; empty: the kernel
-  std::string config;  ///< a file; empty: none
+  std::string from;                              ///< a folder; empty: the kernel
+  std::string config;                            ///< a file; empty: none
+  std::optional<Configuration> configuration{};  ///< in place of a file
   bool sample = false;
   U32 table = 254;
 };
 
-class Router;
+/// This process, with what it has read itself.
+class OwnReading : public Backend {
+ public:
+  virtual const Router& router() const = 0;
+  virtual Configurator& configurator() = 0;
+};
 
 /// Reads everything now. `prepare` is called before the engine starts.
-std::unique_ptr<Backend> readOnce(const OnceOptions& options, const std::function<void()>& prepare);
-/// The router of such a backend.
-const Router& routerOf(const Backend& once);
+std::unique_ptr<OwnReading> readOnce(const OnceOptions& options, const std::function<void()>& prepare);
 
 /// The daemon at a socket. Throws control::NotAnswering.
 std::unique_ptr<Backend> daemonAt(const std::string& socket);

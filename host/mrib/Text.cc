@@ -6,6 +6,7 @@
 #include <array>
 
 #include "Escape.h"
+#include "Zan/Types.h"
 
 namespace host::text {
 

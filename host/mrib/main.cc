@@ -1,181 +1,182 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
-#include <cstdlib>
+#include <csignal>
 #include <iostream>
 
-#include "ConfigCheck.h"
-#include "ConfigReader.h"
+#include "Client.h"
+#include "CommandWords.h"
+#include "Commands.h"
 #include "Error.h"
 #include "Escape.h"
-#include "Feed.h"
-#include "Inspect.h"
-#include "KernelReader.h"
-#include "Output.h"
-#include "Pim/MribSm/MribSm.h"
-#include "Sample.h"
-#include "Zan/Assert.h"
-#include "Zan/Trace.h"
+#include "LiveMirror.h"
+#include "Names.h"
+#include "RibService.h"
+
+// Reads the command line.
 
 namespace {
 
-enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3 };
+using host::Request;
 
-constexpr const char* defaultConfig = "/etc/mrib.conf";
-
-struct Options {
-  std::string from;
-  std::string config;
-  bool json = false;
-  bool sample = false;
-  int traceLevel = -1;
-  std::string source;  // of `mrib rpf`
-  host::InspectRequest inspect;
-};
-
-/// Prints a trace with everything that a terminal might take for a command escaped.
-void printTrace(void*, const Zan::TraceMessage& m) {
-  std::fprintf(stderr, "%.*s %u %s\n", static_cast<int>(m.handle.size()), m.handle.data(), m.level,
-               host::escaped(m.text).c_str());
+/// Words that may not be empty: an empty one is a mistake of a script, and not the same as none.
+std::string notEmpty(const std::string& text) {
+  return text.empty() ? "a word is needed" : "";
 }
 
-void traceUpTo(int level) {
-  for (Zan::TraceHandle* handle : Zan::TraceHandle::handles()) handle->levelsUpToIs(static_cast<U32>(level));
-  Zan::traceSinkIs(printTrace, nullptr);
+void addOptions(CLI::App& app, Request& request) {
+  app.add_flag("-j,--json", request.json, "JSON for programs");
+  app.add_option("--socket", request.socket,
+                 "Ask the daemon at this socket (MRIB_SOCKET; /run/mrib/mribd.sock)")
+      ->type_name("PATH")
+      ->check(notEmpty);
+  app.add_flag("--once", request.once, "Ask no daemon: read the kernel now");
+  app.add_option("--from", request.from,
+                 "Read link.json, addr.json and route.json (ip -j) from DIR, not the kernel")
+      ->type_name("DIR")
+      ->check(notEmpty);
+  app.add_option("-c,--config", request.config,
+                 "Read this configuration (mrib.conf(5)), not a daemon's or /etc/mrib.conf")
+      ->type_name("FILE")
+      ->check(notEmpty);
+  app.add_flag("--sample", request.sample, "Without a configuration: take a sample that fits the machine");
+  app.add_flag("--fresh", request.fresh, "Exit with 5 when the answer may be out of date");
+  app.add_flag("--notes", request.notes, "Print all warnings, not a few");
+  app.add_option("--trace", request.traceLevel,
+                 "Print the engine's traces up to LEVEL (0 to 9) on standard error")
+      ->check(CLI::Range(0, 9))
+      ->type_name("LEVEL");
 }
 
-/// Where the routes and the configuration of this run come from.
-struct Input {
-  host::KernelState kernel;
-  host::Configuration configuration;
-  std::string source;
-};
+CLI::App& addCommand(CLI::App& app, Request& request, const std::string& name, const std::string& about) {
+  CLI::App* command = app.add_subcommand(name, about);
+  command->fallthrough();
+  command->callback([&request, name] { request.command = name; });
+  return *command;
+}
 
-Input readInput(const Options& options) {
-  Input input;
-  input.kernel = options.from.empty() ? host::readKernel() : host::readIpJson(options.from);
-  input.source =
-      options.from.empty() ? "this machine's kernel" : "the files in " + host::escaped(options.from);
-  if (!options.config.empty()) {
-    input.configuration = host::readConfiguration(options.config);
-    input.source += ", configuration " + host::escaped(options.config);
-  } else if (options.sample) {
-    std::string text = host::sampleConfig(input.kernel);
-    if (text.empty()) {
-      input.kernel = host::sampleCapture();
-      input.source = "a bundled sample router (this machine has no connected route)";
-      text = host::sampleConfig(input.kernel);
-    }
-    input.configuration = host::parseConfiguration(text, "the sample");
-    input.source += ", a sample configuration";
+void addQuestions(CLI::App& app, Request& request) {
+  auto& route =
+      addCommand(app, request, "route", "The MRIB, or the route of a prefix, or the one for an address");
+  route.add_option("PREFIX|ADDRESS", request.arguments)->expected(0, 1);
+  route.add_flag("--longer", request.longer, "Also all routes within the prefix");
+  route.add_option("--type", request.type, "Only these")
+      ->check(CLI::IsMember({"connected", "static"}))
+      ->type_name("TYPE");
+  route.add_flag("--unresolved", request.unresolved, "Also the configured routes that are not resolved");
+  auto& rpf = addCommand(app, request, "rpf", "The RPF route, next hop and interface for sources");
+  rpf.add_option("ADDRESS", request.arguments, "Sources; - reads them from standard input")->required();
+  auto& unicast = addCommand(app, request, "unicast", "The unicast table as the router uses it");
+  unicast.add_option("PREFIX|ADDRESS", request.arguments)->expected(0, 1);
+  unicast.add_flag("--longer", request.longer, "Also all routes within the prefix");
+  auto& unresolved = addCommand(app, request, "unresolved", "Configured routes that do not resolve, and why");
+  unresolved.add_flag("--waiting", request.waiting, "Also those that wait behind a better preference");
+  addCommand(app, request, "status", "How the daemon and its view of the kernel are");
+  addCommand(app, request, "monitor", "The MRIB, then each change, until interrupted");
+  auto& watch = addCommand(app, request, "watch", "The answers for sources or prefixes, then each change");
+  watch.add_option("ADDRESS|PREFIX", request.arguments)->required();
+}
+
+void addChanges(CLI::App& app, Request& request) {
+  auto& reload = addCommand(app, request, "reload", "The daemon reads its configuration again");
+  reload.add_flag("--dry-run", request.dryRun, "Say what would change, and change nothing");
+  auto& configure = addCommand(app, request, "configure", "Change the daemon's running configuration");
+  configure.add_option("COMMAND", request.arguments, "'ip mroute ...' or 'no ip mroute ...'")->required();
+  configure.add_flag("--dry-run", request.dryRun, "Say what would change, and change nothing");
+  configure.add_flag("--save", request.save, "Also write the configuration file");
+  addCommand(app, request, "running-config", "The running configuration");
+  auto& check =
+      addCommand(app, request, "check-config", "Whether a configuration is right, and what it would change");
+  check.add_option("FILE", request.arguments)->required()->expected(1);
+}
+
+void addInspect(CLI::App& app, Request& request) {
+  auto& inspect =
+      addCommand(app, request, "inspect", "The engine's live objects, their attributes and operations");
+  inspect.add_option(
+      "PATH", request.inspect.path,
+      "Object or collection, as MribSm/routeResolver/mribForPrefix[20.0.0.0/24]; MribSm by default");
+  inspect.add_option("--set", request.inspect.sets, "Set an attribute first")
+      ->type_name("NAME=VALUE")
+      ->allow_extra_args(false);
+  inspect.add_option("--call", request.inspect.calls, "Invoke an operation first")
+      ->type_name("'NAME ARGUMENT=VALUE ...'")
+      ->allow_extra_args(false);
+  inspect.add_option("--depth", request.inspect.depth, "Objects within objects that are shown (2)")
+      ->type_name("N");
+}
+
+int codeOf(const host::control::RemoteError& e) {
+  const bool badArgument = e.name() == "org.mrib.InvalidAddress" || e.name() == "org.mrib.InvalidPrefix" ||
+                           e.name() == "org.mrib.NotFound";
+  return badArgument ? host::usageError : host::inputError;
+}
+
+/// What an error of the service says, for people.
+std::string textOf(const host::control::RemoteError& e) {
+  const auto& p = e.parameters();
+  const auto word = [&](const char* name) { return host::escaped(p.value(name, std::string())); };
+  if (e.name() == "org.mrib.InvalidAddress") return '"' + word("address") + "\": " + word("why");
+  if (e.name() == "org.mrib.InvalidPrefix") return '"' + word("prefix") + "\": " + word("why");
+  if (e.name() == "org.mrib.NotFound") return p.value("why", std::string());
+  if (e.name() == "org.mrib.NoConfigurationFile") return "the daemon has no configuration file";
+  if (e.name() == "org.varlink.service.PermissionDenied") {
+    return "only root and members of the group mrib may change the configuration";
   }
-  return input;
+  if (e.name() != "org.mrib.Refused") return e.what();
+  std::string text = "refused, nothing has changed:";
+  for (const auto& reason : p.at("reasons")) text += "\n  " + reason.get<std::string>();
+  return text;
 }
 
-mrib::Agent::Options agentOptions(const Input& input) {
-  mrib::Agent::Options options;
-  options.originText = [&](U64 origin) { return input.configuration.placeOf(origin); };
-  return options;
-}
-
-/// An operation that was called by hand may be refused by an assertion: that is an answer, not a crash.
-void reportAssertion(const Zan::AssertionFailure& failure) {
-  std::fprintf(stderr, "mrib: the engine refuses this: assertion `%s' in %s\n", failure.expression,
-               failure.function);
-  std::_Exit(usageError);
-}
-
-int runInspect(const Options& options) {
-  const Input input = readInput(options);
-  if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
-  mrib::Agent agent(agentOptions(input));
-  host::feed(agent, input.kernel, input.configuration.mroutes);
-  Zan::assertionObserverIs(reportAssertion);
-  host::InspectRequest request = options.inspect;
-  request.json = options.json;
+/// Runs what was asked for; the table is known by then.
+int execute(Request& request, const std::string& table, const std::string& vrf) {
   try {
-    std::cout << host::inspect(Zan::GenericIf(agent.engine()), "MribSm", request) << std::flush;
+    request.table = !table.empty() || !vrf.empty();
+    if (request.table) request.tableNumber = host::kernel::tableOf(table, vrf);
+    return host::execute(request);
+  } catch (const host::control::RemoteError& e) {
+    return report(request, codeOf(e), textOf(e));
   } catch (const host::Error& e) {
-    std::cerr << "mrib: " << e.what() << '\n';
-    return usageError;
+    return report(request, host::inputError, e.what());
+  } catch (const std::bad_alloc&) {
+    return report(request, host::inputError, "there is not enough memory");
+  } catch (const std::exception& e) {
+    return report(request, host::inputError, "unexpected: " + host::escaped(e.what()));
   }
-  return found;
-}
-
-int run(const Options& options, bool rpf) {
-  const auto source = rpf ? Lumo::IpAddr::parse(options.source) : Lumo::IpAddr();
-  if (!source) {
-    std::cerr << "mrib: \"" << host::escaped(options.source) << "\" is not an IPv4 address\n";
-    return usageError;
-  }
-  if (Lumo::Prefix("224.0.0.0/4").contains(*source)) {
-    std::cerr << "mrib: " << *source << " is a group address; RPF is a question about a source\n";
-    return usageError;
-  }
-  const Input input = readInput(options);
-  for (const std::string& note : input.kernel.notes) std::cerr << "mrib: note: " << note << '\n';
-  if (options.traceLevel >= 0) traceUpTo(options.traceLevel);
-  const std::vector<std::string> warnings = host::warningsFor(input.configuration.mroutes, input.kernel);
-  for (const std::string& warning : warnings) std::cerr << "mrib: warning: " << warning << '\n';
-  mrib::Agent agent(agentOptions(input));
-  host::feed(agent, input.kernel, input.configuration.mroutes);
-  if (rpf) {
-    std::cout << (options.json ? host::rpfJson(agent, *source) : host::rpfText(agent, *source)) << std::flush;
-    const mrib::Route* route = agent.rpf(*source);
-    return route && !route->nextHops.empty() ? found : noRpfRoute;
-  }
-  const host::MribView view{agent, input.configuration.mroutes, input.source, warnings};
-  std::cout << (options.json ? host::mribJson(view) : host::mribText(view)) << std::flush;
-  return std::cout ? found : inputError;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  CLI::App app{"The multicast RIB of this machine: which way packets from a source must come in."};
-  app.add_option("--from", options.from,
-                 "Read link.json, addr.json and route.json (ip -j) from DIR, not the kernel")
-      ->type_name("DIR");
-  app.add_option("-c,--config", options.config,
-                 "Configuration with lines `ip mroute PREFIX {NEXTHOP|INTERFACE} [PREFERENCE]`; " +
-                     std::string(defaultConfig) + " when that exists")
-      ->type_name("FILE");
-  app.add_flag("-j,--json", options.json, "JSON for programs");
-  app.add_flag("--sample", options.sample, "Without a configuration: take a sample that fits the machine");
-  app.add_option("--trace", options.traceLevel,
-                 "Print the engine's traces up to LEVEL (0 to 9) on standard error")
-      ->check(CLI::Range(0, 9))
-      ->type_name("LEVEL");
-  auto* rpf = app.add_subcommand("rpf", "The MRIB route, next hop and interface for a source");
-  rpf->add_option("ADDRESS", options.source, "Source address")->required();
-  auto* inspect = app.add_subcommand("inspect", "The engine's live objects, their attributes and operations");
-  inspect->add_option(
-      "PATH", options.inspect.path,
-      "Object or collection, as MribSm/routeResolver/mribForPrefix[20.0.0.0/24]; MribSm by default");
-  inspect->add_option("--set", options.inspect.sets, "Set an attribute first")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false);
-  inspect->add_option("--call", options.inspect.calls, "Invoke an operation first")
-      ->type_name("'NAME ARGUMENT=VALUE ...'")
-      ->allow_extra_args(false);
-  inspect->add_option("--depth", options.inspect.depth, "Objects within objects that are shown (2)")
-      ->type_name("N");
-  app.fallthrough();
-  rpf->fallthrough();
-  inspect->fallthrough();
-  app.footer("Exit codes: 0 found, 1 usage, 2 kernel or file error, 3 no RPF route.");
+  std::signal(SIGPIPE, SIG_IGN);
+  Request request;
+  std::string table;
+  std::string vrf;
+  CLI::App app{"The multicast RIB of this machine: which way packets from a source must come in.", "mrib"};
+  app.set_version_flag("--version", std::string("mrib ") + host::version());
+  app.require_subcommand(0, 1);
+  addOptions(app, request);
+  auto* named =
+      app.add_option("--table", table, "Unicast routes are those of this table; main")->type_name("NAME|ID");
+  app.add_option("--vrf", vrf, "... of the table of this VRF")->type_name("NAME")->excludes(named);
+  addQuestions(app, request);
+  addChanges(app, request);
+  addInspect(app, request);
+  app.footer(
+      "Without a command: all of the MRIB. Commands may be shortened.\n"
+      "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 5 stale (--fresh).");
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words(argv + 1, argv + argc);
+    words = host::commandInFull(std::move(words),
+                                {"--socket", "--from", "-c", "--config", "--trace", "--table", "--vrf"});
+    std::reverse(words.begin(), words.end());
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? found : usageError;
+    if (e.get_exit_code() == 0) return app.exit(e);
+    return report(request, host::usageError, host::escaped(e.what()) + " (--help lists what there is)");
+  } catch (const host::Error& e) {
+    return report(request, host::usageError, e.what());
   }
-  try {
-    if (options.config.empty() && access(defaultConfig, F_OK) == 0) options.config = defaultConfig;
-    return inspect->parsed() ? runInspect(options) : run(options, rpf->parsed());
-  } catch (const std::exception& e) {
-    std::cerr << "mrib: " << e.what() << '\n';
-    return inputError;
-  }
+  return execute(request, table, vrf);
 }

@@ -1,6 +1,7 @@
 #include "KernelFeed.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace host {
 

@@ -42,6 +42,12 @@ std::vector<std::string> textsOf(const mrib::CommitResult& result) {
   return texts;
 }
 
+mrib::Agent::Options optionsFor(const Configuration* const* naming) {
+  mrib::Agent::Options options;
+  options.originText = [naming](U64 origin) { return (*naming)->placeOf(origin); };
+  return options;
+}
+
 }  // namespace
 
 U8 preferenceOf(U8 protocol) {
@@ -53,7 +59,7 @@ U8 preferenceOf(U8 protocol) {
 }
 
 Router::Router(kernel::Mirror& mirror, Clock clock)
-    : mirror_(mirror), clock_(std::move(clock)), feed_(mirror) {}
+    : mirror_(mirror), clock_(std::move(clock)), feed_(mirror), agent_(optionsFor(&naming_)) {}
 
 // ---- The kernel ----
 
@@ -123,7 +129,9 @@ void Router::renameMroutes(mrib::Transaction& t) {
 std::vector<std::string> Router::configurationIs(Configuration configuration, Nanos now) {
   mrib::Transaction t;
   tellMroutes(t, configuration, feed_);
+  naming_ = &configuration;
   const mrib::CommitResult result = agent_.commit(t);
+  naming_ = &configuration_;
   if (!result) return textsOf(result);
   configuration_ = std::move(configuration);
   committed(result, now);
@@ -131,7 +139,8 @@ std::vector<std::string> Router::configurationIs(Configuration configuration, Na
 }
 
 Router::Trial Router::tryConfiguration(const Configuration& configuration) const {
-  mrib::Agent agent;
+  const Configuration* naming = &configuration;
+  mrib::Agent agent(optionsFor(&naming));
   KernelFeed feed(mirror_);
   mrib::Transaction t;
   feed.tell(everythingOf(mirror_), t);

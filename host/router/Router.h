@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <utility>
 
 #include "Configuration.h"
 #include "KernelFeed.h"
@@ -91,8 +92,9 @@ class Router {
   kernel::Mirror& mirror_;
   Clock clock_;
   KernelFeed feed_;
-  mrib::Agent agent_;
   Configuration configuration_;
+  const Configuration* naming_ = &configuration_;  // what origins refer to
+  mrib::Agent agent_;
   mrib::Transaction pending_;
   bool unicastChanged_ = false;
   bool isTaken_ = false;  // all that the mirror has changed

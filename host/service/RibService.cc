@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "ConfigText.h"
 #include "Error.h"
@@ -78,6 +79,10 @@ Answer answerWith(std::unique_ptr<ListStream> list, bool more) {
 
 }  // namespace
 
+const char* version() {
+  return orgMribVersion;
+}
+
 RibService::RibService(Router& router, Configurator* configurator, Router::Clock clock, Setting setting)
     : router_(router),
       configurator_(configurator),
@@ -130,7 +135,7 @@ Answer RibService::getStatus(Call& call) {
       resyncs[std::string(nameOf(static_cast<kernel::Reason>(i)))] = counters.resyncs[i];
   }
   Json status;
-  status["version"] = versionText;
+  status["version"] = version();
   status["source"] = setting_.source;
   status["uptime"] = (clock_() - setting_.startedAt) / kernel::seconds(1);
   status["generation"] = router_.generation();
@@ -311,9 +316,9 @@ Answer RibService::monitor(Call& call) {
 
 Answer RibService::getConfiguration(Call& call) {
   call.parameters.done();
-  Json reply;
-  reply["text"] = textOf(router_.configuration());
-  return Reply{documents::textOf(reply)};
+  auto stream = std::make_unique<TextStream>(textOf(router_.configuration()));
+  if (call.more) return stream;
+  return stream->whole();
 }
 
 Configurator& RibService::configuratorFor(const Call& call) const {
@@ -352,6 +357,7 @@ Answer RibService::inspect(Call& call) {
   InspectRequest request;
   request.path = call.parameters.text("path").value_or("");
   request.depth = call.parameters.number("depth").value_or(request.depth);
+  request.json = call.parameters.flag("json");
   call.parameters.done();
   Json reply;
   try {

@@ -11,6 +11,9 @@
 
 namespace host {
 
+/// Of the programs.
+const char* version();
+
 /// The methods of org.mrib, for the daemon's clients and, in the same process, for the `mrib` command.
 class RibService : public control::Handler {
  public:

@@ -41,7 +41,8 @@ std::string sampleConfiguration(const Router& router) {
   for (const mrib::Route& route : router.agent().routes()) {
     if (!KernelFeed::isStandIn(route.prefix)) connected.push_back(route);
   }
-  std::sort(connected.begin(), connected.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+  std::sort(connected.begin(), connected.end(),
+            [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
   const std::vector<Prefix> free = freePrefixes(connected);
   const std::vector<OwnSubnet> own = ownSubnetsOf(router.mirror());
   for (const mrib::Route& route : connected) {

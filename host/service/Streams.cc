@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace host {
 
@@ -36,6 +37,20 @@ Reply ListStream::part(std::size_t most) {
   }
   text += "]}";
   return {std::move(text), "", at_ < count_};
+}
+
+Reply TextStream::whole() {
+  return {documents::textOf({{"text", text_}}), "", false};
+}
+
+/// Parts end where a line does, so that no character is cut.
+std::optional<Reply> TextStream::next() {
+  constexpr std::size_t about = 32 << 10;
+  const std::size_t newline = at_ + about < text_.size() ? text_.find('\n', at_ + about) : std::string::npos;
+  const std::size_t end = newline == std::string::npos ? text_.size() : newline + 1;
+  const std::string part = text_.substr(at_, end - at_);
+  at_ = end;
+  return Reply{documents::textOf({{"text", part}}), "", at_ < text_.size()};
 }
 
 // ---- Monitor ----

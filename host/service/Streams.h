@@ -3,6 +3,7 @@
 #include <deque>
 #include <set>
 
+#include "Call.h"
 #include "Documents.h"
 
 namespace host {
@@ -28,6 +29,19 @@ class ListStream : public control::Stream {
   std::string name_;
   std::size_t count_;
   Element element_;
+  std::size_t at_ = 0;
+};
+
+/// A long text in parts: `{"text":...}`, to be joined.
+class TextStream : public control::Stream {
+ public:
+  explicit TextStream(std::string text) : text_(std::move(text)) {}
+
+  std::optional<control::Reply> next() override;
+  control::Reply whole();
+
+ private:
+  std::string text_;
   std::size_t at_ = 0;
 };
 

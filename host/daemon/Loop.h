@@ -1,0 +1,28 @@
+#pragma once
+
+#include "Application.h"
+#include "Listener.h"
+#include "Log.h"
+#include "Manager.h"
+#include "Server.h"
+
+namespace host::daemon {
+
+/// What a daemon consists of; all of it outlives the loop.
+struct Parts {
+  Application& application;
+  control::Server& server;
+  Listener& listener;
+  Manager& manager;
+  Log& log;
+};
+
+/// Runs until SIGTERM or SIGINT; SIGHUP reloads. Each round of the loop gives the application one turn, asks
+/// all streams, and serves every client that is ready, a bounded number of requests each. One at a time in a
+/// process. Throws what the application throws, and Error when the system has no loop.
+void run(const Parts& parts);
+
+/// The clock of all times here.
+Nanos monotonicNow();
+
+}  // namespace host::daemon

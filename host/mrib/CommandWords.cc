@@ -1,0 +1,60 @@
+#include "CommandWords.h"
+
+#include <algorithm>
+
+#include "Error.h"
+#include "Escape.h"
+
+namespace host {
+
+namespace {
+
+/// The one of `names` that a word is the beginning of; the word itself when there is none.
+std::string inFull(const std::string& word, const std::vector<std::string>& names) {
+  std::vector<std::string> meant;
+  for (const std::string& name : names) {
+    if (name == word) return word;
+    if (!word.empty() && name.starts_with(word)) meant.push_back(name);
+  }
+  if (meant.empty()) return word;
+  if (meant.size() == 1) return meant.front();
+  std::string text = '"' + escaped(word) + "\" may be";
+  for (const std::string& name : meant) text += (name == meant.front() ? " " : " or ") + name;
+  throw Error(text);
+}
+
+}  // namespace
+
+const std::vector<std::string>& commandNames() {
+  static const std::vector<std::string> names{
+      "route", "rpf",    "unicast",   "unresolved",     "status",       "monitor",
+      "watch", "reload", "configure", "running-config", "check-config", "inspect"};
+  return names;
+}
+
+std::vector<std::string> commandInFull(std::vector<std::string> words,
+                                       const std::vector<std::string>& withValue) {
+  const auto takesValue = [&](const std::string& word) {
+    return std::find(withValue.begin(), withValue.end(), word) != withValue.end();
+  };
+  auto at = words.begin();
+  while (at != words.end() && at->starts_with('-')) at += takesValue(*at) && at + 1 != words.end() ? 2 : 1;
+  if (at == words.end()) return words;
+  std::vector<std::string> first = commandNames();
+  first.push_back("show");
+  *at = inFull(*at, first);
+  if (*at != "show") return words;
+  const auto wordAt = [&](std::ptrdiff_t i) { return at + i < words.end() ? *(at + i) : std::string(); };
+  if (inFull(wordAt(1), {"ip"}) != "ip")
+    throw Error("show: expected \"ip rpf ADDRESS\" or \"ip mroute-static\"");
+  const std::string what = inFull(wordAt(2), {"rpf", "mroute-static"});
+  if (what != "rpf" && what != "mroute-static") {
+    throw Error("show ip: expected \"rpf ADDRESS\" or \"mroute-static\"");
+  }
+  at = words.erase(at, at + 2);
+  *at = what == "rpf" ? "rpf" : "route";
+  if (what == "mroute-static") words.insert(at + 1, {"--type", "static", "--unresolved"});
+  return words;
+}
+
+}  // namespace host

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Inspect.h"
+
+namespace host {
+
+enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, stale = 5 };
+
+/// What the user asks for.
+struct Request {
+  std::string command;                 ///< empty: everything
+  std::vector<std::string> arguments;  ///< of the command
+  bool json = false;
+  bool longer = false;
+  bool unresolved = false;  ///< with the routes
+  bool waiting = false;
+  std::string type;
+  bool dryRun = false;
+  bool save = false;
+  bool notes = false;
+  bool fresh = false;  ///< a stale answer is an error
+  bool sample = false;
+  bool once = false;
+  bool table = false;  ///< another than the main one was named
+  int traceLevel = -1;
+  std::string from;
+  std::string config;
+  std::string socket;
+  U32 tableNumber = 254;
+  InspectRequest inspect;
+};
+
+/// Does it; prints on standard output. Returns the exit code. Throws Error.
+int execute(const Request& request);
+
+/// Prints an error as the user wants it, and returns the exit code.
+int report(const Request& request, int code, const std::string& text);
+
+}  // namespace host

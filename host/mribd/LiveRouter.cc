@@ -1,0 +1,70 @@
+#include "LiveRouter.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "ConfigReader.h"
+
+namespace host {
+
+using daemon::Level;
+using daemon::Nanos;
+
+LiveRouter::LiveRouter(const kernel::Mirror::Settings& settings, const std::string& config, daemon::Log& log)
+    : live_(settings, kernel::monotonicNow()),
+      router_(live_.mirror(), kernel::monotonicNow),
+      configurator_(router_, config, kernel::monotonicNow),
+      log_(log) {
+  if (config.empty()) return;
+  const auto refusals = router_.configurationIs(readConfiguration(config), kernel::monotonicNow());
+  if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
+}
+
+Nanos LiveRouter::turn(Nanos now) {
+  const Nanos mirror = live_.turn(now);
+  const Nanos router = router_.turn(now);
+  for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
+  if (router_.isReady() && !std::exchange(wasReady_, true)) {
+    // What was configured before the kernel was read cannot be refused for its addresses; they may change.
+    std::vector<std::string> warnings;
+    for (const ConfigError& e : impossibleNextHops(router_.configuration(), ownSubnetsOf(live_.mirror()))) {
+      warnings.push_back(e.message());
+    }
+    warn(warnings, now);
+    warn(router_.warningsFor(router_.configuration()), now);
+    log_.write(Level::info, status(), now);
+  }
+  return std::min(mirror, router);
+}
+
+void LiveRouter::warn(const std::vector<std::string>& warnings, Nanos now) {
+  const std::size_t told = std::min(warnings.size(), ConfigurationError::mostPrinted);
+  for (std::size_t i = 0; i < told; ++i) log_.write(Level::warning, warnings[i], now);
+  if (told < warnings.size()) {
+    log_.write(Level::warning, fmt::format("and {} more warnings", warnings.size() - told), now);
+  }
+}
+
+void LiveRouter::reload(Nanos now) {
+  if (configurator_.path().empty()) throw Error("there is no configuration file to read again");
+  const ConfigurationChange change = configurator_.reload(false);
+  if (!change.reasons.empty()) throw Error(fmt::format("{}", fmt::join(change.reasons, "\n")));
+  log_.write(
+      Level::notice,
+      fmt::format("configuration read again: {} added, {} gone, {} with another preference, {} not resolved "
+                  "now",
+                  change.difference.added.size(), change.difference.gone.size(),
+                  change.difference.changed.size(), change.unresolved.size()),
+      now);
+  warn(change.warnings, now);
+}
+
+std::string LiveRouter::status() const {
+  return fmt::format("generation {}, {} MRIB routes, {} configured, {} unicast routes{}",
+                     router_.generation(), router_.agent().routes().size() - router_.feed().standIns(),
+                     router_.configuration().mroutes.size(), live_.mirror().routes(Lumo::ipv4()).routeCount(),
+                     router_.isStale() ? ", stale" : "");
+}
+
+}  // namespace host
