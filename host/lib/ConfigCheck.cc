@@ -38,8 +38,8 @@ std::vector<std::string> warningsFor(const std::vector<MrouteLine>& lines, const
           lineOf(line), line.prefix.stringValue(), link ? escaped(link->name) : "?", rpfText(line)));
     }
     if (const auto* name = std::get_if<std::string>(&line.rpf); name && !kernel.link(*name)) {
-      warnings.push_back(
-          fmt::format("line {}: interface {} does not exist: kept, not resolved", lineOf(line), rpfText(line)));
+      warnings.push_back(fmt::format("line {}: interface {} does not exist: kept, not resolved", lineOf(line),
+                                     rpfText(line)));
     }
   }
   return warnings;
