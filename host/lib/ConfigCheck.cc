@@ -22,16 +22,14 @@ U32 lineOf(const MrouteLine& line) {
 }  // namespace
 
 std::vector<std::string> warningsFor(const std::vector<MrouteLine>& lines, const KernelState& kernel) {
-  std::unordered_map<Lumo::Prefix, const KernelRoute*, PrefixHash> connected;  // those that are configured
-  for (const MrouteLine& line : lines) connected.emplace(line.prefix, nullptr);
+  std::unordered_map<Lumo::Prefix, const KernelRoute*, PrefixHash> connected;
   for (const KernelRoute& route : kernel.routes) {
-    if (!route.connected) continue;
-    if (const auto it = connected.find(route.prefix); it != connected.end()) it->second = &route;
+    if (route.connected) connected[route.prefix] = &route;
   }
   std::vector<std::string> warnings;
   for (const MrouteLine& line : lines) {
-    if (const KernelRoute* route = connected.at(line.prefix)) {
-      const Link* link = kernel.link(route->nextHops.front().link);
+    if (const auto found = connected.find(line.prefix); found != connected.end()) {
+      const Link* link = kernel.link(found->second->nextHops.front().link);
       warnings.push_back(fmt::format(
           "line {}: {} is directly connected on {}: once it resolves, the configured RPF replaces the "
           "connected one, so that packets from hosts on that subnet fail the check unless they come in by {}",
