@@ -1,8 +1,9 @@
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <map>
 #include <sstream>
 #include <string>
 
@@ -20,8 +21,8 @@ std::string textWith(U32 lines) {
   for (U32 i = 0; i < lines; ++i) {
     const Lumo::Prefix prefix(Lumo::IpAddr::fromHost((10u << 24) + (i << 4)), 28);
     const Lumo::IpAddr hop = Lumo::IpAddr::fromHost(0xC0000200 + i * 7919 % 65536);
-    text += "ip mroute " + prefix.stringValue() + (i % 10 == 0 ? " eth1" : " " + hop.stringValue());
-    text += i % 2 == 0 ? " 200\n" : "\n";
+    text += fmt::format("ip mroute {} {}{}\n", prefix.stringValue(), i % 10 == 0 ? "eth1" : hop.stringValue(),
+                        i % 2 == 0 ? " 200" : "");
   }
   return text;
 }

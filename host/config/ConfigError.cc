@@ -21,7 +21,8 @@ ConfigurationError::ConfigurationError(std::vector<ConfigError> errors)
 std::string messagesOf(const std::vector<ConfigError>& errors) {
   const std::size_t printed = std::min(errors.size(), ConfigurationError::mostPrinted);
   std::string all;
-  for (std::size_t i = 0; i < printed; ++i) all += (i == 0 ? "" : "\n") + errors[i].message();
+  for (std::size_t i = 0; i < printed; ++i)
+    all += fmt::format("{}{}", i == 0 ? "" : "\n", errors[i].message());
   const std::size_t more = errors.size() - printed;
   if (more > 0) all += fmt::format("\nand {} more error{}", more, more == 1 ? "" : "s");
   return all;

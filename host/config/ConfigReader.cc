@@ -47,6 +47,7 @@ class Reader {
     if (const auto zero = text.find('\0'); zero != text.npos) {
       refuseZero(text.substr(0, zero));
     } else {
+      reserveFor(text);
       while (!text.empty()) readLine(takeLine(text));
     }
     open_.pop_back();
@@ -78,6 +79,16 @@ class Reader {
     const auto lines = static_cast<U32>(std::count(before.begin(), before.end(), '\n'));
     const auto column = static_cast<U32>(before.size() - (before.rfind('\n') + 1));
     addError({escaped(path()), lines + 1, column + 1, "a NUL byte: this is no text, and none of it is read"});
+  }
+
+  /// Makes room for the lines of a text, if it may have more than there are.
+  void reserveFor(std::string_view text) {
+    constexpr std::size_t shortestLine = sizeof "ip mroute 0.0.0.0/0 e";
+    const auto ends = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    const std::size_t lines = std::min(ends, text.size() / shortestLine);
+    if (lines <= config_.mroutes.size()) return;
+    config_.mroutes.reserve(config_.mroutes.size() + lines);
+    index_.reserve(config_.mroutes.size() + lines);
   }
 
   void readLine(std::string_view text) {

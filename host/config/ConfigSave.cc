@@ -1,6 +1,7 @@
 #include "ConfigSave.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,7 +54,7 @@ class Replacement {
  public:
   explicit Replacement(const fs::path& target)
       : target_(target),
-        name_((target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string()),
+        name_((target.parent_path() / fmt::format(".{}.XXXXXX", target.filename().string())).string()),
         file_(mkostemp(name_.data(), O_CLOEXEC)) {
     if (file_.fd() < 0) fail(target_, "make a file beside it");
   }

@@ -17,6 +17,10 @@ class MrouteIndex {
 
   /// The lines may be added to, but not moved, and must outlive this. Those that are there are entered.
   explicit MrouteIndex(const std::vector<MrouteLine>& lines);
+  /// Makes room for so many lines.
+  void reserve(std::size_t count) {
+    if (count * 2 > slots_.size()) grow(count);
+  }
   /// The place of the same route, or `none`.
   U32 find(const MrouteLine& line) const;
   /// Enters the line at `place`, unless the same is there: its place.

@@ -173,6 +173,22 @@ TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
   EXPECT_EQ(result.refusals.front().origins, (std::vector<U64>{4, 1, 2}));
 }
 
+TEST_F(AgentTest, RefusalsNameOriginsInTheWordsOfTheHost) {
+  mrib::Agent::Options options;
+  options.originText = [](U64 origin) { return "file " + std::to_string(origin >> 32); };
+  mrib::Agent other(options);
+  mroute("10.0.0.0/8", "20.0.0.5", 0, U64{7} << 32);
+  EXPECT_EQ(other.commit(t).refusals.front().text,
+            "file 7: multicast route 10.0.0.0/8: the preference 0 is not 1 to 255");
+  t.clear();
+  mroute("10.0.0.0/8", "50.0.0.1", 1, U64{8} << 32);
+  mroute("50.0.0.0/8", "10.0.0.1", 1, U64{9} << 32);
+  EXPECT_EQ(
+      other.commit(t).refusals.front().text,
+      "these routes could resolve through each other in a circle: 10.0.0.0/8 (file 8, through 50.0.0.1) -> "
+      "50.0.0.0/8 (file 9, through 10.0.0.1) -> 10.0.0.0/8");
+}
+
 TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
   mroute("50.0.0.0/8", "10.0.0.1");
   t.mroute(Net("10.0.0.0/8"), "eth2", 1);

@@ -1,78 +1,155 @@
 #include <gtest/gtest.h>
 
 #include "ConfigCheck.h"
+#include "ConfigReader.h"
+#include "ConfigText.h"
 #include "Escape.h"
+#include "NextHopCheck.h"
 
 namespace {
 
-using host::parseConfig;
+host::Configuration parsed(std::string_view text) {
+  return host::parseConfiguration(text, "f");
+}
 
 std::string errorsOf(std::string_view text) {
-  std::string all;
-  for (const auto& e : parseConfig(text).errors) {
-    all += std::to_string(e.line) + ":" + std::to_string(e.column) + ": " + e.text + ";";
+  try {
+    parsed(text);
+  } catch (const host::ConfigurationError& e) {
+    return e.what();
   }
-  return all;
+  return "none";
 }
 
 TEST(Config, TakesTheLinesThatOperatorsKnow) {
-  const auto parsed = parseConfig(
-      "! comment\n"
+  const auto c = parsed(
+      "\xEF\xBB\xBF! comment\r\n"
       "ip mroute 10.1.0.0/16 20.0.0.5\r\n"
       "\n"
       "  ip  mroute\t10.1.0.0/16 eth0 200 # backup\n"
-      "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255");
-  EXPECT_TRUE(parsed.errors.empty());
-  ASSERT_EQ(parsed.lines.size(), 3u);
-  EXPECT_EQ(parsed.lines[0].preference, 1);
-  EXPECT_EQ(std::get<Lumo::IpAddr>(parsed.lines[0].rpf).stringValue(), "20.0.0.5");
-  EXPECT_EQ(std::get<std::string>(parsed.lines[1].rpf), "eth0");
-  EXPECT_EQ(parsed.lines[1].line, 4u);
-  EXPECT_EQ(std::get<std::string>(parsed.lines[2].rpf), "a \"b\\\a");
-  EXPECT_EQ(parsed.lines[2].rpfText(), "a \\\"b\\\\\\x07");
+      "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255\n"
+      "ip mroute 0.0.0.0/0 eth0:1\n"
+      "ip multicast rpf-lookup-mode longer-prefix");
+  ASSERT_EQ(c.mroutes.size(), 4u);
+  EXPECT_EQ(c.placeOf(c.mroutes[1].origin), "f:4");
+  EXPECT_EQ(c.placeOf(7), "the command line");
+  EXPECT_EQ(std::get<std::string>(c.mroutes[2].rpf), "a \"b\\\a");
+  EXPECT_EQ(host::textOf(c),
+            "ip multicast rpf-lookup-mode longer-prefix\n"
+            "ip mroute 10.1.0.0/16 20.0.0.5\nip mroute 10.1.0.0/16 eth0 200\n"
+            "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255\nip mroute 0.0.0.0/0 \"eth0:1\"\n");
 }
 
 TEST(Config, NamesLineColumnAndWhatWasExpected) {
+  const std::string net = "ip mroute 10.0.0.0/8 ";
   const struct {
-    const char* text;
+    std::string text;
     const char* error;
   } cases[] = {
-      {"ip route 1.0.0.0/8 eth0", "1:4: expected \"ip mroute\", found \"route\";"},
-      {"ip mroute", "1:10: expected a prefix A.B.C.D/LENGTH;"},
-      {"ip mroute 10.0.0.0/8", "1:21: expected a next hop address or an interface;"},
-      {"ip mroute 10.0.0.1/8 eth0",
+      {"ip route 1.0.0.0/8 eth0", "1:4: expected \"mroute\" or \"multicast\", found \"route\""},
+      {"ipv6 mroute ::/0 eth0", "1:1: IPv6 is not supported yet"},
+      {"no " + net + "eth0", "1:1: expected \"ip\" or \"include\", found \"no\""},
+      {"ip mroute", "1:10: expected a prefix A.B.C.D/LENGTH"},
+      {net + "! eth0", "1:28: expected a next hop address or an interface"},
+      {"ip mroute 10.0.0.1/8 e",
        "1:11: expected a prefix A.B.C.D/LENGTH, found \"10.0.0.1/8\": host bits are set, the network is "
-       "10.0.0.0/8;"},
-      {"\nip mroute 10.0.0.0/33 eth0",
-       "2:11: expected a prefix A.B.C.D/LENGTH, found \"10.0.0.0/33\": the length is not 0 to 32;"},
-      {"ip mroute 10.0.0.0 eth0",
-       "1:11: expected a prefix A.B.C.D/LENGTH, found \"10.0.0.0\": it has no /LENGTH;"},
-      {"ip mroute 10.0.0.0/8 1.2.3.400",
-       "1:22: expected a next hop address or an interface, found \"1.2.3.400\";"},
-      {"ip mroute 10.0.0.0/8 eth0 0", "1:27: expected a preference from 1 to 255, found \"0\";"},
-      {"ip mroute 10.0.0.0/8 eth0 256", "1:27: expected a preference from 1 to 255, found \"256\";"},
-      {"ip mroute 10.0.0.0/8 eth0 1 2", "1:29: expected the end of the line, found \"2\";"},
-      {"ip mroute 10.0.0.0/8 \"eth0", "1:22: expected a closing quote;"},
-      {"ip mroute 10.0.0.0/8 \"a\\q\"", "1:24: expected \\\", \\\\ or \\xHH (not \\x00);"},
-      {"ip mroute 10.0.0.0/8 a\x01", "1:23: unexpected control byte \\x01;"},
-      {"ip mroute 10.0.0.0/8 sixteen-bytes-no",
-       "1:22: expected an interface name of 1 to 15 bytes without a slash, "
-       "found \"sixteen-bytes-no\";"},
-      {"ip mroute 232.1.0.0/16 eth0",
-       "1:11: expected the prefix of sources, found the group range 232.1.0.0/16: a "
-       "source is a unicast address;"},
-      {"ip mroute 1.0.0.0/8 e 1\nip mroute 1.0.0.0/8 e", "2:1: the same route stands in line 1;"},
-      {"x\nip mroute 1.0.0.0/8 e\ny",
-       "1:1: expected \"ip mroute\", found \"x\";3:1: expected \"ip mroute\", found \"y\";"},
+       "10.0.0.0/8"},
+      {"\nip mroute 10.0.0.0/33 e",
+       "2:11: expected a prefix A.B.C.D/LENGTH, found \"10.0.0.0/33\": the length is not 0 to 32"},
+      {"ip mroute 1.2.3.0/024 e",
+       "1:11: expected a prefix A.B.C.D/LENGTH, found \"1.2.3.0/024\": the length has a leading zero"},
+      {"ip mroute 1.0.0.0 e", "1:11: expected a prefix A.B.C.D/LENGTH, found \"1.0.0.0\": it has no /LENGTH"},
+      {"ip mroute 2001:db8::/32 e", "1:11: IPv6 is not supported yet: \"2001:db8::/32\""},
+      {net + "fe80::1%eth0", "1:22: IPv6 is not supported yet: \"fe80::1%eth0\""},
+      {net + "1.2.3.400", "1:22: expected a next hop address or an interface, found \"1.2.3.400\""},
+      {net + "eth0 0", "1:27: expected a preference from 1 to 255, found \"0\""},
+      {net + "eth0 256", "1:27: expected a preference from 1 to 255, found \"256\""},
+      {net + "eth0 1 2", "1:29: expected the end of the line, found \"2\""},
+      {net + "\"eth0", "1:22: expected a closing quote"},
+      {net + "\"a\\q\"", "1:24: expected \\\", \\\\ or \\xHH (not \\x00)"},
+      {net + "\"a\"b", "1:25: expected a blank after the quote"},
+      {net + "a\x01", "1:23: unexpected control byte \\x01"},
+      {net + "sixteen-bytes-no",
+       "1:22: expected an interface name of 1 to 15 bytes without a slash, found \"sixteen-bytes-no\""},
+      {"ip mroute 232.1.0.0/16 e",
+       "1:11: expected the prefix of sources, found \"232.1.0.0/16\": these are group addresses, and a "
+       "source "
+       "has a unicast address"},
+      {"ip mroute 127.0.0.0/8 e",
+       "1:11: expected the prefix of sources, found \"127.0.0.0/8\": these are loopback addresses, which "
+       "stay "
+       "within a host"},
+      {"ip mroute 0.0.0.0/8 e",
+       "1:11: expected the prefix of sources, found \"0.0.0.0/8\": these are no addresses of hosts"},
+      {net + "0.1.2.3",
+       "1:22: expected the address of a neighbour, found \"0.1.2.3\": it is not the address of a host"},
+      {net + "239.0.0.1",
+       "1:22: expected the address of a neighbour, found \"239.0.0.1\": it is a group address"},
+      {net + "240.0.0.1",
+       "1:22: expected the address of a neighbour, found \"240.0.0.1\": 240.0.0.0/4 is reserved"},
+      {net + "127.0.0.1",
+       "1:22: expected the address of a neighbour, found \"127.0.0.1\": it is a loopback address"},
+      {net + "255.255.255.255",
+       "1:22: expected the address of a neighbour, found \"255.255.255.255\": it is the broadcast address"},
+      {"ip mroute 1.0.0.0/8 e 1\nip mroute 1.0.0.0/8 e", "2:1: the same route stands in f:1"},
+      {"ip multicast rpf-lookup-mode urib-only\nip multicast rpf-lookup-mode urib-only",
+       "2:1: the mode stands in f:1 already"},
+      {"ip multicast rpf-lookup-mode urib",
+       "1:30: expected \"mrib-only\", \"mrib-then-urib\", \"urib-only\", \"longer-prefix\" or "
+       "\"lower-distance\", found \"urib\""},
   };
-  for (const auto& c : cases) EXPECT_EQ(errorsOf(c.text), c.error) << c.text;
+  for (const auto& c : cases) {
+    const std::string error = errorsOf(c.text);
+    EXPECT_EQ(error, error == "none" ? c.error : std::string("f:") + c.error) << c.text;
+  }
+  EXPECT_EQ(errorsOf(std::string("ip\n! a\0", 7)),
+            "f:2:4: a NUL byte: this is no text, and none of it is read");
+}
+
+TEST(Config, PrintsTwentyErrorsAndReadsNoFurtherThanTenThousand) {
+  std::string text(70, 'x');
+  text += '\n';
+  for (int i = 0; i < 16; ++i) text += text;
+  try {
+    parsed(text);
+    FAIL();
+  } catch (const host::ConfigurationError& e) {
+    const std::string what = e.what();
+    const std::string last =
+        "f:20:1: expected \"ip\" or \"include\", found \"" + std::string(64, 'x') + "...\"\n";
+    EXPECT_NE(what.find(last + "and 9980 more errors"), what.npos) << what;
+    EXPECT_EQ(e.errors().size(), host::mostConfigErrors);
+  }
+}
+
+TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
+  const auto addr = [](const char* text) { return Lumo::IpAddr(text); };
+  const host::OwnSubnet subnets[] = {{addr("10.0.1.1"), 24, "e\"0"},
+                                     {addr("10.0.0.1"), 8, "eth8"},
+                                     {addr("10.0.1.255"), 31, "tun0"},
+                                     {addr("10.9.9.9"), 32, "lo"}};
+  const auto c = parsed(
+      "ip mroute 20.0.0.0/8 10.0.1.1\nip mroute 20.0.0.0/8 10.0.1.0\nip mroute 20.0.0.0/8 10.255.255.255\n"
+      "ip mroute 20.0.0.0/8 10.0.1.254\nip mroute 20.0.0.0/8 10.9.9.9 5\nip mroute 20.0.0.0/8 10.0.1.7\n"
+      "ip mroute 20.0.0.0/8 eth8\nip mroute 20.0.0.0/8 10.0.1.255\n");
+  EXPECT_EQ(
+      host::messagesOf(host::impossibleNextHops(c, subnets)),
+      "f:1: \"ip mroute 20.0.0.0/8 10.0.1.1\": the next hop 10.0.1.1 is this router's own address on e\\\"0\n"
+      "f:2: \"ip mroute 20.0.0.0/8 10.0.1.0\": the next hop 10.0.1.0 is the network address of 10.0.1.0/24 "
+      "on "
+      "e\\\"0\n"
+      "f:3: \"ip mroute 20.0.0.0/8 10.255.255.255\": the next hop 10.255.255.255 is the broadcast address of "
+      "10.0.0.0/8 on eth8\n"
+      "f:5: \"ip mroute 20.0.0.0/8 10.9.9.9 5\": the next hop 10.9.9.9 is this router's own address on lo\n"
+      "f:8: \"ip mroute 20.0.0.0/8 10.0.1.255\": the next hop 10.0.1.255 is this router's own address on "
+      "tun0");
 }
 
 TEST(Config, WarnsOfWhatIsTakenAllTheSame) {
   host::KernelState kernel;
   kernel.links = {{2, "e\"0", true}};
   kernel.routes = {{Lumo::Prefix("10.0.0.0/24"), true, 0, "kernel", 0, {{Lumo::IpAddr(), 2}}}};
-  const auto warnings = warningsFor(parseConfig("ip mroute 10.0.0.0/24 eth9").lines, kernel);
+  const auto warnings = warningsFor(parsed("ip mroute 10.0.0.0/24 eth9").mroutes, kernel);
   ASSERT_EQ(warnings.size(), 2u);
   EXPECT_NE(warnings[0].find("10.0.0.0/24 is directly connected on e\\\"0"), std::string::npos);
   EXPECT_EQ(warnings[1], "line 1: interface eth9 does not exist: kept, not resolved");

@@ -153,7 +153,7 @@ TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
        "addr.json: element 1: \"addr_info\" 1: \"local\": expected an address, found \"x\""},
       {"mrib.conf", "ip mroute 1.0.0.0/8\n", "mrib.conf:1:20: expected a next hop"},
       {"mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n",
-       "in a circle: 1.0.0.0/8 (line 1"},
+       "mrib.conf:1, through 2.1.1.1) -> "},
   };
   for (const auto& c : cases) {
     const std::string before = [&] {
