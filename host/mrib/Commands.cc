@@ -370,7 +370,13 @@ int runInspect(const Request& request) {
   asked.json = request.json;
   if (const auto* own = dynamic_cast<const OwnReading*>(backend.get())) {
     Zan::assertionObserverIs(reportAssertion);
-    print(inspect(Zan::GenericIf(own->router().agent().engine()), "MribSm", asked));
+    try {
+      print(inspect(Zan::GenericIf(own->router().agent().engine()), "MribSm", asked));
+    } catch (const OutputError&) {
+      throw;
+    } catch (const Error& e) {
+      return report(request, usageError, e.what());
+    }
     return found;
   }
   const Json answer = backend->call(

@@ -79,7 +79,7 @@ void KernelFeed::tellLink(U32 index, mrib::Transaction& t) {
     return;
   }
   if (std::exchange(link.told, false)) t.linkDel(index);
-  if (link.standIn != 0) t.routeDel(Prefix(IpAddr::fromHost(link.standIn), 32));
+  routeStandIn(link, index, false, t);
   if (link.standIn != 0) freeStandIns_.insert(std::exchange(link.standIn, 0));
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
   link.addresses.clear();
@@ -179,8 +179,8 @@ void KernelFeed::attach(const Prefix& prefix, const std::vector<U32>& links) {
 // ---- Stand-ins ----
 
 bool KernelFeed::needsStandIn(const Link& link, U32 index) const {
-  if (!link.told || link.attached.empty()) return false;
   const IpAddr address = rpfAddressOf(link.addresses);
+  if (!link.told || (link.attached.empty() && address == IpAddr())) return false;
   if (address == IpAddr()) return true;
   for (U32 length = Prefix::maxLength; length > 0; --length) {
     const auto covering = attached_.find(Prefix(address, length));
@@ -194,23 +194,29 @@ void KernelFeed::tellStandIn(U32 index, mrib::Transaction& t) {
   if (at == links_.end()) return;
   Link& link = at->second;
   const bool needs = needsStandIn(link, index);
-  if (needs == (link.standIn != 0)) return;
-  if (needs) {
+  if (needs && link.standIn == 0) {
     const auto reused = freeStandIns_.begin();
     link.standIn = reused == freeStandIns_.end() ? ++lastStandIn_ : *reused;
     if (reused != freeStandIns_.end()) freeStandIns_.erase(reused);
+    t.address({index, Lumo::IpGenAddr(IpAddr::fromHost(link.standIn))});
   }
-  const IpAddr address = IpAddr::fromHost(link.standIn);
-  const Prefix route(address, Prefix::maxLength);
-  if (needs) {
-    const mrib::Gateway self{{}, index};
-    t.address({index, Lumo::IpGenAddr(address)});
-    t.route(route, mrib::RouteType::connected, 0, std::span(&self, 1));
-    return;
-  }
-  t.addressDel(index, Lumo::IpGenAddr(address));
-  t.routeDel(route);
+  routeStandIn(link, index, needs && !link.attached.empty(), t);
+  if (needs || link.standIn == 0) return;
+  t.addressDel(index, Lumo::IpGenAddr(IpAddr::fromHost(link.standIn)));
   freeStandIns_.insert(std::exchange(link.standIn, 0));
+}
+
+void KernelFeed::routeStandIn(Link& link, U32 index, bool isRouted, mrib::Transaction& t) {
+  if (std::exchange(link.isRouted, isRouted) == isRouted) return;
+  const Prefix route(IpAddr::fromHost(link.standIn), Prefix::maxLength);
+  const mrib::Gateway self{{}, index};
+  if (isRouted) {
+    t.route(route, mrib::RouteType::connected, 0, std::span(&self, 1));
+    ++routedStandIns_;
+  } else {
+    t.routeDel(route);
+    --routedStandIns_;
+  }
 }
 
 kernel::Mirror::Changes everythingOf(const kernel::Mirror& mirror) {

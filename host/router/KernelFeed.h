@@ -17,7 +17,8 @@ namespace host {
 /// The engine resolves an RPF by interface name as if it were an RPF by that interface's address. Where that
 /// does not lead back to the interface (it has no address, or a point-to-point one, or one that it shares
 /// with another interface), the interface gets a stand-in: an address out of 0.0.0.0/8, where no host is, and
-/// a connected route to it. So every interface with a route of its own can be named.
+/// a connected route to it while the interface has any. So every interface with a route of its own can be
+/// named, and one without never leads to another interface.
 class KernelFeed {
  public:
   explicit KernelFeed(const kernel::Mirror& mirror) : mirror_(mirror) {}
@@ -29,7 +30,7 @@ class KernelFeed {
   /// interface itself.
   bool isOwn(U32 link, Lumo::IpAddr address) const;
   /// How many routes to stand-ins there are.
-  std::size_t standIns() const { return lastStandIn_ - freeStandIns_.size(); }
+  std::size_t standIns() const { return routedStandIns_; }
   /// Whether a route is one to a stand-in, which concerns nobody else.
   static bool isStandIn(const Lumo::Prefix& prefix) {
     return prefix.length() == 32 && isStandIn(prefix.address());
@@ -47,7 +48,8 @@ class KernelFeed {
     bool told = false;                       // the agent knows it
     std::map<Lumo::IpAddr, bool> addresses;  // as told, and whether each is secondary
     std::set<Lumo::Prefix> attached;
-    U32 standIn = 0;
+    U32 standIn = 0;        // the address, or 0
+    bool isRouted = false;  // and there is a route to it
   };
   struct PrefixHash {
     std::size_t operator()(const Lumo::Prefix& p) const { return p.hash(); }
@@ -60,6 +62,7 @@ class KernelFeed {
   void tellRoute(const Lumo::Prefix& prefix, mrib::Transaction& t);
   void attach(const Lumo::Prefix& prefix, const std::vector<U32>& links);
   void tellStandIn(U32 index, mrib::Transaction& t);
+  void routeStandIn(Link& link, U32 index, bool isRouted, mrib::Transaction& t);
   bool needsStandIn(const Link& link, U32 index) const;
   void learnAlternativeNames();
 
@@ -73,6 +76,7 @@ class KernelFeed {
   std::set<U32> doubtful_;                               // links that may need a stand-in, or no longer
   std::set<U32> freeStandIns_;
   U32 lastStandIn_ = 0;
+  std::size_t routedStandIns_ = 0;
 };
 
 /// All that a mirror knows, as if it had just changed.

@@ -50,6 +50,13 @@ std::string_view nameOf(mrib::Reason reason) {
   return names[static_cast<std::size_t>(reason)];
 }
 
+/// An interface without a route of its own has a stand-in that nobody needs to know of.
+std::string whyOf(const mrib::Unresolved& u) {
+  if (!KernelFeed::isStandIn(u.address) || u.reason == mrib::Reason::waiting) return u.text();
+  const std::string why = "the interface has no connected route";
+  return u.linkIsDown ? why + "; it is down" : why;
+}
+
 }  // namespace
 
 Json ofRoute(const Router& router, const mrib::Route& route) {
@@ -80,7 +87,7 @@ Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u)
   json["preference"] = u.mroute.preference;
   json["place"] = configuration.placeOf(u.mroute.origin);
   json["reason"] = nameOf(u.reason);
-  json["why"] = u.text();
+  json["why"] = whyOf(u);
   return json;
 }
 

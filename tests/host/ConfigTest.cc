@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "ConfigCheck.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "Escape.h"
@@ -145,19 +144,11 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
       "tun0");
 }
 
-TEST(Config, WarnsOfWhatIsTakenAllTheSame) {
-  host::KernelState kernel;
-  kernel.links = {{2, "e\"0", true}};
-  kernel.routes = {{Lumo::Prefix("10.0.0.0/24"), true, 0, "kernel", 0, {{Lumo::IpAddr(), 2}}}};
-  const auto warnings = warningsFor(parsed("ip mroute 10.0.0.0/24 eth9").mroutes, kernel);
-  ASSERT_EQ(warnings.size(), 2u);
-  EXPECT_NE(warnings[0].find("10.0.0.0/24 is directly connected on e\\\"0"), std::string::npos);
-  EXPECT_EQ(warnings[1], "line 1: interface eth9 does not exist: kept, not resolved");
-}
-
 TEST(Escape, LeavesNothingThatATerminalOrJsonCouldTakeForACommand) {
-  EXPECT_EQ(host::escaped("a\"b\\c\x1b[0m\n\x7f\xff\xc3\xa9\xe2\x82\xac\xc0\x80\xed\xa0\x80\xc2\x9b"),
-            "a\\\"b\\\\c\\x1B[0m\\x0A\\x7F\\xFF\xc3\xa9\xe2\x82\xac\\xC0\\x80\\xED\\xA0\\x80\\xC2\\x9B");
+  EXPECT_EQ(
+      host::escaped("a\"b\\c\x1b[0m\n\x7f\xff\xc3\xa9\xe2\x82\xac\xc0\x80\xed\xa0\x80\xc2\x9b\xe2\x80\xae"),
+      "a\\\"b\\\\c\\x1B["
+      "0m\\x0A\\x7F\\xFF\xc3\xa9\xe2\x82\xac\\xC0\\x80\\xED\\xA0\\x80\\xC2\\x9B\\xE2\\x80\\xAE");
 }
 
 }  // namespace

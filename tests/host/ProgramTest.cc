@@ -63,7 +63,7 @@ TEST_F(ProgramTest, ShowsTheMribAsJson) {
   const Result r =
       run("-j --from " + dir.string() + " -c " + (dir / "mrib.conf").string() + " 2>/dev/null #");
   const auto document = nlohmann::ordered_json::parse(r.out);
-  EXPECT_EQ(document["schemaVersion"], 1);
+  EXPECT_EQ(document["schemaVersion"], 2);
   EXPECT_EQ(
       document["routes"].dump(),
       R"([{"prefix":"10.0.1.0/24","type":"connected","preference":0,"vias":[{"nextHop":null,"interface":"e\"\\\u0007"}]},)"
@@ -73,6 +73,8 @@ TEST_F(ProgramTest, ShowsTheMribAsJson) {
   EXPECT_EQ(document["unresolved"][0]["why"], "there is no such interface");
   EXPECT_EQ(document["unresolved"][1]["why"], "no MRIB route leads to 99.1.1.1");
   EXPECT_EQ(document["warnings"].size(), 1u);
+  EXPECT_NE(document["warnings"][0].get<std::string>().find("interface eth7 does not exist"),
+            std::string::npos);
 }
 
 TEST_F(ProgramTest, AnswersRpfInTheLookOfARouter) {
@@ -87,8 +89,39 @@ TEST_F(ProgramTest, AnswersRpfInTheLookOfARouter) {
             std::string::npos);
 }
 
+TEST_F(ProgramTest, LookupModesSayWhichTableAnswers) {
+  const struct {
+    const char* mode;
+    const char* answers;  // for 172.16.1.1, which both know, for 20.1.1.1 and for 8.8.8.8
+  } cases[] = {{"mrib-only", "mrib 172.0.0.0/8, mrib 20.0.0.0/8, - -, "},
+               {"mrib-then-urib", "mrib 172.0.0.0/8, mrib 20.0.0.0/8, unicast 0.0.0.0/0, "},
+               {"urib-only", "unicast 172.16.0.0/16, unicast 0.0.0.0/0, unicast 0.0.0.0/0, "},
+               {"longer-prefix", "unicast 172.16.0.0/16, mrib 20.0.0.0/8, unicast 0.0.0.0/0, "},
+               {"lower-distance", "unicast 172.16.0.0/16, mrib 20.0.0.0/8, unicast 0.0.0.0/0, "}};
+  for (const auto& c : cases) {
+    write("mrib.conf",
+          "ip mroute 172.0.0.0/8 10.0.1.7 150\nip mroute 20.0.0.0/8 10.0.1.7\n"
+          "ip multicast rpf-lookup-mode " +
+              std::string(c.mode) + "\n");
+    const auto document = nlohmann::json::parse(runFiles("-j rpf 172.16.1.1 20.1.1.1 8.8.8.8").out);
+    std::string answers;
+    for (const auto& answer : document["answers"]) {
+      const auto& route = answer["route"];
+      answers +=
+          (route.is_null() ? "- -"
+                           : answer["table"].get<std::string>() + ' ' + route["prefix"].get<std::string>()) +
+          ", ";
+    }
+    EXPECT_EQ(answers, c.answers) << c.mode;
+  }
+}
+
 TEST_F(ProgramTest, ExitCodesTellTheOutcome) {
-  EXPECT_EQ(runFiles("rpf 99.1.1.1").code, 3);
+  EXPECT_EQ(runFiles("rpf 10.9.1.1").code, 3);
+  EXPECT_EQ(runFiles("rpf 30.1.1.1 10.9.1.1").code, 3);
+  EXPECT_EQ(runFiles("rpf 30.1.1.1 inspect").code, 1);
+  EXPECT_EQ(runFiles("r").code, 1);
+  EXPECT_EQ(runFiles("rp 30.1.1.1 >/dev/full").code, 2);
   EXPECT_EQ(runFiles("rpf 239.1.1.1").code, 1);
   EXPECT_EQ(runFiles("rpf nonsense").code, 1);
   EXPECT_EQ(runFiles("--trace 10").code, 1);
