@@ -59,6 +59,7 @@ void KernelFeed::rename(U32 index, const std::string& name, std::set<U32>& conce
   if (!link.name.empty()) {
     std::set<U32>& holders = byName_[link.name];
     holders.erase(index);
+    departed_[index] = link.name;
     concerned.insert(holders.begin(), holders.end());
     if (holders.empty()) byName_.erase(link.name);
   }
@@ -95,6 +96,13 @@ void KernelFeed::learnAlternativeNames() {
   if (alternatives == alternatives_) return;
   alternatives_ = std::move(alternatives);
   ++nameChanges_;
+}
+
+const std::string* KernelFeed::nameOf(U32 link) const {
+  const auto at = links_.find(link);
+  if (at != links_.end() && !at->second.name.empty()) return &at->second.name;
+  const auto gone = departed_.find(link);
+  return gone == departed_.end() ? nullptr : &gone->second;
 }
 
 const std::string& KernelFeed::agentName(const std::string& name) const {

@@ -39,6 +39,9 @@ class KernelFeed {
   /// The name under which the agent knows the link that has a name or an alternative name; otherwise the
   /// name itself.
   const std::string& agentName(const std::string& name) const;
+  /// The name of a link, also of one that went since the last `forgetDeparted`; null when there is none.
+  const std::string* nameOf(U32 link) const;
+  void forgetDeparted() { departed_.clear(); }
   /// Counts changes of what `agentName` may say.
   U64 nameChanges() const { return nameChanges_; }
 
@@ -68,6 +71,7 @@ class KernelFeed {
 
   const kernel::Mirror& mirror_;
   std::map<U32, Link> links_;
+  std::map<U32, std::string> departed_;
   std::map<std::string, std::set<U32>> byName_;
   std::map<std::string, std::string> alternatives_;
   U64 nameChanges_ = 0;

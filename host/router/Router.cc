@@ -91,6 +91,7 @@ void Router::commit(Nanos now) {
   unicastChanged_ = false;
   ready_ = true;
   committed(result, now);
+  feed_.forgetDeparted();
 }
 
 void Router::committed(const mrib::CommitResult& result, Nanos now) {

@@ -17,10 +17,9 @@ Json interfaceName(const std::string* name) {
 Json viasOf(const Router& router, const mrib::Route& route) {
   Json vias = Json::array();
   for (const mrib::NextHop& hop : route.nextHops) {
-    const mrib::Link* link = router.agent().link(hop.link);
     Json via;
     via["nextHop"] = router.isAttached(hop) ? Json() : Json(hop.address.stringValue());
-    via["interface"] = interfaceName(link ? &link->name : nullptr);
+    via["interface"] = interfaceName(router.feed().nameOf(hop.link));
     vias.push_back(std::move(via));
   }
   return vias;
