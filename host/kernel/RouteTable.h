@@ -6,6 +6,7 @@
 #include "Answer.h"
 #include "Interned.h"
 #include "PrefixIndex.h"
+#include "Segmented.h"
 #include "Topology.h"
 
 namespace host::kernel {
@@ -57,7 +58,8 @@ class RouteTable {
   /// Calls `each(const Route&)` for every route, in no order but that of the routes of one prefix.
   template <class F>
   void forEach(F each) const {
-    for (const Node& node : nodes_) {
+    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+      const Node& node = nodes_[i];
       for (U32 at = node.first; at != none; at = records_[at].next) {
         if (!records_[at].own) each(routeOf(node, records_[at]));
       }
@@ -66,7 +68,8 @@ class RouteTable {
   /// Calls `each(prefix, answer)` for every prefix that has an answer.
   template <class F>
   void forEachAnswer(F each) const {
-    for (const Node& node : nodes_) {
+    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+      const Node& node = nodes_[i];
       if (node.answer != 0) each(node.prefix, answers_[node.answer]);
     }
   }
@@ -145,8 +148,8 @@ class RouteTable {
   bool meaning(const Record& record, Answer& answer) const;
 
   const Topology& topology_;
-  std::vector<Node> nodes_;
-  std::vector<Record> records_;
+  Segmented<Node> nodes_;
+  Segmented<Record> records_;
   List freeNodes_;
   List freeRecords_;
   PrefixIndex index_;
