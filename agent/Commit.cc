@@ -125,7 +125,11 @@ std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Mroutes::Node* nod
   offers_.clear();
   if (!node) return offers_;
   for (const Line& line : node->lines) {
-    if (const auto rpf = rpfOf(config, line)) offers_.push_back({*rpf, line.preference});
+    const auto rpf = rpfOf(config, line);
+    if (!rpf) continue;
+    EngineRun::Offer& offer = offers_.emplace_back();
+    offer.rpf = *rpf;
+    offer.preference = line.preference;
   }
   return offers_;
 }
@@ -223,7 +227,9 @@ void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, st
     copy(*now, after);
     if (*before != after) changes.push_back({std::exchange(*before, after), after});
   } else if (before) {
-    changes.push_back({std::move(*before), {prefix}});
+    Change& lost = changes.emplace_back();
+    lost.before = std::move(*before);
+    lost.after.prefix = prefix;
     published.erase(*before);
   }
 }
