@@ -31,16 +31,17 @@ U64 Agent::generation() const {
 }
 
 const Route* Agent::rpf(Lumo::IpAddr source) const {
-  const Lumo::IpGenPrefix match = impl_->run->longestMatch(source);
-  return match.empty() ? nullptr : impl_->published.find(match.v4Prefix());
+  impl_->published.prefetchMatch(source);
+  const int length = impl_->run->trie().matchLength(source);
+  return length < 0 ? nullptr : impl_->published.find({source, static_cast<U32>(length)});
 }
 
 const Route* Agent::route(const Lumo::Prefix& prefix) const {
   return impl_->published.find(prefix);
 }
 
-std::span<const Route> Agent::routes() const {
-  return impl_->published.values();
+Routes Agent::routes() const {
+  return impl_->published.all();
 }
 
 const Link* Agent::link(U32 index) const {

@@ -152,7 +152,7 @@ int mrib_route_get(const mrib_agent* agent, const mrib_prefix* prefix, mrib_rout
 int mrib_route_at(const mrib_agent* agent, uint32_t i, mrib_route* route) {
   return with(__func__, agent, [&](const char* function) {
     if (const int code = checkSized(function, "route", route); code != MRIB_OK) return code;
-    const std::span<const mrib::Route> all = agent->agent.routes();
+    const mrib::Routes all = agent->agent.routes();
     return mrib::answer(i < all.size() ? &all[i] : nullptr, route);
   });
 }

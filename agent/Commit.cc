@@ -20,6 +20,18 @@ CommitResult refused(std::vector<Refusal> refusals, std::size_t count, U64 gener
   return result;
 }
 
+/// Makes a route without next hops what is published of one of the engine.
+void copy(const EngineRoute& from, Route& into) {
+  into.type = from.routeType();
+  into.preference = from.preference();
+  const auto& vias = from.viaList();
+  for (U32 i = 0; i < vias.size(); ++i) {
+    const auto& intf = vias[i].intfStatus;
+    into.nextHops.push_back({vias[i].hop, intf ? intf->intfId().value() : 0});
+  }
+  if (vias.size() > 1) std::sort(into.nextHops.begin(), into.nextHops.end());
+}
+
 bool isConnected(const Unicast::Move& move) {
   return !move.op || (move.op->present && move.op->type == RouteType::connected);
 }
@@ -118,7 +130,11 @@ std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Mroutes::Node* nod
   offers_.clear();
   if (!node) return offers_;
   for (const Line& line : node->lines) {
-    if (const auto rpf = rpfOf(config, line)) offers_.push_back({*rpf, line.preference});
+    const auto rpf = rpfOf(config, line);
+    if (!rpf) continue;
+    EngineRun::Offer& offer = offers_.emplace_back();
+    offer.rpf = *rpf;
+    offer.preference = line.preference;
   }
   return offers_;
 }
@@ -182,8 +198,9 @@ void Agent::Impl::publishTouched(std::vector<Change>& changes) {
 }
 
 void Agent::Impl::publishAll(std::vector<Change>& changes) {
-  published.reserve(run->status().routeCount());
-  if (published.size() == 0) changes.reserve(run->status().routeCount());
+  const U32 count = run->status().routeCount();
+  changes.reserve(std::max(count, published.size()) - std::min(count, published.size()));
+  published.reserve(count);
   constexpr int lead = 8;
   auto ahead = run->status().routeIterator();
   for (int i = 0; i < lead; ++i) ++ahead;
@@ -194,9 +211,9 @@ void Agent::Impl::publishAll(std::vector<Change>& changes) {
     }
     publish(route->prefix(), route.get(), changes);
   }
-  if (published.size() == run->status().routeCount()) return;
+  if (published.size() == count) return;
   std::vector<Lumo::Prefix> gone;
-  for (const Route& route : published.values()) {
+  for (const Route& route : published.all()) {
     if (!run->status().route(route.prefix)) gone.push_back(route.prefix);
   }
   for (const Lumo::Prefix& prefix : gone) publish(prefix, nullptr, changes);
@@ -204,24 +221,21 @@ void Agent::Impl::publishAll(std::vector<Change>& changes) {
 
 /// Publishes what the engine has under a prefix now, if it is something else than before.
 void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, std::vector<Change>& changes) {
-  Route after{prefix};
-  if (now) {
-    after.type = now->routeType();
-    after.preference = now->preference();
-    const auto& vias = now->viaList();
-    for (U32 i = 0; i < vias.size(); ++i) {
-      after.nextHops.push_back({vias[i].hop, vias[i].intfStatus ? vias[i].intfStatus->intfId().value() : 0});
-    }
-    if (vias.size() > 1) std::sort(after.nextHops.begin(), after.nextHops.end());
-  }
-  Route* place = now ? published.findOrInsert(prefix).first : published.find(prefix);
-  if (!place || *place == after) return;
-  place->prefix = prefix;  // that of one that is new
-  changes.push_back({*place, after});
-  if (now) {
-    *place = std::move(after);
-  } else {
-    published.erase(*place);
+  Route* before = published.find(prefix);
+  if (now && !before) {
+    Change& added = changes.emplace_back();
+    added.before.prefix = added.after.prefix = prefix;
+    copy(*now, added.after);
+    copy(*now, published.insert(prefix));  // not of that one, whose bytes are on their way to memory
+  } else if (now) {
+    Route after{prefix};
+    copy(*now, after);
+    if (*before != after) changes.push_back({std::exchange(*before, after), after});
+  } else if (before) {
+    Change& lost = changes.emplace_back();
+    lost.before = std::move(*before);
+    lost.after.prefix = prefix;
+    published.erase(*before);
   }
 }
 

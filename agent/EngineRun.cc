@@ -33,7 +33,7 @@ class EngineRun::Twin {
  public:
   Twin(const Status& status, const Lumo::Prefix& prefix, std::span<const Offer> offers)
       : status_(status), prefix_(prefix) {
-    EngineRoute* route = status.route(prefix);
+    EngineRoute* route = status.routeCount() > 0 ? status.route(prefix) : nullptr;  // before a start: none
     exists_ = route != nullptr;
     const auto same = [&](const Offer& offer) { return offer.preference == route->preference(); };
     if (!exists_ || std::none_of(offers.begin(), offers.end(), same)) return;

@@ -28,6 +28,7 @@ std::vector<U32> orderByRpf(std::span<const Transaction::MrouteOp> ops) {
   for (U32 shift = 0; shift < 32; shift += digitBits) {
     std::array<U32, digits + 1> first{};
     for (const Entry& e : entries) ++first[(e.rpf >> shift) % digits + 1];
+    if (first[(entries[0].rpf >> shift) % digits + 1] == entries.size()) continue;  // all are alike there
     std::partial_sum(first.begin(), first.end(), first.begin());
     for (const Entry& e : entries) next[first[(e.rpf >> shift) % digits]++] = e;
     entries.swap(next);

@@ -329,8 +329,8 @@ struct mrib_route {
   uint32_t reserved2;              /* 0 */
 };
 
-/* The route for packets from `source`, or MRIB_NOT_FOUND. A look-up in a trie and one in a hash table;
- * allocates nothing. */
+/* The route for packets from `source`, or MRIB_NOT_FOUND. A look-up in a trie, and one line of memory behind
+ * it; allocates nothing. */
 MRIB_API int mrib_rpf(const struct mrib_agent* agent, const struct mrib_ip* source, struct mrib_route* route);
 /* The route of this very prefix, or MRIB_NOT_FOUND. Allocates nothing. */
 MRIB_API int mrib_route_get(const struct mrib_agent* agent, const struct mrib_prefix* prefix,

@@ -4,6 +4,7 @@
 
 #include "inside/EngineRun.h"
 #include "inside/Mroutes.h"
+#include "inside/RouteTable.h"
 #include "mrib/Agent.h"
 
 namespace mrib {
@@ -26,7 +27,7 @@ class Agent::Impl {
   Unicast unicast;
   Mroutes config;
   std::unique_ptr<EngineRun> run;
-  PrefixTable<Route> published;
+  RouteTable published;
   U64 generation = 0;
   U64 healed = 0;
   bool mayDiffer = false;

@@ -119,12 +119,12 @@ class ZAN_EXPORT Agent {
   U64 generation() const;
 
   /// The MRIB route for packets from `source`, or null. Valid until the next commit or settling, as are all
-  /// routes below. A look-up in the trie and one in a hash table; allocates nothing.
+  /// routes below. A look-up in the trie, and one line of memory more; allocates nothing.
   const Route* rpf(Lumo::IpAddr source) const;
   /// The route of this very prefix, or null.
   const Route* route(const Lumo::Prefix& prefix) const;
   /// All routes of the MRIB, in no order.
-  std::span<const Route> routes() const;
+  Routes routes() const;
 
   /// The link with this index, or null.
   const Link* link(U32 index) const;

@@ -26,7 +26,16 @@ class Few {
     }
   }
   Few(Few&& other) noexcept : one_{} { swap(other); }
-  Few& operator=(Few other) noexcept {
+  Few& operator=(const Few& other) {
+    if (isInline() && other.isInline()) {
+      size_ = other.size_;
+      one_ = other.one_;
+    } else if (this != &other) {
+      assign(other.begin(), other.end());
+    }
+    return *this;
+  }
+  Few& operator=(Few&& other) noexcept {
     swap(other);
     return *this;
   }
@@ -44,7 +53,7 @@ class Few {
 
   void push_back(const T& value) {
     const T added = value;  // which may be an element
-    if (size_ == capacity_) grow(capacity_ * 2);
+    if (size_ == room()) grow(size_ * 2);
     begin()[size_++] = added;
   }
   void insert(const T* at, const T& value) {
@@ -60,7 +69,7 @@ class Few {
   void assign(const T* first, const T* last) {
     clear();
     const auto count = static_cast<U32>(last - first);
-    if (count > capacity_) grow(count);
+    if (count > room()) grow(count);
     std::copy(first, last, begin());
     size_ = count;
   }
@@ -69,7 +78,8 @@ class Few {
   }
 
  private:
-  bool isInline() const { return capacity_ == 1; }
+  bool isInline() const { return capacity_ == 0; }
+  U32 room() const { return isInline() ? 1 : capacity_; }
   void swap(Few& other) noexcept {
     static_assert(sizeof(T) >= sizeof(T*) || alignof(T*) > 0);
     unsigned char kept[sizeof(Few)];
@@ -86,7 +96,7 @@ class Few {
   }
 
   U32 size_ = 0;
-  U32 capacity_ = 1;
+  U32 capacity_ = 0;  // of those on the heap
   union {
     T one_;
     T* many_;

@@ -101,6 +101,36 @@ struct Route {
   friend bool operator==(const Route&, const Route&) = default;
 };
 
+/// Some routes in memory, in no order.
+class Routes {
+ public:
+  class Iterator {
+   public:
+    Iterator(const Route* first, const U32* at) : first_(first), at_(at) {}
+    const Route& operator*() const { return first_[*at_]; }
+    Iterator& operator++() {
+      ++at_;
+      return *this;
+    }
+    friend bool operator==(const Iterator&, const Iterator&) = default;
+
+   private:
+    const Route* first_;
+    const U32* at_;
+  };
+
+  /// Those of `places` behind `first`.
+  Routes(const Route* first, std::span<const U32> places) : first_(first), places_(places) {}
+  std::size_t size() const { return places_.size(); }
+  const Route& operator[](std::size_t i) const { return first_[places_[i]]; }
+  Iterator begin() const { return {first_, places_.data()}; }
+  Iterator end() const { return {first_, places_.data() + places_.size()}; }
+
+ private:
+  const Route* first_;
+  std::span<const U32> places_;
+};
+
 /// What a prefix of the MRIB was and is. A side that is not there has type `unknown`.
 struct Change {
   Route before;

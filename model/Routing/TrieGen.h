@@ -21,6 +21,10 @@ class ZAN_EXPORT TrieGen : public Zan::NamedEntity {
   Lumo::AddressFamily af() const { return af_; }
   /// The longest stored prefix that covers `prefix` (itself included), or the empty prefix.
   Lumo::IpGenPrefix longestMatch(const Lumo::IpGenPrefix& prefix) const;
+  /// The length of the longest stored prefix that covers an IPv4 address, or `PrefixTrie::noMatch`.
+  int matchLength(Lumo::IpAddr address) const {
+    return trie4_.longestMatch({U64{address.host()} << 32, 0}, Lumo::Prefix::maxLength);
+  }
   /// Whether `prefix` is stored.
   bool route(const Lumo::IpGenPrefix& prefix) const;
   /// Inserts a prefix; one that is stored already changes nothing and tells nobody. The empty prefix is
