@@ -46,7 +46,7 @@ class ConfigFilesTest : public testing::Test {
     }
     const std::string folder = dir.string();
     for (std::size_t i = 0; (i = result.find(folder, i)) != result.npos;)
-      result.replace(i, folder.size(), "D");
+      result.replace(i, folder.size(), 1, 'D');
     return result;
   }
 
