@@ -124,6 +124,8 @@ class Reader {
 
   void include(const Statement& statement) {
     const U32 column = statement.column;
+    if (++includes_ > mostConfigFiles)
+      throw Fault{column, "too many: a configuration includes at most 1000 times"};
     if (open_.size() == deepestInclude) throw Fault{column, "includes are nested more than 16 deep"};
     const fs::path target = fs::path(path()).parent_path() / statement.path;
     std::error_code none;
@@ -172,6 +174,7 @@ class Reader {
   MrouteIndex index_{config_.mroutes};
   U64 modeOrigin_ = 0;
   std::size_t bytes_ = 0;
+  std::size_t includes_ = 0;
   std::vector<Open> open_;    // each includes the next
   std::vector<Known> known_;  // all that were read, by number
   std::vector<ConfigError> errors_;

@@ -16,7 +16,7 @@ constexpr std::size_t deepestInclude = 16;
 constexpr std::size_t mostConfigErrors = 10000;
 
 /// Reads a file and what it includes. Never waits. Throws ConfigurationError with all that is wrong.
-/// Costs a quarter of a microsecond a line.
+/// Costs 0.2 us a line, at a million 0.5 us.
 Configuration readConfiguration(const std::string& path);
 
 /// The same with the text of the first file; `path` names it, and is what includes are relative to.

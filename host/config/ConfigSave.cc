@@ -92,11 +92,8 @@ class Replacement {
   bool done_ = false;
 };
 
-void syncFolder(const fs::path& folder) {
-  const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Some file systems have nothing to do for a folder.
-  if (opened.fd() < 0 || (fsync(opened.fd()) != 0 && errno != EINVAL))
-    fail(folder, "write the folder to the disk");
+fs::path folderOf(const fs::path& path) {
+  return path.has_parent_path() ? path.parent_path() : ".";
 }
 
 }  // namespace
@@ -108,11 +105,14 @@ void save(const std::string& path, const std::string& text) {
   if (!exists && errno != ENOENT) fail(target, "look at the old one");
   if (exists && !S_ISREG(status.st_mode))
     throw Error(escaped(path) + ": can't save it: it is not a regular file");
+  const Descriptor folder(open(folderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder.fd() < 0) fail(target, "open its folder");
   Replacement replacement(target);
   replacement.take(exists ? &status : nullptr);
   replacement.write(text);
   replacement.replace();
-  syncFolder(target.parent_path());
+  // Some file systems have nothing to do for a folder.
+  if (fsync(folder.fd()) != 0 && errno != EINVAL) fail(target, "write its folder to the disk");
 }
 
 }  // namespace host

@@ -125,12 +125,12 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
   const auto addr = [](const char* text) { return Lumo::IpAddr(text); };
   const host::OwnSubnet subnets[] = {{addr("10.0.1.1"), 24, "e\"0"},
                                      {addr("10.0.0.1"), 8, "eth8"},
-                                     {addr("10.0.1.255"), 31, "tun0"},
+                                     {addr("10.0.1.254"), 31, "tun0"},
                                      {addr("10.9.9.9"), 32, "lo"}};
   const auto c = parsed(
       "ip mroute 20.0.0.0/8 10.0.1.1\nip mroute 20.0.0.0/8 10.0.1.0\nip mroute 20.0.0.0/8 10.255.255.255\n"
-      "ip mroute 20.0.0.0/8 10.0.1.254\nip mroute 20.0.0.0/8 10.9.9.9 5\nip mroute 20.0.0.0/8 10.0.1.7\n"
-      "ip mroute 20.0.0.0/8 eth8\nip mroute 20.0.0.0/8 10.0.1.255\n");
+      "ip mroute 20.0.0.0/8 10.0.1.255\nip mroute 20.0.0.0/8 10.9.9.9 5\nip mroute 20.0.0.0/8 10.0.1.7\n"
+      "ip mroute 20.0.0.0/8 eth8\nip mroute 20.0.0.0/8 10.0.1.254\n");
   EXPECT_EQ(
       host::messagesOf(host::impossibleNextHops(c, subnets)),
       "f:1: \"ip mroute 20.0.0.0/8 10.0.1.1\": the next hop 10.0.1.1 is this router's own address on e\\\"0\n"
@@ -140,7 +140,7 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
       "f:3: \"ip mroute 20.0.0.0/8 10.255.255.255\": the next hop 10.255.255.255 is the broadcast address of "
       "10.0.0.0/8 on eth8\n"
       "f:5: \"ip mroute 20.0.0.0/8 10.9.9.9 5\": the next hop 10.9.9.9 is this router's own address on lo\n"
-      "f:8: \"ip mroute 20.0.0.0/8 10.0.1.255\": the next hop 10.0.1.255 is this router's own address on "
+      "f:8: \"ip mroute 20.0.0.0/8 10.0.1.254\": the next hop 10.0.1.254 is this router's own address on "
       "tun0");
 }
 
