@@ -225,6 +225,9 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
   const bool longer = call.parameters.flag("longer");
   const auto type = call.parameters.text("type");
   call.parameters.done();
+  if (type && *type != "connected" && *type != "static") {
+    throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", "type"}});
+  }
   std::optional<IpGenPrefix> prefix;
   if (prefixText) prefix = prefixOf(*prefixText);
   const mrib::Route* match = nullptr;
