@@ -58,6 +58,8 @@ IpGenPrefix prefixOf(const std::string& text) {
     prefix = IpGenPrefix(std::string_view(text));
   } catch (const Zan::RangeException& e) {
     why = e.what();
+    const std::string name = '"' + text + "\" ";
+    if (why.starts_with(name)) why.replace(0, name.size(), "it ");
   }
   if (prefix.empty())
     throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", jsonText(why)}});
