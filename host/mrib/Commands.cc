@@ -342,10 +342,12 @@ int checkConfig(const Request& request) {
   }
   std::string out =
       fmt::format("{}: valid, {} configured routes\n", escaped(file), change.after.mroutes.size());
-  if (options.configuration) out += "Against the running configuration:\n";
-  if (!options.configuration) answer["difference"]["added"] = Json::array();
-  if (!options.configuration) answer["difference"]["lookupMode"] = nullptr;
-  print(out + text::ofDifference(answer["difference"]));
+  if (options.configuration) {
+    out += "Against the running configuration:\n" + text::ofDifference(answer["difference"]);
+  } else {
+    out += text::ofConsequences(answer["difference"]);
+  }
+  print(out);
   return found;
 }
 
@@ -364,19 +366,22 @@ void reportAssertion(const Zan::AssertionFailure& failure) {
   std::_Exit(usageError);
 }
 
+/// The objects of this process. Wrong names are answered as a daemon answers them.
+std::string inspectOwn(const Router& router, const InspectRequest& request) {
+  Zan::assertionObserverIs(reportAssertion);
+  try {
+    return inspect(Zan::GenericIf(router.agent().engine()), "MribSm", request);
+  } catch (const Error& e) {
+    throw control::RemoteError("org.mrib.NotFound", {{"why", jsonText(e.what())}});
+  }
+}
+
 int runInspect(const Request& request) {
   const auto backend = backendFor(request);
   InspectRequest asked = request.inspect;
   asked.json = request.json;
   if (const auto* own = dynamic_cast<const OwnReading*>(backend.get())) {
-    Zan::assertionObserverIs(reportAssertion);
-    try {
-      print(inspect(Zan::GenericIf(own->router().agent().engine()), "MribSm", asked));
-    } catch (const OutputError&) {
-      throw;
-    } catch (const Error& e) {
-      return report(request, usageError, e.what());
-    }
+    print(inspectOwn(own->router(), asked));
     return found;
   }
   const Json answer = backend->call(

@@ -66,6 +66,7 @@ std::string tableOf(const std::vector<Row>& rows) {
 }  // namespace
 
 std::string ofRoutes(const Json& routes) {
+  if (routes.empty()) return "no route\n";
   const bool unicast =
       std::any_of(routes.begin(), routes.end(), [](const Json& r) { return r.contains("protocol"); });
   std::vector<Row> rows{{"Prefix", "Type", "Pref", unicast ? "Protocol" : "", unicast ? "Metric" : "",
@@ -185,6 +186,11 @@ std::string ofDifference(const Json& difference) {
                         textOf(mode.at("before")));
   }
   if (text.empty()) text = "no difference\n";
+  return text + ofConsequences(difference);
+}
+
+std::string ofConsequences(const Json& difference) {
+  std::string text;
   if (!difference.at("unresolved").empty())
     text += "Not resolved:\n" + ofUnresolved(difference["unresolved"]);
   for (const Json& warning : difference.at("warnings"))

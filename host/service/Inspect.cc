@@ -3,10 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <numeric>
-#include <set>
 
+#include "Description.h"
 #include "Error.h"
 #include "Escape.h"
 
@@ -15,13 +14,11 @@ namespace host {
 namespace {
 
 using nlohmann::ordered_json;
-using Zan::AttributeOp;
 using Zan::AttributeRow;
 using Zan::GenericIf;
-using Zan::TypeEntry;
 using Zan::Value;
 
-constexpr int schemaVersion = 1;
+constexpr int schemaVersion = 2;
 
 /// Escaped, but for the quotes that our own texts put around names.
 std::string shown(std::string_view text) {
@@ -54,17 +51,6 @@ std::string didYouMean(std::string_view wrong, const std::vector<std::string_vie
                                                           : "";
 }
 
-std::vector<const AttributeRow*> rowsOf(const GenericIf& object) {
-  std::vector<const AttributeRow*> rows;
-  for (const TypeEntry* type = object.type(); type; type = type->base) {
-    for (const AttributeRow& row : type->table->rows) {
-      const bool known = std::any_of(rows.begin(), rows.end(), [&](auto* r) { return r->name == row.name; });
-      if (!known) rows.push_back(&row);
-    }
-  }
-  return rows;
-}
-
 /// Runs `action` and turns what reflection throws into an error with the nearest right name.
 template <class Action>
 auto orError(const GenericIf& object, const std::string& what, Action action) {
@@ -77,11 +63,11 @@ auto orError(const GenericIf& object, const std::string& what, Action action) {
     return action();
   } catch (const Zan::UnknownAttributeException& e) {
     std::vector<std::string_view> names;
-    for (const AttributeRow* row : rowsOf(object)) names.push_back(row->name);
+    for (const AttributeRow* row : description::rowsOf(object)) names.push_back(row->name);
     throw fail(e, e.subject(), names);
   } catch (const Zan::UnknownArgumentException& e) {
     std::vector<std::string_view> names;
-    for (const AttributeRow* row : rowsOf(object)) {
+    for (const AttributeRow* row : description::rowsOf(object)) {
       if (!what.starts_with(row->name)) continue;
       for (const Zan::Form& form : row->forms) {
         for (const Zan::ArgumentRow& argument : form.arguments) names.push_back(argument.name);
@@ -111,47 +97,56 @@ std::vector<std::string> partsOf(const std::string& path) {
   return parts;
 }
 
-/// What a path leads to: an object, or a collection of one.
+/// What a path leads to: an object, or a collection or a plain value of one.
 struct Place {
   GenericIf object;
   const AttributeRow* collection = nullptr;
+  std::optional<Value> value{};
   std::string path;
 };
 
 const AttributeRow& rowOf(const GenericIf& object, std::string_view name) {
   const Zan::AttributeId id = object.attributeId(name);
-  for (const AttributeRow* row : rowsOf(object)) {
+  for (const AttributeRow* row : description::rowsOf(object)) {
     if (row->id == id) return *row;
   }
   throw Zan::UnknownAttributeException(object.type()->table->name, name);
 }
 
-void step(Place& place, const std::string& part) {
+/// What an attribute is, or its member with the key in brackets.
+Value read(const GenericIf& object, const std::string& part, const std::string& path) {
+  const std::size_t bracket = part.find('[');
+  if (bracket == part.npos) return object.read(part);
+  if (part.back() != ']') throw Error(path + ": a key ends with ]");
+  return object.read(part.substr(0, bracket), Value::of(part.substr(bracket + 1, part.size() - bracket - 2)));
+}
+
+void checkObject(const Place& place) {
   if (place.collection)
     throw Error(place.path + " is a collection: name a member as " + place.path + "[KEY]");
-  const std::size_t bracket = part.find('[');
-  const std::string name = part.substr(0, bracket);
-  const std::string path = place.path + '/' + part;
+  if (place.value) throw Error(place.path + " is a value, not an object: " + escaped(place.value->text()));
+}
+
+void step(Place& place, const std::string& part) {
+  checkObject(place);
   const GenericIf object = place.object;
-  place.path = path;
-  if (bracket == part.npos && rowOf(object, name).iterate) {
-    place.collection = &rowOf(object, name);
+  place.path += '/' + part;
+  if (part.find('[') == part.npos && rowOf(object, part).iterate) {
+    place.collection = &rowOf(object, part);
     return;
   }
-  Value value;
-  if (bracket == part.npos) {
-    value = object.read(name);
+  Value value = read(object, part, place.path);
+  if (!value.isObject()) {
+    place.value = std::move(value);
+  } else if (value.object()) {
+    place.object = GenericIf(value.object());
   } else {
-    if (part.back() != ']') throw Error(path + ": a key ends with ]");
-    value = object.read(name, Value::of(part.substr(bracket + 1, part.size() - bracket - 2)));
+    throw Error(place.path + ": there is none");
   }
-  if (!value.isObject()) throw Error(path + " is a value, not an object: " + escaped(value.text()));
-  if (!value.object()) throw Error(path + ": there is none");
-  place.object = GenericIf(value.object());
 }
 
 Place follow(const GenericIf& root, const std::string& rootName, const std::string& path) {
-  Place place{root, nullptr, rootName};
+  Place place{root, nullptr, std::nullopt, rootName};
   const std::vector<std::string> parts = partsOf(path.empty() ? rootName : path);
   if (parts.empty() || parts[0] != rootName) {
     throw Error(fmt::format("{}: a path begins with \"{}\"", escaped(path), rootName));
@@ -189,9 +184,7 @@ std::vector<Zan::NamedArgument> argumentsOf(std::string_view text) {
 }
 
 void apply(const Place& place, const InspectRequest& request, std::string& results) {
-  if (place.collection && !(request.sets.empty() && request.calls.empty())) {
-    throw Error(place.path + " is a collection: only an object has attributes to set and operations to call");
-  }
+  if (!(request.sets.empty() && request.calls.empty())) checkObject(place);
   for (const std::string& text : request.sets) {
     const std::size_t equals = text.find('=');
     if (equals == text.npos) throw Error(fmt::format("expected NAME=VALUE, found \"{}\"", escaped(text)));
@@ -209,124 +202,26 @@ void apply(const Place& place, const InspectRequest& request, std::string& resul
   }
 }
 
-// ---- Output ----
-
-/// Describes objects, each once: what was shown already, or lies deeper than asked for, is only named.
-class Describer {
- public:
-  explicit Describer(unsigned depth) : depth_(depth) {}
-
-  ordered_json object(const GenericIf& object, unsigned level) {
-    ordered_json json;
-    json["type"] = object.type() ? object.type()->table->name : object.object().get()->fwkType()->name();
-    if (object.object().isConst()) json["const"] = true;
-    if (level > depth_ || !shown_.insert(object.object().get()).second) {
-      json["name"] = jsonText(Value(object.object()).text());
-      return json;
-    }
-    ordered_json attributes = ordered_json::object();
-    for (const AttributeRow* row : rowsOf(object)) {
-      if (row->get || row->iterate) attributes[std::string(row->name)] = attribute(object, *row, level);
-    }
-    json["attributes"] = std::move(attributes);
-    return json;
-  }
-
-  ordered_json attribute(const GenericIf& object, const AttributeRow& row, unsigned level) {
-    ordered_json json;
-    json["type"] = row.type;
-    if (!row.iterate) {
-      json["value"] = value(object.attributeOp({row.id, AttributeOp::read}), level);
-      return json;
-    }
-    json["members"] = ordered_json::array();
-    for (auto i = object.iterator(row.id); i->nonNull(); i->advance()) {
-      ordered_json member;
-      member["key"] = jsonText(i->key().text());
-      const Value v = i->member();
-      if (v.isObject()) member["value"] = value(v, level);
-      json["members"].push_back(std::move(member));
-    }
-    return json;
-  }
-
- private:
-  ordered_json value(const Value& v, unsigned level) {
-    if (v.isObject()) return v.object() ? object(GenericIf(v.object()), level + 1) : ordered_json();
-    if (v.typeName() == "bool") return v.as<bool>();
-    if (v.typeName() == "U8" || v.typeName() == "U32" || v.typeName() == "S32") return std::stoll(v.text());
-    if (v.typeName() == "U64") return v.as<U64>();
-    return jsonText(v.text());
-  }
-
-  unsigned depth_;
-  std::set<const Zan::PtrInterface*> shown_;
-};
-
-/// The same description for people: an attribute a line, what is inside indented.
-void print(std::string& text, const ordered_json& json, std::size_t indent);
-
-void printValue(std::string& text, const ordered_json& value, std::size_t indent) {
-  if (value.is_object()) {
-    text +=
-        fmt::format(" {}{}", value.value("const", false) ? "const " : "", value["type"].get<std::string>());
-    if (value.contains("name")) text += fmt::format(" {}", escaped(value["name"].get<std::string>()));
-    text += '\n';
-    if (value.contains("attributes")) print(text, value["attributes"], indent);
-  } else {
-    text += fmt::format(" {}\n", value.is_string() ? escaped(value.get<std::string>()) : value.dump());
-  }
-}
-
-void printAttribute(std::string& text, const ordered_json& attribute, std::size_t indent) {
-  if (!attribute.contains("members")) {
-    const ordered_json& value = attribute["value"];
-    if (!value.is_object()) text += fmt::format(" {} =", attribute["type"].get<std::string>());
-    printValue(text, value, indent);
-    return;
-  }
-  text += fmt::format(" {}, {} members\n", attribute["type"].get<std::string>(), attribute["members"].size());
-  for (const ordered_json& member : attribute["members"]) {
-    text += fmt::format("{:{}}[{}]", "", indent, escaped(member["key"].get<std::string>()));
-    if (member.contains("value")) {
-      printValue(text, member["value"], indent + 2);
-    } else {
-      text += '\n';
-    }
-  }
-}
-
-void print(std::string& text, const ordered_json& attributes, std::size_t indent) {
-  for (const auto& [name, attribute] : attributes.items()) {
-    text += fmt::format("{:{}}{}:", "", indent, name);
-    printAttribute(text, attribute, indent + 2);
-  }
+ordered_json describe(const Place& place, unsigned depth) {
+  if (place.value) return description::ofValue(*place.value);
+  if (place.collection) return description::ofCollection(place.object, *place.collection, depth);
+  return description::ofObject(place.object, depth);
 }
 
 }  // namespace
 
 std::string inspect(const GenericIf& root, const std::string& rootName, const InspectRequest& request) {
   const Place place = follow(root, rootName, request.path);
-  std::string text;
-  apply(place, request, text);
-  Describer describer(request.depth);
-  const ordered_json description = place.collection ? describer.attribute(place.object, *place.collection, 0)
-                                                    : describer.object(place.object, 1);
-  if (request.json) {
-    ordered_json document;
-    document["schemaVersion"] = schemaVersion;
-    document["path"] = jsonText(place.path);
-    document.update(description);
-    if (!text.empty()) document["results"] = jsonText(text);
-    return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
-  }
-  text += escaped(place.path) + ':';
-  if (place.collection) {
-    printAttribute(text, description, 2);
-  } else {
-    printValue(text, description, 2);
-  }
-  return text;
+  std::string results;
+  apply(place, request, results);
+  const ordered_json described = describe(place, request.depth);
+  if (!request.json) return results + escaped(place.path) + ':' + description::textOf(described);
+  ordered_json document;
+  document["schemaVersion"] = schemaVersion;
+  document["path"] = jsonText(place.path);
+  document.update(described);
+  if (!results.empty()) document["results"] = jsonText(results);
+  return document.dump(2, ' ', true, ordered_json::error_handler_t::replace) + '\n';
 }
 
 }  // namespace host

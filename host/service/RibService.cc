@@ -58,6 +58,8 @@ IpGenPrefix prefixOf(const std::string& text) {
     prefix = IpGenPrefix(std::string_view(text));
   } catch (const Zan::RangeException& e) {
     why = e.what();
+    const std::string name = '"' + text + "\" ";
+    if (why.starts_with(name)) why.replace(0, name.size(), "it ");
   }
   if (prefix.empty())
     throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", jsonText(why)}});
@@ -225,6 +227,9 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
   const bool longer = call.parameters.flag("longer");
   const auto type = call.parameters.text("type");
   call.parameters.done();
+  if (type && *type != "connected" && *type != "static") {
+    throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", "type"}});
+  }
   std::optional<IpGenPrefix> prefix;
   if (prefixText) prefix = prefixOf(*prefixText);
   const mrib::Route* match = nullptr;
