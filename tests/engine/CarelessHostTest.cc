@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <iostream>
 
-#include "EngineWorld.h"
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Pim/MribSm/InputReactors.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "TraceRecorder.h"
+#include "Watchers.h"
 
 // Hosts that do in a handler, or with a part of the engine that they kept, what they had better not.
 
@@ -23,11 +22,7 @@ using Action = std::function<void()>;
 /// number `turn` of them.
 class Meddler {
  public:
-  explicit Meddler(EngineWorld& w) {
-    watch<RouteWatcher<EngineWorld::Status, Lumo::Prefix>>(w.mribStatus);
-    watch<RouteWatcher<EngineWorld::Config, IpGenPrefix>>(w.config);
-    if (w.mrib) watch<TrieWatcher>(w.mrib->mribShadow()->trie());
-  }
+  explicit Meddler(EngineWorld& w) : watchers_(w, [this] { heard(); }) {}
   void actAt(int turn, Action act) {
     turn_ = turn;
     act_ = std::move(act);
@@ -35,31 +30,12 @@ class Meddler {
   bool hasActed() const { return !act_; }
 
  private:
-  template <class Record, class Key>
-  struct RouteWatcher : Record::NotifieeConst {
-    explicit RouteWatcher(Action heard) : hear(std::move(heard)) {}
-    void onRoute(const Key&) override { hear(); }
-    Action hear;
-  };
-  struct TrieWatcher : Routing::TrieGen::NotifieeConst {
-    explicit TrieWatcher(Action heard) : hear(std::move(heard)) {}
-    void onChangedRoute() override { hear(); }
-    Action hear;
-  };
-
-  template <class Watcher, class Record>
-  void watch(const Zan::Ptr<Record>& record) {
-    const auto watcher = Zan::create<Watcher>([this] { heard(); });
-    watcher->notifierIs(record);
-    watcher->isRegisteredNotifieeIs(true);
-    watchers_.push_back(watcher);
-  }
   void heard() {
     if (!act_ || turn_-- > 0) return;
     std::exchange(act_, nullptr)();
   }
 
-  std::vector<Zan::Ptr<Zan::PtrInterface>> watchers_;
+  Watchers watchers_;
   int turn_ = 0;
   Action act_;
 };
