@@ -22,7 +22,7 @@ using Action = std::function<void()>;
 /// number `turn` of them.
 class Meddler {
  public:
-  explicit Meddler(EngineWorld& w) : watchers_(w, [this] { heard(); }) {}
+  explicit Meddler(EngineWorld& w) : watchers_(w, [this](const IpGenPrefix&) { heard(); }) {}
   void actAt(int turn, Action act) {
     turn_ = turn;
     act_ = std::move(act);

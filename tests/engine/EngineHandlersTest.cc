@@ -23,7 +23,7 @@ class Agent {
     for (auto n = random_() % 40; n > 0; --n) configure();
     w_.start();
     resolver().wholePassesIs(whole);
-    watchers_.emplace(w_, [this] { react(); });
+    watchers_.emplace(w_, [this](const Lumo::IpGenPrefix& changed) { react(changed); });
   }
 
   void step() {
@@ -34,7 +34,7 @@ class Agent {
     if (kind == 1 && entry) w_.config->routeDel(entry->prefix());
     if (kind == 2) return removeSome();
     if (kind == 3) return lookAtEverything();
-    if (kind == 4) return writeStatus();
+    if (kind == 4) return writeStatus(prefix());
     if (kind == 5) return sleep();
     if (kind == 6 && entry) {  // one of them the same again
       w_.mrib->mribConfigPrefixDel(entry->prefix());
@@ -53,15 +53,15 @@ class Agent {
  private:
   static constexpr U32 intfs = 6, prefixes = 16;
 
-  void react() {
+  void react(const Lumo::IpGenPrefix& changed) {
     if (reactions_ <= 0) return;
     --reactions_;
-    if (random_() % 8 == 0) writeStatus();
+    if (random_() % 8 == 0) writeStatus(random_() % 2 ? changed : prefix());
     if (random_() % 2) change();
   }
-  /// Somebody else's doing.
-  void writeStatus() {
-    auto* route = w_.mribStatus->route(prefix().v4Prefix());
+  /// Somebody else's doing: in a handler, often on the very route that the engine is at.
+  void writeStatus(const Lumo::IpGenPrefix& prefix) {
+    auto* route = w_.mribStatus->route(prefix.v4Prefix());
     if (!route) return;
     random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
   }

@@ -4,11 +4,13 @@
 
 #include "EngineWorld.h"
 
-/// Calls `hear` for every route, configured prefix and trie entry that comes or goes; that of the trie only
-/// where there is an engine.
+/// Calls `hear` with the prefix for every route, configured prefix and trie entry that comes or goes; that of
+/// the trie only where there is an engine.
 class Watchers {
  public:
-  Watchers(const EngineWorld& w, std::function<void()> h) : hear(std::move(h)) {
+  using Hear = std::function<void(const Lumo::IpGenPrefix&)>;
+
+  Watchers(const EngineWorld& w, Hear h) : hear(std::move(h)) {
     watch<OfRoutes<EngineWorld::Config, Lumo::IpGenPrefix>>(w.config);
     watch<OfRoutes<EngineWorld::Status, Lumo::Prefix>>(w.mribStatus);
     if (w.mrib) watch<OfTrie>(w.mrib->mribShadow()->trie());
@@ -16,18 +18,18 @@ class Watchers {
   Watchers(const Watchers&) = delete;
   Watchers& operator=(const Watchers&) = delete;
 
-  const std::function<void()> hear;
+  const Hear hear;
 
  private:
   template <class Record, class Key>
   struct OfRoutes : Record::NotifieeConst {
     explicit OfRoutes(const Watchers& a) : all(a) {}
-    void onRoute(const Key&) override { all.hear(); }
+    void onRoute(const Key& prefix) override { all.hear(prefix); }
     const Watchers& all;
   };
   struct OfTrie : Routing::TrieGen::NotifieeConst {
     explicit OfTrie(const Watchers& a) : all(a) {}
-    void onChangedRoute() override { all.hear(); }
+    void onChangedRoute() override { all.hear(this->notifier()->changedRoute()); }
     const Watchers& all;
   };
   template <class Watcher, class Record>
