@@ -363,7 +363,7 @@ void RandomEvents::viaAdded(const IpGenPrefix& prefix, U32 id) {
 void RandomEvents::setWritten() {
   const IpGenPrefix lpm(prefixText()), member(prefixText());
   const bool isRegistered = model_.setOf(lpm) != nullptr;
-  const std::string of = "set of " + lpm.stringValue(), its = " " + member.stringValue();
+  const std::string of = "set of " + lpm.stringValue(), its = ' ' + member.stringValue();
   const std::size_t i = held_.empty() ? 0 : random_() % held_.size();
   const std::string kept = "kept set " + std::to_string(i);
   const U64 kind = random_() % (held_.empty() ? 5 : 8);
@@ -398,8 +398,8 @@ void RandomEvents::operationCalled() {
     return kind == number && allows(name + (" " + of), onModel);
   };
   auto& sm = resolver();
-  if (call(0, "doAddOrUpdateRoute", [&](auto& m) { m.addOrUpdate(rpf, a, preference); }))
-    sm.doAddOrUpdateRoute(engineRpf(rpf), a, static_cast<U8>(preference));
+  if (call(0, "doAddOrUpdateRoute", [&](auto& m) { m.result = m.addOrUpdate(rpf, a, preference); }))
+    result_ = sm.doAddOrUpdateRoute(engineRpf(rpf), a, static_cast<U8>(preference));
   if (call(1, "doDelRpf", [&](auto& m) { m.delRpf(rpf, a); })) sm.doDelRpf(engineRpf(rpf), a);
   if (call(2, "doDelRoute", [&](auto& m) { m.delRoute(a); })) sm.doDelRoute(a);
   if (call(3, "doAddWatchPrefix", [&](auto& m) { m.addWatch(a, b); })) sm.doAddWatchPrefix(a, b);
@@ -433,6 +433,7 @@ void RandomEvents::defaultPrefixSet() {
 
 std::string RandomEvents::difference() {
   std::string found = recorder_ ? traceDifference() : "";
+  if (model_.result != result_) found += "result " + std::to_string(result_);
   if (found.empty()) {
     const std::string a = state(), b = model_.state();
     if (a != b) found = "state\nengine:\n" + a + "model:\n" + b;

@@ -91,4 +91,5 @@ class RandomEvents {
   std::string event_;
   U64 traced_ = 0;
   int objects_ = 0;
+  S32 result_ = 0;  // of the last operation that has one
 };

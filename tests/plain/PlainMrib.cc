@@ -562,9 +562,9 @@ bool PlainMrib::offerPrefix(const IpGenPrefix& prefix) {
     if (had && route(prefix)->preference < preference) continue;
     bool installed = false, changed = false;
     for (const Rpf& rpf : configured.rpfs) {
-      const int result = addOrUpdate(rpf, prefix, preference);
-      installed |= result != -1;
-      changed |= result == 0;
+      const int outcome = addOrUpdate(rpf, prefix, preference);
+      installed |= outcome != -1;
+      changed |= outcome == 0;
     }
     if (installed) return changed;
   }

@@ -137,6 +137,7 @@ class PlainMrib {
   // What anybody may call by name, and write into the MRIB status and the prefix sets.
   IpGenPrefix defaultPrefix{"0.0.0.0/0"};    // the resolver's
   IpGenPrefix smDefaultPrefix{"0.0.0.0/0"};  // that of the machine
+  int result = 0;  // kept for whoever calls it
   int addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference);
   void delRpf(const Rpf& rpf, const IpGenPrefix& prefix);
   void delRoute(const IpGenPrefix& prefix);
