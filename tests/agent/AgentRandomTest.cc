@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "CTwin.h"
 #include "RightAnswer.h"
 
 // Random transactions on an agent. After each one the MRIB must be the right answer where the agent says so,
@@ -49,13 +50,7 @@ std::string show(const mrib::Agent& agent) {
 
 class Driver {
  public:
-  explicit Driver(U64 seed)
-      : random_(seed),
-        agent_(mrib::Agent::Options{seed % 3 == 0   ? 4u
-                                    : seed % 3 == 1 ? 12u
-                                                    : 100000u}) {
-    agent_.subscribe([this](const mrib::Update& u) { hear(u); });
-  }
+  explicit Driver(U64 seed) : Driver(seed, seed % 3 == 0 ? 4 : seed % 3 == 1 ? 12 : 100000) {}
 
   /// One transaction, and what there is to say against what became of it.
   std::string step(bool settle) {
@@ -64,16 +59,19 @@ class Driver {
     for (auto n = 1 + random_() % (chance(15) ? 20 : 4); n > 0; --n) change(next, t);
     const U64 before = agent_.generation();
     const mrib::CommitResult result = agent_.commit(t);
+    twin_.commit(t);
     const bool refused = hasDoubleName(next) || next.isRefused();
     if (result.accepted == refused)
       return refused ? "should be refused" : "should be accepted: " + said(result);
-    if (refused) return agent_.generation() == before ? "" : "refused, yet another generation";
+    if (refused)
+      return agent_.generation() == before ? twin_.difference() : "refused, yet another generation";
     inputs_ = std::move(next);
     ++commits;
     if (std::string fault = judge(result.mayDiffer); !fault.empty()) return fault;
     if (!settle) return "";
     const bool mayDiffer = result.mayDiffer;
     const std::size_t found = agent_.settle().changes.size();
+    twin_.settle();
     if (!mayDiffer && found > 0) return "settling heals what could not differ";
     mayDiffers += mayDiffer;
     healed += found > 0;
@@ -114,6 +112,10 @@ class Driver {
   int healed = 0;
 
  private:
+  Driver(U64 seed, U32 rebuildFrom)
+      : random_(seed), agent_(mrib::Agent::Options{rebuildFrom}), twin_(agent_, rebuildFrom) {
+    agent_.subscribe([this](const mrib::Update& u) { hear(u); });
+  }
   bool chance(U32 percent) { return random_() % 100 < percent; }
   template <class T>
   const T& pick(const std::vector<T>& pool) {
@@ -249,7 +251,7 @@ class Driver {
     if (heardGeneration_ != agent_.generation()) return "a generation was not told";
     const std::string real = show(agent_);
     if (show(heard_) != real) return "heard:\n" + show(heard_) + "is:\n" + real;
-    if (mayDiffer) return "";
+    if (const std::string found = twin_.difference(); !found.empty() || mayDiffer) return found;
     const auto answer = inputs_.mrib();
     if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer) + "for:\n" + showInputs();
     return judgeUnresolved(answer);
@@ -287,6 +289,7 @@ class Driver {
   std::mt19937_64 random_;
   RightAnswer inputs_;
   mrib::Agent agent_;
+  CTwin twin_;
   RightAnswer::Mrib heard_;
   U64 heardGeneration_ = 0;
   std::string heardFault_;
