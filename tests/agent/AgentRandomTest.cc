@@ -81,19 +81,16 @@ class Driver {
   /// Another agent gets what there is now, in another order and other portions.
   std::string freshStart() {
     std::vector<std::function<void(mrib::Transaction&)>> parts;
-    for (const auto& [index, link] : inputs_.links)
-      parts.push_back([&link = link](auto& t) { t.link(link); });
-    for (const auto& [key, secondary] : inputs_.addresses) {
-      parts.push_back([&key = key, &secondary = secondary](auto& t) {
-        t.address({key.first, IpGenAddr(key.second), secondary});
+    for (const auto& each : inputs_.links) parts.push_back([&each](auto& t) { t.link(each.second); });
+    for (const auto& each : inputs_.routes) parts.push_back([&each](auto& t) { t.route(each.second); });
+    for (const auto& each : inputs_.addresses) {
+      parts.push_back([&each](auto& t) {
+        t.address({each.first.first, IpGenAddr(each.first.second), each.second});
       });
     }
-    for (const auto& [prefix, route] : inputs_.routes)
-      parts.push_back([&route = route](auto& t) { t.route(route); });
-    for (const auto& [prefix, lines] : inputs_.mroutes) {
-      for (const auto& line : lines) {
-        parts.push_back([&prefix = prefix, &line](auto& t) { t.mroute(mrouteOf(prefix, line)); });
-      }
+    for (const auto& each : inputs_.mroutes) {
+      for (const auto& line : each.second)
+        parts.push_back([&each, &line](auto& t) { t.mroute(mrouteOf(each.first, line)); });
     }
     std::shuffle(parts.begin(), parts.end(), random_);
     mrib::Agent other(mrib::Agent::Options{chance(50) ? 5u : 100000u});
@@ -141,18 +138,10 @@ class Driver {
   }
 
   void change(RightAnswer& next, mrib::Transaction& t) {
-    switch (random_() % 10) {
-      case 0:
-        return changeLink(next, t);
-      case 1:
-        return changeAddress(next, t);
-      case 2:
-      case 3:
-      case 4:
-        return changeRoute(next, t);
-      default:
-        return changeMroute(next, t);
-    }
+    const U64 kind = random_() % 10;
+    if (kind == 0) return changeLink(next, t);
+    if (kind == 1) return changeAddress(next, t);
+    kind < 5 ? changeRoute(next, t) : changeMroute(next, t);
   }
   void changeLink(RightAnswer& next, mrib::Transaction& t) {
     const U32 i = index();
