@@ -59,7 +59,7 @@ class Driver {
     for (auto n = 1 + random_() % (chance(15) ? 20 : 4); n > 0; --n) change(next, t);
     const U64 before = agent_.generation();
     const mrib::CommitResult result = agent_.commit(t);
-    twin_.commit(t);
+    twin_.commit(t, result);
     const bool refused = hasDoubleName(next) || next.isRefused();
     if (result.accepted == refused)
       return refused ? "should be refused" : "should be accepted: " + said(result);

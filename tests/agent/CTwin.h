@@ -25,6 +25,12 @@ inline std::string say(const mrib_route& r) {
     text += ' ' + say(r.next_hops[i].neighbour) + '@' + std::to_string(r.next_hops[i].link);
   return text + '\n';
 }
+/// Some reasons have a match.
+inline std::string matchOf(const mrib::Unresolved& u) {
+  const bool has = u.reason == mrib::Reason::itself || u.reason == mrib::Reason::onlyDefault ||
+                   u.reason == mrib::Reason::coveredBy;
+  return has ? u.match.stringValue() : "";
+}
 inline std::string say(const mrib::Route& r) {
   std::string text =
       r.prefix.stringValue() + ' ' + std::to_string(U32(r.type)) + ' ' + std::to_string(r.preference);
@@ -46,7 +52,8 @@ struct Space {
 inline int sayUnresolved(void* lines, const mrib_unresolved* u) {
   static_cast<std::multiset<std::string>*>(lines)->insert(
       say(u->mroute->prefix) + ": " + u->text + ' ' + std::to_string(u->reason) + ' ' +
-      std::to_string(u->installed) + ' ' + std::to_string(u->flags) + '\n');
+      std::to_string(u->installed) + ' ' + say(u->address) + ' ' + say(u->match) + ' ' +
+      std::to_string(u->flags) + '\n');
   return 0;
 }
 
@@ -84,12 +91,19 @@ class CTwin {
   CTwin(const CTwin&) = delete;
   CTwin& operator=(const CTwin&) = delete;
 
-  void commit(const mrib::Transaction& t) {
+  /// The same transaction, with the outcome that it has had.
+  void commit(const mrib::Transaction& t, const mrib::CommitResult& result) {
     mrib_begin(two_);
     for (const auto& op : t.linkOps()) tell(op);
     for (const auto& op : t.routeOps()) tell(op, t.hopsOf(op));
     for (const auto& op : t.mrouteOps()) tell(op, t.names());
-    mrib_commit(two_, nullptr);
+    const bool accepted = mrib_commit(two_, nullptr) == MRIB_OK;
+    heardToo_ += accepted == result.accepted ? "" : "another outcome";
+    if (accepted || result.refusals.empty()) return;
+    const mrib::Refusal& refusal = result.refusals.front();
+    std::vector<U64> origins(refusal.origins.size() + 1);
+    origins.resize(mrib_error_origins(0, origins.data(), origins.size()));
+    if (refusal.text != mrib_error_text(0) || refusal.origins != origins) heardToo_ += "another refusal";
   }
   void settle() { mrib_settle(two_, nullptr); }
 
@@ -101,8 +115,8 @@ class CTwin {
     std::multiset<std::string> lines, linesToo;  // names are in an order of the agent's own
     for (const mrib::Unresolved& u : one_.unresolved())
       lines.insert(u.mroute.prefix.stringValue() + ": " + u.text() + ' ' + std::to_string(U32(u.reason) + 1) +
-                   ' ' + std::to_string(u.installed) + ' ' +
-                   std::to_string(u.anotherResolves + 2 * u.linkIsDown) + '\n');
+                   ' ' + std::to_string(u.installed) + ' ' + u.address.stringValue() + ' ' + matchOf(u) +
+                   ' ' + std::to_string(u.anotherResolves + 2 * u.linkIsDown) + '\n');
     Space at;
     for (U32 i = 0; mrib_route_at(two_, i, &at.route) == MRIB_OK; ++i) second += say(at.route);
     mrib_visit_unresolved(two_, sayUnresolved, &linesToo);

@@ -63,7 +63,10 @@ class Agent {
   void writeStatus(const Lumo::IpGenPrefix& prefix) {
     auto* route = w_.mribStatus->route(prefix.v4Prefix());
     if (!route) return;
-    random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
+    const U64 kind = random_() % 6;
+    if (kind < 3) return route->viaDelAll();
+    if (kind == 3) return resolver().doDelWatchPrefix(prefix, nullptr);
+    route->preferenceIs(kind == 4 ? 1 : 2);
   }
   void lookAtEverything() {
     const auto config = w_.config;

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <optional>
-
 #include "EngineWorld.h"
 #include "Pim/MribSm/RefreshMarks.h"
 #include "TraceRecorder.h"
@@ -124,40 +122,6 @@ TEST_F(Marks, AreAllSetWhenInDoubt) {
   config = nullptr;
   status->routeDel(Lumo::Prefix("0.0.1.0/24"));
   EXPECT_TRUE(marks.allAreMarked()) << "the configuration is gone";
-}
-
-TEST_F(Marks, TrustNoOfferThatWasDisturbed) {
-  const Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const> pin(config->route(IpGenPrefix("20.0.0.0/8")));
-  const auto& entry = *pin;
-  const auto offer = [&](auto during) {
-    RefreshMarks::Offer o(marks, entry);
-    EXPECT_TRUE(marks.isMarked(entry)) << "half done";
-    during();
-    o.complete();
-  };
-  const auto write = [&](bool own) {
-    std::optional<RefreshMarks::OwnWrite> scope;
-    if (own) scope.emplace(marks, Lumo::Prefix("20.0.0.0/8"));
-    auto route = status->routeIs(Lumo::Prefix("20.0.0.0/8"));
-    route->preferenceIs(static_cast<U8>(route->preference() + 1));
-  };
-  write(false);
-  EXPECT_EQ(marked(), "20.0.0.0/8 ");
-  offer([&] { write(true); });
-  EXPECT_FALSE(marks.isMarked(entry)) << "its own write";
-  offer([&] { write(false); });
-  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "somebody else's";
-  offer([&] { marks.next(0, defaultPrefix); });
-  EXPECT_EQ(marked(), "20.0.0.0/8 ") << "a refresh within";
-  { const RefreshMarks::Offer thrown(marks, entry); }
-  EXPECT_EQ(marked(), "20.0.0.0/8 ");
-  offer([&] {
-    marks.next(0, defaultPrefix);
-    config->routeDel(IpGenPrefix("20.0.0.0/8"));
-  });
-  EXPECT_EQ(marked(), "") << "a handler has taken it out";
-  { const RefreshMarks::WholePass thrown(marks); }
-  EXPECT_TRUE(marks.allAreMarked());
 }
 
 // ---- In the engine ----

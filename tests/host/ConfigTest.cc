@@ -33,10 +33,7 @@ TEST(Config, TakesTheLinesThatOperatorsKnow) {
 }
 
 TEST(Config, NamesLineColumnAndWhatWasExpected) {
-  const struct {
-    const char* text;
-    const char* error;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"ip route 1.0.0.0/8 eth0", "1:4: expected \"ip mroute\", found \"route\";"},
       {"ip mroute", "1:10: expected a prefix A.B.C.D/LENGTH;"},
       {"ip mroute 10.0.0.0/8", "1:21: expected a next hop address or an interface;"},
@@ -65,7 +62,7 @@ TEST(Config, NamesLineColumnAndWhatWasExpected) {
       {"x\nip mroute 1.0.0.0/8 e\ny",
        "1:1: expected \"ip mroute\", found \"x\";3:1: expected \"ip mroute\", found \"y\";"},
   };
-  for (const auto& c : cases) EXPECT_EQ(errorsOf(c.text), c.error) << c.text;
+  for (const auto& [text, errors] : cases) EXPECT_EQ(errorsOf(text), errors) << text;
 }
 
 TEST(Config, WarnsOfWhatIsTakenAllTheSame) {
