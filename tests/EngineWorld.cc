@@ -1,5 +1,7 @@
 #include "EngineWorld.h"
 
+#include <map>
+
 using Routing::Fib::RouteType;
 
 EngineWorld::EngineWorld()
@@ -81,4 +83,20 @@ std::string EngineWorld::show(const std::string& prefix) const {
     text += via->stringValue();
   }
   return text + "]";
+}
+
+std::string EngineWorld::state() const {
+  std::string text;
+  for (auto r = mribStatus->routeIterator(); r; ++r) {
+    text += show(r->prefix().stringValue()) + " {";
+    for (auto s = r->prefixSetIterator(); s; ++s) text += (*s)->lPrefix().stringValue() + ",";
+    text += "}\n";
+  }
+  std::map<Lumo::IpGenPrefix, std::string> sets;
+  for (auto s = mrib->routeResolver()->mribForPrefixIterator(); s; ++s) {
+    std::string& members = sets[s->mribForPrefix()->lPrefix()];
+    for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) (members += ' ') += m->stringValue();
+  }
+  for (const auto& [lpm, members] : sets) text += "set " + lpm.stringValue() + ":" + members + "\n";
+  return text;
 }

@@ -47,6 +47,8 @@ class EngineWorld {
   }
   /// "10.9.0.0/16 p1 t4 [20.0.0.5 on eth0]", or "none".
   std::string show(const std::string& prefix) const;
+  /// All routes with their prefix sets, and the sets that are registered, a line each.
+  std::string state() const;
 
   Zan::Ptr<Interface::AllIntfStatusDir> intfDir;
   Zan::Ptr<Ip::Status> ipStatus;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "CTwin.h"
 #include "RightAnswer.h"
 
 // Random transactions on an agent. After each one the MRIB must be the right answer where the agent says so,
@@ -49,13 +50,7 @@ std::string show(const mrib::Agent& agent) {
 
 class Driver {
  public:
-  explicit Driver(U64 seed)
-      : random_(seed),
-        agent_(mrib::Agent::Options{seed % 3 == 0   ? 4u
-                                    : seed % 3 == 1 ? 12u
-                                                    : 100000u}) {
-    agent_.subscribe([this](const mrib::Update& u) { hear(u); });
-  }
+  explicit Driver(U64 seed) : Driver(seed, seed % 3 == 0 ? 4 : seed % 3 == 1 ? 12 : 100000) {}
 
   /// One transaction, and what there is to say against what became of it.
   std::string step(bool settle) {
@@ -64,16 +59,19 @@ class Driver {
     for (auto n = 1 + random_() % (chance(15) ? 20 : 4); n > 0; --n) change(next, t);
     const U64 before = agent_.generation();
     const mrib::CommitResult result = agent_.commit(t);
+    twin_.commit(t, result);
     const bool refused = hasDoubleName(next) || next.isRefused();
     if (result.accepted == refused)
       return refused ? "should be refused" : "should be accepted: " + said(result);
-    if (refused) return agent_.generation() == before ? "" : "refused, yet another generation";
+    if (refused)
+      return agent_.generation() == before ? twin_.difference() : "refused, yet another generation";
     inputs_ = std::move(next);
     ++commits;
     if (std::string fault = judge(result.mayDiffer); !fault.empty()) return fault;
     if (!settle) return "";
     const bool mayDiffer = result.mayDiffer;
     const std::size_t found = agent_.settle().changes.size();
+    twin_.settle();
     if (!mayDiffer && found > 0) return "settling heals what could not differ";
     mayDiffers += mayDiffer;
     healed += found > 0;
@@ -83,19 +81,16 @@ class Driver {
   /// Another agent gets what there is now, in another order and other portions.
   std::string freshStart() {
     std::vector<std::function<void(mrib::Transaction&)>> parts;
-    for (const auto& [index, link] : inputs_.links)
-      parts.push_back([&link = link](auto& t) { t.link(link); });
-    for (const auto& [key, secondary] : inputs_.addresses) {
-      parts.push_back([&key = key, &secondary = secondary](auto& t) {
-        t.address({key.first, IpGenAddr(key.second), secondary});
+    for (const auto& each : inputs_.links) parts.push_back([&each](auto& t) { t.link(each.second); });
+    for (const auto& each : inputs_.routes) parts.push_back([&each](auto& t) { t.route(each.second); });
+    for (const auto& each : inputs_.addresses) {
+      parts.push_back([&each](auto& t) {
+        t.address({each.first.first, IpGenAddr(each.first.second), each.second});
       });
     }
-    for (const auto& [prefix, route] : inputs_.routes)
-      parts.push_back([&route = route](auto& t) { t.route(route); });
-    for (const auto& [prefix, lines] : inputs_.mroutes) {
-      for (const auto& line : lines) {
-        parts.push_back([&prefix = prefix, &line](auto& t) { t.mroute(mrouteOf(prefix, line)); });
-      }
+    for (const auto& each : inputs_.mroutes) {
+      for (const auto& line : each.second)
+        parts.push_back([&each, &line](auto& t) { t.mroute(mrouteOf(each.first, line)); });
     }
     std::shuffle(parts.begin(), parts.end(), random_);
     mrib::Agent other(mrib::Agent::Options{chance(50) ? 5u : 100000u});
@@ -114,6 +109,10 @@ class Driver {
   int healed = 0;
 
  private:
+  Driver(U64 seed, U32 rebuildFrom)
+      : random_(seed), agent_(mrib::Agent::Options{rebuildFrom}), twin_(agent_, rebuildFrom) {
+    agent_.subscribe([this](const mrib::Update& u) { hear(u); });
+  }
   bool chance(U32 percent) { return random_() % 100 < percent; }
   template <class T>
   const T& pick(const std::vector<T>& pool) {
@@ -139,18 +138,10 @@ class Driver {
   }
 
   void change(RightAnswer& next, mrib::Transaction& t) {
-    switch (random_() % 10) {
-      case 0:
-        return changeLink(next, t);
-      case 1:
-        return changeAddress(next, t);
-      case 2:
-      case 3:
-      case 4:
-        return changeRoute(next, t);
-      default:
-        return changeMroute(next, t);
-    }
+    const U64 kind = random_() % 10;
+    if (kind == 0) return changeLink(next, t);
+    if (kind == 1) return changeAddress(next, t);
+    kind < 5 ? changeRoute(next, t) : changeMroute(next, t);
   }
   void changeLink(RightAnswer& next, mrib::Transaction& t) {
     const U32 i = index();
@@ -249,7 +240,7 @@ class Driver {
     if (heardGeneration_ != agent_.generation()) return "a generation was not told";
     const std::string real = show(agent_);
     if (show(heard_) != real) return "heard:\n" + show(heard_) + "is:\n" + real;
-    if (mayDiffer) return "";
+    if (const std::string found = twin_.difference(); !found.empty() || mayDiffer) return found;
     const auto answer = inputs_.mrib();
     if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer) + "for:\n" + showInputs();
     return judgeUnresolved(answer);
@@ -287,6 +278,7 @@ class Driver {
   std::mt19937_64 random_;
   RightAnswer inputs_;
   mrib::Agent agent_;
+  CTwin twin_;
   RightAnswer::Mrib heard_;
   U64 heardGeneration_ = 0;
   std::string heardFault_;

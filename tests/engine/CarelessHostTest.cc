@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <iostream>
 
-#include "EngineWorld.h"
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Pim/MribSm/InputReactors.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "TraceRecorder.h"
+#include "Watchers.h"
 
 // Hosts that do in a handler, or with a part of the engine that they kept, what they had better not.
 
@@ -23,11 +22,7 @@ using Action = std::function<void()>;
 /// number `turn` of them.
 class Meddler {
  public:
-  explicit Meddler(EngineWorld& w) {
-    watch<RouteWatcher<EngineWorld::Status, Lumo::Prefix>>(w.mribStatus);
-    watch<RouteWatcher<EngineWorld::Config, IpGenPrefix>>(w.config);
-    if (w.mrib) watch<TrieWatcher>(w.mrib->mribShadow()->trie());
-  }
+  explicit Meddler(EngineWorld& w) : watchers_(w, [this](const IpGenPrefix&) { heard(); }) {}
   void actAt(int turn, Action act) {
     turn_ = turn;
     act_ = std::move(act);
@@ -35,31 +30,12 @@ class Meddler {
   bool hasActed() const { return !act_; }
 
  private:
-  template <class Record, class Key>
-  struct RouteWatcher : Record::NotifieeConst {
-    explicit RouteWatcher(Action heard) : hear(std::move(heard)) {}
-    void onRoute(const Key&) override { hear(); }
-    Action hear;
-  };
-  struct TrieWatcher : Routing::TrieGen::NotifieeConst {
-    explicit TrieWatcher(Action heard) : hear(std::move(heard)) {}
-    void onChangedRoute() override { hear(); }
-    Action hear;
-  };
-
-  template <class Watcher, class Record>
-  void watch(const Zan::Ptr<Record>& record) {
-    const auto watcher = Zan::create<Watcher>([this] { heard(); });
-    watcher->notifierIs(record);
-    watcher->isRegisteredNotifieeIs(true);
-    watchers_.push_back(watcher);
-  }
   void heard() {
     if (!act_ || turn_-- > 0) return;
     std::exchange(act_, nullptr)();
   }
 
-  std::vector<Zan::Ptr<Zan::PtrInterface>> watchers_;
+  Watchers watchers_;
   int turn_ = 0;
   Action act_;
 };
@@ -291,56 +267,6 @@ TEST(CarelessHost, BindsReactorsThatAreKeptByTheirKeys) {
   EXPECT_DEATH(prefix->handleDel(), "assertion `notifier\\(\\)' failed");
   EXPECT_DEATH(pref->handleDel(), "assertion `notifier\\(\\)' failed");
   pref->handleRpf();
-}
-
-TEST(CarelessHost, DeletesPrefixSetsByKeyAndThroughTheIterator) {
-  Chain w;
-  auto& resolver = *w.mrib->routeResolver();
-  EXPECT_EQ(resolver.mribForPrefixCount(), 4u);
-  EXPECT_TRUE(resolver.mribForPrefixDel(IpGenPrefix("50.0.0.0/8")));
-  EXPECT_FALSE(resolver.mribForPrefixDel(IpGenPrefix("50.0.0.0/8")));
-  EXPECT_EQ(resolver.mribForPrefixCount(), 3u);
-  for (auto s = resolver.mribForPrefixIterator(); s; ++s) {
-    EXPECT_EQ(s.erase()->mribForPrefix()->prefixCount(), 1u);
-  }
-  EXPECT_EQ(resolver.mribForPrefixCount(), 0u);
-}
-
-/// Entries that are not of IPv4, beside a default route of the agent's.
-TEST(CarelessHost, ConfiguresWhatIsNotIpv4) {
-  for (const bool traced : {false, true}) {
-    EngineWorld w;
-    w.intfIs(1, "eth1");
-    w.connectedIs("10.0.0.0/24", 1);
-    w.start();
-    const auto recorder = traced ? std::make_unique<TraceRecorder>() : nullptr;
-    const auto route = w.mribStatus->routeIs(Lumo::Prefix("0.0.0.0/0"));
-    route->preferenceIs(1);
-    route->viaIs({Lumo::IpAddr("10.0.0.1"), nullptr}, true);
-    for (const std::string prefix : {"", "2001:db8::/32"}) {
-      w.rpfIs(prefix, 1, w.via("10.0.0.5"));
-      w.rpfIs(prefix, 2, w.via("10.0.0.6"));
-      w.connectedIs("11.0.0.0/24", 1);
-      route->metricIs(7);
-      w.rpfDel(prefix, 1, w.via("10.0.0.5"));
-      w.config->route(IpGenPrefix(prefix))->prefDel(1);
-      w.rpfIs("50.0.0.0/8", 1, w.via("10.0.0.5"));
-      EXPECT_EQ(w.mrib->mribConfigPrefixCount(), 2u);
-      w.config->routeDel(IpGenPrefix(prefix));
-      w.config->routeDel(IpGenPrefix("50.0.0.0/8"));
-      auto& resolver = *w.mrib->routeResolver();
-      EXPECT_EQ(resolver.doAddOrUpdateRoute(w.via("10.0.0.5"), IpGenPrefix(prefix), 1), -1);
-      EXPECT_EQ(resolver.doDelRpf(w.via("10.0.0.5"), IpGenPrefix(prefix)), 0);
-      resolver.doDelRoute(IpGenPrefix(prefix));
-      resolver.doDelWatchPrefix(IpGenPrefix(prefix), nullptr);
-      resolver.doMaybeRefreshRoutes(IpGenPrefix(prefix), false);
-      EXPECT_DEATH(resolver.doAddWatchPrefix(IpGenPrefix("10.0.0.0/24"), IpGenPrefix(prefix)),
-                   "assertion `route' failed");
-      EXPECT_EQ(resolver.mribForPrefixCount(), 0u);
-    }
-    EXPECT_EQ(w.show("0.0.0.0/0"), "0.0.0.0/0 p1 t0 [10.0.0.1]");
-    EXPECT_EQ(w.mribStatus->routeCount(), 3u);
-  }
 }
 
 }  // namespace

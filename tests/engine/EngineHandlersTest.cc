@@ -1,33 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
+#include <optional>
 #include <random>
 
-#include "EngineWorld.h"
 #include "Pim/MribSm/ConfigReactors.h"
+#include "Watchers.h"
 
 // An agent's own reactors may change what the engine works on while it works. The marks must not lose that:
 // random events with such reactors end, event by event, in the same state as with whole passes.
 
 namespace {
-
-/// These call `react` for every configured prefix, route and trie entry that comes or goes.
-struct ConfigWatcher : EngineWorld::Config::NotifieeConst {
-  explicit ConfigWatcher(std::function<void()> r) : react(std::move(r)) {}
-  void onRoute(const Lumo::IpGenPrefix&) override { react(); }
-  std::function<void()> react;
-};
-struct StatusWatcher : EngineWorld::Status::NotifieeConst {
-  explicit StatusWatcher(std::function<void()> r) : react(std::move(r)) {}
-  void onRoute(const Lumo::Prefix&) override { react(); }
-  std::function<void()> react;
-};
-struct TrieWatcher : Routing::TrieGen::NotifieeConst {
-  explicit TrieWatcher(std::function<void()> r) : react(std::move(r)) {}
-  void onChangedRoute() override { react(); }
-  std::function<void()> react;
-};
 
 class Agent {
  public:
@@ -35,69 +18,34 @@ class Agent {
     for (U32 id = 1; id <= intfs; ++id) {
       w_.intfIs(id, "eth" + std::to_string(id));
       w_.intfAddrIs(id, address());
-      if (id > 1) w_.connectedIs("20." + std::to_string(id) + ".0.0/16", id);
+      if (id > 1) w_.connectedIs(connected(id), id);
     }
     for (auto n = random_() % 40; n > 0; --n) configure();
     w_.start();
     resolver().wholePassesIs(whole);
-    watch(Zan::create<ConfigWatcher>([this] { react(); }), w_.config);
-    watch(Zan::create<StatusWatcher>([this] { react(); }), w_.mribStatus);
-    watch(Zan::create<TrieWatcher>([this] { react(); }), w_.mrib->mribShadow()->trie());
+    watchers_.emplace(w_, [this](const Lumo::IpGenPrefix& changed) { react(changed); });
   }
 
   void step() {
     reactions_ = static_cast<int>(random_() % 5);
-    switch (random_() % 15) {
-      case 0:
-        w_.unicastDel("20." + std::to_string(intf()) + ".0.0/16");
-        break;
-      case 1:
-        if (auto* entry = w_.config->route(prefix())) w_.config->routeDel(entry->prefix());
-        break;
-      case 2:
-        removeSome();
-        break;
-      case 3: {  // the same again: everybody looks at everything
-        const auto config = w_.config;
-        w_.mrib->mribConfigPrefixDelAll();
-        w_.mrib->mribConfigIs(nullptr);
-        w_.mrib->mribConfigIs(config);
-        break;
-      }
-      case 4:
-        writeStatus();
-        break;
-      case 5:
-        w_.mrib->hasNotificationActiveIs(false);
-        for (int i = 0; i < 3; ++i) random_() % 4 ? change() : removeSome();
-        w_.mrib->hasNotificationActiveIs(true);
-        w_.config->routeNotifyAll();
-        break;
-      case 6:  // one of them the same again
-        if (const auto* entry = w_.config->route(prefix())) {
-          w_.mrib->mribConfigPrefixDel(entry->prefix());
-          w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
-        }
-        break;
-      default:
-        change();
+    const U64 kind = random_() % 15;
+    const auto* entry = w_.config->route(prefix());
+    if (kind == 0) return w_.unicastDel(connected(intf()));
+    if (kind == 1 && entry) w_.config->routeDel(entry->prefix());
+    if (kind == 2) return removeSome();
+    if (kind == 3) return lookAtEverything();
+    if (kind == 4) return writeStatus(prefix());
+    if (kind == 5) return sleep();
+    if (kind == 6 && entry) {  // one of them the same again
+      w_.mrib->mribConfigPrefixDel(entry->prefix());
+      w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
     }
+    if (kind > 6) change();
   }
 
   std::string state() const {
-    std::string text;
-    for (auto r = w_.mribStatus->routeIterator(); r; ++r) {
-      text += w_.show(r->prefix().stringValue()) + " {";
-      for (auto s = r->prefixSetIterator(); s; ++s) text += (*s)->lPrefix().stringValue() + ' ';
-      text += "}\n";
-    }
-    for (auto s = resolver().mribForPrefixIterator(); s; ++s) {
-      text += s->mribForPrefix()->lPrefix().stringValue() + ':';
-      for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) text += ' ' + m->stringValue();
-      text += '\n';
-    }
     const auto& builder = *w_.mrib->trieBuilder();
-    return text + std::to_string(builder.trie()->nodes()) + " in the trie, " +
+    return w_.state() + std::to_string(builder.trie()->nodes()) + " in the trie, " +
            std::to_string(builder.trieUpdates()) + " updates\n";
   }
   U32 routes() const { return w_.mribStatus->routeCount(); }
@@ -105,32 +53,39 @@ class Agent {
  private:
   static constexpr U32 intfs = 6, prefixes = 16;
 
-  void react() {
+  void react(const Lumo::IpGenPrefix& changed) {
     if (reactions_ <= 0) return;
     --reactions_;
-    if (random_() % 8 == 0) writeStatus();
+    if (random_() % 8 == 0) writeStatus(random_() % 2 ? changed : prefix());
     if (random_() % 2) change();
   }
-  /// Somebody else's doing.
-  void writeStatus() {
-    auto* route = w_.mribStatus->route(prefix().v4Prefix());
+  /// Somebody else's doing: in a handler, often on the very route that the engine is at.
+  void writeStatus(const Lumo::IpGenPrefix& prefix) {
+    auto* route = w_.mribStatus->route(prefix.v4Prefix());
     if (!route) return;
-    random_() % 2 ? route->viaDelAll() : route->preferenceIs(random_() % 2 ? 1 : 2);
+    const U64 kind = random_() % 6;
+    if (kind < 3) return route->viaDelAll();
+    if (kind == 3) return resolver().doDelWatchPrefix(prefix, nullptr);
+    route->preferenceIs(kind == 4 ? 1 : 2);
+  }
+  void lookAtEverything() {
+    const auto config = w_.config;
+    w_.mrib->mribConfigPrefixDelAll();
+    w_.mrib->mribConfigIs(nullptr);
+    w_.mrib->mribConfigIs(config);
+  }
+  void sleep() {
+    w_.mrib->hasNotificationActiveIs(false);
+    for (int i = 0; i < 3; ++i) random_() % 4 ? change() : removeSome();
+    w_.mrib->hasNotificationActiveIs(true);
+    w_.config->routeNotifyAll();
   }
   void change() {
-    switch (random_() % 8) {
-      case 0:
-        w_.connectedIs("20." + std::to_string(intf()) + ".0.0/16", intf());
-        break;
-      case 1:
-        w_.intfAddrIs(intf(), address());
-        break;
-      case 2:
-        w_.intfIs(intf(), "eth" + std::to_string(random_() % 100));
-        break;
-      default:
-        configure();
-    }
+    const U64 kind = random_() % 8;
+    if (kind == 0) return w_.connectedIs(connected(intf()), intf());
+    if (kind == 1) return w_.intfAddrIs(intf(), address());
+    if (kind == 2) return w_.intfIs(intf(), "eth" + std::to_string(random_() % 100));
+    configure();
   }
   /// A preference, or one of its RPFs.
   void removeSome() {
@@ -152,13 +107,14 @@ class Agent {
     auto rpf = EngineWorld::via(address());
     if (random_() % 6 == 0) rpf = EngineWorld::intf(intf());
     if (i > 0 && random_() % 3 == 0) rpf = EngineWorld::via(text(static_cast<U32>(random_() % i)) + ".9.9");
+    std::string configured = text(i) + ".0.0/16";
     if (const U32 k = intf(); k > 1 && random_() % 16 == 0) {  // one that is connected, or may be
-      w_.rpfIs("20." + std::to_string(k) + ".0.0/16", preference,
-               EngineWorld::via("20." + std::to_string(k - 1) + ".1.1"));
-    } else {
-      w_.rpfIs(text(i) + ".0.0/16", preference, rpf);
+      configured = connected(k);
+      rpf = EngineWorld::via("20." + std::to_string(k - 1) + ".1.1");
     }
+    w_.rpfIs(configured, preference, rpf);
   }
+  static std::string connected(U32 id) { return "20." + std::to_string(id) + ".0.0/16"; }
   static std::string text(U32 i) { return "10." + std::to_string(i); }
   Lumo::IpGenPrefix prefix() {
     return Lumo::IpGenPrefix(text(static_cast<U32>(random_() % prefixes)) + ".0.0/16");
@@ -167,16 +123,9 @@ class Agent {
   std::string address() { return "20." + std::to_string(intf()) + ".3." + std::to_string(random_() % 9); }
   Routing::Multicast::Rib::RouteResolverSm& resolver() const { return *w_.mrib->routeResolver(); }
 
-  template <class Watcher, class Record>
-  void watch(const Zan::Ptr<Watcher>& watcher, const Zan::Ptr<Record>& record) {
-    watcher->notifierIs(record);
-    watcher->isRegisteredNotifieeIs(true);
-    watchers_.push_back(watcher);
-  }
-
   std::mt19937_64 random_;
   EngineWorld w_;
-  std::vector<Zan::Ptr<Zan::PtrInterface>> watchers_;
+  std::optional<Watchers> watchers_;
   int reactions_ = 0;
 };
 

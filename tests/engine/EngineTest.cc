@@ -5,6 +5,7 @@
 #include "../EngineWorld.h"
 #include "../TraceRecorder.h"
 #include "Pim/MribSm/ConfigReactors.h"
+#include "Refusal.h"
 #include "Zan/Now.h"
 
 // What the random events against the plain model don't reach: results, texts of failures, lines, lifetimes.
@@ -67,19 +68,6 @@ TEST_F(EngineTest, ChildrenAreKeptForTheSameInputsAndReplacedForOthers) {
   EXPECT_EQ(w.mrib->mribShadow(), shadow);
 }
 
-TEST_F(EngineTest, AddingARouteSaysWhatCameOfIt) {
-  startWithSubnets();
-  w.connectedIs("0.0.0.0/0", 1);
-  w.connectedIs("10.0.0.0/8", 1);
-  const std::tuple<const char*, EngineWorld::Rpf, S32> cases[] = {
-      {"10.9.0.0/16", w.via("99.0.0.1"), -1}, {"10.1.0.0/16", w.via("10.7.7.7"), -1},
-      {"20.0.0.0/24", w.via("20.0.0.9"), -1}, {"10.9.0.0/16", w.intf(9), -1},
-      {"10.1.0.0/16", w.via("20.0.0.9"), 0},  {"10.1.0.0/16", w.via("20.0.0.9"), 17},
-      {"10.1.0.0/16", w.via("30.0.0.9"), 0},
-  };
-  for (const auto& [prefix, rpf, result] : cases) EXPECT_EQ(add(prefix, rpf), result) << prefix;
-}
-
 TEST_F(EngineTest, TracesCarryTheirLines) {
   w.connectedIs("20.0.0.0/24", 1);
   TraceRecorder t;
@@ -100,23 +88,9 @@ TEST_F(EngineTest, FecOf128ViasIsTakenAndOneOf129IsARangeError) {
   w.stop();
   hops.push_back({"20.0.0.200", 1});
   w.unicastIs("30.0.0.0/24", RouteType::connected, 0, hops);
-  try {
-    w.start();
-    FAIL() << "no exception";
-  } catch (const Zan::RangeException& e) {
-    EXPECT_STREQ(e.what(), "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
-  }
+  EXPECT_EQ(refusal([&] { w.start(); }), "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
 }
 
-TEST_F(EngineTest, RouteWithoutViasIsNotInsertedAgain) {
-  startWithSubnets();
-  add("10.1.0.0/16", w.via("20.0.0.9"));
-  const auto route = w.mribStatus->routeIs(Lumo::Prefix("10.1.0.0/16"));
-  route->viaDelAll();
-  w.mrib->trieBuilder()->deletedPreferenceIs(9);
-  route->preferenceIs(7);
-  EXPECT_EQ(w.mrib->trieBuilder()->deletedPreference(), 9);
-}
 TEST_F(EngineTest, TeardownKeepsTheRoutesAndNobodyReacts) {
   startWithSubnets();
   w.rpfIs("10.1.0.0/16", 1, w.via("20.0.0.9"));
@@ -142,12 +116,6 @@ TEST_F(EngineTest, InputsAreRetargetedAtOnce) {
   EXPECT_TRUE(w.mrib->intfStatus());
   w.intfInfo->statusIs(nullptr);
   EXPECT_TRUE(w.mrib->intfStatus()) << "the old one is not heard any more";
-  const auto config = Zan::create<EngineWorld::Config>("other");
-  w.rpfIs("10.1.0.0/16", 1, w.via("20.0.0.9"));
-  w.mrib->mribConfigIs(config);
-  EXPECT_EQ(w.show("10.1.0.0/16"), "none");
-  config->routeIs(Lumo::IpGenPrefix("10.2.0.0/16"))->prefIs(1)->rpfIs(w.via("20.0.0.9"));
-  EXPECT_EQ(w.show("10.2.0.0/16"), "10.2.0.0/16 p1 t4 [20.0.0.9 on eth0]");
 }
 
 TEST_F(EngineTest, MutatorsRefuseNullWithTheirTexts) {
@@ -157,13 +125,8 @@ TEST_F(EngineTest, MutatorsRefuseNullWithTheirTexts) {
       {[&] { w.mrib->trieBuilder()->routeIs(nullptr); }, "MribTrieBuilderSm", "route"},
       {[&] { w.mrib->routeResolver()->mribForPrefixIs(nullptr); }, "RouteResolverSm", "mribForPrefix"}};
   for (const auto& [call, type, name] : cases) {
-    try {
-      call();
-      ADD_FAILURE() << name;
-    } catch (const Zan::RangeException& e) {
-      EXPECT_EQ(e.what(), "null _" + name + " parameter to mutator for Routing::Multicast::Rib::" + type +
-                              "::" + name + " not allowed\"");
-    }
+    EXPECT_EQ(refusal(call), "null _" + name + " parameter to mutator for Routing::Multicast::Rib::" + type +
+                                 "::" + name + " not allowed\"");
   }
 }
 

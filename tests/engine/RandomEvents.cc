@@ -46,7 +46,7 @@ RandomEvents::RandomEvents(U64 seed, Way way)
     if (chance(80)) intfIs(id);
     if (chance(80)) addressIs(id);
   }
-  for (int i = 0; i < 3; ++i) unicast(false);
+  for (int i = 0; i < 3; ++i) unicast(pick(connectedPool), false);
   for (auto n = random_() % 40; n > 0; --n) configure();
 }
 
@@ -58,16 +58,15 @@ std::string RandomEvents::prefixText() {
   return chance(70) ? pick(configPool) : pick(connectedPool);
 }
 
-bool RandomEvents::apply(const std::string& name, const OnModel& onModel, const OnEngine& onEngine) {
-  PlainMrib trial(model_);
+bool RandomEvents::allows(const std::string& event, const OnModel& onModel) {
+  PlainMrib trial = model_.copy();
   try {
     onModel(trial);
   } catch (const plain::Forbidden&) {
     return false;
   }
-  event_ += name + "; ";
+  event_ += event + "; ";
   model_ = std::move(trial);
-  onEngine();
   return true;
 }
 
@@ -79,9 +78,9 @@ void RandomEvents::start() {
 void RandomEvents::newEngine() {
   const auto order = tableOrder();
   const IpGenPrefix last = world_.unicastTrie->changedRoute();
-  apply(
-      "start", [&](auto& m) { m.start(order, last); }, [&] { world_.start(); });
-  if (world_.mrib) resolver().wholePassesIs(way_ == Way::whole);
+  if (!allows("start", [&](auto& m) { m.start(order, last); })) return;
+  world_.start();
+  resolver().wholePassesIs(way_ == Way::whole);
 }
 
 std::vector<IpGenPrefix> RandomEvents::tableOrder() const {
@@ -100,116 +99,79 @@ void RandomEvents::step() {
   if (way_ == Way::toggled && extras_() % 5 == 0) traceToggled();
   if (recorder_) recorder_->messages.clear();
   if (!world_.mrib) newEngine();
-  switch (random_() % 24) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-    case 4:
-      unicast(true);
-      break;
-    case 5:
-    case 6:
-    case 7:
-      interfaces();
-      break;
-    case 8:
-      chance(50) ? inputReplacedForAWhile() : inputReplaced(random_() % 5);
-      break;
-    case 9:
-      chance(30) ? restart() : chance(50) ? sleep() : zombie();
-      break;
-    case 10:
-      statusWritten();
-      break;
-    case 11:
-      setWritten();
-      break;
-    case 12:
-      operationCalled();
-      break;
-    case 13:
-      chance(40) ? defaultPrefixSet() : chance(10) ? burst() : operationCalled();
-      break;
-    default:
-      configure();
-  }
+  something(random_() % 24);
   traced_ += model_.traces.size();
+}
+
+void RandomEvents::something(U64 kind) {
+  if (kind < 10) return configure();
+  if (kind < 15) return unicast(pick(connectedPool), true);
+  if (kind < 18) return interfaces();
+  if (kind == 18) return chance(50) ? inputReplacedForAWhile() : inputReplaced(random_() % 5);
+  if (kind == 19) return chance(30) ? restart() : chance(50) ? sleep() : zombie();
+  if (kind == 20) return statusWritten();
+  if (kind == 21) return setWritten();
+  if (kind == 22 && chance(40)) return defaultPrefixSet();
+  if (kind == 22 && chance(10)) return burst();
+  operationCalled();
+}
+
+void RandomEvents::meanwhile(U64 events) {
+  for (; events > 0; --events)
+    chance(65) ? configure() : chance(50) ? interfaces() : unicast(pick(connectedPool), true);
 }
 
 // ---- Agents ----
 
 void RandomEvents::interfaces() {
   const U32 id = intf();
-  switch (random_() % 5) {
-    case 0:
-    case 1:
-      return addressIs(id);
-    case 2:
-      apply(
-          "no address " + std::to_string(id), [&](auto& m) { m.addressTables[m.addressesInUse].erase(id); },
-          [&] { world_.ipStatus->intfAddrDel(IntfId(id)); });
-      return;
-    case 3:
-      return intfIs(id);
-    default:
-      apply(
-          "no interface " + std::to_string(id), [&](auto& m) { m.intfTables[m.intfsInUse].erase(id); },
-          [&] { world_.intfDir->intfStatusDel(IntfId(id)); });
-  }
+  const U64 kind = random_() % 5;
+  const std::string of = " of " + std::to_string(id);
+  if (kind < 2) return addressIs(id);
+  if (kind == 2) return intfIs(id);
+  if (kind == 3 && allows("no address" + of, [&](auto& m) { m.addressTables[m.addressesInUse].erase(id); }))
+    world_.ipStatus->intfAddrDel(IntfId(id));
+  if (kind == 4 && allows("no interface" + of, [&](auto& m) { m.intfTables[m.intfsInUse].erase(id); }))
+    world_.intfDir->intfStatusDel(IntfId(id));
 }
 
 void RandomEvents::intfIs(U32 id) {
   if (model_.intfs().contains(id)) return;
   const std::string name = 'e' + std::to_string(id) + '.' + std::to_string(++objects_);
   const plain::Intf intf{objects_, name};
-  apply(
-      "interface " + name, [&](auto& m) { m.intfTables[m.intfsInUse][id] = intf; },
-      [&] { world_.intfIs(id, name); });
+  if (allows("interface " + name, [&](auto& m) { m.intfTables[m.intfsInUse][id] = intf; }))
+    world_.intfIs(id, name);
 }
 
 void RandomEvents::addressIs(U32 id) {
   const std::string address = pick(addressPool);
-  apply(
-      "address " + address + " of " + std::to_string(id),
-      [&](auto& m) { m.addressTables[m.addressesInUse][id] = IpAddr(address); },
-      [&] { world_.intfAddrIs(id, address); });
-}
-
-void RandomEvents::unicast(bool mayDelete) {
-  unicast(pick(connectedPool), mayDelete);
+  if (allows("address " + address + " of " + std::to_string(id),
+             [&](auto& m) { m.addressTables[m.addressesInUse][id] = IpAddr(address); }))
+    world_.intfAddrIs(id, address);
 }
 
 void RandomEvents::unicast(const std::string& text, bool mayDelete) {
   const IpGenPrefix prefix(text);
-  const bool connected = chance(75);
+  const auto replace = [&](PlainMrib& m, const std::vector<plain::UnicastRoute>& by) {
+    std::erase_if(m.unicast, [&](const auto& u) { return u.prefix == prefix; });
+    m.unicast.insert(m.unicast.end(), by.begin(), by.end());
+    m.unicastChanged(prefix);
+  };
   if (mayDelete && model_.unicastRoute(prefix) && chance(60)) {
-    apply(
-        "unicast " + text + " deleted",
-        [&](auto& m) {
-          std::erase_if(m.unicast, [&](const auto& u) { return u.prefix == prefix; });
-          m.unicastChanged(prefix);
-        },
-        [&] { world_.unicastDel(text); });
+    if (allows("unicast " + text + " deleted", [&](auto& m) { replace(m, {}); })) world_.unicastDel(text);
     return;
   }
+  const bool connected = chance(75);
   plain::UnicastRoute route{prefix, connected, static_cast<int>(random_() % 4), {}};
   std::vector<EngineWorld::Hop> hops;
   for (auto n = random_() % 3; n > 0; --n) {
     hops.push_back({chance(50) ? "0.0.0.0" : "20.0.0.77", intf()});
     route.vias.emplace_back(IpAddr(hops.back().address), hops.back().intf);
   }
-  apply(
-      "unicast " + text + (connected ? " connected" : ""),
-      [&](auto& m) {
-        std::erase_if(m.unicast, [&](const auto& u) { return u.prefix == prefix; });
-        m.unicast.push_back(route);
-        m.unicastChanged(prefix);
-      },
-      [&] {
-        world_.unicastIs(text, connected ? RouteType::connected : RouteType::igp,
-                         static_cast<U8>(route.preference), hops);
-      });
+  if (!allows("unicast " + text + (connected ? " connected" : ""), [&](auto& m) { replace(m, {route}); }))
+    return;
+  world_.unicastIs(text, connected ? RouteType::connected : RouteType::igp, static_cast<U8>(route.preference),
+                   hops);
 }
 
 plain::Rpf RandomEvents::someRpf() {
@@ -225,50 +187,48 @@ void RandomEvents::configure() {
   const IpGenPrefix prefix(text);
   const int preference = pick(preferencePool);
   const auto u8 = static_cast<U8>(preference);
-  if (!model_.entry(prefix)) {
-    if (!apply(
-            "prefix " + text, [&](auto& m) { m.prefixAdded(prefix); },
-            [&] { world_.config->routeIs(prefix); }))
-      return;
-  } else if (chance(8)) {
-    apply(
-        "no prefix " + text, [&](auto& m) { m.prefixDeleted(prefix); },
-        [&] { world_.config->routeDel(prefix); });
-    return;
-  }
+  if (model_.entry(prefix) && chance(8)) return prefixDeleted(text);
+  if (!prefixAdded(text)) return;
   const auto& prefs = model_.entry(prefix)->prefs;
-  const bool present = prefs.contains(preference);
-  if (present && chance(15)) {
-    apply(
-        "no preference " + text + " " + std::to_string(preference),
-        [&](auto& m) { m.preferenceDeleted(prefix, preference); },
-        [&] { world_.config->route(prefix)->prefDel(u8); });
-    return;
-  }
-  if (present && !prefs.at(preference).rpfs.empty() && chance(40)) {
-    const auto& rpfs = prefs.at(preference).rpfs;
+  const auto present = prefs.find(preference);
+  const std::string of = text + " " + std::to_string(preference);
+  if (present != prefs.end() && chance(15)) {
+    if (allows("no preference " + of, [&](auto& m) { m.preferenceDeleted(prefix, preference); }))
+      world_.config->route(prefix)->prefDel(u8);
+  } else if (present != prefs.end() && !present->second.rpfs.empty() && chance(40)) {
+    const auto& rpfs = present->second.rpfs;
     const plain::Rpf rpf = *std::next(rpfs.begin(), static_cast<std::ptrdiff_t>(random_() % rpfs.size()));
-    apply(
-        "no rpf " + text + " " + std::to_string(preference) + " " + rpf.text(),
-        [&](auto& m) { m.rpfDeleted(prefix, preference, rpf); },
-        [&] { world_.rpfDel(text, u8, engineRpf(rpf)); });
-    return;
+    if (allows("no rpf " + of + " " + rpf.text(), [&](auto& m) { m.rpfDeleted(prefix, preference, rpf); }))
+      world_.rpfDel(text, u8, engineRpf(rpf));
+  } else {
+    rpfAdded(text, preference, someRpf());
   }
-  rpfAdded(text, preference, someRpf());
+}
+
+/// Whether it is there now.
+bool RandomEvents::prefixAdded(const std::string& text) {
+  const IpGenPrefix prefix(text);
+  if (model_.entry(prefix)) return true;
+  if (!allows("prefix " + text, [&](auto& m) { m.prefixAdded(prefix); })) return false;
+  world_.config->routeIs(prefix);
+  return true;
+}
+
+void RandomEvents::prefixDeleted(const std::string& text) {
+  const IpGenPrefix prefix(text);
+  if (allows("no prefix " + text, [&](auto& m) { m.prefixDeleted(prefix); })) world_.config->routeDel(prefix);
 }
 
 void RandomEvents::rpfAdded(const std::string& text, int preference, const plain::Rpf& rpf) {
   const IpGenPrefix prefix(text);
   const auto u8 = static_cast<U8>(preference);
-  if (!model_.entry(prefix)->prefs.contains(preference) &&
-      !apply(
-          "preference " + text + " " + std::to_string(preference),
-          [&](auto& m) { m.preferenceAdded(prefix, preference); },
-          [&] { world_.config->route(prefix)->prefIs(u8); }))
-    return;
-  apply(
-      "rpf " + text + " " + std::to_string(preference) + " " + rpf.text(),
-      [&](auto& m) { m.rpfAdded(prefix, preference, rpf); }, [&] { world_.rpfIs(text, u8, engineRpf(rpf)); });
+  const std::string of = text + " " + std::to_string(preference);
+  if (!model_.entry(prefix)->prefs.contains(preference)) {
+    if (!allows("preference " + of, [&](auto& m) { m.preferenceAdded(prefix, preference); })) return;
+    world_.config->route(prefix)->prefIs(u8);
+  }
+  if (allows("rpf " + of + " " + rpf.text(), [&](auto& m) { m.rpfAdded(prefix, preference, rpf); }))
+    world_.rpfIs(text, u8, engineRpf(rpf));
 }
 
 /// Many prefixes by one address, or all of them gone: whatever happens to that address marks everything.
@@ -276,13 +236,9 @@ void RandomEvents::burst() {
   const plain::Rpf rpf{2, 0, IpAddr(pick(addressPool))};
   const bool present = model_.entry(IpGenPrefix(burstPrefix(0))) != nullptr;
   for (U32 i = 0; i < burstPrefixes; ++i) {
-    const IpGenPrefix prefix(burstPrefix(i));
     if (present) {
-      apply(
-          "no burst", [&](auto& m) { m.prefixDeleted(prefix); }, [&] { world_.config->routeDel(prefix); });
-    } else if (apply(
-                   "burst", [&](auto& m) { m.prefixAdded(prefix); },
-                   [&] { world_.config->routeIs(prefix); })) {
+      prefixDeleted(burstPrefix(i));
+    } else if (prefixAdded(burstPrefix(i))) {
       rpfAdded(burstPrefix(i), 1, rpf);
     }
   }
@@ -291,65 +247,37 @@ void RandomEvents::burst() {
 // ---- Careless agents ----
 
 void RandomEvents::inputReplaced(U64 which) {
-  const auto other = [](std::size_t i) { return 1 - i; };
-  switch (which) {
-    case 0: {
-      const auto by = other(model_.configInUse);
-      apply(
-          "configuration replaced", [&](auto& m) { m.configReplaced(by); },
-          [&] {
-            world_.config = configs_[by];
-            world_.mrib->mribConfigIs(world_.config);
-          });
-      break;
-    }
-    case 1: {
-      const auto by = other(model_.addressesInUse);
-      apply(
-          "addresses replaced", [&](auto& m) { m.addressesInUse = by; },
-          [&] {
-            world_.ipStatus = addresses_[by];
-            world_.intfInfo->ipStatusIs(world_.ipStatus);
-          });
-      break;
-    }
-    case 2: {
-      const auto by = other(model_.intfsInUse);
-      apply(
-          "interfaces replaced", [&](auto& m) { m.intfsInUse = by; },
-          [&] {
-            world_.intfDir = intfs_[by];
-            world_.intfInfo->statusIs(world_.intfDir);
-          });
-      break;
-    }
-    case 3: {
-      const auto trie = world_.unicastTrie == tries_[0] ? tries_[1] : tries_[0];
-      const IpGenPrefix last = trie->changedRoute();
-      apply(
-          "unicast trie replaced", [&](auto& m) { m.unicastChanged(last); },
-          [&] {
-            world_.unicastTrie = trie;
-            world_.urib->trieIs(trie);
-          });
-      break;
-    }
-    default: {
-      const auto by = other(model_.resolverIntfs);
-      const auto order = tableOrder();
-      const IpGenPrefix last = world_.unicastTrie->changedRoute();
-      apply(
-          "resolver replaced",
-          [&](auto& m) {
-            m.resolverIntfs = by;
-            m.newResolver(order, last);
-          },
-          [&] {
-            world_.mrib->routeResolverIs(world_.urib, world_.mribStatus, intfs_[by]);
-            resolver().wholePassesIs(way_ == Way::whole);
-          });
-    }
+  if (which == 0 && allows("configuration replaced", [](auto& m) { m.configReplaced(1 - m.configInUse); })) {
+    world_.config = configs_[model_.configInUse];
+    world_.mrib->mribConfigIs(world_.config);
   }
+  if (which == 1 && allows("addresses replaced", [](auto& m) { m.addressesInUse = 1 - m.addressesInUse; })) {
+    world_.ipStatus = addresses_[model_.addressesInUse];
+    world_.intfInfo->ipStatusIs(world_.ipStatus);
+  }
+  if (which == 2 && allows("interfaces replaced", [](auto& m) { m.intfsInUse = 1 - m.intfsInUse; })) {
+    world_.intfDir = intfs_[model_.intfsInUse];
+    world_.intfInfo->statusIs(world_.intfDir);
+  }
+  const auto trie = tries_[world_.unicastTrie == tries_[0] ? 1 : 0];
+  const IpGenPrefix last = trie->changedRoute();
+  if (which == 3 && allows("unicast trie replaced", [&](auto& m) { m.unicastChanged(last); })) {
+    world_.unicastTrie = trie;
+    world_.urib->trieIs(trie);
+  }
+  if (which == 4) resolverReplaced();
+}
+
+void RandomEvents::resolverReplaced() {
+  const auto order = tableOrder();
+  const IpGenPrefix last = world_.unicastTrie->changedRoute();
+  const auto onModel = [&](PlainMrib& m) {
+    m.resolverIntfs = 1 - m.resolverIntfs;
+    m.newResolver(order, last);
+  };
+  if (!allows("resolver replaced", onModel)) return;
+  world_.mrib->routeResolverIs(world_.urib, world_.mribStatus, intfs_[model_.resolverIntfs]);
+  resolver().wholePassesIs(way_ == Way::whole);
 }
 
 /// An input is another one for a while; in which, where it is toggled, level 8 is traced.
@@ -358,49 +286,39 @@ void RandomEvents::inputReplacedForAWhile() {
   const bool toggle = way_ == Way::toggled && !recorder_;
   if (toggle) traceToggled();
   inputReplaced(which);
-  for (int i = 0; i < 4; ++i) chance(60) ? configure() : chance(50) ? interfaces() : unicast(true);
+  meanwhile(4);
   if (toggle) traceToggled();
   inputReplaced(which);
-  unicast(true);
+  unicast(pick(connectedPool), true);
 }
 
 /// The engine goes, the MRIB status stays, and the configuration is another one when the next engine starts.
 void RandomEvents::restart() {
-  apply(
-      "stop", [](auto& m) { m.stop(); }, [&] { world_.stop(); });
-  for (auto n = random_() % 6; n > 0; --n)
-    chance(70) ? configure() : chance(50) ? interfaces() : unicast(true);
+  if (allows("stop", [](auto& m) { m.stop(); })) world_.stop();
+  meanwhile(random_() % 6);
   newEngine();
 }
 
 void RandomEvents::sleep() {
-  apply(
-      "sleep", [](auto& m) { m.asleep = true; }, [&] { world_.mrib->hasNotificationActiveIs(false); });
-  for (auto n = random_() % 6; n > 0; --n)
-    chance(60) ? configure() : chance(50) ? interfaces() : unicast(true);
-  apply(
-      "wake", [](auto& m) { m.asleep = false; }, [&] { world_.mrib->hasNotificationActiveIs(true); });
-  if (chance(80)) {
-    apply(
-        "look at every prefix", [](auto& m) { m.everyPrefixMayHaveChanged(); },
-        [&] { world_.config->routeNotifyAll(); });
-  }
+  if (allows("sleep", [](auto& m) { m.asleep = true; })) world_.mrib->hasNotificationActiveIs(false);
+  meanwhile(random_() % 6);
+  if (allows("wake", [](auto& m) { m.asleep = false; })) world_.mrib->hasNotificationActiveIs(true);
+  if (chance(80)) everyPrefixLookedAt();
   const IpGenPrefix prefix(pick(configPool));
   if (!model_.entry(prefix)) return;
-  apply(
-      "look at every preference", [&](auto& m) { m.everyPreferenceMayHaveChanged(prefix); },
-      [&] { world_.config->route(prefix)->prefNotifyAll(); });
+  if (allows("every preference", [&](auto& m) { m.everyPreferenceMayHaveChanged(prefix); }))
+    world_.config->route(prefix)->prefNotifyAll();
 }
 
 void RandomEvents::zombie() {
-  apply(
-      "zombie", [](auto& m) { m.zombie = true; }, [&] { world_.mrib->zanDoZombieReactors(true); });
-  for (auto n = random_() % 4; n > 0; --n) chance(60) ? configure() : unicast(true);
-  apply(
-      "alive", [](auto& m) { m.zombie = false; }, [&] { world_.mrib->zanDoZombieReactors(false); });
-  apply(
-      "look at every prefix", [](auto& m) { m.everyPrefixMayHaveChanged(); },
-      [&] { world_.config->routeNotifyAll(); });
+  if (allows("zombie", [](auto& m) { m.zombie = true; })) world_.mrib->zanDoZombieReactors(true);
+  meanwhile(random_() % 4);
+  if (allows("alive", [](auto& m) { m.zombie = false; })) world_.mrib->zanDoZombieReactors(false);
+  everyPrefixLookedAt();
+}
+
+void RandomEvents::everyPrefixLookedAt() {
+  if (allows("every prefix", [](auto& m) { m.everyPrefixMayHaveChanged(); })) world_.config->routeNotifyAll();
 }
 
 void RandomEvents::statusWritten() {
@@ -410,115 +328,62 @@ void RandomEvents::statusWritten() {
   const auto key = prefix.v4Prefix();
   const auto* present = model_.route(prefix);
   if (!present || chance(10)) {
-    apply(
-        "route " + text, [&](auto& m) { m.statusRouteAdded(prefix); },
-        [&] { world_.mribStatus->routeIs(key); });
+    if (allows("route " + text, [&](auto& m) { m.statusRouteAdded(prefix); }))
+      world_.mribStatus->routeIs(key);
     return;
   }
   const int preference = chance(20) ? 0 : pick(preferencePool);
-  const U32 id = intf();
-  switch (random_() % 6) {
-    case 0:
-      apply(
-          "no route " + text, [&](auto& m) { m.statusRouteDeleted(prefix); },
-          [&] { world_.mribStatus->routeDel(key); });
-      break;
-    case 1:
-      apply(
-          "route " + text + " preference " + std::to_string(preference),
-          [&](auto& m) { m.setPreference(prefix, preference); },
-          [&] { world_.mribStatus->route(key)->preferenceIs(static_cast<U8>(preference)); });
-      break;
-    case 2:
-      apply(
-          "route " + text + " type", [&](auto& m) { m.route(prefix)->type = 11 - m.route(prefix)->type; },
-          [&] {
-            auto* route = world_.mribStatus->route(key);
-            route->routeTypeIs(RouteType(11 - static_cast<U8>(route->routeType())));
-          });
-      break;
-    case 3:
-      apply(
-          "route " + text + " without vias", [&](auto& m) { m.delAllVias(prefix); },
-          [&] { world_.mribStatus->route(key)->viaDelAll(); });
-      break;
-    case 4: {
-      if (present->vias.empty()) return;
-      const plain::Via gone = present->vias.front();
-      apply(
-          "route " + text + " loses a via", [&](auto& m) { m.delVia(prefix, gone); },
-          [&] {
-            auto* route = world_.mribStatus->route(key);
-            route->viaDel(Routing::Fib::Via(*route->viaIterator()));
-          });
-      break;
-    }
-    default: {
-      const auto it = model_.intfs().find(id);
-      const plain::Via via{IpAddr("9.9.9.9"), it == model_.intfs().end() ? plain::Intf{} : it->second};
-      apply(
-          "route " + text + " gets a via", [&](auto& m) { m.addVia(prefix, via); },
-          [&] {
-            const auto* status = world_.intfDir->intfStatus(IntfId(id));
-            world_.mribStatus->route(key)->viaIs({via.hop, Zan::Ptr<Interface::IntfStatus const>(status)},
-                                                 true);
-          });
-    }
-  }
+  const U64 kind = random_() % 6;
+  auto* route = world_.mribStatus->route(key);
+  const auto is = [&](const std::string& change, const OnModel& onModel) {
+    return allows("route " + text + change, onModel);
+  };
+  if (kind == 0 && is(" gone", [&](auto& m) { m.statusRouteDeleted(prefix); }))
+    world_.mribStatus->routeDel(key);
+  if (kind == 1 && is(" preference", [&](auto& m) { m.setPreference(prefix, preference); }))
+    route->preferenceIs(static_cast<U8>(preference));
+  if (kind == 2 && is(" type", [&](auto& m) { m.route(prefix)->type = 11 - m.route(prefix)->type; }))
+    route->routeTypeIs(RouteType(11 - static_cast<U8>(route->routeType())));
+  if (kind == 3 && is(" without vias", [&](auto& m) { m.delAllVias(prefix); })) route->viaDelAll();
+  if (kind == 4 && !present->vias.empty() &&
+      is(" loses a via", [&](auto& m) { m.delVia(prefix, plain::Via(m.route(prefix)->vias.front())); }))
+    route->viaDel(Routing::Fib::Via(*route->viaIterator()));
+  if (kind == 5) viaAdded(prefix, intf());
+}
+
+void RandomEvents::viaAdded(const IpGenPrefix& prefix, U32 id) {
+  const auto it = model_.intfs().find(id);
+  const plain::Via via{IpAddr("9.9.9.9"), it == model_.intfs().end() ? plain::Intf{} : it->second};
+  if (!allows(prefix.stringValue() + " gets a via", [&](auto& m) { m.addVia(prefix, via); })) return;
+  const Zan::Ptr<Interface::IntfStatus const> status(world_.intfDir->intfStatus(IntfId(id)));
+  world_.mribStatus->route(prefix.v4Prefix())->viaIs({via.hop, status}, true);
 }
 
 /// Prefix sets that somebody keeps, makes, fills, and registers.
 void RandomEvents::setWritten() {
   const IpGenPrefix lpm(prefixText()), member(prefixText());
+  const bool isRegistered = model_.setOf(lpm) != nullptr;
+  const std::string of = "set of " + lpm.stringValue(), its = ' ' + member.stringValue();
   const std::size_t i = held_.empty() ? 0 : random_() % held_.size();
-  switch (held_.empty() ? random_() % 5 : random_() % 8) {
-    case 0:
-      if (!model_.setOf(lpm)) return;
-      apply(
-          "set of " + lpm.stringValue() + " is kept", [&](auto& m) { m.held.push_back(m.setOf(lpm)); },
-          [&] { held_.push_back(resolver().mribForPrefix(lpm)); });
-      break;
-    case 1:
-      apply(
-          "a set of " + lpm.stringValue(),
-          [&](auto& m) {
-            m.held.push_back(std::make_shared<plain::Set>(plain::Set{lpm, {}}));
-          },
-          [&] { held_.push_back(Routing::Multicast::Rib::PrefixSet::PrefixSetIs(lpm)); });
-      break;
-    case 2:
-      apply(
-          "no set of " + lpm.stringValue(), [&](auto& m) { m.dropSet(lpm); },
-          [&] { resolver().mribForPrefixDel(lpm); });
-      break;
-    case 3:
-      if (!chance(30)) return;
-      apply(
-          "no sets", [&](auto& m) { m.dropAllSets(); }, [&] { resolver().mribForPrefixDelAll(); });
-      break;
-    case 4:
-      if (!model_.setOf(lpm)) return;
-      apply(
-          "set of " + lpm.stringValue() + " loses " + member.stringValue(),
-          [&](auto& m) { m.setOf(lpm)->members.erase(member); },
-          [&] { resolver().mribForPrefix(lpm)->prefixDel(member); });
-      break;
-    case 5:
-      apply(
-          "kept set " + std::to_string(i) + " registered", [&](auto& m) { m.registerSet(m.held[i]); },
-          [&] { resolver().mribForPrefixIs(held_[i]); });
-      break;
-    case 6:
-      if (!model_.route(member)) return;
-      apply(
-          "kept set " + std::to_string(i) + " gets " + member.stringValue(),
-          [&](auto& m) { m.held[i]->members.insert(member); }, [&] { held_[i]->prefixIs(member, true); });
-      break;
-    default:
-      apply(
-          "kept set " + std::to_string(i) + " loses " + member.stringValue(),
-          [&](auto& m) { m.held[i]->members.erase(member); }, [&] { held_[i]->prefixDel(member); });
-  }
+  const std::string kept = "kept set " + std::to_string(i);
+  const U64 kind = random_() % (held_.empty() ? 5 : 8);
+  if (kind == 0 && isRegistered && allows(of + " kept", [&](auto& m) { m.held.push_back(m.setOf(lpm)); }))
+    held_.push_back(resolver().mribForPrefix(lpm));
+  if (kind == 1 && allows("new " + of, [&](auto& m) { m.held.emplace_back(new plain::Set{lpm, {}}); }))
+    held_.push_back(Routing::Multicast::Rib::PrefixSet::PrefixSetIs(lpm));
+  if (kind == 2 && allows("no " + of, [&](auto& m) { m.dropSet(lpm); })) resolver().mribForPrefixDel(lpm);
+  if (kind == 3 && chance(30) && allows("no sets", [](auto& m) { m.dropAllSets(); }))
+    resolver().mribForPrefixDelAll();
+  if (kind == 4 && isRegistered &&
+      allows(of + " loses" + its, [&](auto& m) { m.setOf(lpm)->members.erase(member); }))
+    resolver().mribForPrefix(lpm)->prefixDel(member);
+  if (kind == 5 && allows(kept + " registered", [&](auto& m) { m.registerSet(m.held[i]); }))
+    resolver().mribForPrefixIs(held_[i]);
+  if (kind == 6 && model_.route(member) &&
+      allows(kept + " gets" + its, [&](auto& m) { m.held[i]->members.insert(member); }))
+    held_[i]->prefixIs(member, true);
+  if (kind == 7 && allows(kept + " loses" + its, [&](auto& m) { m.held[i]->members.erase(member); }))
+    held_[i]->prefixDel(member);
 }
 
 void RandomEvents::operationCalled() {
@@ -526,71 +391,40 @@ void RandomEvents::operationCalled() {
   const plain::Rpf rpf = someRpf();
   const int preference = pick(preferencePool);
   const std::size_t i = held_.empty() ? 0 : random_() % held_.size();
-  const std::string of = a.stringValue() + " " + b.stringValue() + " " + rpf.text();
-  switch (random_() % 9) {
-    case 0:
-      apply(
-          "doAddOrUpdateRoute " + of, [&](auto& m) { m.addOrUpdate(rpf, a, preference); },
-          [&] { resolver().doAddOrUpdateRoute(engineRpf(rpf), a, static_cast<U8>(preference)); });
-      break;
-    case 1:
-      apply(
-          "doDelRpf " + of, [&](auto& m) { m.delRpf(rpf, a); },
-          [&] { resolver().doDelRpf(engineRpf(rpf), a); });
-      break;
-    case 2:
-      apply(
-          "doDelRoute " + of, [&](auto& m) { m.delRoute(a); }, [&] { resolver().doDelRoute(a); });
-      break;
-    case 3:
-      apply(
-          "doAddWatchPrefix " + of, [&](auto& m) { m.addWatch(a, b); },
-          [&] { resolver().doAddWatchPrefix(a, b); });
-      break;
-    case 4:
-      if (held_.empty()) return;
-      apply(
-          "doDelWatchPrefix " + of + " kept " + std::to_string(i), [&](auto& m) { m.delWatch(a, m.held[i]); },
-          [&] { resolver().doDelWatchPrefix(a, held_[i]); });
-      break;
-    case 5:
-      apply(
-          "doDelWatchPrefix " + of, [&](auto& m) { m.delWatch(a, nullptr); },
-          [&] { resolver().doDelWatchPrefix(a, nullptr); });
-      break;
-    case 6: {
-      const bool add = chance(70);
-      apply(
-          "doMaybeRefreshRoutes " + of, [&](auto& m) { m.refresh(a, add); },
-          [&] { resolver().doMaybeRefreshRoutes(a, add); });
-      break;
-    }
-    case 7:
-      if (a.af() != Lumo::ipv4()) return;
-      apply(
-          "doRecursiveDelete " + of, [&](auto& m) { m.recursiveDelete(a, m.setOf(b)); },
-          [&] {
-            const Routing::Multicast::Rib::Route::PtrConst route(world_.mribStatus->route(a.v4Prefix()));
-            resolver().doRecursiveDelete(route, resolver().mribForPrefix(b));
-          });
-      break;
-    default:
-      apply(
-          "doRecursiveUpdate " + of, [&](auto& m) { m.recursiveUpdate(m.setOf(a)); },
-          [&] { resolver().doRecursiveUpdate(resolver().mribForPrefix(a)); });
+  const bool add = chance(70);
+  const U64 kind = random_() % 9;
+  const auto call = [&](U64 number, const char* name, const OnModel& onModel) {
+    const std::string of = a.stringValue() + " " + b.stringValue() + " " + rpf.text();
+    return kind == number && allows(name + (" " + of), onModel);
+  };
+  auto& sm = resolver();
+  if (call(0, "doAddOrUpdateRoute", [&](auto& m) { m.result = m.addOrUpdate(rpf, a, preference); }))
+    result_ = sm.doAddOrUpdateRoute(engineRpf(rpf), a, static_cast<U8>(preference));
+  if (call(1, "doDelRpf", [&](auto& m) { m.delRpf(rpf, a); })) sm.doDelRpf(engineRpf(rpf), a);
+  if (call(2, "doDelRoute", [&](auto& m) { m.delRoute(a); })) sm.doDelRoute(a);
+  if (call(3, "doAddWatchPrefix", [&](auto& m) { m.addWatch(a, b); })) sm.doAddWatchPrefix(a, b);
+  if (!held_.empty() && call(4, "doDelWatchPrefix, a kept set", [&](auto& m) { m.delWatch(a, m.held[i]); }))
+    sm.doDelWatchPrefix(a, held_[i]);
+  if (call(5, "doDelWatchPrefix", [&](auto& m) { m.delWatch(a, nullptr); })) sm.doDelWatchPrefix(a, nullptr);
+  if (call(6, "doMaybeRefreshRoutes", [&](auto& m) { m.refresh(a, add); })) sm.doMaybeRefreshRoutes(a, add);
+  if (a.af() == Lumo::ipv4() &&
+      call(7, "doRecursiveDelete", [&](auto& m) { m.recursiveDelete(a, m.setOf(b)); })) {
+    const Routing::Multicast::Rib::Route::PtrConst route(world_.mribStatus->route(a.v4Prefix()));
+    sm.doRecursiveDelete(route, sm.mribForPrefix(b));
   }
+  if (call(8, "doRecursiveUpdate", [&](auto& m) { m.recursiveUpdate(m.setOf(a)); }))
+    sm.doRecursiveUpdate(sm.mribForPrefix(a));
 }
 
 void RandomEvents::defaultPrefixSet() {
   const std::string text = chance(40) ? "0.0.0.0/0" : pick(connectedPool);
   const IpGenPrefix prefix(text);
   const bool machine = chance(30);
-  apply(
-      "default prefix " + prefix.stringValue(),
-      [&](auto& m) { (machine ? m.smDefaultPrefix : m.defaultPrefix) = prefix; },
-      [&] { machine ? world_.mrib->defaultPrefixIs(prefix) : resolver().defaultPrefixIs(prefix); });
+  if (allows("default prefix " + text,
+             [&](auto& m) { (machine ? m.smDefaultPrefix : m.defaultPrefix) = prefix; }))
+    machine ? world_.mrib->defaultPrefixIs(prefix) : resolver().defaultPrefixIs(prefix);
   for (int i = 0; i < 3; ++i) {
-    unicast(true);
+    unicast(pick(connectedPool), true);
     unicast(text, true);
   }
 }
@@ -599,6 +433,7 @@ void RandomEvents::defaultPrefixSet() {
 
 std::string RandomEvents::difference() {
   std::string found = recorder_ ? traceDifference() : "";
+  if (model_.result != result_) found += "result " + std::to_string(result_);
   if (found.empty()) {
     const std::string a = state(), b = model_.state();
     if (a != b) found = "state\nengine:\n" + a + "model:\n" + b;
@@ -630,7 +465,7 @@ std::string RandomEvents::wronglyUnmarked() {
   for (const auto& entry : model_.config()) {
     const auto* configured = world_.config->route(entry.prefix);
     if (extras_() % 5 != 0 || resolver().isMarked(*configured)) continue;
-    PlainMrib trial(model_);
+    PlainMrib trial = model_.copy();
     try {
       trial.offerPrefix(entry.prefix);
     } catch (const plain::Forbidden&) {
@@ -644,28 +479,12 @@ std::string RandomEvents::wronglyUnmarked() {
 
 /// The engine's state in the words of the model.
 std::string RandomEvents::state() const {
-  std::string t;
-  std::map<IpGenPrefix, std::string> sets;
-  for (auto r = world_.mribStatus->routeIterator(); r; ++r) {
-    t += world_.show(r->prefix().stringValue());
-    t.pop_back();
-    if (r->viaCount() > 0) t += ",";
-    for (std::size_t at = 0; (at = t.find(", ", at)) != t.npos;) t.erase(at + 1, 1);
-    t += "] {";
-    for (auto s = r->prefixSetIterator(); s; ++s) t += (*s)->lPrefix().stringValue() + ",";
-    t += "}\n";
-  }
-  for (auto s = resolver().mribForPrefixIterator(); s; ++s) {
-    std::string& members = sets[s->mribForPrefix()->lPrefix()];
-    for (auto m = s->mribForPrefix()->prefixIterator(); m; ++m) (members += ' ') += m->stringValue();
-  }
-  for (const auto& [lpm, members] : sets) t += "set " + lpm.stringValue() + ":" + members + "\n";
+  std::string t = world_.state() + "trie";
   const auto& builder = *world_.mrib->trieBuilder();
   std::set<IpGenPrefix> pool;
   for (const char* p : connectedPool) pool.insert(IpGenPrefix(p));
   for (const char* p : configPool) pool.insert(IpGenPrefix(p));
   for (U32 i = 0; i < burstPrefixes; ++i) pool.insert(IpGenPrefix(burstPrefix(i)));
-  t += "trie";
   U32 stored = 0;
   for (const IpGenPrefix& p : pool) {
     if (!builder.trie()->route(p)) continue;

@@ -30,7 +30,6 @@ class RandomEvents {
 
  private:
   using OnModel = std::function<void(plain::PlainMrib&)>;
-  using OnEngine = std::function<void()>;
   using Set = Routing::Multicast::Rib::PrefixSet::Ptr;
 
   bool chance(U32 percent) { return random_() % 100 < percent; }
@@ -42,25 +41,31 @@ class RandomEvents {
   std::string prefixText();
   Routing::Multicast::Rib::RouteResolverSm& resolver() const { return *world_.mrib->routeResolver(); }
 
-  /// Applies an event to the model, and to the engine unless the model refuses it.
-  bool apply(const std::string& name, const OnModel& onModel, const OnEngine& onEngine);
+  /// Applies an event to the model. False when the model refuses it: then the engine must not have it.
+  bool allows(const std::string& event, const OnModel& onModel);
+  void something(U64 kind);
+  void meanwhile(U64 events);
 
   // Agents.
   void interfaces();
   void intfIs(U32 id);
   void addressIs(U32 id);
-  void unicast(bool mayDelete);
-  void unicast(const std::string& prefix, bool mayDelete);
+  void unicast(const std::string& text, bool mayDelete);
   void configure();
-  void rpfAdded(const std::string& prefix, int preference, const plain::Rpf& rpf);
+  bool prefixAdded(const std::string& text);
+  void prefixDeleted(const std::string& text);
+  void rpfAdded(const std::string& text, int preference, const plain::Rpf& rpf);
   void burst();
   // Careless ones.
   void inputReplaced(U64 which);
+  void resolverReplaced();
   void inputReplacedForAWhile();
   void restart();
   void sleep();
   void zombie();
+  void everyPrefixLookedAt();
   void statusWritten();
+  void viaAdded(const Lumo::IpGenPrefix& prefix, U32 id);
   void setWritten();
   void operationCalled();
   void defaultPrefixSet();
@@ -86,4 +91,5 @@ class RandomEvents {
   std::string event_;
   U64 traced_ = 0;
   int objects_ = 0;
+  S32 result_ = 0;  // of the last operation that has one
 };

@@ -1,3 +1,5 @@
+#include <optional>
+
 #include "../EngineWorld.h"
 #include "../TraceRecorder.h"
 #include "../framework/QuarnRecords.h"
@@ -14,10 +16,6 @@ class UnreadRouteTest : public testing::Test {
     w.rpfIs("10.9.0.0/16", 1, w.via("30.0.0.5"));
     w.start();
   }
-  ~UnreadRouteTest() override {
-    close(routesCopy);
-    close(fecsCopy);
-  }
 
   /// Writes connected routes without a word to the engine, into tables in which bits can be flipped.
   void write(std::vector<std::pair<const char*, U32>> routes) {
@@ -25,16 +23,16 @@ class UnreadRouteTest : public testing::Test {
       w.fecs.fecIs({100 + intf, 1, {{{Lumo::IpAddr(), Lumo::IntfId(intf)}}}});
       w.routes.routeIs({Lumo::Prefix(prefix), Routing::Fib::RouteType::connected, 0, 100 + intf});
     }
-    routesCopy = QuarnRecords::copyOf(w.routes.fd());
-    fecsCopy = QuarnRecords::copyOf(w.fecs.fd());
-    w.urib->routeStatus()->attach(routesCopy);
-    w.urib->forwardingStatus()->attach(fecsCopy);
+    routesCopy.emplace(w.routes.fd());
+    fecsCopy.emplace(w.fecs.fd());
+    w.urib->routeStatus()->attach(*routesCopy);
+    w.urib->forwardingStatus()->attach(*fecsCopy);
   }
   void flipRoute(const char* prefix) {
     const Quarn::Fib::RouteStatus reader(w.routes.fd());
     for (auto i = reader.iterator(); i; ++i) {
       if ((*i).prefix == Lumo::Prefix(prefix))
-        QuarnRecords::flipBit(routesCopy, QuarnRecords::slotAt(i.slot()) + 20, 3);
+        QuarnRecords::flipBit(*routesCopy, QuarnRecords::slotAt(i.slot()) + 20, 3);
     }
   }
   void flipFec(U64 id) {
@@ -42,7 +40,8 @@ class UnreadRouteTest : public testing::Test {
     constexpr off_t bytes = 8 * (Quarn::Fib::FecTraits::layout.payloadWords + 1);
     for (auto i = reader.iterator(); i; ++i) {
       if ((*i).fecId == id)
-        QuarnRecords::flipBit(fecsCopy, QuarnRecords::slotsAt + static_cast<off_t>(i.slot()) * bytes + 40, 3);
+        QuarnRecords::flipBit(*fecsCopy, QuarnRecords::slotsAt + static_cast<off_t>(i.slot()) * bytes + 40,
+                              3);
     }
   }
   void name(const char* prefix) {
@@ -51,8 +50,7 @@ class UnreadRouteTest : public testing::Test {
   }
 
   EngineWorld w;
-  int routesCopy = -1;
-  int fecsCopy = -1;
+  std::optional<QuarnRecords::Copy> routesCopy, fecsCopy;
 };
 
 TEST_F(UnreadRouteTest, IsFollowedOnceItCanBeRead) {

@@ -1,15 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <memory>
-#include <optional>
-
 #include "Pim/MribSm/InterfaceInfo.h"
+#include "Refusal.h"
 #include "Routing/Multicast/Rib/Config.h"
 #include "Routing/Multicast/Shadow/Status.h"
 #include "Routing/Shadow/Status.h"
-#include "Zan/Hash.h"
-#include "Zan/Reactor.h"
+#include "Watcher.h"
 
 // What a host does that nobody should do: objects that go while they are at work, that are in two places at
 // once, that are kept for too long. It works, or it stops and says what the host did.
@@ -31,77 +27,12 @@ const Lumo::Prefix p10("10.0.0.0/8");
 const Lumo::IpGenPrefix g10("10.0.0.0/8");
 const Lumo::IpGenPrefix g20("20.0.0.0/8");
 
-Routing::Fib::Via via(const char* hop) {
-  return {Lumo::IpAddr(hop), nullptr};
-}
 Rpf rpf(const char* address) {
   return Rpf::ofAddr(Lumo::IpGenAddr(address));
 }
 
-/// Runs `then` at whatever it hears of.
-template <class Base>
-class Watcher : public Base {
- public:
-  explicit Watcher(const Ptr<Zan::PtrInterface const>& notifier, std::function<void()> t = {})
-      : then(std::move(t)) {
-    this->notifierIs(notifier);
-    this->isRegisteredNotifieeIs(true);
-  }
-  void onNotification() override { call("change"); }
-  void onAttribute(Zan::AttributeId id) override { call(std::to_string(id)); }
-  void onCollectionNotification(const Zan::String8& name) override { call(name.stringValue()); }
-  void handleDefault(Zan::ActivityConfig*, Zan::AttributeId, bool) override { call("leaving"); }
-  void handleNotification(Zan::ActivityConfig*) override {
-    if (afterwards) afterwards();
-  }
-  void onNotificationException(Zan::AttributeId id) override {
-    heard.push_back("threw in " + std::to_string(id));
-    if (answer) answer();
-  }
-  void onNotificationException() override {
-    heard.emplace_back("threw afterwards");
-    if (answer) answer();
-  }
-  void zan_bitSetIs(U32) override {
-    if (queued) queued();
-  }
-  Zan::ActivitySm* actsm() override { return activity.get(); }
-
-  std::function<void()> then, afterwards, answer, queued;
-  Log heard;
-  Ptr<Zan::ActivitySm> activity;
-
- private:
-  void call(std::string what) {
-    heard.push_back(std::move(what));
-    if (const auto now = then) now();  // which may set another one, or let this go
-  }
-};
-using RouteWatcher = Watcher<Route::NotifieeConst>;
-using StatusWatcher = Watcher<Status::NotifieeConst>;
-
-template <class Base>
-Ptr<Watcher<Base>> watch(const Ptr<Zan::PtrInterface const>& notifier, std::function<void()> then = {}) {
-  return Zan::create<Watcher<Base>>(notifier, std::move(then));
-}
-
-void addVias(Route& route) {
-  for (const char* hop : {"1.0.0.1", "1.0.0.2", "1.0.0.3"}) route.viaIs(via(hop), true);
-}
-
 [[noreturn]] void fail() {
   throw std::runtime_error("x");
-}
-
-/// What a call throws as a range exception; empty when it throws nothing.
-template <class Call>
-std::string refusal(Call call) {
-  try {
-    call();
-  } catch (const Zan::RangeException& e) {
-    return e.what();
-  }
-  return "";
 }
 
 // ---- Objects that go ----
@@ -109,19 +40,15 @@ std::string refusal(Call call) {
 TEST(CarelessHost, TakesAReferenceToAnObjectThatIsBeingDestroyed) {
   static Ptr<Zan::PtrInterface> kept;
   struct Plain : Zan::VFPtrInterface {
+    explicit Plain(bool k) : keep(k) {}
     ~Plain() override {
       const Ptr<Plain> self(this), again = self;
-      ++destroyed;
       if (keep) kept = self;
     }
-    int& destroyed;
-    bool keep = false;
-    explicit Plain(int& d) : destroyed(d) {}
+    const bool keep;
   };
-  int destroyed = 0;
-  Zan::create<Plain>(destroyed);
-  EXPECT_EQ(destroyed, 1);
-  EXPECT_DEATH(Zan::create<Plain>(destroyed)->keep = true, "`no reference outlives its object' failed");
+  Zan::create<Plain>(false);
+  EXPECT_DEATH(Zan::create<Plain>(true), "`no reference outlives its object' failed");
 }
 
 TEST(CarelessHost, ChangesWhatAReactorWatchesWhileTheReactorIsBeingDestroyed) {
@@ -191,7 +118,7 @@ TEST(CarelessHost, DropsTheOwnerOfAMemberThatIsLeaving) {
   auto status = Zan::create<Status>("mrib");
   const auto route = status->routeIs(p10);
   status->routeIs(Lumo::Prefix("20.0.0.0/8"));
-  const auto w = watch<Route::NotifieeConst>(route, [&] { status = nullptr; });
+  const auto w = watchRoute(route, [&] { status = nullptr; });
   status->routeDelAll();
   EXPECT_EQ(w->heard, (Log{"leaving", "7"}));
   EXPECT_FALSE(route->parent());
@@ -229,174 +156,32 @@ TEST(CarelessHost, OwnsAReactorByTheRecordThatItWatches) {
   watcher->notifierIs(nullptr);  // takes the owner along, and that the watcher
 }
 
-// ---- Collections ----
-
-struct Key {
-  int value;
-  U64 hash() const { return Zan::mix(static_cast<U64>(value), 0); }
-  friend bool operator==(Key, Key) = default;
-  friend bool operator<(Key a, Key b) { return a.value < b.value; }
-};
-std::function<void(int)> onLeft;
-
-template <template <class> class Links>
-struct Member : Zan::VFPtrInterface, Links<Member<Links>> {
-  explicit Member(int k) : key{k} {}
-  ~Member() override {
-    if (onDestruction) onDestruction();
-  }
-  Key fwkKey() const { return key; }
-  void zanLeft() {
-    if (onLeft) onLeft(key.value);
-  }
-  Key key;
-  std::function<void()> onDestruction;
-};
-
-template <class M>
-class CarelessCollection : public testing::Test {
- protected:
-  ~CarelessCollection() override { onLeft = nullptr; }
-  void fill(int count) {
-    for (int k = 0; k < count; ++k) map->insert(Zan::create<typename M::Member>(k));
-  }
-  std::unique_ptr<typename M::Map> map = std::make_unique<typename M::Map>();
-};
-struct Hashed {
-  using Member = ::Member<Zan::HashMember>;
-  using Map = Zan::HashMap<Member, Key>;
-};
-struct Ordered {
-  using Member = ::Member<Zan::RbTreeMember>;
-  using Map = Zan::RbTreeMap<Member, Key>;
-};
-using BothMaps = testing::Types<Hashed, Ordered>;
-TYPED_TEST_SUITE(CarelessCollection, BothMaps);
-
-TYPED_TEST(CarelessCollection, DeletesAllThatAreThereAndKeepsWhatHandlersAdd) {
-  using V = typename TypeParam::Member;
-  for (const int count : {1, 3, 20}) {
-    this->fill(count);
-    onLeft = [&](int k) {
-      if (k >= 1000) return;
-      this->map->insert(Zan::create<V>(1000 + k));
-      if (k == 1) this->map->erase(Key{count - 1});  // the last one goes early
-      if (k == 5) this->map->erase(Key{1003});
-    };
-    this->map->eraseAll();
-    EXPECT_EQ(this->map->size(), count == 20 ? 19u : static_cast<U32>(count));
-    EXPECT_FALSE(this->map->lookup({0}));
-    EXPECT_TRUE(this->map->lookup({1000}));
-    onLeft = nullptr;
-    this->map->eraseAll();
-  }
-}
-
-TYPED_TEST(CarelessCollection, GoesWhileAMemberLeaves) {
-  for (const int which : {0, 1, 2}) {
-    this->map = std::make_unique<typename TypeParam::Map>();
-    this->fill(20);
-    auto behind = this->map->iterator();
-    onLeft = [&](int) { this->map = nullptr; };
-    if (which == 0) this->map->eraseAll();
-    if (which == 1) this->map->erase(Key{3});
-    if (which == 2) behind.erase();
-    EXPECT_FALSE(this->map || behind || behind.erase() || ++behind);
-  }
-}
-
-TYPED_TEST(CarelessCollection, IsLookedAtByAMemberThatGoesWithIt) {
-  this->fill(20);
-  U32 seen = 0;
-  for (auto i = this->map->iterator(); i; ++i) {
-    i->onDestruction = [&] {
-      for (int k = 0; k < 20; ++k) seen += this->map->lookup({k}) != nullptr;
-    };
-  }
-  const Ptr<typename TypeParam::Member> kept(this->map->lookup({7}));
-  typename TypeParam::Map* const raw = this->map.get();
-  std::destroy_at(raw);  // in place, so that the members can still ask it
-  new (raw) typename TypeParam::Map();
-  EXPECT_EQ(seen, 190u - 12u) << "each sees those behind it; the kept one does not ask";
-  kept->onDestruction = nullptr;
-  this->map->insert(kept);
-  EXPECT_EQ(this->map->lookup({7}), kept.get()) << "what has lost its collection may enter another";
-}
-
-TYPED_TEST(CarelessCollection, StopsAtAMemberOfAnotherOne) {
-  using V = typename TypeParam::Member;
-  typename TypeParam::Map other;
-  for (const int count : {3, 20}) {
-    this->fill(count);
-    const Ptr<V> member(this->map->lookup({1})), stranger = Zan::create<V>(1);
-    EXPECT_DEATH(other.insert(member), "`member && !member->isInCollection\\(\\)' failed");
-    EXPECT_DEATH(this->map->insert(member), "isInCollection");
-    EXPECT_DEATH(this->map->insert(nullptr), "isInCollection");
-    EXPECT_DEATH(this->map->insert(stranger), "`!lookup\\(member->fwkKey\\(\\)\\)' failed");
-    EXPECT_DEATH(this->map->erase(stranger.get()), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
-    EXPECT_DEATH(other.erase(member.get()), "lookup\\(member->fwkKey\\(\\)\\) == member");
-    other.insert(this->map->erase(Key{0}));
-    other.eraseAll();
-    this->map->eraseAll();
-  }
-}
-
-TEST(CarelessHost, ChangesTheKeyOfAMemberOrReadsBehindTheEnd) {
-  Hashed::Map map;
-  for (int k = 0; k < 20; ++k) map.insert(Zan::create<Hashed::Member>(k));
-  auto i = map.iterator();
-  i->key.value = 77;
-  EXPECT_DEATH(i.erase(), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
-  i->key.value = 0;
-  i.erase();
-  EXPECT_DEATH(i->key.value = 1, "`the iterator stands on a member' failed");
-}
+// ---- Entries and iterators ----
 
 TEST(CarelessHost, KeepsIteratorsLongerThanTheRecord) {
   auto route = Zan::create<Route>(p10);
   addVias(*route);
   route->prefixSetIs(PrefixSet::PrefixSetIs(g10));
+  auto set = PrefixSet::PrefixSetIs(g10);
+  for (const auto& prefix : {g10, g20}) set->prefixIs(prefix, true);
+  auto config = Zan::create<Config>("c");
+  auto pref = config->routeIs(g10)->prefIs(1);
+  for (const char* address : {"1.1.1.1", "2.2.2.2"}) pref->rpfIs(rpf(address));
   auto vias = route->viaIterator();
   const auto copy = vias;
   auto sets = route->prefixSetIterator();
-  route = nullptr;
-  EXPECT_FALSE(vias || copy || ++vias || ++sets);
-  EXPECT_DEATH(*copy, "`the iterator stands on a value' failed");
-
-  auto set = PrefixSet::PrefixSetIs(g10);
-  for (const auto& prefix : {g10, g20}) set->prefixIs(prefix, true);
-  auto entry = Zan::create<RouteKeyPreference>(U8{1});
-  for (const char* address : {"1.1.1.1", "2.2.2.2"}) entry->rpfIs(rpf(address));
   auto prefixes = set->prefixIterator();
-  auto rpfs = entry->rpfIterator();
-  set = nullptr;
-  entry = nullptr;
+  auto rpfs = pref->rpfIterator();
+  auto routes = config->routeIterator();
+  auto prefs = config->route(g10)->prefIterator();
+  route = nullptr, set = nullptr, config = nullptr, pref = nullptr;
+  EXPECT_FALSE(vias || copy || ++vias || ++sets || routes || ++prefs);
   EXPECT_EQ(*prefixes, g10);
   EXPECT_EQ(*++prefixes, g20);
   EXPECT_EQ(*++rpfs, rpf("2.2.2.2"));
   EXPECT_FALSE(++rpfs);
+  EXPECT_DEATH(*copy, "`the iterator stands on a value' failed");
   EXPECT_DEATH(*rpfs, "`the iterator stands on a value' failed");
-
-  auto config = Zan::create<Config>("c");
-  config->routeIs(g10)->prefIs(1);
-  auto routes = config->routeIterator();
-  auto prefs = config->route(g10)->prefIterator();
-  config = nullptr;
-  EXPECT_FALSE(routes || ++prefs);
-}
-
-TEST(CarelessHost, AddsViasWhileAllAreDeleted) {
-  const auto route = Zan::create<Route>(p10);
-  addVias(*route);
-  const auto w = watch<Route::NotifieeConst>(route);
-  w->then = [&] {
-    w->then = nullptr;
-    route->viaDel(via("1.0.0.3"));
-    route->viaIs(via("1.0.0.9"), true);
-  };
-  route->viaDelAll();
-  EXPECT_EQ(route->viaCount(), 1u);
-  EXPECT_TRUE(route->via(via("1.0.0.9")));
 }
 
 TEST(CarelessHost, EntersAnEntryIntoTwoRecords) {
@@ -475,7 +260,7 @@ TEST(CarelessHost, ThrowsOutOfEverythingThatIsCalled) {
   const auto config = Zan::create<Zan::ActivityConfig>("loop");
   const auto sm = Zan::zanActivitySmFor(config.get());
   for (const bool queued : {false, true}) {
-    const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+    const auto a = watchRoute(route), b = watchRoute(route);
     a->then = a->afterwards = a->answer = a->queued = fail;
     if (queued) a->activity = b->activity = sm;
     route->preferenceIs(static_cast<U8>(route->preference() + 1));
@@ -486,7 +271,7 @@ TEST(CarelessHost, ThrowsOutOfEverythingThatIsCalled) {
                                       "threw afterwards", "135", "threw in 135", "threw afterwards"})
                                : (Log{"131", "threw in 131", "135", "threw in 135"}));
   }
-  const auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+  const auto a = watchRoute(route), b = watchRoute(route);
   a->then = a->answer = fail;
   status->routeDel(p10);
   EXPECT_EQ(b->heard, (Log{"leaving", "7"}));
@@ -497,15 +282,13 @@ TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
   auto config = Zan::create<Zan::ActivityConfig>("loop");
   auto sm = Zan::zanActivitySmFor(config.get());
   const auto route = Zan::create<Route>(p10);
-  U32 called = 0;
-  auto a = watch<Route::NotifieeConst>(route, [&] { ++called; }), b = watch<Route::NotifieeConst>(route);
+  auto a = watchRoute(route, fail), b = watchRoute(route);
   a->activity = b->activity = sm;
   route->preferenceIs(1);
   route->metricIs(1);
   EXPECT_EQ(sm->pending(), 4u);
   a = nullptr;
   EXPECT_EQ(sm->run(), 2u) << "the queue keeps nobody alive";
-  EXPECT_EQ(called, 0u);
 
   struct Last : Route {
     using Route::Route;
@@ -514,14 +297,13 @@ TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
   };
   auto last = Zan::create<Last>(p10);
   last->other = route;
-  Zan::ActivitySm* const raw = sm.get();
   struct Raw : RouteWatcher {
     using RouteWatcher::Watcher;
     Zan::ActivitySm* actsm() override { return sm; }
     Zan::ActivitySm* sm = nullptr;
   };
   const auto onLast = Zan::create<Raw>(last), onRoute = Zan::create<Raw>(route);
-  onLast->sm = onRoute->sm = raw;
+  onLast->sm = onRoute->sm = sm.get();
   last->preferenceIs(2);
   route->preferenceIs(2);
   onLast->notifierIs(nullptr);
@@ -538,7 +320,7 @@ TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
 TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
   auto config = Zan::create<Zan::ActivityConfig>("loop");
   const auto route = Zan::create<Route>(p10);
-  auto a = watch<Route::NotifieeConst>(route), b = watch<Route::NotifieeConst>(route);
+  auto a = watchRoute(route), b = watchRoute(route);
   a->activity = b->activity = Zan::zanActivitySmFor(config.get());
   route->preferenceIs(1);
   a->then = [&] { a->activity = b->activity = nullptr, config = nullptr; };
@@ -555,27 +337,6 @@ TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
   EXPECT_EQ(a->activity->pending(), 1u);
   a = nullptr;  // no circle with the work that waits: the leak checker would tell
   EXPECT_EQ(b->heard.back(), "131");
-}
-
-TEST(CarelessHost, RegistersUnregistersAndDropsDuringDelivery) {
-  const auto route = Zan::create<Route>(p10);
-  std::vector<Ptr<RouteWatcher>> all;
-  for (int i = 0; i < 6; ++i) all.push_back(watch<Route::NotifieeConst>(route));
-  all[1]->then = [&] {
-    all[0] = nullptr;
-    all[2]->isRegisteredNotifieeIs(false);
-    all[2]->isRegisteredNotifieeIs(true);
-    all[3] = nullptr;
-    all[4]->notifierIs(Zan::create<Route>(p10));
-    all.push_back(watch<Route::NotifieeConst>(route));
-    all[1]->then = nullptr;
-  };
-  route->preferenceIs(1);
-  EXPECT_EQ(all[2]->heard.size() + all[5]->heard.size(), 2u);
-  EXPECT_TRUE(all[4]->heard.empty());
-  EXPECT_TRUE(all[6]->heard.empty());
-  route->preferenceIs(2);
-  EXPECT_EQ(all[6]->heard.size(), 1u);
 }
 
 /// Of each type of notifiee that a host may derive from: one that is bound to something else.
@@ -601,15 +362,12 @@ TEST(CarelessHost, BindsANotifieeToANotifierOfAnotherType) {
   struct OwnRoute : Route {
     using Route::Route;
   };
-  const auto w = watch<Route::NotifieeConst>(Zan::create<OwnRoute>(p10));
+  const auto w = watchRoute(Zan::create<OwnRoute>(p10));
   EXPECT_EQ(w->notifier()->prefix(), p10) << "a derived type is one of its own";
   EXPECT_FALSE(refusal([&] { w->notifierIs(Zan::create<Zan::ActivityConfig>("no entity")); }).empty());
 }
 
 TEST(CarelessHost, PassesArgumentsOutOfRange) {
-  EXPECT_EQ(refusal([] { Hashed::Map(U32{1} << 31); }), "");
-  EXPECT_EQ(refusal([] { Hashed::Map((U32{1} << 31) + 1); }),
-            "Zan::HashMap::requestedSize > 2147483648 not allowed");
   const char* none = nullptr;
   EXPECT_EQ(refusal([&] { Zan::String8 s(none); }), "null bytes parameter to Zan::String8 not allowed");
   struct Ignorant : Route::NotifieeConst {
@@ -652,32 +410,15 @@ TEST(WholeCollections, AreToldOfInBothForms) {
 
 TEST(MribStatus, TellsOfTheTrieThatItsShadowKeeps) {
   const auto status = Zan::create<Status>("mrib");
-  struct TrieWatcher : Status::NotifieeConst {
-    void onTrie() override { ++heard; }
-    int heard = 0;
-  };
-  const auto w = Zan::create<TrieWatcher>();
-  w->notifierIs(status);
-  w->isRegisteredNotifieeIs(true);
+  const auto w = watch<Status::NotifieeConst>(status);
   const auto shadow = Zan::create<Shadow>("shadow");
   shadow->routeIs(status);
-  EXPECT_EQ(w->heard, 0);
+  EXPECT_EQ(w->heard.size(), 0u);
   shadow->trieIs("t", Lumo::ipv4());
-  EXPECT_EQ(w->heard, 1);
+  EXPECT_EQ(w->heard.size(), 1u);
   shadow->routeIs(nullptr);
   shadow->routeIs(status);
-  EXPECT_EQ(w->heard, 2);
-}
-
-TEST(Version, IsToldByTypesThatKeepOne) {
-  struct Versioned : Zan::NamedEntity {
-    Versioned() : NamedEntity("v") {}
-    void versionIs(U32) { tell<&NotifieeConst::onVersion>(versionId); }
-  };
-  const auto v = Zan::create<Versioned>();
-  const auto w = watch<Zan::Entity::NotifieeConst>(v);
-  v->versionIs(2);
-  EXPECT_EQ(w->heard, Log{"8"});
+  EXPECT_EQ(w->heard.size(), 2u);
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 
+#include "Refusal.h"
 #include "Zan/Hash.h"
 #include "Zan/HashMap.h"
 #include "Zan/ListSet.h"
@@ -19,14 +22,20 @@ struct Key {
   friend bool operator<(Key a, Key b) { return a.value < b.value; }
 };
 
-std::vector<int> left;  // keys of the members that told of their departure, in order
+std::function<void(int)> onLeft;  // hears the keys of the members that leave, when there is one
 
 template <class K, template <class> class Link>
 struct Member : Zan::VFPtrInterface, Link<Member<K, Link>> {
   explicit Member(int k) : key{k} {}
+  ~Member() override {
+    if (onDestruction) onDestruction();
+  }
   K fwkKey() const { return key; }
-  void zanLeft() { left.push_back(key.value); }
+  void zanLeft() {
+    if (onLeft) onLeft(key.value);
+  }
   K key;
+  std::function<void()> onDestruction;
 };
 using Hashed = Member<Key, Zan::HashMember>;
 using Ordered = Member<Key, Zan::RbTreeMember>;
@@ -221,23 +230,118 @@ TEST_P(CollectionsTest, IteratorsSurviveEveryRemoval) {
   walkThroughChanges<Ordered, Zan::RbTreeMap<Ordered, Key>>(GetParam());
 }
 
-TEST(Collections, EveryWayOfDeletionTellsTheMemberOnceAndDestructionNobody) {
-  auto map = std::make_unique<Zan::HashMap<Hashed, Key>>();
-  for (int k = 0; k < 20; ++k) map->insert(Zan::create<Hashed>(k));
-  left.clear();
-  map->erase(map->lookup({7})->key);  // the key is inside the member that goes
-  map->erase(map->lookup({3}));
-  map->iterator().erase();
+// ---- Handlers and hosts that do what nobody should ----
+
+template <class Map>
+class CarelessCollection : public testing::Test {
+ protected:
+  using Member = std::remove_pointer_t<decltype(std::declval<Map>().lookup(Key{}))>;
+  ~CarelessCollection() override { onLeft = nullptr; }
+  void fill(int count) {
+    for (int k = 0; k < count; ++k) map->insert(Zan::create<Member>(k));
+  }
+  std::unique_ptr<Map> map = std::make_unique<Map>();
+};
+using BothMaps = testing::Types<Zan::HashMap<Hashed, Key>, Zan::RbTreeMap<Ordered, Key>>;
+TYPED_TEST_SUITE(CarelessCollection, BothMaps);
+
+TYPED_TEST(CarelessCollection, TellsAMemberOnceThatItLeavesAndNobodyOfItsOwnEnd) {
+  std::vector<int> left;
+  onLeft = [&](int key) { left.push_back(key); };
+  this->fill(20);
+  this->map->erase(this->map->lookup(Key{7})->key);  // the key is inside the member that goes
+  this->map->erase(this->map->lookup(Key{3}));
+  this->map->iterator().erase();
   EXPECT_EQ(left, (std::vector<int>{7, 3, 0}));
-  map->eraseAll();
+  this->map->eraseAll();
   EXPECT_EQ(left.size(), 20u);
-  map->insert(Zan::create<Hashed>(1));
-  auto i = map->iterator();
-  map.reset();
+  this->fill(1);
+  auto i = this->map->iterator();
+  this->map = nullptr;
   EXPECT_EQ(left.size(), 20u);
-  EXPECT_FALSE(i) << "an iterator outlives its collection";
-  ++i;
-  EXPECT_FALSE(i);
+  EXPECT_FALSE(i || ++i) << "an iterator outlives its collection";
+}
+
+TYPED_TEST(CarelessCollection, DeletesAllThatAreThereAndKeepsWhatHandlersAdd) {
+  using V = typename TestFixture::Member;
+  for (const int count : {1, 3, 20}) {
+    this->fill(count);
+    onLeft = [&](int k) {
+      if (k >= 1000) return;
+      this->map->insert(Zan::create<V>(1000 + k));
+      if (k == 1) this->map->erase(Key{count - 1});  // the last one goes early
+      if (k == 5) this->map->erase(Key{1003});
+    };
+    this->map->eraseAll();
+    EXPECT_EQ(this->map->size(), count == 20 ? 19u : static_cast<U32>(count));
+    EXPECT_FALSE(this->map->lookup({0}));
+    EXPECT_TRUE(this->map->lookup({1000}));
+    onLeft = nullptr;
+    this->map->eraseAll();
+  }
+}
+
+TYPED_TEST(CarelessCollection, GoesWhileAMemberLeaves) {
+  for (const int which : {0, 1, 2}) {
+    this->map = std::make_unique<TypeParam>();
+    this->fill(20);
+    auto behind = this->map->iterator();
+    onLeft = [&](int) { this->map = nullptr; };
+    if (which == 0) this->map->eraseAll();
+    if (which == 1) this->map->erase(Key{3});
+    if (which == 2) behind.erase();
+    EXPECT_FALSE(this->map || behind || behind.erase() || ++behind);
+  }
+}
+
+TYPED_TEST(CarelessCollection, IsLookedAtByAMemberThatGoesWithIt) {
+  this->fill(20);
+  U32 seen = 0;
+  for (auto i = this->map->iterator(); i; ++i) {
+    i->onDestruction = [&] {
+      for (int k = 0; k < 20; ++k) seen += this->map->lookup({k}) != nullptr;
+    };
+  }
+  const Zan::Ptr<typename TestFixture::Member> kept(this->map->lookup({7}));
+  TypeParam* const raw = this->map.get();
+  std::destroy_at(raw);  // in place, so that the members can still ask it
+  new (raw) TypeParam();
+  EXPECT_EQ(seen, 190u - 12u) << "each sees those behind it; the kept one does not ask";
+  kept->onDestruction = nullptr;
+  this->map->insert(kept);
+  EXPECT_EQ(this->map->lookup({7}), kept.get()) << "what has lost its collection may enter another";
+}
+
+TYPED_TEST(CarelessCollection, StopsAtAMemberOfAnotherOne) {
+  using V = typename TestFixture::Member;
+  TypeParam other;
+  for (const int count : {3, 20}) {
+    this->fill(count);
+    const Zan::Ptr<V> member(this->map->lookup({1})), stranger = Zan::create<V>(1);
+    EXPECT_DEATH(other.insert(member), "`member && !member->isInCollection\\(\\)' failed");
+    EXPECT_DEATH(this->map->insert(member), "isInCollection");
+    EXPECT_DEATH(this->map->insert(nullptr), "isInCollection");
+    EXPECT_DEATH(this->map->insert(stranger), "`!lookup\\(member->fwkKey\\(\\)\\)' failed");
+    EXPECT_DEATH(this->map->erase(stranger.get()), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
+    EXPECT_DEATH(other.erase(member.get()), "lookup\\(member->fwkKey\\(\\)\\) == member");
+    other.insert(this->map->erase(Key{0}));
+    other.eraseAll();
+    this->map->eraseAll();
+  }
+}
+
+TEST(Collections, StopAtAChangedKeyAndBehindTheEndAndRefuseSizesThatCannotBe) {
+  Zan::HashMap<Hashed, Key> map;
+  for (int k = 0; k < 20; ++k) map.insert(Zan::create<Hashed>(k));
+  auto i = map.iterator();
+  i->key.value = 77;
+  EXPECT_DEATH(i.erase(), "`lookup\\(member->fwkKey\\(\\)\\) == member' failed");
+  i->key.value = 0;
+  i.erase();
+  EXPECT_DEATH(i->key.value = 1, "`the iterator stands on a member' failed");
+  using Map = Zan::HashMap<Hashed, Key>;
+  EXPECT_EQ(refusal([] { Map(U32{1} << 31); }), "");
+  EXPECT_EQ(refusal([] { Map((U32{1} << 31) + 1); }), "Zan::HashMap::requestedSize > 2147483648 not allowed");
 }
 
 }  // namespace

@@ -54,15 +54,23 @@ inline bool consistent(const Fec& fec) {
   return fec.viaCount == Fec::maxVias;
 }
 
-/// A sealed copy that, unlike the original, anybody can write to.
-inline int copyOf(int fd) {
-  std::vector<char> bytes(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)));
-  EXPECT_EQ(pread(fd, bytes.data(), bytes.size(), 0), std::ssize(bytes));
-  const int copy = memfd_create("copy", MFD_ALLOW_SEALING);
-  EXPECT_EQ(write(copy, bytes.data(), bytes.size()), std::ssize(bytes));
-  EXPECT_EQ(fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW), 0);
-  return copy;
-}
+/// A sealed copy of a table that, unlike the original, anybody can write to.
+class Copy {
+ public:
+  explicit Copy(int original) : fd_(memfd_create("copy", MFD_ALLOW_SEALING)) {
+    std::vector<char> bytes(static_cast<std::size_t>(lseek(original, 0, SEEK_END)));
+    EXPECT_EQ(pread(original, bytes.data(), bytes.size(), 0), std::ssize(bytes));
+    EXPECT_EQ(write(fd_, bytes.data(), bytes.size()), std::ssize(bytes));
+    EXPECT_EQ(fcntl(fd_, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW), 0);
+  }
+  ~Copy() { close(fd_); }
+  Copy(const Copy&) = delete;
+  Copy& operator=(const Copy&) = delete;
+  operator int() const { return fd_; }
+
+ private:
+  const int fd_;
+};
 
 inline constexpr off_t slotsAt = 4096;
 inline constexpr off_t slotBytes = 32;

@@ -96,10 +96,9 @@ TEST(Quarn, AttachRefusesWhatIsNoSealedTableOfItsKind) {
   ASSERT_EQ(fcntl(plain, F_ADD_SEALS, F_SEAL_SHRINK), 0);
   EXPECT_NE(refusal(plain).find("no table segment"), std::string::npos);
   close(plain);
-  const int flipped = copyOf(good.fd());
+  const Copy flipped(good.fd());
   flipBit(flipped, 40, 0);
   EXPECT_NE(refusal(flipped).find("header is corrupt"), std::string::npos);
-  close(flipped);
   EXPECT_NE(refusal(-1).find("dup"), std::string::npos);
 }
 // ---- Corruption ----
@@ -108,7 +107,7 @@ TEST(Quarn, AFlippedBitIsReportedAndTheOtherRecordsStillCome) {
   std::mt19937 random(11);
   RouteStatusWriter writer;
   for (U32 n = 0; n < 30; ++n) writer.routeIs(routeOf(n * n, n));  // some collide
-  const int fd = copyOf(writer.fd());
+  const Copy fd(writer.fd());
   RouteStatus reader(fd);
   std::vector<std::string> messages;
   reader.corruptionHandlerIs([&](const std::string& message) {
@@ -138,14 +137,13 @@ TEST(Quarn, AFlippedBitIsReportedAndTheOtherRecordsStillCome) {
     }
     flipBit(fd, at, bit);
   }
-  close(fd);
 }
 
 TEST(Quarn, AWalkOverRubbishEnds) {
   std::mt19937 random(13);
   RouteStatusWriter writer;
   for (U32 n = 0; n < 30; ++n) writer.routeIs(routeOf(n, n));
-  const int fd = copyOf(writer.fd());
+  const Copy fd(writer.fd());
   RouteStatus reader(fd);
   U32 reported = 0;
   reader.corruptionHandlerIs([&](const std::string&) { return ++reported, std::nullopt; });
@@ -161,13 +159,12 @@ TEST(Quarn, AWalkOverRubbishEnds) {
     EXPECT_EQ(reported, 64u) << "every slot once";
     EXPECT_THROW(reader.route(prefixOf(1)), Quarn::CorruptionException);
   }
-  close(fd);
 }
 
 TEST(Quarn, ARecordThatIsBeingWrittenIsTakenFromTheJournal) {
   RouteStatusWriter writer;
   writer.routeIs(routeOf(1, 1));
-  const int fd = copyOf(writer.fd());
+  const Copy fd(writer.fd());
   const RouteStatus reader(fd);
   const U64 slot = reader.iterator().slot();
   wordIs(fd, slotAt(slot), busyControl(reader.instance(), slot, 1));
@@ -176,13 +173,12 @@ TEST(Quarn, ARecordThatIsBeingWrittenIsTakenFromTheJournal) {
   EXPECT_TRUE(found && consistent(*found));
   flipBit(fd, slotAt(reader.slotCount()) + 16, 3);
   EXPECT_THROW(reader.route(prefixOf(1)), Quarn::CorruptionException) << "the journal is checked as well";
-  close(fd);
 }
 
 TEST(Quarn, SlotsThatWereLeftHalfWrittenAreReportedAtOnce) {
   RouteStatusWriter writer;
   for (U32 n = 0; n < 32; ++n) writer.routeIs(routeOf(n, 1));
-  const int fd = copyOf(writer.fd());
+  const Copy fd(writer.fd());
   const RouteStatus reader(fd);
   for (U64 slot = 0; slot < reader.slotCount(); ++slot) {
     wordIs(fd, slotAt(slot), busyControl(reader.instance(), slot, 3));  // the journal is of another write
@@ -196,13 +192,12 @@ TEST(Quarn, SlotsThatWereLeftHalfWrittenAreReportedAtOnce) {
   }
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
   EXPECT_THROW(reader.route(prefixOf(31)), Quarn::CorruptionException) << "its journal is of an older write";
-  close(fd);
 }
 
 TEST(Quarn, ASegmentThatClaimsMoreSlotsThanItHasIsRefused) {
   const RouteStatusWriter good;
   for (const U64 count : {U64{128}, U64{1} << 40, U64{1} << 59, (U64{1} << 59) + 1, U64{1} << 63, ~U64{0}}) {
-    const int fd = copyOf(good.fd());
+    const Copy fd(good.fd());
     U64 header[8];
     ASSERT_EQ(pread(fd, header, sizeof header, 0), 64);
     header[4] = count;
@@ -210,24 +205,19 @@ TEST(Quarn, ASegmentThatClaimsMoreSlotsThanItHasIsRefused) {
     ASSERT_EQ(pwrite(fd, header, sizeof header, 0), 64);
     EXPECT_NE(refusal(fd).find(std::has_single_bit(count) ? "shorter than it claims" : "no power of two"),
               std::string::npos);
-    close(fd);
   }
 }
 
 TEST(Quarn, FecKeepsAViaCountThatItsReaderMustRefuse) {
   ForwardingStatusWriter writer;
-  for (U64 id = 1; id < 200; ++id) {
-    Fec fec{};
-    fec.fecId = id;
-    fec.viaCount = 129;
-    fec.via[127] = {Lumo::IpAddr("1.2.3.4"), Lumo::IntfId(9)};
-    writer.fecIs(fec);
-  }
+  Fec fec{0, 129, {}};
+  fec.via[127] = {Lumo::IpAddr("1.2.3.4"), Lumo::IntfId(9)};
+  for (fec.fecId = 1; fec.fecId < 200; ++fec.fecId) writer.fecIs(fec);
   const ForwardingStatus reader(writer.fd());
-  const auto fec = reader.fec(150);
-  ASSERT_TRUE(fec);
-  EXPECT_EQ(fec->viaCount, 129u);
-  EXPECT_EQ(fec->via[127].hop.stringValue() + fec->via[127].intf.stringValue(), "1.2.3.49");
+  const auto found = reader.fec(150);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->viaCount, 129u);
+  EXPECT_EQ(found->via[127].hop.stringValue() + found->via[127].intf.stringValue(), "1.2.3.49");
   EXPECT_FALSE(reader.fec(200));
 }
 

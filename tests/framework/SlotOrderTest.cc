@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <vector>
+#include <type_traits>
 
 #include "Pim/MribSm/MribSm.h"
 
@@ -19,81 +19,58 @@ std::ptrdiff_t slot(F function) {
   return (word - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
-/// Where an order is broken; -1 when the slots follow each other. Two slots belong to a destructor (0 here).
-std::ptrdiff_t firstOutOfOrder(const std::vector<std::ptrdiff_t>& slots, std::ptrdiff_t first) {
-  for (const std::ptrdiff_t s : slots) {
-    if (s == 0) {
-      first += 2;
-    } else if (s != first++) {
-      return first - 1;
+/// Stands for a destructor, which has two slots.
+struct Destructor {};
+
+/// Expects each function in the slot behind the one before.
+template <class... Functions>
+void expectOrder(std::ptrdiff_t next, Functions... functions) {
+  int n = 0;
+  const auto look = [&](auto function) {
+    ++n;
+    if constexpr (std::is_same_v<decltype(function), Destructor>) {
+      next += 2;
+    } else {
+      EXPECT_EQ(slot(function), next++) << "number " << n;
     }
-  }
-  return -1;
+  };
+  (look(functions), ...);
 }
-constexpr std::ptrdiff_t destructor = 0;
+template <class Class, class... Arguments>
+using Operation = void (Class::*)(Arguments...);
 
 TEST(SlotOrder, OfANotifieeIsTheStatedOne) {
   using N = PtrInterface::NotifieeConst;
   struct E : Zan::Entity::NotifieeConst {};
-  std::vector<std::ptrdiff_t> slots;
-  // The first slot has offset 0, which reads as 0 here: it is checked apart.
-  EXPECT_EQ(slot(&N::hasNotificationActiveIs), 0);
-  slots = {slot(&N::zanAuditErrors),
-           slot(&N::auditErrors),
-           slot(&N::isNondestructingIs),
-           slot(&N::zeroReferencesIs),
-           slot(&N::fwkType),
-           destructor,
-           slot(&N::zanReactor),
-           slot(&N::zanRawReactor),
-           slot(&N::isStreamAdapter),
-           slot(&N::isRegisteredNotifieeIs),
-           slot(&N::zan_bitSetIs),
-           slot(&N::name),
-           slot(&N::notifierIs),
-           slot(&N::handleNotification),
-           slot(&N::handleDefault),
-           slot(&N::onAttribute),
-           slot(&N::onNotification),
-           slot(&N::onCollectionNotification),
-           slot(static_cast<void (N::*)()>(&N::onNotificationException)),
-           slot(static_cast<void (N::*)(Zan::AttributeId)>(&N::onNotificationException)),
-           slot(static_cast<void (N::*)(Zan::AttributeId)>(&N::handleNotificationException)),
-           slot(static_cast<void (N::*)()>(&N::handleNotificationException)),
-           slot(&N::onZeroReferences),
-           slot(&N::activityPtr),
-           slot(static_cast<const Zan::ActivityConfig* (N::*)() const>(&N::zanFwkActivity)),
-           slot(static_cast<Zan::ActivityConfig* (N::*)()>(&N::zanFwkActivity)),
-           slot(&N::actsm),
-           slot(&E::onParent),
-           slot(&E::onVersion)};
-  EXPECT_EQ(firstOutOfOrder(slots, 1), -1);
+  using Config = Zan::ActivityConfig;
+  using OfAttribute = Operation<N, Zan::AttributeId>;
+  expectOrder(0, &N::hasNotificationActiveIs, &N::zanAuditErrors, &N::auditErrors, &N::isNondestructingIs,
+              &N::zeroReferencesIs, &N::fwkType, Destructor(), &N::zanReactor, &N::zanRawReactor,
+              &N::isStreamAdapter, &N::isRegisteredNotifieeIs, &N::zan_bitSetIs, &N::name, &N::notifierIs,
+              &N::handleNotification, &N::handleDefault, &N::onAttribute, &N::onNotification,
+              &N::onCollectionNotification, Operation<N>(&N::onNotificationException),
+              OfAttribute(&N::onNotificationException), OfAttribute(&N::handleNotificationException),
+              Operation<N>(&N::handleNotificationException), &N::onZeroReferences, &N::activityPtr,
+              static_cast<const Config* (N::*)() const>(&N::zanFwkActivity),
+              static_cast<Config* (N::*)()>(&N::zanFwkActivity), &N::actsm, &E::onParent, &E::onVersion);
 }
 
 TEST(SlotOrder, OfEachRecordsNotifieeIsTheStatedOne) {
   using Routing::Multicast::Rib::Route;
   using N = Route::NotifieeConst;
-  const std::ptrdiff_t first = slot(&Zan::Entity::NotifieeConst::onVersion) + 1;
-  EXPECT_EQ(firstOutOfOrder(
-                {slot(&N::onIsNondestructing), slot(&N::onPreference), slot(&N::onRouteType),
-                 slot(static_cast<void (N::*)(const Route::Via&)>(&N::onVia)), slot(&N::onViazanImmediate),
-                 slot(static_cast<void (N::*)()>(&N::onVia)), slot(&N::onCreationTime), slot(&N::onMetric),
-                 slot(static_cast<void (N::*)(const Lumo::IpGenPrefix&)>(&N::onPrefixSet)),
-                 slot(&N::onPrefixSetzanImmediate), slot(static_cast<void (N::*)()>(&N::onPrefixSet))},
-                first),
-            -1);
   using I = Routing::Multicast::Rib::InterfaceInfo::NotifieeConst;
-  EXPECT_EQ(firstOutOfOrder({slot(&I::onIpStatus), slot(&I::onConfig), slot(&I::onStatus)}, first), -1);
+  const std::ptrdiff_t first = slot(&Zan::Entity::NotifieeConst::onVersion) + 1;
+  expectOrder(first, &N::onIsNondestructing, &N::onPreference, &N::onRouteType,
+              Operation<N, const Route::Via&>(&N::onVia), &N::onViazanImmediate, Operation<N>(&N::onVia),
+              &N::onCreationTime, &N::onMetric, Operation<N, const Lumo::IpGenPrefix&>(&N::onPrefixSet),
+              &N::onPrefixSetzanImmediate, Operation<N>(&N::onPrefixSet));
+  expectOrder(first, &I::onIpStatus, &I::onConfig, &I::onStatus);
 }
 
 TEST(SlotOrder, OfTheStateMachineEndsWithItsZombieOperation) {
   using M = Routing::Multicast::Rib::MribSm;
-  EXPECT_EQ(slot(&M::hasNotificationActiveIs), 0);
-  EXPECT_EQ(firstOutOfOrder(
-                {slot(&M::zanAuditErrors), slot(&M::auditErrors), slot(&M::isNondestructingIs),
-                 slot(&M::zeroReferencesIs), slot(&M::fwkType), destructor, slot(&M::zanDoZombieReactors)},
-                1),
-            -1);
+  expectOrder(0, &M::hasNotificationActiveIs, &M::zanAuditErrors, &M::auditErrors, &M::isNondestructingIs,
+              &M::zeroReferencesIs, &M::fwkType, Destructor(), &M::zanDoZombieReactors);
 }
 
 }  // namespace

@@ -132,47 +132,33 @@ TEST_F(ProgramTest, ExitCodesTellTheOutcome) {
 }
 
 TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {
-  const auto inspected = [&](const std::string& arguments) {
-    const auto result = runFiles("inspect " + arguments);
-    return std::to_string(result.code) + ' ' + result.out;
+  const std::string resolver = "MribSm/routeResolver --call 'doAddOrUpdateRoute rpf=addr 9.9.9.9 ";
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "0 MribSm: Routing::Multicast::Rib::MribSm\n"},
+      {"MribSm/mribShadow/trie", "  nodes: S32 = "},
+      {"MribSm/routeResolver/mribForPrefix", "members\n  ["},
+      {"-j MribSm/trieBuilder", "\"deletedPreferenceUnknown\": {"},
+      {"MribSm/routeResolver --set initialized=true", "  initialized: bool = true\n"},
+      {resolver + "pref=1 p=99.0.0.0/8'", "p=99.0.0.0/8 = -1\n"},
+      // Wrong names and types: what is wrong, and the nearest right name.
+      {"MribSm/routeResolvr", "did you mean \"routeResolver\"?"},
+      {"MribSm/routeResolver --call 'doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true'",
+       "1 mrib: doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true: unknown argument \"chngedPrefix\" of "
+       "\"doMaybeRefreshRoutes\"; did you mean \"changedPrefix\"?"},
+      {"MribSm --set initialize=maybe", "expected a value of type bool, found \"maybe\""},
+      {"MribSm/ipStatus/intfAddr[77]", "there is none"},
+      {"MribSm/mribConfig --set route=1", "attempting to modify a const instance"},
+      {resolver + "pref=0 p=9.0.0.0/8'", "1 mrib: the engine refuses this: assertion `pref'"},
   };
-  const auto has = [](const std::string& text, const std::string& part) {
-    return text.find(part) == text.npos ? part + " is not in\n" + text : "";
-  };
-  EXPECT_EQ(has(inspected(""), "0 MribSm: Routing::Multicast::Rib::MribSm\n"), "");
-  EXPECT_EQ(has(inspected("MribSm/mribShadow/trie"), "  nodes: S32 = "), "");
-  EXPECT_EQ(has(inspected("MribSm/routeResolver/mribForPrefix"), "members\n  ["), "");
-  EXPECT_EQ(has(inspected("-j MribSm/trieBuilder"), "\"deletedPreferenceUnknown\": {"), "");
-  EXPECT_EQ(has(inspected("MribSm/routeResolver --set initialized=true"), "  initialized: bool = true\n"),
-            "");
-  EXPECT_EQ(
-      has(inspected("MribSm/routeResolver --call 'doAddOrUpdateRoute pref=1 p=99.0.0.0/8 rpf=addr 9.9.9.9'"),
-          "rpf=addr 9.9.9.9 = -1\n"),
-      "");
-  // Wrong names and types: what is wrong, and the nearest right name.
-  EXPECT_EQ(has(inspected("MribSm/routeResolvr"), "did you mean \"routeResolver\"?"), "");
-  EXPECT_EQ(
-      has(inspected("MribSm/routeResolver --call 'doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true'"),
-          "1 mrib: doMaybeRefreshRoutes chngedPrefix=1.0.0.0/8 add=true: unknown argument \"chngedPrefix\" "
-          "of "
-          "\"doMaybeRefreshRoutes\"; did you mean \"changedPrefix\"?"),
-      "");
-  EXPECT_EQ(has(inspected("MribSm --set initialize=maybe"), "expected a value of type bool, found \"maybe\""),
-            "");
-  EXPECT_EQ(has(inspected("MribSm/ipStatus/intfAddr[77]"), "there is none"), "");
-  EXPECT_EQ(has(inspected("MribSm/mribConfig --set route=1"), "attempting to modify a const instance"), "");
-  EXPECT_EQ(
-      has(inspected("MribSm/routeResolver --call 'doAddOrUpdateRoute pref=0 p=9.0.0.0/8 rpf=addr 9.9.9.9'"),
-          "1 mrib: the engine refuses this: assertion `pref'"),
-      "");
+  for (const auto& [arguments, part] : cases) {
+    const Result r = runFiles("inspect " + arguments);
+    const std::string said = std::to_string(r.code) + ' ' + r.out;
+    EXPECT_NE(said.find(part), said.npos) << part << " is not in\n" << said;
+  }
 }
 
 TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
-  const struct {
-    const char* file;
-    const char* text;
-    const char* said;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
       {"route.json", R"([{"dst":"10.0.0.0/8","dev":"eth1")", "route.json: byte "},
       {"route.json", R"({"dst":"10.0.0.0/8"})", "route.json: element 0: expected an array at the top"},
       {"route.json", R"([7])", "route.json: element 1: expected an object"},
@@ -188,17 +174,16 @@ TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
       {"mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n",
        "mrib.conf:1, through 2.1.1.1) -> "},
   };
-  for (const auto& c : cases) {
-    const std::string before = [&] {
-      std::ifstream in(dir / c.file);
-      return std::string(std::istreambuf_iterator<char>(in), {});
-    }();
-    write(c.file, c.text);
+  const fs::path kept = dir.string() + "-kept";
+  fs::copy(dir, kept);
+  for (const auto& [file, text, said] : cases) {
+    write(file, text);
     const Result r = runFiles("");
-    EXPECT_EQ(r.code, 2) << c.text;
-    EXPECT_NE(r.out.find(c.said), std::string::npos) << c.text << "\n" << r.out;
-    write(c.file, before);
+    EXPECT_EQ(r.code, 2) << text;
+    EXPECT_NE(r.out.find(said), std::string::npos) << text << "\n" << r.out;
+    fs::copy(kept, dir, fs::copy_options::overwrite_existing | fs::copy_options::recursive);
   }
+  fs::remove_all(kept);
 }
 
 TEST_F(ProgramTest, TraceShowsTheEngineAtWork) {

@@ -1,7 +1,5 @@
 #include "PlainMrib.h"
 
-#include <algorithm>
-
 namespace plain {
 
 namespace {
@@ -55,45 +53,24 @@ std::string Via::text() const {
 
 std::string RouteState::text() const {
   std::string t = str(prefix) + " p" + std::to_string(preference) + " t" + std::to_string(type) + " [";
-  for (const Via& v : vias) t += v.text() + ",";
+  for (const Via& v : vias) t += (t.back() == '[' ? "" : ", ") + v.text();
   t += "] {";
   for (const SetPtr& s : sets) t += str(s->lpm) + ",";
   return t + "}";
 }
 
-/// Copies the sets too, each once.
-PlainMrib::PlainMrib(const PlainMrib& o)
-    : configs(o.configs),
-      addressTables(o.addressTables),
-      intfTables(o.intfTables),
-      unicast(o.unicast),
-      configInUse(o.configInUse),
-      addressesInUse(o.addressesInUse),
-      intfsInUse(o.intfsInUse),
-      resolverIntfs(o.resolverIntfs),
-      started(o.started),
-      asleep(o.asleep),
-      zombie(o.zombie),
-      traces(o.traces),
-      defaultPrefix(o.defaultPrefix),
-      smDefaultPrefix(o.smDefaultPrefix),
-      held(o.held),
-      routes_(o.routes_),
-      reactors_(o.reactors_),
-      nextObject_(o.nextObject_),
-      sets_(o.sets_),
-      trie_(o.trie_),
-      deletedPreference_(o.deletedPreference_),
-      trieUpdates_(o.trieUpdates_) {
+PlainMrib PlainMrib::copy() const {
+  PlainMrib all(*this);
   std::map<SetPtr, SetPtr> copies;
-  const auto copy = [&](SetPtr& set) {
-    SetPtr& own = copies[set];
-    if (!own) own = std::make_shared<Set>(*set);
-    set = own;
+  const auto own = [&](SetPtr& set) {
+    SetPtr& its = copies[set];
+    if (!its) its = std::make_shared<Set>(*set);
+    set = its;
   };
-  for (auto& [lpm, set] : sets_) copy(set);
-  for (RouteState& r : routes_) std::for_each(r.sets.begin(), r.sets.end(), copy);
-  std::for_each(held.begin(), held.end(), copy);
+  for (auto& [lpm, set] : all.sets_) own(set);
+  for (RouteState& r : all.routes_) std::for_each(r.sets.begin(), r.sets.end(), own);
+  std::for_each(all.held.begin(), all.held.end(), own);
+  return all;
 }
 
 std::string PlainMrib::state() const {
@@ -110,25 +87,7 @@ std::string PlainMrib::state() const {
          "\n";
 }
 
-PlainMrib::Entry* PlainMrib::entry(const IpGenPrefix& prefix) {
-  const auto it =
-      std::find_if(config().begin(), config().end(), [&](const Entry& e) { return e.prefix == prefix; });
-  return it == config().end() ? nullptr : &*it;
-}
-
-UnicastRoute* PlainMrib::unicastRoute(const IpGenPrefix& prefix) {
-  const auto it =
-      std::find_if(unicast.begin(), unicast.end(), [&](const UnicastRoute& u) { return u.prefix == prefix; });
-  return it == unicast.end() ? nullptr : &*it;
-}
-
 // ---- The MRIB status and its trie ----
-
-RouteState* PlainMrib::route(const IpGenPrefix& prefix) {
-  const auto it =
-      std::find_if(routes_.begin(), routes_.end(), [&](const RouteState& r) { return r.prefix == prefix; });
-  return it == routes_.end() ? nullptr : &*it;
-}
 
 RouteState& PlainMrib::newRoute(const IpGenPrefix& prefix) {
   if (RouteState* r = route(prefix)) return *r;
@@ -256,12 +215,6 @@ void PlainMrib::unicastChanged(const IpGenPrefix& prefix) {
 }
 
 // ---- The reactors on the configuration ----
-
-PlainMrib::Reactor* PlainMrib::reactor(const IpGenPrefix& prefix) {
-  const auto it =
-      std::find_if(reactors_.begin(), reactors_.end(), [&](const Reactor& r) { return r.prefix == prefix; });
-  return it == reactors_.end() ? nullptr : &*it;
-}
 
 /// The reactor that hears of changes of the present entry of a prefix.
 PlainMrib::Reactor* PlainMrib::watcher(const IpGenPrefix& prefix) {
@@ -406,8 +359,7 @@ void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& 
     say(5, sRpf + "Prefix " + str(prefix) + " Already deleted. Nothing to do.");
     return;
   }
-  const RouteState* r = route(lpm);
-  recursiveDelete(r ? std::optional(*r) : std::nullopt, setOf(lpm), 0);
+  recursiveDelete(lpm, setOf(lpm));
   delRpf(rpf, prefix);
   for (const auto& [p, rpfs] : prefs) {
     if (!offer(prefix, p)) continue;
@@ -586,8 +538,7 @@ void PlainMrib::delWatch(const IpGenPrefix& prefix, const SetPtr& set) {
 void PlainMrib::refresh(const IpGenPrefix& changed, bool add) {
   say(8, sRefresh + "( " + str(changed) + ", " + (add ? "True" : "False") + " )");
   if (!add) {
-    const RouteState* r = route(changed);
-    recursiveDelete(r ? std::optional(*r) : std::nullopt, setOf(changed), 0);
+    recursiveDelete(changed, setOf(changed));
     delRoute(changed);
     recursiveUpdate(setOf(changed), 0);
     return;
@@ -611,9 +562,9 @@ bool PlainMrib::offerPrefix(const IpGenPrefix& prefix) {
     if (had && route(prefix)->preference < preference) continue;
     bool installed = false, changed = false;
     for (const Rpf& rpf : configured.rpfs) {
-      const int result = addOrUpdate(rpf, prefix, preference);
-      installed |= result != -1;
-      changed |= result == 0;
+      const int outcome = addOrUpdate(rpf, prefix, preference);
+      installed |= outcome != -1;
+      changed |= outcome == 0;
     }
     if (installed) return changed;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -78,6 +79,13 @@ struct Forbidden : std::logic_error {
   using std::logic_error::logic_error;
 };
 
+/// The element of a prefix; null when there is none.
+template <class Elements>
+auto* find(Elements& all, const IpGenPrefix& prefix) {
+  const auto it = std::find_if(all.begin(), all.end(), [&](const auto& e) { return e.prefix == prefix; });
+  return it == all.end() ? nullptr : &*it;
+}
+
 class PlainMrib {
  public:
   using RpfSet = std::set<Rpf>;
@@ -95,9 +103,8 @@ class PlainMrib {
   using Addresses = std::map<U32, IpAddr>;
   using Intfs = std::map<U32, Intf>;
 
-  PlainMrib() = default;
-  PlainMrib(const PlainMrib& other);
-  PlainMrib& operator=(PlainMrib&&) = default;
+  /// One that shares nothing with this: with sets of its own.
+  PlainMrib copy() const;
 
   // Inputs, as they stand. Of those that can be replaced there are two, and which one is in use.
   std::array<Config, 2> configs;
@@ -130,6 +137,7 @@ class PlainMrib {
   // What anybody may call by name, and write into the MRIB status and the prefix sets.
   IpGenPrefix defaultPrefix{"0.0.0.0/0"};    // the resolver's
   IpGenPrefix smDefaultPrefix{"0.0.0.0/0"};  // that of the machine
+  int result = 0;  // kept for whoever calls it
   int addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference);
   void delRpf(const Rpf& rpf, const IpGenPrefix& prefix);
   void delRoute(const IpGenPrefix& prefix);
@@ -143,7 +151,7 @@ class PlainMrib {
   void dropAllSets() { sets_.clear(); }
   SetPtr setOf(const IpGenPrefix& lpm) const;
   std::vector<SetPtr> held;  // sets that somebody keeps a reference to
-  RouteState* route(const IpGenPrefix& prefix);
+  RouteState* route(const IpGenPrefix& prefix) { return find(routes_, prefix); }
   void statusRouteAdded(const IpGenPrefix& prefix) { newRoute(prefix); }
   void statusRouteDeleted(const IpGenPrefix& prefix) { deleteRoute(prefix); }
   void setPreference(const IpGenPrefix& prefix, int preference);
@@ -159,8 +167,8 @@ class PlainMrib {
 
   Config& config() { return configs[configInUse]; }
   const Intfs& intfs() const { return intfTables[intfsInUse]; }
-  Entry* entry(const IpGenPrefix& prefix);
-  UnicastRoute* unicastRoute(const IpGenPrefix& prefix);
+  Entry* entry(const IpGenPrefix& prefix) { return find(config(), prefix); }
+  UnicastRoute* unicastRoute(const IpGenPrefix& prefix) { return find(unicast, prefix); }
 
  private:
   /// A reactor on a configured prefix, with those on its preferences: which objects they watch.
@@ -171,7 +179,7 @@ class PlainMrib {
   };
 
   bool hearsConfig() const { return started && !asleep && !zombie; }
-  Reactor* reactor(const IpGenPrefix& prefix);
+  Reactor* reactor(const IpGenPrefix& prefix) { return find(reactors_, prefix); }
   Reactor* watcher(const IpGenPrefix& prefix);
   void watchPrefix(const Entry& entry);
   void watchPreference(const IpGenPrefix& prefix, int preference);

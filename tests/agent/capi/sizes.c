@@ -4,36 +4,21 @@
 #include "check.h"
 
 #if defined(__x86_64__) && !defined(__ILP32__)
-#define LAYOUT(type, bytes, holds) \
-  typedef char layout_##type[sizeof(struct mrib_##type) == (bytes) && (holds) ? 1 : -1]
-#define AT(type, field) offsetof(struct mrib_##type, field)
-LAYOUT(ip, 20, AT(ip, bytes) == 4);
-LAYOUT(prefix, 20, AT(prefix, length) == 1 && AT(prefix, bytes) == 4);
-LAYOUT(next_hop, 24, AT(next_hop, link) == 20);
-LAYOUT(options, 8, AT(options, rebuild_from) == 4);
-LAYOUT(status, 32,
-       AT(status, flags) == 4 && AT(status, generation) == 8 && AT(status, healed) == 16 &&
-           AT(status, route_count) == 24 && AT(status, reserved) == 28);
-LAYOUT(link, 24,
-       AT(link, index) == 4 && AT(link, name) == 8 && AT(link, flags) == 16 && AT(link, reserved) == 20);
-LAYOUT(address, 32, AT(address, link) == 4 && AT(address, ip) == 8 && AT(address, flags) == 28);
-LAYOUT(unicast, 40,
-       AT(unicast, type) == 4 && AT(unicast, preference) == 5 && AT(unicast, reserved) == 6 &&
-           AT(unicast, prefix) == 8 && AT(unicast, next_hop_count) == 28 && AT(unicast, next_hops) == 32);
-LAYOUT(mroute, 64,
-       AT(mroute, preference) == 4 && AT(mroute, prefix) == 8 && AT(mroute, rpf_address) == 28 &&
-           AT(mroute, rpf_interface) == 48 && AT(mroute, origin) == 56);
-LAYOUT(update, 32,
-       AT(update, flags) == 4 && AT(update, generation) == 8 && AT(update, change_count) == 16 &&
-           AT(update, note_count) == 20 && AT(update, changes) == 24);
-LAYOUT(route, 48,
-       AT(route, type) == 4 && AT(route, preference) == 5 && AT(route, reserved) == 6 &&
-           AT(route, prefix) == 8 && AT(route, next_hop_count) == 28 && AT(route, next_hops) == 32 &&
-           AT(route, next_hop_room) == 40 && AT(route, reserved2) == 44);
-LAYOUT(unresolved, 72,
-       AT(unresolved, reason) == 4 && AT(unresolved, mroute) == 8 && AT(unresolved, text) == 16 &&
-           AT(unresolved, address) == 24 && AT(unresolved, match) == 44 && AT(unresolved, installed) == 64 &&
-           AT(unresolved, flags) == 68);
+#define LAYOUT(type, bytes, field, offset) \
+  typedef char layout_##type               \
+      [sizeof(struct mrib_##type) == (bytes) && offsetof(struct mrib_##type, field) == (offset) ? 1 : -1]
+LAYOUT(ip, 20, bytes, 4);
+LAYOUT(prefix, 20, bytes, 4);
+LAYOUT(next_hop, 24, link, 20);
+LAYOUT(options, 8, rebuild_from, 4);
+LAYOUT(status, 32, reserved, 28);
+LAYOUT(link, 24, reserved, 20);
+LAYOUT(address, 32, flags, 28);
+LAYOUT(unicast, 40, next_hops, 32);
+LAYOUT(mroute, 64, origin, 56);
+LAYOUT(update, 32, changes, 24);
+LAYOUT(route, 48, reserved2, 44);
+LAYOUT(unresolved, 72, flags, 68);
 #endif
 
 /* Memory of so many bytes and no more, that begins like a struct, with its size. */

@@ -78,94 +78,11 @@ static void test_ways(struct mrib_agent* agent) {
   CHECK(mrib_change_at(&update, 1, &before, &after) == MRIB_NOT_FOUND);
 }
 
-/* A circle of two routes is refused with both named, and an address in an MRIB route that has other faults
- * too. */
-static void test_circle(struct mrib_agent* agent) {
-  struct mrib_mroute m = {MRIB_SIZE(mrib_mroute), .preference = 1, .prefix = prefix("10.1.0.0/16"),
-                          .rpf_address = ip("10.2.0.1"), .origin = 11};
-  uint64_t origins[3] = {0, 0, 7};
-  CHECK_OK(mrib_begin(agent));
-  CHECK_OK(mrib_mroute_set(agent, &m));
-  m.prefix = prefix("10.2.0.0/16"), m.rpf_address = ip("10.1.0.1"), m.origin = 12;
-  CHECK_OK(mrib_mroute_set(agent, &m));
-  CHECK_FAILS(mrib_commit(agent, NULL), MRIB_ERROR_REFUSED, "line 11");
-  CHECK(mrib_error_count() == 1 && mrib_error_origins(0, origins, 2) == 2 && origins[0] + origins[1] == 23);
-  CHECK(mrib_error_origins(0, NULL, 0) == 2 && mrib_error_origins(1, origins, 2) == 0 && origins[2] == 7);
-  CHECK(mrib_error_text(1) == NULL);
-}
-
-struct seen {
-  uint32_t count;
-  uint32_t reasons; /* a bit for each */
-  uint32_t flags;   /* of all */
-  struct mrib_unresolved last;
-};
-
-static int see(void* context, const struct mrib_unresolved* u) {
-  struct seen* seen = context;
-  ++seen->count;
-  seen->reasons |= 1u << u->reason;
-  seen->flags |= u->flags;
-  seen->last = *u;
-  CHECK(u->size == sizeof *u && u->mroute->size == sizeof *u->mroute && strlen(u->text) > 0);
-  return u->reason == MRIB_REASON_COVERED ? 42 : 0;
-}
-
-static int count(void* context, const struct mrib_mroute* m) {
-  ++*(uint64_t*)context;
-  return m->origin == 2 ? 7 : 0;
-}
-
-/* One configured route for each reason but those that need a moment of the engine, and stops at the last. */
-static void test_unresolved(struct mrib_agent* agent) {
-  static const struct {
-    const char *prefix, *address, *name;
-  } lines[] = {{"10.1.0.0/16", NULL, "eth9"},       {"10.1.0.0/16", NULL, "eth3"},
-               {"10.1.0.0/16", "172.16.0.1", NULL}, {"10.1.0.0/16", "9.9.9.9", NULL},
-               {"192.0.2.0/24", "192.0.2.1", NULL}, {"198.51.100.64/26", "198.51.100.1", NULL}};
-  const struct mrib_next_hop attached = {.link = 1};
-  const struct mrib_unicast all = {MRIB_SIZE(mrib_unicast), .type = MRIB_CONNECTED,
-                                   .prefix = prefix("0.0.0.0/0"), .next_hop_count = 1,
-                                   .next_hops = &attached};
-  const struct mrib_link link = {MRIB_SIZE(mrib_link), .index = 3, .name = "eth3",
-                                 .flags = MRIB_LINK_NO_CARRIER};
-  const struct mrib_prefix covered = prefix("198.51.100.0/24"), ten = prefix("10.0.0.0/8");
-  struct seen seen = {0};
-  uint64_t mroutes = 0;
-  CHECK_OK(mrib_visit_unresolved(agent, see, &seen));
-  CHECK(seen.count == 1 && seen.last.reason == MRIB_REASON_WAITING && seen.last.installed == 1);
-  CHECK(mrib_visit_mroutes(agent, count, &mroutes) == 7 && mroutes == 2);
-  CHECK_OK(mrib_begin(agent));
-  CHECK_OK(mrib_route_del(agent, &ten));
-  CHECK_OK(mrib_link_set(agent, &link));
-  for (size_t i = 0; i < sizeof lines / sizeof *lines; ++i) {
-    struct mrib_mroute m = {MRIB_SIZE(mrib_mroute), .preference = 1, .prefix = prefix(lines[i].prefix),
-                            .rpf_interface = lines[i].name};
-    if (lines[i].address) m.rpf_address = ip(lines[i].address);
-    CHECK_OK(mrib_mroute_set(agent, &m));
-  }
-  CHECK_OK(mrib_commit(agent, NULL));
-  CHECK(mrib_visit_unresolved(agent, see, &seen) == 42);
-  CHECK(memcmp(&seen.last.match, &covered, sizeof covered) == 0 && seen.last.address.bytes[3] == 1);
-  CHECK(seen.reasons ==
-        (1u << MRIB_REASON_NO_INTERFACE | 1u << MRIB_REASON_NO_ADDRESS | 1u << MRIB_REASON_NO_ROUTE |
-         1u << MRIB_REASON_ITSELF | 1u << MRIB_REASON_COVERED | 1u << MRIB_REASON_WAITING));
-  CHECK_OK(mrib_begin(agent));
-  CHECK_OK(mrib_route_set(agent, &all));
-  CHECK_OK(mrib_commit(agent, NULL));
-  CHECK(seen.flags == MRIB_RPF_LINK_DOWN);
-  seen.reasons = 0;
-  CHECK(mrib_visit_unresolved(agent, see, &seen) == 42);
-  CHECK(seen.reasons & 1u << MRIB_REASON_ONLY_DEFAULT);
-}
-
 void test_use(void) {
   struct mrib_agent* agent = router();
   test_version();
   test_states(agent);
   test_answers(agent);
   test_ways(agent);
-  test_circle(agent);
-  test_unresolved(agent);
   CHECK_OK(mrib_free(agent));
 }

@@ -155,22 +155,17 @@ TEST(Message, WithAnyByteWrongIsReadWithinItsBounds) {
 }
 
 TEST(Message, RefusesWhatCannotBe) {
-  const auto why = [](const Datagram& d) { return only<Malformed>(d).why; };
-  Datagram longPrefix;
-  longPrefix.message(RTM_NEWROUTE, routeHead(AF_INET, 33)).attribute(RTA_DST, U32{1});
-  EXPECT_EQ(why(longPrefix), "route: length of its prefix");
-  Datagram otherFamily;
-  otherFamily.message(RTM_NEWROUTE, routeHead()).attribute(RTA_DST, gateway6);
-  EXPECT_EQ(why(otherFamily), "route: family of its prefix");
-  Datagram noName;
-  noName.message(RTM_NEWLINK, ifinfomsg{AF_UNSPEC, 0, 1, 7, 0, 0});
-  EXPECT_EQ(why(noName), "link: without index or name");
-  Datagram wide;
-  wide.message(RTM_NEWROUTE, routeHead()).attribute(RTA_PRIORITY, U64{1});
-  EXPECT_EQ(why(wide), "metric: wrong size");
-  Datagram six;
-  six.message(RTM_NEWADDR, ifaddrmsg{AF_INET6, 129, 0, 0, 7}).attribute(IFA_ADDRESS, gateway6);
-  EXPECT_EQ(why(six), "address: family, link or length");
+  const auto route = routeHead();
+  const std::pair<const char*, Datagram> cases[] = {
+      {"route: length of its prefix",
+       Datagram().message(RTM_NEWROUTE, routeHead(AF_INET, 33)).attribute(RTA_DST, U32{1})},
+      {"route: family of its prefix", Datagram().message(RTM_NEWROUTE, route).attribute(RTA_DST, gateway6)},
+      {"link: without index or name", Datagram().message(RTM_NEWLINK, ifinfomsg{AF_UNSPEC, 0, 1, 7, 0, 0})},
+      {"metric: wrong size", Datagram().message(RTM_NEWROUTE, route).attribute(RTA_PRIORITY, U64{1})},
+      {"address: family, link or length",
+       Datagram().message(RTM_NEWADDR, ifaddrmsg{AF_INET6, 129, 0, 0, 7}).attribute(IFA_ADDRESS, gateway6)},
+  };
+  for (const auto& [why, datagram] : cases) EXPECT_EQ(only<Malformed>(datagram).why, why);
 }
 
 }  // namespace

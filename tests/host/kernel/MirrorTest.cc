@@ -38,21 +38,14 @@ class Pair {
     mirror.lost(Reason::overrun, now);
   }
   void step(bool silence) {
-    switch (kernel.pick(6)) {
-      case 0:
-        return kernel.change(silence);
-      case 1:
-        return deliverEvent();
-      case 2:
-        return kernel.dumpPart();
-      case 3:
-        return deliverAnswer();
-      case 4:
-        now += milliseconds(kernel.pick(20));
-        return act();
-      default:
-        mirror.takeChanges(kernel.pick(4));
-    }
+    const U32 kind = kernel.pick(6);
+    if (kind == 0) return kernel.change(silence);
+    if (kind == 1) return deliverEvent();
+    if (kind == 2) return kernel.dumpPart();
+    if (kind == 3) return deliverAnswer();
+    if (kind == 5) return void(mirror.takeChanges(kernel.pick(4)));
+    now += milliseconds(kernel.pick(20));
+    act();
   }
   /// Lets everything arrive, and the mirror do what it wants to. Never as long as to the next audit.
   void rest() {
@@ -129,14 +122,14 @@ class Scripted {
       ++dumps;
       now += duration;
       const auto say = [&](auto body) { mirror.answered({action.sequence, flags, std::move(body)}, now); };
-      if (action.dump == Dump::links)
-        for (const Link& l : links) say(LinkChange{l});
-      if (action.dump == Dump::addresses)
-        for (const Address& a : addresses) say(AddressChange{a});
-      if (action.dump == Dump::nextHops)
-        for (const NextHop& n : nextHops) say(NextHopChange{n});
-      if (action.dump == Dump::routes4)
-        for (const Route& r : routes) say(RouteChange{r});
+      const auto sayAll = [&](Dump dump, const auto& records, auto body) {
+        if (action.dump != dump) return;
+        for (const auto& record : records) say(decltype(body){record});
+      };
+      sayAll(Dump::links, links, LinkChange());
+      sayAll(Dump::addresses, addresses, AddressChange());
+      sayAll(Dump::nextHops, nextHops, NextHopChange());
+      sayAll(Dump::routes4, routes, RouteChange());
       say(DumpEnd{error});
     }
   }
