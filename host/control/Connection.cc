@@ -34,9 +34,8 @@ bool Connection::step(Service& service, const Limits& limits) {
   const std::size_t end = bytes.find('\0', searched_);
   searched_ = std::min(end, bytes.size());
   if (searched_ > limits.request) {
-    const std::string why = fmt::format("a request longer than {} bytes", limits.request);
-    hangUp(invalidParameter("the request: it is longer than " + std::to_string(limits.request) + " bytes"),
-           why);
+    const std::string why = fmt::format("it is longer than {} bytes", limits.request);
+    hangUp(invalidParameter("the request: " + why), "no request: " + why);
     return true;
   }
   if (end == std::string_view::npos) return false;
@@ -58,7 +57,7 @@ bool Connection::pull() {
 void Connection::answer(Service& service, std::string_view message, const Limits& limits) {
   auto parsed = parseRequest(message, limits.nesting);
   if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
-    if (refusal->confused) return hangUp(refusal->reply, "not a request: " + refusal->reply.parameters);
+    if (!refusal->confused.empty()) return hangUp(refusal->reply, "no request: " + refusal->confused);
     if (!refusal->oneway) reply(refusal->reply);
     return;
   }

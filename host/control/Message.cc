@@ -12,8 +12,8 @@ Reply standardError(const char* name, const json& parameters = json::object()) {
   return {parameters.dump(), std::string("org.varlink.service.") + name, false};
 }
 
-Refusal confused(std::string_view why) {
-  return {invalidParameter(fmt::format("the request: {}", why)), false, true};
+Refusal confused(const std::string& why) {
+  return {invalidParameter("the request: " + why), false, why};
 }
 
 /// An object for certain; throws nothing.
@@ -49,7 +49,7 @@ std::string_view readMembers(json& object, Request& request) {
   if (method == object.end() || !method->is_string()) return "method";
   request.method = std::move(method->get_ref<std::string&>());
   const auto parameters = object.find("parameters");
-  if (parameters == object.end()) return {};
+  if (parameters == object.end() || parameters->is_null()) return {};
   if (!parameters->is_object()) return "parameters";
   request.parameters = std::move(*parameters);
   return {};
@@ -79,7 +79,7 @@ std::variant<Request, Refusal> parseRequest(std::string_view message, U32 nestin
   if (auto* refusal = std::get_if<Refusal>(&parsed)) return std::move(*refusal);
   Request request;
   const std::string_view wrong = readMembers(std::get<json>(parsed), request);
-  if (!wrong.empty()) return Refusal{invalidParameter(wrong), request.oneway, false};
+  if (!wrong.empty()) return Refusal{invalidParameter(wrong), request.oneway, {}};
   return request;
 }
 

@@ -19,7 +19,7 @@ struct Request {
 struct Refusal {
   Reply reply;
   bool oneway = false;
-  bool confused = false;  ///< not even a JSON object: what follows can hardly be better
+  std::string confused;  ///< why it is not even a JSON object: what follows can hardly be better
 };
 
 /// Reads a message, without its NUL. Never throws; what nests deeper than `nesting` is refused before

@@ -115,8 +115,10 @@ void Listener::bind() {
   }
 }
 
-/// Needs no privilege when this process is in the group.
+/// Needs no privilege when this process is in the group, and no system call when that is its first one.
 void Listener::giveToGroup() {
+  struct stat made {};
+  if (group_ && lstat(path_.c_str(), &made) == 0 && made.st_gid == *group_) return;
   if (!group_) {
     note_ = fmt::format("there is no group {}: only root and this user may change things", groupName);
   } else if (lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) < 0) {
