@@ -258,6 +258,7 @@ std::optional<Refusal> Mroutes::circleAmong(const std::vector<U32>& members) con
         continue;
       }
       std::vector<U32> circle;
+      circle.reserve(path.size());
       for (const Step& s : path) circle.push_back(s.place);
       circle.erase(circle.begin(), std::find(circle.begin(), circle.end(), to));
       // What changes comes first, in the order of the lines.
