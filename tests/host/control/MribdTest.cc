@@ -92,7 +92,7 @@ class MribdTest : public testing::Test {
 TEST_F(MribdTest, ServesUntilItIsToldToEnd) {
   start();
   Client client(path);
-  EXPECT_EQ(client.call("org.mrib.GetStatus")["synced"], true);
+  EXPECT_EQ(client.call("org.mrib.GetStatus")["stale"], false);
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0660));
   EXPECT_EQ(refused(path), 2);
   EXPECT_NE(log().find("<3>" + path + ": another mribd serves here\n"), std::string::npos) << log();
