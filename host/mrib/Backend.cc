@@ -56,14 +56,14 @@ class Once : public OwnReading {
       saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
       readSaved(options.from, *saved_);
     }
-    router_ = std::make_unique<Router>(mirror(), monotonicNow);
     prepare();
-    if (options.configuration) configure(*options.configuration);
-    if (!options.config.empty()) configure(readConfiguration(options.config));
+    router_ = std::make_unique<Router>(mirror(), monotonicNow);
     while (router_->turn(monotonicNow()) <= monotonicNow()) {
     }
+    if (options.configuration) configure(*options.configuration);
+    if (!options.config.empty()) configure(readConfiguration(options.config));
     if (options.sample && options.config.empty()) takeSample();
-    router_->agent().settle();
+    if (router_->agent().mayDiffer()) router_->agent().settle();
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
     service_ =

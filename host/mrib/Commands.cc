@@ -97,30 +97,12 @@ std::unique_ptr<Backend> backendFor(const Request& request) {
 
 // ---- Questions ----
 
-/// All parts of a list, with the head of the first one.
-Json listOf(Backend& backend, const std::string& method, const Json& parameters, const char* name) {
-  Json whole;
-  backend.stream(method, parameters, [&](const Json& part) {
-    if (whole.is_null()) {
-      whole = part;
-    } else {
-      for (const Json& element : part.at(name)) whole[name].push_back(element);
-    }
-    return true;
-  });
-  return whole;
-}
-
 Json documentOf(const Backend& backend, const Json& answer) {
   Json document;
   document["schemaVersion"] = schemaVersion;
   document["answeredBy"] = jsonText(backend.name());
   document.update(answer);
   return document;
-}
-
-std::string headOf(const Backend& backend, const Json& answer) {
-  return fmt::format("{}{}\n\n", backend.name(), answer.at("stale") == true ? " (stale)" : "");
 }
 
 int codeOf(const Request& request, const Json& answer, int code = found) {
@@ -143,39 +125,98 @@ Json filterOf(const Request& request) {
   return filter;
 }
 
-int showUnresolved(const Request& request, Backend& backend) {
-  const Json answer =
-      listOf(backend, "org.mrib.ListUnresolved", {{"waiting", request.waiting}}, "unresolved");
-  if (request.json) {
-    print(dump(documentOf(backend, answer), 2));
-  } else if (answer.at("unresolved").empty()) {
-    print("all configured routes are resolved\n");
-  } else {
-    print(text::ofUnresolved(answer.at("unresolved")));
+/// A document with long lists, printed while their parts come: JSON has one element a line.
+class Listing {
+ public:
+  using PartText = std::function<std::string(const Json&)>;
+
+  Listing(const Request& request, Backend& backend) : request_(request), backend_(backend) {}
+
+  /// Prints a list; in text, by what `text` makes of its parts. Returns how many elements it had.
+  std::size_t list(const std::string& method, const Json& parameters, const char* name,
+                   const PartText& text) {
+    std::size_t count = 0;
+    backend_.stream(method, parameters, [&](const Json& part) {
+      if (count == 0) begin(part, name);
+      const Json& elements = part.at(name);
+      std::string out = request_.json ? "" : text(elements);
+      for (std::size_t i = 0; request_.json && i < elements.size(); ++i) {
+        out += (count + i == 0 ? "\n    " : ",\n    ") + line(elements[i]);
+      }
+      count += elements.size();
+      print(out);
+      return true;
+    });
+    if (request_.json) print(count == 0 ? "]" : "\n  ]");
+    return count;
   }
-  return codeOf(request, answer);
+  /// Ends the document.
+  void end() {
+    if (request_.json) print("\n}\n");
+  }
+  bool isStale() const { return stale_; }
+
+ private:
+  static std::string line(const Json& value) {
+    std::string text = dump(value, -1);
+    text.pop_back();
+    return text;
+  }
+  /// What stands before a list.
+  void begin(const Json& part, const char* name) {
+    const bool isFirst = !std::exchange(begun_, true);
+    std::string out;
+    if (isFirst && request_.json) {
+      out = fmt::format("{{\n  \"schemaVersion\": {},\n  \"answeredBy\": {}", schemaVersion,
+                        line(jsonText(backend_.name())));
+      for (const auto& [key, value] : part.items()) {
+        if (key != name) out += fmt::format(",\n  \"{}\": {}", key, line(value));
+      }
+    }
+    if (request_.json) out += fmt::format(",\n  \"{}\": [", name);
+    if (isFirst) stale_ = part.value("stale", false);
+    print(out);
+  }
+
+  const Request& request_;
+  Backend& backend_;
+  bool begun_ = false;
+  bool stale_ = false;
+};
+
+int codeOf(const Request& request, const Listing& listing, int code = found) {
+  return request.fresh && listing.isStale() ? stale : code;
+}
+
+int showUnresolved(const Request& request, Backend& backend) {
+  Listing listing(request, backend);
+  const std::size_t count = listing.list("org.mrib.ListUnresolved", {{"waiting", request.waiting}},
+                                         "unresolved", text::ofUnresolved);
+  listing.end();
+  if (count == 0 && !request.json) print("all configured routes are resolved\n");
+  return codeOf(request, listing);
 }
 
 int showRoutes(const Request& request, Backend& backend, const char* method) {
   const Json filter = filterOf(request);
-  Json answer = listOf(backend, method, filter, "routes");
+  Listing listing(request, backend);
+  text::RouteTable table;
+  if (!request.json) print(backend.name() + "\n\n");
+  const std::size_t count =
+      listing.list(method, filter, "routes", [&](const Json& routes) { return table.part(routes); });
   const bool whole = filter.empty() && request.command != "unicast";
   if (whole || request.unresolved) {
-    answer["unresolved"] =
-        listOf(backend, "org.mrib.ListUnresolved", Json::object(), "unresolved").at("unresolved");
+    bool isFirst = true;
+    listing.list("org.mrib.ListUnresolved", Json::object(), "unresolved", [&](const Json& unresolved) {
+      const bool isTitled = !unresolved.empty() && std::exchange(isFirst, false);
+      return (isTitled ? "\nNot resolved:\n" : "") + text::ofUnresolved(unresolved);
+    });
   }
-  if (whole) answer["warnings"] = backend.call("org.mrib.GetWarnings", Json::object()).at("warnings");
-  const int code = answer.at("routes").empty() && !request.arguments.empty() ? noRpfRoute : found;
-  if (request.json) {
-    print(dump(documentOf(backend, answer), 2));
-    return codeOf(request, answer, code);
-  }
-  std::string out = headOf(backend, answer) + text::ofRoutes(answer.at("routes"));
-  if (answer.contains("unresolved") && !answer["unresolved"].empty()) {
-    out += "\nNot resolved:\n" + text::ofUnresolved(answer["unresolved"]);
-  }
-  print(out);
-  return codeOf(request, answer, code);
+  if (whole && request.json) listing.list("org.mrib.GetWarnings", Json::object(), "warnings", {});
+  listing.end();
+  if (listing.isStale() && !request.json)
+    print("\nThis may be out of date: the daemon is reading the kernel.\n");
+  return codeOf(request, listing, count == 0 && !request.arguments.empty() ? noRpfRoute : found);
 }
 
 /// Warnings go to standard error, a few of them unless all are asked for.

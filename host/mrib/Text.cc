@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <utility>
 
 #include "Escape.h"
 #include "Zan/Types.h"
@@ -45,49 +45,48 @@ std::string routeText(const Json& route) {
   return fmt::format("{} [{}] {}", textOf(route.at("type")), textOf(route.at("preference")), viasText(route));
 }
 
-using Row = std::array<std::string, 7>;
+}  // namespace
 
-std::string tableOf(const std::vector<Row>& rows) {
-  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+std::vector<RouteTable::Row> RouteTable::rowsOf(const Json& route) {
+  Row row{textOf(route.at("prefix")), textOf(route.at("type")), textOf(route.at("preference"))};
+  if (route.contains("protocol")) {
+    row[3] = textOf(route["protocol"]);
+    row[4] = textOf(route["metric"]);
+  }
+  std::vector<Row> rows;
+  for (const Json& via : route.at("vias")) {
+    row[5] = hopText(route, via);
+    row[6] = textOf(via.at("interface"));
+    rows.push_back(std::exchange(row, {}));
+  }
+  if (!rows.empty()) return rows;
+  row[5] = isUsable(route) ? "none" : "-";
+  row[6] = "-";
+  return {row};
+}
+
+std::string RouteTable::part(const Json& routes) {
+  std::vector<Row> rows;
+  if (!std::exchange(begun_, true)) {
+    const bool unicast = !routes.empty() && routes[0].contains("protocol");
+    rows.push_back({"Prefix", "Type", "Pref", unicast ? "Protocol" : "", unicast ? "Metric" : "", "Next hop",
+                    "Interface"});
+  }
+  for (const Json& route : routes) {
+    for (Row& row : rowsOf(route)) rows.push_back(std::move(row));
+  }
   for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (std::size_t i = 0; i < row.size(); ++i) widths_[i] = std::max(widths_[i], row[i].size());
   }
   std::string text;
   for (const Row& row : rows) {
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i) {
-      if (widths[i] != 0) line += fmt::format("{:<{}}  ", row[i], widths[i]);
+      if (widths_[i] != 0) line += fmt::format("{:<{}}  ", row[i], widths_[i]);
     }
     text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
   }
   return text;
-}
-
-}  // namespace
-
-std::string ofRoutes(const Json& routes) {
-  if (routes.empty()) return "no route\n";
-  const bool unicast =
-      std::any_of(routes.begin(), routes.end(), [](const Json& r) { return r.contains("protocol"); });
-  std::vector<Row> rows{{"Prefix", "Type", "Pref", unicast ? "Protocol" : "", unicast ? "Metric" : "",
-                         "Next hop", "Interface"}};
-  for (const Json& route : routes) {
-    Row row{textOf(route.at("prefix")), textOf(route.at("type")), textOf(route.at("preference"))};
-    if (unicast) {
-      row[3] = textOf(route.at("protocol"));
-      row[4] = textOf(route.at("metric"));
-    }
-    for (const Json& via : route.at("vias")) {
-      row[5] = hopText(route, via);
-      row[6] = textOf(via.at("interface"));
-      rows.push_back(std::exchange(row, {}));
-    }
-    if (!route.at("vias").empty()) continue;
-    row[5] = isUsable(route) ? "none" : "-";
-    row[6] = "-";
-    rows.push_back(row);
-  }
-  return tableOf(rows);
 }
 
 std::string ofAnswer(const Json& answer) {

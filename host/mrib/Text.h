@@ -1,15 +1,28 @@
 #pragma once
 
+#include <array>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 /// The documents of the control protocol as text for people. Everything is escaped.
 namespace host::text {
 
 using Json = nlohmann::ordered_json;
 
-/// A table of routes, with a column for protocols when there are any.
-std::string ofRoutes(const Json& routes);
+/// A table of routes, made while they come: columns are as wide as the first part needs, or a later one.
+class RouteTable {
+ public:
+  /// The lines of some routes, after those of the columns' names when they are the first.
+  std::string part(const Json& routes);
+
+ private:
+  using Row = std::array<std::string, 7>;
+  static std::vector<Row> rowsOf(const Json& route);
+
+  bool begun_ = false;
+  std::array<std::size_t, 7> widths_{};
+};
 /// An answer as routers print it.
 std::string ofAnswer(const Json& answer);
 /// One line for each that is not in force.

@@ -148,7 +148,7 @@ Router::Trial Router::tryConfiguration(const Configuration& configuration) const
   tellMroutes(t, configuration, feed);
   const mrib::CommitResult result = agent.commit(t);
   if (!result) return {textsOf(result), {}};
-  agent.settle();
+  if (result.mayDiffer) agent.settle();
   return {{}, agent.unresolved()};
 }
 
