@@ -14,13 +14,12 @@ Json interfaceName(const std::string* name) {
   return name ? Json(jsonText(*name)) : Json();
 }
 
-Json viasOf(const Router& router, const mrib::Route& route) {
+Json viasOf(const Router& router, const mrib::Route& route, KernelFeed::When when) {
   Json vias = Json::array();
   for (const mrib::NextHop& hop : route.nextHops) {
-    const mrib::Link* link = router.agent().link(hop.link);
     Json via;
-    via["nextHop"] = router.isAttached(hop) ? Json() : Json(hop.address.stringValue());
-    via["interface"] = interfaceName(link ? &link->name : nullptr);
+    via["nextHop"] = router.isAttached(hop, when) ? Json() : Json(hop.address.stringValue());
+    via["interface"] = interfaceName(router.linkName(hop, when));
     vias.push_back(std::move(via));
   }
   return vias;
@@ -52,12 +51,12 @@ std::string_view nameOf(mrib::Reason reason) {
 
 }  // namespace
 
-Json ofRoute(const Router& router, const mrib::Route& route) {
+Json ofRoute(const Router& router, const mrib::Route& route, KernelFeed::When when) {
   Json json;
   json["prefix"] = route.prefix.stringValue();
   json["type"] = route.type == mrib::RouteType::connected ? "connected" : "static";
   json["preference"] = route.preference;
-  json["vias"] = viasOf(router, route);
+  json["vias"] = viasOf(router, route, when);
   return json;
 }
 
@@ -97,7 +96,7 @@ Json ofLine(const Configuration& configuration, const MrouteLine& line) {
 Json ofChange(const Router& router, const mrib::Change& change) {
   Json json;
   json["prefix"] = change.prefix().stringValue();
-  json["before"] = change.added() ? Json() : ofRoute(router, change.before);
+  json["before"] = change.added() ? Json() : ofRoute(router, change.before, KernelFeed::When::before);
   json["after"] = change.removed() ? Json() : ofRoute(router, change.after);
   return json;
 }
