@@ -49,7 +49,7 @@ std::string_view readMembers(json& object, Request& request) {
   if (method == object.end() || !method->is_string()) return "method";
   request.method = std::move(method->get_ref<std::string&>());
   const auto parameters = object.find("parameters");
-  if (parameters == object.end() || parameters->is_null()) return {};
+  if (parameters == object.end() || parameters->is_null()) return {};  // Go's clients say null for none
   if (!parameters->is_object()) return "parameters";
   request.parameters = std::move(*parameters);
   return {};

@@ -214,6 +214,7 @@ int showRoutes(const Request& request, Backend& backend, const char* method) {
   }
   if (whole && request.json) listing.list("org.mrib.GetWarnings", Json::object(), "warnings", {});
   listing.end();
+  if (count == 0 && !request.json) print("no route\n");
   if (listing.isStale() && !request.json)
     print("\nThis may be out of date: the daemon is reading the kernel.\n");
   return codeOf(request, listing, count == 0 && !request.arguments.empty() ? noRpfRoute : found);

@@ -67,8 +67,9 @@ std::vector<RouteTable::Row> RouteTable::rowsOf(const Json& route) {
 
 std::string RouteTable::part(const Json& routes) {
   std::vector<Row> rows;
+  if (routes.empty()) return "";
   if (!std::exchange(begun_, true)) {
-    const bool unicast = !routes.empty() && routes[0].contains("protocol");
+    const bool unicast = routes[0].contains("protocol");
     rows.push_back({"Prefix", "Type", "Pref", unicast ? "Protocol" : "", unicast ? "Metric" : "", "Next hop",
                     "Interface"});
   }

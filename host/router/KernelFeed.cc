@@ -59,10 +59,10 @@ void KernelFeed::rename(U32 index, const std::string& name, std::set<U32>& conce
   if (!link.name.empty()) {
     std::set<U32>& holders = byName_[link.name];
     holders.erase(index);
-    departed_[index] = link.name;
     concerned.insert(holders.begin(), holders.end());
     if (holders.empty()) byName_.erase(link.name);
   }
+  if (!link.name.empty()) formerNames_.try_emplace(index, link.name);
   link.name = name;
   if (name.empty()) return;
   std::set<U32>& holders = byName_[name];
@@ -83,6 +83,7 @@ void KernelFeed::tellLink(U32 index, mrib::Transaction& t) {
   routeStandIn(link, index, false, t);
   if (link.standIn != 0) freeStandIns_.insert(std::exchange(link.standIn, 0));
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
+  formerAddresses_.try_emplace(index, std::move(link.addresses));
   link.addresses.clear();
   if (link.name.empty() && link.attached.empty()) links_.erase(index);
 }
@@ -96,13 +97,6 @@ void KernelFeed::learnAlternativeNames() {
   if (alternatives == alternatives_) return;
   alternatives_ = std::move(alternatives);
   ++nameChanges_;
-}
-
-const std::string* KernelFeed::nameOf(U32 link) const {
-  const auto at = links_.find(link);
-  if (at != links_.end() && !at->second.name.empty()) return &at->second.name;
-  const auto gone = departed_.find(link);
-  return gone == departed_.end() ? nullptr : &gone->second;
 }
 
 const std::string& KernelFeed::agentName(const std::string& name) const {
@@ -134,6 +128,7 @@ void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
     t.address({index, Lumo::IpGenAddr(address), secondary});
   }
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
+  if (now != link.addresses) formerAddresses_.try_emplace(index, std::move(link.addresses));
   link.addresses = std::move(now);
   if (const IpAddr address = rpfAddressOf(link.addresses); address != IpAddr()) {
     rpfAddresses_.insert({address, index});
@@ -141,9 +136,30 @@ void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
   doubtful_.insert(index);
 }
 
-bool KernelFeed::isOwn(U32 link, IpAddr address) const {
+bool KernelFeed::isOwn(U32 link, IpAddr address, When when) const {
+  if (isStandIn(address)) return true;
+  const auto former = formerAddresses_.find(link);
+  if (when == When::before && former != formerAddresses_.end()) return former->second.contains(address);
   const auto at = links_.find(link);
-  return isStandIn(address) || (at != links_.end() && at->second.addresses.contains(address));
+  return at != links_.end() && at->second.addresses.contains(address);
+}
+
+// ---- What was ----
+
+const std::string* KernelFeed::formerName(U32 link) const {
+  const auto at = formerNames_.find(link);
+  return at == formerNames_.end() ? nullptr : &at->second;
+}
+
+bool KernelFeed::isOtherwise(const mrib::NextHop& hop) const {
+  return formerNames_.contains(hop.link) ||
+         (hop.address != IpAddr() && formerAddresses_.contains(hop.link) &&
+          isOwn(hop.link, hop.address, When::before) != isOwn(hop.link, hop.address, When::now));
+}
+
+void KernelFeed::forget() {
+  formerNames_.clear();
+  formerAddresses_.clear();
 }
 
 // ---- Routes ----

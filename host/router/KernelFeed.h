@@ -26,9 +26,17 @@ class KernelFeed {
   /// Adds to a transaction what the changes come to.
   void tell(const kernel::Mirror::Changes& changes, mrib::Transaction& t);
 
+  /// Changes of the MRIB are told after the fact, and what was is told in the words of that time.
+  enum class When : U8 { before, now };
   /// Whether an interface holds an address, or it stands in for it: a next hop of that address is the
   /// interface itself.
-  bool isOwn(U32 link, Lumo::IpAddr address) const;
+  bool isOwn(U32 link, Lumo::IpAddr address, When when = When::now) const;
+  /// The name that a link had before what was told since the last `forget`; null when it has it still.
+  const std::string* formerName(U32 link) const;
+  /// Whether this next hop had another name or meaning before.
+  bool isOtherwise(const mrib::NextHop& hop) const;
+  bool hasFormer() const { return !formerNames_.empty() || !formerAddresses_.empty(); }
+  void forget();
   /// How many routes to stand-ins there are.
   std::size_t standIns() const { return routedStandIns_; }
   /// Whether a route is one to a stand-in, which concerns nobody else.
@@ -39,17 +47,15 @@ class KernelFeed {
   /// The name under which the agent knows the link that has a name or an alternative name; otherwise the
   /// name itself.
   const std::string& agentName(const std::string& name) const;
-  /// The name of a link, also of one that went since the last `forgetDeparted`; null when there is none.
-  const std::string* nameOf(U32 link) const;
-  void forgetDeparted() { departed_.clear(); }
   /// Counts changes of what `agentName` may say.
   U64 nameChanges() const { return nameChanges_; }
 
  private:
+  using Addresses = std::map<Lumo::IpAddr, bool>;  // as told, and whether each is secondary
   struct Link {
     std::string name;
-    bool told = false;                       // the agent knows it
-    std::map<Lumo::IpAddr, bool> addresses;  // as told, and whether each is secondary
+    bool told = false;  // the agent knows it
+    Addresses addresses;
     std::set<Lumo::Prefix> attached;
     U32 standIn = 0;        // the address, or 0
     bool isRouted = false;  // and there is a route to it
@@ -71,10 +77,11 @@ class KernelFeed {
 
   const kernel::Mirror& mirror_;
   std::map<U32, Link> links_;
-  std::map<U32, std::string> departed_;
   std::map<std::string, std::set<U32>> byName_;
   std::map<std::string, std::string> alternatives_;
   U64 nameChanges_ = 0;
+  std::map<U32, std::string> formerNames_;
+  std::map<U32, Addresses> formerAddresses_;
   std::unordered_map<Lumo::Prefix, std::vector<U32>, PrefixHash> attached_;
   std::set<std::pair<Lumo::IpAddr, U32>> rpfAddresses_;  // that interfaces resolve by
   std::set<U32> doubtful_;                               // links that may need a stand-in, or no longer

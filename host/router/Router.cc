@@ -85,13 +85,26 @@ void Router::follow(Nanos now) {
 
 void Router::commit(Nanos now) {
   if (feed_.nameChanges() != nameChanges_) renameMroutes(pending_);
-  const mrib::CommitResult result = agent_.commit(pending_);
+  mrib::CommitResult result = agent_.commit(pending_);
   for (std::string& text : textsOf(result)) faults_.push_back(std::move(text));
   pending_.clear();
   unicastChanged_ = false;
   ready_ = true;
+  if (feed_.hasFormer()) addOtherwise(result.changes);
   committed(result, now);
-  feed_.forgetDeparted();
+  feed_.forget();
+}
+
+/// A route over a link that has another name now, or by an address that has become the router's own, is the
+/// same to the agent, but not to those who are told of changes.
+void Router::addOtherwise(std::vector<mrib::Change>& changes) const {
+  std::set<Lumo::Prefix> told;
+  for (const mrib::Change& change : changes) told.insert(change.prefix());
+  for (const mrib::Route& route : agent_.routes()) {
+    const bool otherwise = std::any_of(route.nextHops.begin(), route.nextHops.end(),
+                                       [&](const auto& hop) { return feed_.isOtherwise(hop); });
+    if (otherwise && !told.contains(route.prefix)) changes.push_back({route, route});
+  }
 }
 
 void Router::committed(const mrib::CommitResult& result, Nanos now) {
@@ -178,6 +191,13 @@ std::vector<std::string> Router::warningsFor(const Configuration& configuration)
 }
 
 // ---- Questions ----
+
+const std::string* Router::linkName(const mrib::NextHop& hop, KernelFeed::When when) const {
+  const std::string* former = when == KernelFeed::When::before ? feed_.formerName(hop.link) : nullptr;
+  if (former) return former;
+  const mrib::Link* link = agent_.link(hop.link);
+  return link ? &link->name : nullptr;
+}
 
 RpfAnswer Router::inMrib(const Lumo::IpGenAddr& source) const {
   using enum RpfAnswer::Status;

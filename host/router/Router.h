@@ -73,9 +73,11 @@ class Router {
   const kernel::Mirror& mirror() const { return mirror_; }
   const KernelFeed& feed() const { return feed_; }
   /// Whether packets by this next hop come from the link itself.
-  bool isAttached(const mrib::NextHop& hop) const {
-    return hop.address == Lumo::IpAddr() || feed_.isOwn(hop.link, hop.address);
+  bool isAttached(const mrib::NextHop& hop, KernelFeed::When when = KernelFeed::When::now) const {
+    return hop.address == Lumo::IpAddr() || feed_.isOwn(hop.link, hop.address, when);
   }
+  /// The name of a next hop's link; null when there is no such link.
+  const std::string* linkName(const mrib::NextHop& hop, KernelFeed::When when = KernelFeed::When::now) const;
   /// What the agent refused of the kernel's state since the last call: faults of this program.
   std::vector<std::string> takeFaults() { return std::exchange(faults_, {}); }
 
@@ -83,6 +85,7 @@ class Router {
   void follow(kernel::Nanos now);
   void commit(kernel::Nanos now);
   void committed(const mrib::CommitResult& result, kernel::Nanos now);
+  void addOtherwise(std::vector<mrib::Change>& changes) const;
   void tell(std::span<const mrib::Change> changes, bool settled);
   void renameMroutes(mrib::Transaction& t);
   kernel::Nanos settle(kernel::Nanos now);

@@ -14,12 +14,12 @@ Json interfaceName(const std::string* name) {
   return name ? Json(jsonText(*name)) : Json();
 }
 
-Json viasOf(const Router& router, const mrib::Route& route) {
+Json viasOf(const Router& router, const mrib::Route& route, KernelFeed::When when) {
   Json vias = Json::array();
   for (const mrib::NextHop& hop : route.nextHops) {
     Json via;
-    via["nextHop"] = router.isAttached(hop) ? Json() : Json(hop.address.stringValue());
-    via["interface"] = interfaceName(router.feed().nameOf(hop.link));
+    via["nextHop"] = router.isAttached(hop, when) ? Json() : Json(hop.address.stringValue());
+    via["interface"] = interfaceName(router.linkName(hop, when));
     vias.push_back(std::move(via));
   }
   return vias;
@@ -58,12 +58,12 @@ std::string whyOf(const mrib::Unresolved& u) {
 
 }  // namespace
 
-Json ofRoute(const Router& router, const mrib::Route& route) {
+Json ofRoute(const Router& router, const mrib::Route& route, KernelFeed::When when) {
   Json json;
   json["prefix"] = route.prefix.stringValue();
   json["type"] = route.type == mrib::RouteType::connected ? "connected" : "static";
   json["preference"] = route.preference;
-  json["vias"] = viasOf(router, route);
+  json["vias"] = viasOf(router, route, when);
   return json;
 }
 
@@ -103,7 +103,7 @@ Json ofLine(const Configuration& configuration, const MrouteLine& line) {
 Json ofChange(const Router& router, const mrib::Change& change) {
   Json json;
   json["prefix"] = change.prefix().stringValue();
-  json["before"] = change.added() ? Json() : ofRoute(router, change.before);
+  json["before"] = change.added() ? Json() : ofRoute(router, change.before, KernelFeed::When::before);
   json["after"] = change.removed() ? Json() : ofRoute(router, change.after);
   return json;
 }

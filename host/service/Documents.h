@@ -10,7 +10,7 @@ namespace host::documents {
 
 using Json = nlohmann::ordered_json;
 
-Json ofRoute(const Router& router, const mrib::Route& route);
+Json ofRoute(const Router& router, const mrib::Route& route, KernelFeed::When when = KernelFeed::When::now);
 Json ofUnicast(const Router& router, const Lumo::IpGenPrefix& prefix, const kernel::Answer& answer);
 Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);

@@ -1,0 +1,144 @@
+"""A few lines of Varlink, and a daemon under test in a network namespace of its own."""
+
+import fcntl
+import json
+import os
+import shutil
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+SKIPPED = 77
+
+
+def own_namespace():
+    """Runs the calling program again in a user and network namespace of its own."""
+    if os.environ.get("MRIB_NAMESPACE") == "own":
+        subprocess.run("ip link set lo up", shell=True, check=True)
+        return
+    os.environ["MRIB_NAMESPACE"] = "own"
+    options = ["-n", "-m"] if os.getuid() == 0 else ["-r", "-n", "-m"]
+    if subprocess.run(["unshare", *options, "ip", "link", "add", "type", "veth"], capture_output=True).returncode:
+        print("skipped: no network namespace of its own, or no veth links in it")
+        sys.exit(SKIPPED)
+    os.execvp("unshare", ["unshare", *options, sys.executable, *sys.argv])
+
+
+def ip(*lines):
+    """Runs all lines, and stops at none that fails; True when none did."""
+    return subprocess.run(["ip", "-force", "-batch", "-"], input="\n".join(lines), text=True,
+                          capture_output=True).returncode == 0
+
+
+def add_link(name):
+    """A link with a carrier, as all kernels have it."""
+    return ip(f"link add {name} type veth peer name {name}p", f"link set {name}p up", f"link set {name} up")
+
+
+def add_tunnel(name):
+    """A point-to-point link; it has a carrier as long as the descriptor that comes back is open."""
+    tunnel = os.open("/dev/net/tun", os.O_RDWR)
+    fcntl.ioctl(tunnel, 0x400454CA, struct.pack("16sH", name.encode(), 0x1001))
+    ip(f"link set {name} up")
+    return tunnel
+
+
+class Connection:
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.connect(path)
+        self.bytes = b""
+
+    def send(self, method, more=False, **parameters):
+        request = {"method": "org.mrib." + method, "parameters": parameters, "more": more}
+        self.socket.sendall(json.dumps(request).encode() + b"\0")
+
+    def next(self):
+        while b"\0" not in self.bytes:
+            got = self.socket.recv(1 << 20)
+            if not got:
+                raise EOFError
+            self.bytes += got
+        message, _, self.bytes = self.bytes.partition(b"\0")
+        return json.loads(message)
+
+    def call(self, method, **parameters):
+        self.send(method, **parameters)
+        return self.next()["parameters"]
+
+
+class Monitor(threading.Thread):
+    """Has the MRIB by applying what `Monitor` says, and keeps what did not fit."""
+
+    def __init__(self, path):
+        super().__init__(daemon=True)
+        self.connection = Connection(path)
+        self.routes, self.misfits, self.heard, self.generation = {}, [], 0.0, 0
+        self.restarts = 0
+        self.start()
+
+    def run(self):
+        self.connection.send("Monitor", more=True)
+        whole = True
+        try:
+            while True:
+                reply = self.connection.next()["parameters"]
+                if reply["restart"] and whole:
+                    self.restarts += 1
+                    self.routes = {}
+                whole = reply["complete"]
+                for change in reply["changes"]:
+                    self.apply(change)
+                self.generation, self.heard = reply["generation"], time.monotonic()
+        except (EOFError, OSError):
+            return
+
+    def apply(self, change):
+        if self.routes.get(change["prefix"]) != change["before"]:
+            self.misfits.append((self.routes.get(change["prefix"]), change))
+        if change["after"]:
+            self.routes[change["prefix"]] = change["after"]
+        else:
+            self.routes.pop(change["prefix"], None)
+
+    def mrib(self):
+        return sorted(list(self.routes.values()), key=lambda r: r["prefix"])
+
+
+class Daemon:
+    def __init__(self, mribd, config=None, prefix=()):
+        self.folder = tempfile.mkdtemp(prefix="mrib-e2e-")
+        self.path = self.folder + "/socket"
+        self.log = open(self.folder + "/log", "w+")
+        options = ["-c", config] if config else []
+        command = [*prefix, mribd, "--foreground", "--socket", self.path, *options]
+        self.process = subprocess.Popen(command, stderr=self.log)
+        for _ in range(1200):
+            try:
+                if not self.connect().call("GetStatus")["stale"]:
+                    return
+            except OSError:
+                pass
+            if self.process.poll() is not None:
+                break
+            time.sleep(0.05)
+        raise SystemExit("mribd does not come up: " + self.messages())
+
+    def connect(self):
+        return Connection(self.path)
+
+    def messages(self):
+        self.log.seek(0)
+        return self.log.read()
+
+    def stop(self):
+        """Returns how it ended, and what it left behind."""
+        self.process.terminate()
+        code = self.process.wait(5)
+        left = [name for name in os.listdir(self.folder) if name.startswith("socket")]
+        shutil.rmtree(self.folder)
+        return code, left
