@@ -224,17 +224,6 @@ class Driver {
     }
   }
 
-  std::string showInputs() const {
-    std::string text;
-    for (const auto& [prefix, lines] : inputs_.mroutes) {
-      for (const auto& line : lines) {
-        const auto address = inputs_.addressOf(line);
-        text += prefix.stringValue() + ' ' + line.name + ' ' + (address ? address->stringValue() : "-") +
-                ' ' + std::to_string(line.preference) + (inputs_.isHeld(prefix, line) ? " held\n" : "\n");
-      }
-    }
-    return text;
-  }
   std::string judge(bool mayDiffer) {
     if (!heardFault_.empty()) return heardFault_;
     if (heardGeneration_ != agent_.generation()) return "a generation was not told";
@@ -242,7 +231,7 @@ class Driver {
     if (show(heard_) != real) return "heard:\n" + show(heard_) + "is:\n" + real;
     if (const std::string found = twin_.difference(); !found.empty() || mayDiffer) return found;
     const auto answer = inputs_.mrib();
-    if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer) + "for:\n" + showInputs();
+    if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer);
     return judgeUnresolved(answer);
   }
   std::string judgeUnresolved(const RightAnswer::Mrib& answer) {

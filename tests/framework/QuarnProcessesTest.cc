@@ -128,19 +128,6 @@ TEST(QuarnProcesses, AWriterThatIsStoppedAndThenKilledInASlotDelaysNobodyAndLose
   EXPECT_TRUE(isInASlot(tables));
 }
 
-TEST(QuarnProcesses, ARecordThatIsRewrittenWithoutPauseCanBeRead) {
-  ForwardingStatusWriter writer;
-  writer.fecIs(fecOf(1, 0));
-  const std::jthread rewriting([&](const std::stop_token& stop) {
-    for (U32 g = 1; !stop.stop_requested(); ++g) writer.fecIs(fecOf(1, g));
-  });
-  const ForwardingStatus reader(writer.fd());
-  for (int n = 0; n < 20'000; ++n) {
-    const auto found = reader.fec(1);
-    ASSERT_TRUE(found && consistent(*found));
-  }
-}
-
 // ---- Limits ----
 
 /// Fills a table until a limit on the size of files is in the way; 0 when that is an exception which leaves

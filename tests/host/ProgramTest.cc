@@ -2,15 +2,14 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
+
+#include "Folder.h"
 
 // The program itself, as its user calls it.
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Result {
   int code;
@@ -20,29 +19,27 @@ struct Result {
 class ProgramTest : public testing::Test {
  protected:
   ProgramTest() {
-    std::string pattern = (fs::temp_directory_path() / "mrib-test-XXXXXX").string();
-    dir = mkdtemp(pattern.data());
-    write("link.json",
-          R"([{"ifindex":1,"ifname":"lo","flags":["UP"]},{"ifindex":2,"ifname":"e\"\\\u0007","flags":["UP"]},
+    folder.write(
+        "link.json",
+        R"([{"ifindex":1,"ifname":"lo","flags":["UP"]},{"ifindex":2,"ifname":"e\"\\\u0007","flags":["UP"]},
                           {"ifindex":3,"ifname":"eth1","flags":["UP"]}])");
-    write("addr.json", R"([{"ifindex":2,"addr_info":[{"family":"inet6","local":"::1","prefixlen":64},
+    folder.write("addr.json", R"([{"ifindex":2,"addr_info":[{"family":"inet6","local":"::1","prefixlen":64},
                           {"family":"inet","local":"10.0.1.1","prefixlen":24}]},
                           {"ifindex":3,"addr_info":[{"family":"inet","local":"10.0.2.1","prefixlen":24}]}])");
-    write("route.json",
-          R"([{"dst":"default","gateway":"10.0.1.254","dev":"e\"\\\u0007","protocol":"static","flags":[]},
+    folder.write(
+        "route.json",
+        R"([{"dst":"default","gateway":"10.0.1.254","dev":"e\"\\\u0007","protocol":"static","flags":[]},
       {"dst":"10.0.1.0/24","dev":"e\"\\\u0007","protocol":"kernel","scope":"link","prefsrc":"10.0.1.1","flags":[]},
       {"dst":"10.0.2.0/24","dev":"eth1","protocol":"kernel","scope":"link","flags":[]},
       {"dst":"10.0.3.0/24","dev":"eth1","protocol":"kernel","scope":"link","flags":["dead","linkdown"]},
       {"type":"blackhole","dst":"10.9.0.0/16","flags":[]},
       {"dst":"172.16.0.0/16","protocol":"ospf","metric":20,"flags":[],
        "nexthops":[{"gateway":"10.0.1.2","dev":"e\"\\\u0007","weight":1,"flags":[]},{"gateway":"10.0.2.2","dev":"eth1"}]}])");
-    write("mrib.conf",
-          "ip mroute 20.0.0.0/8 10.0.1.7\nip mroute 20.0.0.0/8 eth1 9\nip mroute 30.0.0.0/8 20.1.1.1\n"
-          "ip mroute 40.0.0.0/8 eth7\nip mroute 50.0.0.0/8 99.1.1.1\n");
+    folder.write("mrib.conf",
+                 "ip mroute 20.0.0.0/8 10.0.1.7\nip mroute 20.0.0.0/8 eth1 9\nip mroute 30.0.0.0/8 20.1.1.1\n"
+                 "ip mroute 40.0.0.0/8 eth7\nip mroute 50.0.0.0/8 99.1.1.1\n");
   }
-  ~ProgramTest() override { fs::remove_all(dir); }
 
-  void write(const std::string& name, const std::string& text) { std::ofstream(dir / name) << text; }
   Result run(const std::string& arguments) {
     const std::string command = std::string(MRIB_PROGRAM) + " " + arguments + " 2>&1";
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), nullptr);
@@ -56,7 +53,8 @@ class ProgramTest : public testing::Test {
     return run(arguments + " --from " + dir.string() + " -c " + (dir / "mrib.conf").string());
   }
 
-  fs::path dir;
+  const Folder folder;
+  const std::filesystem::path& dir = folder.path;
 };
 
 TEST_F(ProgramTest, ShowsTheMribAsJson) {
@@ -174,16 +172,12 @@ TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
       {"mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n",
        "mrib.conf:1, through 2.1.1.1) -> "},
   };
-  const fs::path kept = dir.string() + "-kept";
-  fs::copy(dir, kept);
   for (const auto& [file, text, said] : cases) {
-    write(file, text);
-    const Result r = runFiles("");
+    Result r{};
+    folder.with(file, text, [&] { r = runFiles(""); });
     EXPECT_EQ(r.code, 2) << text;
     EXPECT_NE(r.out.find(said), std::string::npos) << text << "\n" << r.out;
-    fs::copy(kept, dir, fs::copy_options::overwrite_existing | fs::copy_options::recursive);
   }
-  fs::remove_all(kept);
 }
 
 TEST_F(ProgramTest, TraceShowsTheEngineAtWork) {

@@ -250,11 +250,7 @@ void PlainMrib::unwatchPreference(const IpGenPrefix& prefix, int preference) {
     return;
   say(8, pref + "handleDel()" + std::to_string(preference));
   if (!isResolvable(prefix)) return;
-  for (const auto& [other, rpfs] : entry(prefix)->prefs) {
-    if (!offer(prefix, other)) continue;
-    refresh(prefix, true);
-    return;
-  }
+  if (offerInOrder(prefix)) return refresh(prefix, true);
   const RouteState* r = route(prefix);
   if (r && r->preference == preference) refresh(prefix, false);
 }
@@ -361,12 +357,7 @@ void PlainMrib::handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& 
   }
   recursiveDelete(lpm, setOf(lpm));
   delRpf(rpf, prefix);
-  for (const auto& [p, rpfs] : prefs) {
-    if (!offer(prefix, p)) continue;
-    recursiveUpdate(setOf(lpm), 0);
-    return;
-  }
-  delRoute(lpm);
+  if (!offerInOrder(prefix)) delRoute(lpm);
   recursiveUpdate(setOf(lpm), 0);
 }
 
@@ -376,6 +367,12 @@ bool PlainMrib::offer(const IpGenPrefix& prefix, int preference) {
     installed |= addOrUpdate(rpf, prefix, preference) != -1;
   }
   return installed;
+}
+
+/// Offers the preferences until one installs; whether one did.
+bool PlainMrib::offerInOrder(const IpGenPrefix& prefix) {
+  const auto& prefs = entry(prefix)->prefs;
+  return std::any_of(prefs.begin(), prefs.end(), [&](const auto& p) { return offer(prefix, p.first); });
 }
 
 // ---- One RPF ----
@@ -624,11 +621,7 @@ void PlainMrib::recursiveUpdate(const SetPtr& set, int depth) {
     say(8, sUpdate + "Processing " + str(p));
     if (!route(p)) throw Forbidden("member without route");
     if (!entry(p)) throw Forbidden("member without configuration");
-    bool resolved = false;
-    for (const auto& [preference, rpfs] : entry(p)->prefs) {
-      resolved = offer(p, preference);
-      if (resolved) break;
-    }
+    const bool resolved = offerInOrder(p);
     const bool hasVia = !route(p)->vias.empty();
     if (!resolved && !hasVia) delRoute(p);
     if (resolved && hasVia && !route(set->lpm)) delWatch(p, setOf(set->lpm));

@@ -137,7 +137,7 @@ class PlainMrib {
   // What anybody may call by name, and write into the MRIB status and the prefix sets.
   IpGenPrefix defaultPrefix{"0.0.0.0/0"};    // the resolver's
   IpGenPrefix smDefaultPrefix{"0.0.0.0/0"};  // that of the machine
-  int result = 0;  // kept for whoever calls it
+  int result = 0;                            // kept for whoever calls it
   int addOrUpdate(const Rpf& rpf, const IpGenPrefix& prefix, int preference);
   void delRpf(const Rpf& rpf, const IpGenPrefix& prefix);
   void delRoute(const IpGenPrefix& prefix);
@@ -197,6 +197,7 @@ class PlainMrib {
   void handleRpfs(const IpGenPrefix& prefix, int preference);
   void handleRpf(const IpGenPrefix& prefix, int preference, const Rpf& rpf);
   bool offer(const IpGenPrefix& prefix, int preference);
+  bool offerInOrder(const IpGenPrefix& prefix);
   std::optional<IpAddr> rpfAddress(const Rpf& rpf) const;
   std::vector<Via> candidates(const Rpf& rpf, IpAddr hop, const IpGenPrefix& lpm);
   bool rejects(const IpGenPrefix& lpm, const IpGenPrefix& prefix) const;

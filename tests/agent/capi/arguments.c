@@ -123,22 +123,22 @@ static void test_values(struct mrib_agent* agent) {
 }
 
 static void test_texts(void) {
-  static const char* const ips[] = {"192.0.2.1", "0.0.0.0", "2001:db8::7"};
-  static const char* const prefixes[] = {"192.0.2.0/24", "0.0.0.0/0", "2001:db8::/32"};
+  static const char* const texts[][2] = {
+      {"192.0.2.1", "192.0.2.0/24"}, {"0.0.0.0", "0.0.0.0/0"}, {"2001:db8::7", "2001:db8::/32"}};
   static const uint8_t bytes[] = {192, 0, 2, 1};
   char text[MRIB_PREFIX_TEXT];
   struct mrib_ip address = mrib_ipv4(bytes);
   struct mrib_prefix net = mrib_ipv4_prefix(bytes, 32);
   CHECK(strcmp(mrib_ip_text(&address, text, sizeof text), "192.0.2.1") == 0);
   CHECK(strcmp(mrib_prefix_text(&net, text, sizeof text), "192.0.2.1/32") == 0);
-  for (size_t i = 0; i < sizeof ips / sizeof *ips; ++i) {
-    address = ip(ips[i]);
-    net = prefix(prefixes[i]);
-    CHECK(strcmp(mrib_ip_text(&address, text, strlen(ips[i]) + 1), ips[i]) == 0);
-    CHECK(strcmp(mrib_prefix_text(&net, text, strlen(prefixes[i]) + 1), prefixes[i]) == 0);
-    CHECK(mrib_ip_text(&address, text, strlen(ips[i])) == NULL &&
-          strstr(mrib_error_text(0), "the buffer has"));
-    CHECK(mrib_prefix_text(&net, text, 0) == NULL && strstr(mrib_error_text(0), prefixes[i]));
+  for (size_t i = 0; i < sizeof texts / sizeof *texts; ++i) {
+    const char *ip_text = texts[i][0], *net_text = texts[i][1];
+    address = ip(ip_text);
+    net = prefix(net_text);
+    CHECK(strcmp(mrib_ip_text(&address, text, strlen(ip_text) + 1), ip_text) == 0);
+    CHECK(strcmp(mrib_prefix_text(&net, text, strlen(net_text) + 1), net_text) == 0);
+    CHECK(!mrib_ip_text(&address, text, strlen(ip_text)) && strstr(mrib_error_text(0), "the buffer has"));
+    CHECK(!mrib_prefix_text(&net, text, 0) && strstr(mrib_error_text(0), net_text));
   }
   ALL(WRONG(mrib_ip_parse("192.0.2", &address), "\"192.0.2\""),
       WRONG(mrib_ip_parse("", &address), "\"\" is not an address"),
@@ -147,14 +147,13 @@ static void test_texts(void) {
       IS_NULL(mrib_ip_parse(NULL, &address), "text"), IS_NULL(mrib_ip_parse("192.0.2.1", NULL), "address"),
       IS_NULL(mrib_prefix_parse(NULL, &net), "text"),
       IS_NULL(mrib_prefix_parse("10.0.0.0/8", NULL), "prefix"));
-  CHECK(mrib_ip_text(NULL, text, sizeof text) == NULL && mrib_ip_text(&address, NULL, 0) == NULL);
-  CHECK(mrib_prefix_text(NULL, text, sizeof text) == NULL && mrib_prefix_text(&net, NULL, 0) == NULL);
+  CHECK(!mrib_ip_text(NULL, text, sizeof text) && !mrib_ip_text(&address, NULL, 0));
+  CHECK(!mrib_prefix_text(NULL, text, sizeof text) && !mrib_prefix_text(&net, NULL, 0));
   address.family = 2;
-  CHECK(mrib_ip_text(&address, text, sizeof text) == NULL &&
+  CHECK(!mrib_ip_text(&address, text, sizeof text) &&
         strstr(mrib_error_text(0), "family of the address is 2"));
-  address.family = MRIB_NONE;
+  address.family = net.family = MRIB_NONE;
   CHECK(strcmp(mrib_ip_text(&address, text, sizeof text), "") == 0);
-  net.family = MRIB_NONE;
   CHECK(strcmp(mrib_prefix_text(&net, text, sizeof text), "") == 0);
 }
 

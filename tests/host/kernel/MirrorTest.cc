@@ -183,27 +183,6 @@ TEST(Mirror, WithdrawsWhatALinkTookAlongUntilItIsConfirmed) {
   EXPECT_EQ(s.resyncs(Reason::linkState), 1u);
 }
 
-TEST(Mirror, FollowsNextHopObjectsWhateverRoutesRepeatOfThem) {
-  Scripted s;
-  NextHop one{1, false, {IpGenAddr("1.1.1.1"), 1, 0}, {}};
-  NextHop two{2, false, {IpGenAddr("2.2.2.2"), 2, 0}, {}};
-  s.nextHops = {one, two, {9, false, {}, {1, 2}}};
-  s.routes = {s.route("10.0.0.0/8", "7.7.7.7", 2)};
-  s.routes[0].nextHop = 9;
-  s.answer();
-  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.1@1 2.2.2.2@2;");
-  one.hop.gateway = IpGenAddr("1.1.1.9");
-  s.tell(NextHopChange{one});
-  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.9@1 2.2.2.2@2;");
-  s.tell(NextHopChange{two, true});
-  EXPECT_EQ(s.changed(), "10.0.0.0/8 gateway 1.1.1.9@1;");
-  s.tell(NextHopChange{two});
-  EXPECT_EQ(s.changed(), "") << "a group does not take back who left it";
-  one.blackhole = true;
-  s.tell(NextHopChange{one});
-  EXPECT_EQ(s.changed(), "10.0.0.0/8 blackhole;");
-}
-
 TEST(Mirror, ReadsAgainSoonButNotTooOften) {
   Scripted s;
   s.duration = milliseconds(100);  // a resync is five dumps

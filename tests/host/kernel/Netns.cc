@@ -38,8 +38,6 @@ Netns::Netns() {
   }
   close(pipes[0]);
   leash_ = pipes[1];
-  std::string pattern = (std::filesystem::temp_directory_path() / "mrib-netns-XXXXXX").string();
-  folder_ = mkdtemp(pattern.data());
   if (!ip("link add probe0 type veth peer name probe1")) missing_ = "no `ip`, or no veth links";
   ip("link del probe0");
 }
@@ -47,7 +45,6 @@ Netns::Netns() {
 Netns::~Netns() {
   if (leash_ >= 0) close(leash_);
   if (beside_ > 0) waitpid(beside_, nullptr, 0);
-  if (!folder_.empty()) std::filesystem::remove_all(folder_);
 }
 
 bool Netns::ip(const std::string& arguments) const {
@@ -67,8 +64,8 @@ std::string Netns::output(const std::string& arguments) const {
 }
 
 void Netns::batch(const std::string& lines) const {
-  std::ofstream(folder_ / "batch") << lines;
-  run("ip -force -batch " + (folder_ / "batch").string());
+  folder_.write("batch", lines);
+  run("ip -force -batch " + (folder_.path / "batch").string());
 }
 
 void Netns::set(const std::string& sysctl, int value) const {
@@ -76,7 +73,7 @@ void Netns::set(const std::string& sysctl, int value) const {
 }
 
 void Netns::save(host::kernel::Mirror& mirror, const char* options) const {
-  const std::string path = folder_.string();
+  const std::string path = folder_.path.string();
   const std::string ip = std::string("ip ") + options + " -j ";
   const std::string command = ip + "link >" + path + "/link.json; " + ip + "addr >" + path + "/addr.json; " +
                               ip + "nexthop >" + path + "/nexthop.json; " + ip + "route >" + path +

@@ -2,10 +2,10 @@
 
 #include <sys/types.h>
 
-#include <filesystem>
 #include <string>
 
 #include "LiveMirror.h"
+#include "host/Folder.h"
 
 /// A network namespace of this process alone, with a second one beside it to move links to. Both go with the
 /// process.
@@ -36,5 +36,5 @@ class Netns {
   std::string missing_;
   pid_t beside_ = -1;
   int leash_ = -1;  // the namespace beside ends when this is closed
-  std::filesystem::path folder_;
+  Folder folder_;
 };

@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "Describe.h"
 #include "Error.h"
 #include "Names.h"
 #include "Saved.h"
+#include "host/Folder.h"
 
 using namespace host::kernel;
 
@@ -16,28 +13,24 @@ namespace {
 class SavedTest : public testing::Test {
  protected:
   SavedTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "mrib-saved-XXXXXX").string();
-    folder = mkdtemp(pattern.data());
-    write("link.json",
-          R"([{"ifindex":1,"ifname":"lo","flags":["LOOPBACK","UP","LOWER_UP"],"operstate":"UNKNOWN"},
+    folder.write("link.json",
+                 R"([{"ifindex":1,"ifname":"lo","flags":["LOOPBACK","UP","LOWER_UP"],"operstate":"UNKNOWN"},
 {"ifindex":2,"ifname":"a","flags":["UP","LOWER_UP"],"operstate":"UP","master":"br","altnames":["other"]},
 {"ifindex":3,"ifname":"br","flags":["NO-CARRIER","UP"],"operstate":"DOWN"}])");
-    write("addr.json",
-          R"([{},{"ifindex":2,"addr_info":[{"family":"inet","local":"10.0.0.1","prefixlen":24}]}])");
-    write("route.json", R"([{"dst":"default","gateway":"10.0.0.2","dev":"a","flags":[]}])");
+    folder.write("addr.json",
+                 R"([{},{"ifindex":2,"addr_info":[{"family":"inet","local":"10.0.0.1","prefixlen":24}]}])");
+    folder.write("route.json", R"([{"dst":"default","gateway":"10.0.0.2","dev":"a","flags":[]}])");
   }
-  ~SavedTest() override { std::filesystem::remove_all(folder); }
 
-  void write(const std::string& name, const std::string& text) { std::ofstream(folder / name) << text; }
   /// What is wrong with the files, without their folder; or the answers.
   std::string read(U32 table = 254) {
     Mirror::Settings settings;
     settings.table = table;
     Mirror mirror(settings, 0);
     try {
-      readSaved(folder.string(), mirror);
+      readSaved(folder.path.string(), mirror);
     } catch (const host::Error& e) {
-      return std::string(e.what()).substr(folder.string().size() + 1);
+      return std::string(e.what()).substr(folder.path.string().size() + 1);
     }
     mirror.takeChanges();
     std::string all;
@@ -47,7 +40,7 @@ class SavedTest : public testing::Test {
     return all;
   }
 
-  std::filesystem::path folder;
+  const Folder folder;
 };
 
 TEST_F(SavedTest, NamesFilePlaceAndWhatWasExpected) {
@@ -87,22 +80,15 @@ TEST_F(SavedTest, NamesFilePlaceAndWhatWasExpected) {
        "element 1: \"id\": expected a number from 1 to 4294967295, found 0"},
       {"nexthop.json", R"([{"id":1}])", "element 1: expected \"dev\", \"group\" or \"blackhole\""},
   };
-  const std::filesystem::path kept = folder.string() + "-kept";
-  std::filesystem::copy(folder, kept);
-  for (const auto& [file, text, said] : cases) {
-    write(file, text);
-    EXPECT_EQ(read(), file + (": " + said)) << text;
-    std::filesystem::remove_all(folder);
-    std::filesystem::copy(kept, folder);
-  }
-  std::filesystem::remove_all(kept);
+  for (const auto& [file, text, said] : cases)
+    folder.with(file, text, [&, f = file, &s = said] { EXPECT_EQ(read(), f + (": " + s)); });
   EXPECT_EQ(read(), "0.0.0.0/0 gateway 10.0.0.2@2 proto=3 metric=0;");
-  std::filesystem::remove(folder / "addr.json");
+  std::filesystem::remove(folder.path / "addr.json");
   EXPECT_EQ(read(), "addr.json: can't open it");
 }
 
 TEST_F(SavedTest, ReadsNumbersForNamesTablesAndBothFamilies) {
-  write("route.json", R"([{"type":"6","dst":"1.0.0.0/8","flags":[]},
+  folder.write("route.json", R"([{"type":"6","dst":"1.0.0.0/8","flags":[]},
 {"dst":"2.0.0.0/8","dev":"a","protocol":"2","scope":"253","metric":7,"flags":[]},
 {"dst":"3.0.0.0/8","dev":"a","table":"100","flags":[]},
 {"dst":"4.0.0.0/8","dev":"a","tos":"0x10","flags":[]},
@@ -111,16 +97,16 @@ TEST_F(SavedTest, ReadsNumbersForNamesTablesAndBothFamilies) {
  {"via":{"family":"inet6","host":"fe80::1"},"dev":"br","weight":1,"flags":["onlink"]}]},
 {"dst":"7.0.0.0/8","nhid":3,"gateway":"1.1.1.1","dev":"a","flags":[]},
 {"dst":"default","gateway":"fe80::1","dev":"a","pref":"medium","flags":[]}])");
-  write("route6.json", R"([{"dst":"2001:db8::/32","dev":"a","flags":[]}])");
+  folder.write("route6.json", R"([{"dst":"2001:db8::/32","dev":"a","flags":[]}])");
   EXPECT_EQ(
       read(),
       "1.0.0.0/8 blackhole proto=3 metric=0;2.0.0.0/8 attached @2 proto=2 metric=7;"
       "2001:db8::/32 attached @2 proto=3 metric=0;5.0.0.0/8 attached @2 proto=0 metric=0;"
       "6.0.0.0/8 gateway fe80::1@3 onlink proto=3 metric=0;7.0.0.0/8 gateway 1.1.1.1@2 proto=3 metric=0;"
       "::/0 gateway fe80::1@2 proto=3 metric=0;");
-  write("route.json", R"([{"dst":"3.0.0.0/8","dev":"a","table":"100","flags":[]},
+  folder.write("route.json", R"([{"dst":"3.0.0.0/8","dev":"a","table":"100","flags":[]},
 {"dst":"4.0.0.0/8","dev":"a","table":"main","flags":[]}])");
-  std::filesystem::remove(folder / "route6.json");
+  std::filesystem::remove(folder.path / "route6.json");
   EXPECT_EQ(read(100), "3.0.0.0/8 attached @2 proto=3 metric=0;");
 }
 
