@@ -115,6 +115,7 @@ bool isPrefix(const std::string& text) {
 
 Json filterOf(const Request& request) {
   Json filter = Json::object();
+  if (request.longer && request.arguments.empty()) throw Error("--longer needs a prefix, such as 10.0.0.0/8");
   if (!request.arguments.empty()) {
     const std::string& text = request.arguments.front();
     if (request.longer && !isPrefix(text)) throw Error("--longer needs a prefix, such as 10.0.0.0/8");

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -26,11 +27,11 @@ std::string notEmpty(const std::string& text) {
 
 void addOptions(CLI::App& app, Request& request) {
   app.add_flag("-j,--json", request.json, "JSON for programs");
-  app.add_option("--socket", request.socket,
-                 "Ask the daemon at this socket (MRIB_SOCKET; /run/mrib/mribd.sock)")
-      ->type_name("PATH")
-      ->check(notEmpty);
-  app.add_flag("--once", request.once, "Ask no daemon: read the kernel now");
+  auto* socket = app.add_option("--socket", request.socket,
+                                "Ask the daemon at this socket (MRIB_SOCKET; /run/mrib/mribd.sock)")
+                     ->type_name("PATH")
+                     ->check(notEmpty);
+  app.add_flag("--once", request.once, "Ask no daemon: read the kernel now")->excludes(socket);
   app.add_option("--from", request.from,
                  "Read link.json, addr.json and route.json (ip -j) from DIR, not the kernel")
       ->type_name("DIR")
@@ -106,6 +107,16 @@ void addInspect(CLI::App& app, Request& request) {
       ->type_name("N");
 }
 
+/// A standard descriptor that is closed would be the next socket, and what is printed would go there. Writing
+/// to what takes its place fails.
+void holdStandardDescriptors() {
+  for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
+    if (fd <= STDERR_FILENO) continue;
+    close(fd);
+    return;
+  }
+}
+
 int codeOf(const host::control::RemoteError& e) {
   const bool badArgument = e.name() == "org.mrib.InvalidAddress" || e.name() == "org.mrib.InvalidPrefix" ||
                            e.name() == "org.mrib.NotFound";
@@ -150,6 +161,7 @@ int execute(Request& request, const std::string& table, const std::string& vrf) 
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
+  holdStandardDescriptors();
   Request request;
   std::string table;
   std::string vrf;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "ConfigReader.h"
+#include "ConfigText.h"
 
 namespace host {
 
@@ -50,14 +51,29 @@ void LiveRouter::reload(Nanos now) {
   if (configurator_.path().empty()) throw Error("there is no configuration file to read again");
   const ConfigurationChange change = configurator_.reload(false);
   if (!change.reasons.empty()) throw Error(fmt::format("{}", fmt::join(change.reasons, "\n")));
+  logDifference(change, now);
+  warn(change.warnings, now);
+}
+
+/// In one line, and some of what it comes to.
+void LiveRouter::logDifference(const ConfigurationChange& change, Nanos now) {
+  const Difference& difference = change.difference;
   log_.write(
       Level::notice,
       fmt::format("configuration read again: {} added, {} gone, {} with another preference, {} not resolved "
                   "now",
-                  change.difference.added.size(), change.difference.gone.size(),
-                  change.difference.changed.size(), change.unresolved.size()),
+                  difference.added.size(), difference.gone.size(), difference.changed.size(),
+                  change.unresolved.size()),
       now);
-  warn(change.warnings, now);
+  std::vector<std::string> lines;
+  for (const MrouteLine& line : difference.added) lines.push_back("+ " + textOf(line));
+  for (const MrouteLine& line : difference.gone) lines.push_back("- " + textOf(line));
+  for (const auto& [before, after] : difference.changed) lines.push_back("~ " + textOf(after));
+  for (const mrib::Unresolved& u : change.unresolved) {
+    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + u.text());
+  }
+  if (lines.size() > ConfigurationError::mostPrinted) lines.resize(ConfigurationError::mostPrinted);
+  for (const std::string& line : lines) log_.write(Level::notice, line, now);
 }
 
 std::string LiveRouter::status() const {

@@ -24,6 +24,7 @@ class LiveRouter : public daemon::Application {
   const kernel::LiveMirror& live() const { return live_; }
 
  private:
+  void logDifference(const ConfigurationChange& change, daemon::Nanos now);
   void warn(const std::vector<std::string>& warnings, daemon::Nanos now);
 
   kernel::LiveMirror live_;

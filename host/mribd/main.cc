@@ -25,6 +25,10 @@ struct Options {
   bool foreground = false;
 };
 
+std::string notEmpty(const std::string& text) {
+  return text.empty() ? "a word is needed" : "";
+}
+
 void serve(const Options& options, host::daemon::Log& log) {
   using namespace host;
   daemon::Listener listener(options.socket);
@@ -52,8 +56,10 @@ int main(int argc, char** argv) {
   app.add_option("-c,--config", options.config,
                  "Configuration (mrib.conf(5)); " + std::string(defaultConfig) + " when that exists")
       ->type_name("FILE")
-      ->check([](const std::string& path) { return path.empty() ? "a file is needed" : ""; });
-  app.add_option("--socket", options.socket, "Where clients connect; " + options.socket)->type_name("PATH");
+      ->check(notEmpty);
+  app.add_option("--socket", options.socket, "Where clients connect; " + options.socket)
+      ->type_name("PATH")
+      ->check(notEmpty);
   auto* table = app.add_option("--table", options.table, "Unicast routes are those of this table; main")
                     ->type_name("NAME|ID");
   app.add_option("--vrf", options.vrf, "... of the table of this VRF")->type_name("NAME")->excludes(table);
