@@ -23,6 +23,9 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component})
   document(${package} ${root}/usr/share/doc/${package})
+  if(EXISTS ${root}/usr/share/zsh/site-functions) # where zsh looks in /usr/local; in /usr it is another place
+    file(RENAME ${root}/usr/share/zsh/site-functions ${root}/usr/share/zsh/vendor-completions)
+  endif()
   file(GLOB compressed ${root}/usr/share/man/man*/* ${root}/usr/share/doc/*/changelog*)
   execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
   execute_process(COMMAND find ${root} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +
