@@ -1,6 +1,7 @@
 # The library, its headers, and what find_package and pkg-config read. All of it can be moved together afterwards.
 set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mrib)
-install(TARGETS mrib EXPORT mribTargets)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
+install(TARGETS mrib EXPORT mribTargets LIBRARY COMPONENT lib NAMELINK_COMPONENT dev)
 foreach(root IN LISTS MRIB_PUBLIC_ROOTS)
   install(DIRECTORY ${root}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mrib FILES_MATCHING PATTERN "*.h"
     PATTERN "PrefixTrieNode.h" EXCLUDE PATTERN "inside" EXCLUDE)

@@ -1,7 +1,10 @@
-# Options that every target of this project compiles with.
+# Options that every target of this project compiles with. Names of files are those in this folder, wherever it is, and
+# also where a compiler cache makes them relative.
+file(RELATIVE_PATH to_source ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+string(REGEX REPLACE "([^/])$" "\\1/" to_source "${to_source}")
 add_library(mrib_flags INTERFACE)
 target_compile_options(mrib_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-  "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+  "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${to_source}=")
 # Nobody replaces a function of this library by one of the same name, so calls inside it need not allow for that.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(mrib_flags INTERFACE -fno-semantic-interposition)
