@@ -335,7 +335,7 @@ int checkConfig(const Request& request) {
   Json answer;
   answer["valid"] = true;
   answer["configured"] = change.after.mroutes.size();
-  answer["difference"] = documents::ofConfigurationChange(change);
+  answer["difference"] = documents::ofConfigurationChange(own->router(), change);
   if (request.json) {
     print(dump(documentOf(*own, answer), 2));
     return found;

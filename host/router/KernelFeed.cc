@@ -36,7 +36,7 @@ void KernelFeed::tell(const kernel::Mirror::Changes& changes, mrib::Transaction&
   for (const auto& prefix : changes.prefixes) {
     if (prefix.af() == Lumo::ipv4()) tellRoute(prefix.v4Prefix(), t);
   }
-  for (const U32 index : std::exchange(doubtful_, {})) tellStandIn(index, t);
+  for (const U32 index : std::exchange(doubtful_, {})) tellOwnWay(index, t);
 }
 
 // ---- Links ----
@@ -85,6 +85,7 @@ void KernelFeed::tellLink(U32 index, mrib::Transaction& t) {
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
   formerAddresses_.try_emplace(index, std::move(link.addresses));
   link.addresses.clear();
+  link.addressesTold = false;
   if (link.name.empty() && link.attached.empty()) links_.erase(index);
 }
 
@@ -120,11 +121,11 @@ void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
     secondary = secondary && a.secondary;
   }
   for (const auto& [address, secondary] : link.addresses) {
-    if (!now.contains(address)) t.addressDel(index, Lumo::IpGenAddr(address));
+    if (link.addressesTold && !now.contains(address)) t.addressDel(index, Lumo::IpGenAddr(address));
   }
   for (const auto& [address, secondary] : now) {
     const auto had = link.addresses.find(address);
-    if (had != link.addresses.end() && had->second == secondary) continue;
+    if (!link.addressesTold || (had != link.addresses.end() && had->second == secondary)) continue;
     t.address({index, Lumo::IpGenAddr(address), secondary});
   }
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
@@ -213,10 +214,27 @@ bool KernelFeed::needsStandIn(const Link& link, U32 index) const {
   return true;
 }
 
-void KernelFeed::tellStandIn(U32 index, mrib::Transaction& t) {
+bool KernelFeed::keepsAddressesOf(const std::string& name) const {
+  const auto at = byName_.find(agentName(name));
+  if (at == byName_.end()) return false;
+  const Link& link = links_.at(*at->second.rbegin());
+  return !link.addressesTold && !link.addresses.empty();
+}
+
+/// By what an interface resolves when it has routes of its own, and nothing when it has none.
+void KernelFeed::tellOwnWay(U32 index, mrib::Transaction& t) {
   const auto at = links_.find(index);
-  if (at == links_.end()) return;
+  if (at == links_.end() || !at->second.told) return;
   Link& link = at->second;
+  const bool had = std::exchange(link.addressesTold, !link.attached.empty());
+  for (const auto& [address, secondary] : link.addresses) {
+    if (!had && link.addressesTold) t.address({index, Lumo::IpGenAddr(address), secondary});
+    if (had && !link.addressesTold) t.addressDel(index, Lumo::IpGenAddr(address));
+  }
+  tellStandIn(link, index, t);
+}
+
+void KernelFeed::tellStandIn(Link& link, U32 index, mrib::Transaction& t) {
   const bool needs = needsStandIn(link, index);
   if (needs == (link.standIn != 0)) return;
   if (needs) {

@@ -17,7 +17,9 @@ namespace host {
 /// The engine resolves an RPF by interface name as if it were an RPF by that interface's address. Where that
 /// does not lead back to the interface (it has no address, or a point-to-point one, or one that it shares
 /// with another interface), the interface gets a stand-in: an address out of 0.0.0.0/8, where no host is, and
-/// a connected route to it. So every interface with a route of its own can be named.
+/// a connected route to it. So every interface with a route of its own can be named. The addresses of one
+/// without (it is down) are kept from the agent: by an address that it has borrowed it would resolve through
+/// the interface of the lender.
 class KernelFeed {
  public:
   explicit KernelFeed(const kernel::Mirror& mirror) : mirror_(mirror) {}
@@ -36,6 +38,8 @@ class KernelFeed {
   bool isOtherwise(const mrib::NextHop& hop) const;
   bool hasFormer() const { return !formerNames_.empty() || !formerAddresses_.empty(); }
   void forget();
+  /// Whether the agent is not told the addresses that the interface of this name has.
+  bool keepsAddressesOf(const std::string& name) const;
   /// How many routes to stand-ins there are.
   std::size_t standIns() const { return lastStandIn_ - freeStandIns_.size(); }
   /// Whether a route is one to a stand-in, which concerns nobody else.
@@ -55,6 +59,7 @@ class KernelFeed {
     std::string name;
     bool told = false;  // the agent knows it
     Addresses addresses;
+    bool addressesTold = false;
     std::set<Lumo::Prefix> attached;
     U32 standIn = 0;
   };
@@ -68,7 +73,8 @@ class KernelFeed {
   void tellAddresses(U32 index, mrib::Transaction& t);
   void tellRoute(const Lumo::Prefix& prefix, mrib::Transaction& t);
   void attach(const Lumo::Prefix& prefix, const std::vector<U32>& links);
-  void tellStandIn(U32 index, mrib::Transaction& t);
+  void tellOwnWay(U32 index, mrib::Transaction& t);
+  void tellStandIn(Link& link, U32 index, mrib::Transaction& t);
   bool needsStandIn(const Link& link, U32 index) const;
   void learnAlternativeNames();
 

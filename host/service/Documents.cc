@@ -71,15 +71,29 @@ Json ofUnicast(const Router& router, const Lumo::IpGenPrefix& prefix, const Answ
   return json;
 }
 
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+namespace {
+
+/// The agent does not hear of the addresses of an interface that has no route of its own.
+bool hasNoRoute(const Router& router, const mrib::Unresolved& u) {
+  const auto* name = std::get_if<std::string>(&u.mroute.rpf);
+  return name && u.reason == mrib::Reason::noAddress && router.feed().keepsAddressesOf(*name);
+}
+
+}  // namespace
+
+Json ofUnresolved(const Router& router, const Configuration& configuration, const mrib::Unresolved& u) {
   Json json;
   json["prefix"] = u.mroute.prefix.stringValue();
   const auto* name = std::get_if<std::string>(&u.mroute.rpf);
   json["rpf"] = name ? jsonText(*name) : std::get<Lumo::IpGenAddr>(u.mroute.rpf).stringValue();
   json["preference"] = u.mroute.preference;
   json["place"] = configuration.placeOf(u.mroute.origin);
-  json["reason"] = nameOf(u.reason);
-  json["why"] = u.text();
+  const bool noRoute = hasNoRoute(router, u);
+  json["reason"] = nameOf(noRoute ? mrib::Reason::noRoute : u.reason);
+  const std::string text = u.text();
+  json["why"] =
+      noRoute ? "no route leads out by the interface" + text.substr(std::min(text.find(';'), text.size()))
+              : text;
   return json;
 }
 
@@ -101,7 +115,7 @@ Json ofChange(const Router& router, const mrib::Change& change) {
   return json;
 }
 
-Json ofConfigurationChange(const ConfigurationChange& change) {
+Json ofConfigurationChange(const Router& router, const ConfigurationChange& change) {
   Json json;
   const Difference& difference = change.difference;
   json["added"] = Json::array();
@@ -119,7 +133,7 @@ Json ofConfigurationChange(const ConfigurationChange& change) {
   }
   json["unresolved"] = Json::array();
   for (const mrib::Unresolved& u : change.unresolved)
-    json["unresolved"].push_back(ofUnresolved(change.after, u));
+    json["unresolved"].push_back(ofUnresolved(router, change.after, u));
   json["warnings"] = change.warnings;
   return json;
 }

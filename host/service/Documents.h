@@ -12,10 +12,11 @@ using Json = nlohmann::ordered_json;
 
 Json ofRoute(const Router& router, const mrib::Route& route, KernelFeed::When when = KernelFeed::When::now);
 Json ofUnicast(const Router& router, const Lumo::IpGenPrefix& prefix, const kernel::Answer& answer);
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
+Json ofUnresolved(const Router& router, const Configuration& configuration,
+                  const mrib::Unresolved& unresolved);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);
 Json ofChange(const Router& router, const mrib::Change& change);
-Json ofConfigurationChange(const ConfigurationChange& change);
+Json ofConfigurationChange(const Router& router, const ConfigurationChange& change);
 /// The route of an answer; null when no table knows one.
 Json ofAnswered(const Router& router, const RpfAnswer& answer);
 

@@ -292,7 +292,7 @@ Answer RibService::listUnresolved(Call& call) {
   if (!waiting) std::erase_if(*unresolved, [](const auto& u) { return !u.isError(); });
   auto list = std::make_unique<ListStream>(
       headOf(router_), "unresolved", unresolved->size(), [this, unresolved](std::size_t i) {
-        return documents::ofUnresolved(router_.configuration(), (*unresolved)[i]);
+        return documents::ofUnresolved(router_, router_.configuration(), (*unresolved)[i]);
       });
   return answerWith(std::move(list), call.more);
 }
@@ -330,7 +330,7 @@ Configurator& RibService::configuratorFor(const Call& call) const {
 Answer RibService::answerTo(const ConfigurationChange& change) const {
   if (!change.reasons.empty()) return errorReply("org.mrib.Refused", {{"reasons", change.reasons}});
   return Reply{fmt::format(R"({{"generation":{},"difference":{}}})", router_.generation(),
-                           documents::textOf(documents::ofConfigurationChange(change)))};
+                           documents::textOf(documents::ofConfigurationChange(router_, change)))};
 }
 
 Answer RibService::reload(Call& call) {
