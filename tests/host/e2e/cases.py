@@ -47,9 +47,9 @@ def stood_still(mrib, mribd):
         monitor = Monitor(daemon.path)
         connection = daemon.connect()
         daemon.process.send_signal(signal.SIGSTOP)
-        legs = "nexthop dev d0 " * 24
-        assert ip(*(f"route add 172.{16 + (i >> 8)}.{i & 255}.0/24 {legs}" for i in range(7000)))
-        assert ip(*(f"route del 172.{16 + (i >> 8)}.{i & 255}.0/24" for i in range(0, 6000, 2)))
+        large, nets = " nexthop via 10.0.0.2" * 64, [f"172.{16 + (i >> 8)}.{i & 255}.0/24" for i in range(7000)]
+        assert ip(*(f"route add {net}{large if i < 3000 else ' dev d0'}" for i, net in enumerate(nets)))
+        assert ip(*(f"route del {net}" for net in nets[:3000]))
         expected = fresh_routes(mrib)
         assert len(expected) > 4000
         daemon.process.send_signal(signal.SIGCONT)
