@@ -66,17 +66,6 @@ class AgentTest : public testing::Test {
   Transaction t;
 };
 
-TEST_F(AgentTest, TablesThatGrowAreFollowed) {
-  const auto net = [](U32 i) { return Prefix(IpAddr::fromHost(0x28000000 + (i << 8)), 24); };
-  for (U32 i = 0; i < 500; ++i) {
-    t.route({net(i), RouteType::connected, 0, {{{}, 1000 + i}}});
-    commit();
-  }
-  for (U32 i = 0; i < 500; i += 2) t.routeDel(net(i));
-  EXPECT_EQ(commit().changes.size(), 250u);
-  EXPECT_EQ(agent.routes().size(), 252u);
-}
-
 TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
   const auto interfaces = agent.engine()->allIntfStatusDir();
   const auto* before = interfaces->intfStatus(Lumo::IntfId(1));
@@ -100,20 +89,6 @@ TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
   t.link({1, "eth2"});
   t.link({2, "renamed"});
   EXPECT_TRUE(commit().accepted) << "they may change names in one transaction";
-}
-
-TEST_F(AgentTest, AConfigurationThatIsGivenAnewTouchesOnlyWhatChanges) {
-  mroute("50.0.0.0/8", "20.0.0.5", 1, 7);
-  mroute("60.0.0.0/8", "20.0.0.5");
-  commit();
-  const auto* kept = agent.engine()->mribConfig()->route(Lumo::IpGenPrefix("50.0.0.0/8"));
-  t.mrouteDelAll();
-  mroute("50.0.0.0/8", "20.0.0.5", 1, 8);
-  const auto result = commit();
-  ASSERT_EQ(result.changes.size(), 1u);
-  EXPECT_TRUE(result.changes.front().removed());
-  EXPECT_EQ(agent.engine()->mribConfig()->route(Lumo::IpGenPrefix("50.0.0.0/8")), kept);
-  EXPECT_EQ(agent.mroutes().front().origin, 8u);
 }
 
 TEST_F(AgentTest, WhatIsNoCanonicalIpv4IsRefusedWithItsLine) {
@@ -158,22 +133,6 @@ TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
       "these routes could resolve through each other in a circle: 60.0.0.0/8 (line 4, through 10.1.1.1) -> "
       "10.0.0.0/8 (line 1, through 50.0.0.1) -> 50.0.0.0/8 (line 2, through 60.0.0.1) -> 60.0.0.0/8");
   EXPECT_EQ(result.refusals.front().origins, (std::vector<U64>{4, 1, 2}));
-}
-
-TEST_F(AgentTest, RefusalsNameOriginsInTheWordsOfTheHost) {
-  mrib::Agent::Options options;
-  options.originText = [](U64 origin) { return "file " + std::to_string(origin >> 32); };
-  mrib::Agent other(options);
-  mroute("10.0.0.0/8", "20.0.0.5", 0, U64{7} << 32);
-  EXPECT_EQ(other.commit(t).refusals.front().text,
-            "file 7: multicast route 10.0.0.0/8: the preference 0 is not 1 to 255");
-  t.clear();
-  mroute("10.0.0.0/8", "50.0.0.1", 1, U64{8} << 32);
-  mroute("50.0.0.0/8", "10.0.0.1", 1, U64{9} << 32);
-  EXPECT_EQ(
-      other.commit(t).refusals.front().text,
-      "these routes could resolve through each other in a circle: 10.0.0.0/8 (file 8, through 50.0.0.1) -> "
-      "50.0.0.0/8 (file 9, through 10.0.0.1) -> 10.0.0.0/8");
 }
 
 TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
@@ -245,30 +204,6 @@ TEST_F(AgentTest, MoreWaysThanCanBeFollowedAreRefused) {
   EXPECT_EQ(commit().changes.size(), 25u);
 }
 
-TEST_F(AgentTest, SettlingHealsWhatAHistoryHasLeft) {
-  // The better preference comes back with a connected route: the engine replaces the next hops of the route,
-  // and those who resolve through it keep the old ones beside the new.
-  mroute("50.0.0.0/8", "20.0.0.5", 1);
-  mroute("50.0.0.0/8", "30.0.0.5", 2);
-  mroute("60.0.0.0/8", "50.1.1.1");
-  commit();
-  t.routeDel(Net("20.0.0.0/24"));
-  commit();
-  EXPECT_EQ(at("60.0.0.0/8"), "p1 30.0.0.5 on 2");
-  connected("20.0.0.0/24", 1);
-  EXPECT_TRUE(commit().mayDiffer);
-  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.5 on 2");
-  const U64 generation = agent.generation();
-  const auto settled = agent.settle();
-  ASSERT_EQ(settled.changes.size(), 1u);
-  EXPECT_EQ(settled.generation, generation + 1);
-  EXPECT_EQ(at("60.0.0.0/8"), "p1 20.0.0.5 on 1");
-  EXPECT_EQ(agent.healed(), 1u);
-  EXPECT_FALSE(agent.mayDiffer());
-  EXPECT_TRUE(agent.settle().changes.empty());
-  EXPECT_EQ(agent.generation(), generation + 1) << "nothing healed, no new state";
-}
-
 TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
   const std::pair<const char*, std::function<void()>> changes[] = {
       {"configured routes come",
@@ -287,25 +222,6 @@ TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
     change();
     EXPECT_FALSE(commit().mayDiffer) << what;
   }
-}
-
-TEST_F(AgentTest, ListenersHearEveryGenerationAndMayUnsubscribeButNotCommit) {
-  std::vector<U64> first, second;
-  U64 own = 0;
-  own = agent.subscribe([&](const mrib::Update& u) {
-    first.push_back(u.generation);
-    Transaction inner;
-    EXPECT_EQ(agent.commit(inner).refusals.front().text, "a commit or a settling is under way");
-    EXPECT_EQ(agent.settle().generation, u.generation);
-    agent.unsubscribe(own);
-    agent.subscribe([&](const mrib::Update& v) { second.push_back(v.generation * 100); });
-  });
-  agent.subscribe([&](const mrib::Update& u) { second.push_back(u.generation); });
-  commit();
-  commit();
-  const U64 g = agent.generation();
-  EXPECT_EQ(first, (std::vector<U64>{g - 1}));
-  EXPECT_EQ(second, (std::vector<U64>{g - 1, g, g * 100}));
 }
 
 TEST_F(AgentTest, EveryUnresolvedRouteSaysWhy) {

@@ -3,7 +3,6 @@
 #include <iostream>
 
 #include "Pim/MribSm/ConfigReactors.h"
-#include "Pim/MribSm/InputReactors.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "TraceRecorder.h"
 #include "Watchers.h"
@@ -160,30 +159,6 @@ TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
   }
 }
 
-/// 80.0.0.0/8 gets its route while 50.0.0.0/8 is being entered, since its interface has an address by now.
-std::string meddleWhileEntering(const std::function<void(EngineWorld::Config&)>& act) {
-  TwoInterfaces w;
-  w.rpfIs("80.0.0.0/8", 1, w.intf(2));
-  w.start();
-  w.intfAddrIs(2, "20.0.0.1");
-  Meddler meddler(w);
-  meddler.actAt(2, [&] { act(*w.config); });
-  w.config->routeIs(Chain::entry("50.0.0.0/8", "10.0.0.5"));
-  EXPECT_TRUE(meddler.hasActed());
-  EXPECT_EQ(w.show("80.0.0.0/8"), "80.0.0.0/8 p1 t4 [20.0.0.1 on eth2]");
-  const auto reactor = w.mrib->mribConfigPrefix(IpGenPrefix("50.0.0.0/8"));
-  return w.show("50.0.0.0/8") + ", " + (reactor ? std::to_string(reactor->mribConfigPrefCount()) : "none");
-}
-
-TEST(CarelessHost, TakesOutWhatIsJustBeingEntered) {
-  const IpGenPrefix prefix("50.0.0.0/8");
-  EXPECT_EQ(meddleWhileEntering([](auto&) {}), "50.0.0.0/8 p1 t4 [10.0.0.5 on eth1], 1");
-  EXPECT_EQ(meddleWhileEntering([&](auto& config) { config.routeDel(prefix); }), "none, none");
-  EXPECT_EQ(meddleWhileEntering([&](auto& config) { config.route(prefix)->prefDel(1); }), "none, 0");
-  EXPECT_EQ(meddleWhileEntering([](auto& config) { config.routeIs(Chain::entry("50.0.0.0/8", "10.0.0.6")); }),
-            "50.0.0.0/8 p1 t4 [10.0.0.5 on eth1, 10.0.0.6 on eth1], 1");
-}
-
 TEST(CarelessHost, ConfiguresWhileTheEngineIsMade) {
   const auto configure = [](EngineWorld& w) {
     w.rpfIs("60.0.0.0/8", 1, w.via("20.0.0.6"));
@@ -231,41 +206,6 @@ TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
   }
   without->uribStatusIs(w.urib);
   EXPECT_DEATH(w.connectedIs("46.0.0.0/24", 1), "assertion `mribSm' failed") << "the first that comes";
-}
-
-TEST(CarelessHost, SilencesAMachineByTheFirstCall) {
-  Chain w;
-  const auto resolver = routeResolverSmFactory(w.urib, w.mribStatus, w.intfDir, w.mrib.get());
-  EXPECT_TRUE(resolver->hasNotificationActive());
-  resolver->hasNotificationActiveIs(false);
-  w.mrib->routeResolverDel();
-  w.connectedIs("44.0.0.0/24", 1);
-  EXPECT_EQ(w.show("44.0.0.0/24"), "none");
-  resolver->hasNotificationActiveIs(true);
-  w.connectedIs("45.0.0.0/24", 1);
-  EXPECT_NE(w.show("45.0.0.0/24"), "none");
-}
-
-TEST(CarelessHost, BindsReactorsThatAreKeptByTheirKeys) {
-  using Routing::Multicast::Rib::RouteKeyPreference;
-  Chain w;
-  const IpGenPrefix key("50.0.0.0/8");
-  const auto prefix = w.mrib->mribConfigPrefix(key);
-  const auto pref = prefix->mribConfigPref(1);
-  const auto otherPref = Zan::create<RouteKeyPreference>(U8{9});
-  const char* otherKey = "assertion `notifier->fwkKey\\(\\) == fwkKey\\(\\)' failed";
-  EXPECT_DEATH(prefix->notifierIs(nullptr), "assertion `notifier' failed");
-  EXPECT_DEATH(prefix->notifierIs(Zan::create<RouteKeyPrefix>(IpGenPrefix("51.0.0.0/8"))), otherKey);
-  EXPECT_DEATH(pref->notifierIs(otherPref), otherKey);
-  EXPECT_THROW(pref->notifierIs(w.config), Zan::RangeException);
-  // Once they have left, they may watch what they like, and nothing.
-  w.config->routeDel(key);
-  prefix->mribConfigPrefDelAll();
-  for (const auto& other : {otherPref, Zan::Ptr<RouteKeyPreference>()}) pref->notifierIs(other);
-  prefix->notifierIs(nullptr);
-  EXPECT_DEATH(prefix->handleDel(), "assertion `notifier\\(\\)' failed");
-  EXPECT_DEATH(pref->handleDel(), "assertion `notifier\\(\\)' failed");
-  pref->handleRpf();
 }
 
 }  // namespace

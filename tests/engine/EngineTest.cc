@@ -56,18 +56,6 @@ TEST_F(EngineTest, NullInputsAreTolerated) {
   EXPECT_FALSE(sm->intfInfo() || sm->uribShadowStatus() || sm->mribConfig());
 }
 
-TEST_F(EngineTest, ChildrenAreKeptForTheSameInputsAndReplacedForOthers) {
-  w.start();
-  const auto resolver = w.mrib->routeResolver();
-  EXPECT_EQ(w.mrib->routeResolverIs(w.urib, w.mribStatus, w.intfDir), resolver);
-  EXPECT_NE(w.mrib->routeResolverIs(w.urib, w.mribStatus, nullptr), resolver);
-  const auto shadow = w.mrib->mribShadow();
-  EXPECT_EQ(w.mrib->mribShadowIs("mribShadow"), shadow);
-  EXPECT_EQ(w.mrib->trieBuilderIs(w.mribStatus, shadow), w.mrib->trieBuilder());
-  w.mrib->handleInitialize();
-  EXPECT_EQ(w.mrib->mribShadow(), shadow);
-}
-
 TEST_F(EngineTest, TracesCarryTheirLines) {
   w.connectedIs("20.0.0.0/24", 1);
   TraceRecorder t;

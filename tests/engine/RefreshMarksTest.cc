@@ -75,55 +75,6 @@ TEST_F(Marks, FollowEveryRecordThatAnOfferReads) {
   EXPECT_EQ(marked(), "") << "nothing resolves through the default route";
 }
 
-TEST_F(Marks, PassOverAddressesThatHaveALongerMatch) {
-  trie->routeIs(IpGenPrefix("1.1.2.0/24"), true);
-  settle();
-  status->routeIs(Lumo::Prefix("1.0.0.0/8"));
-  EXPECT_EQ(marked(), "10.0.0.0/8 30.0.0.0/8 ");
-  // It loses its longer match before anybody asks: noted for that.
-  status->routeDel(Lumo::Prefix("1.0.0.0/8"));
-  trie->routeDel(IpGenPrefix("1.1.2.0/24"));
-  EXPECT_EQ(marked(), "10.0.0.0/8 20.0.0.0/8 30.0.0.0/8 ");
-}
-
-TEST_F(Marks, MeetInThisPassWhatLiesAheadAndInTheNextWhatLiesBehind) {
-  const auto* middle = config->route(IpGenPrefix("20.0.0.0/8"));
-  marks.mark(*config->route(IpGenPrefix("10.0.0.0/8")));
-  marks.mark(*config->route(IpGenPrefix("30.0.0.0/8")));
-  EXPECT_EQ(marks.next(middle->order(), defaultPrefix), config->route(IpGenPrefix("30.0.0.0/8")));
-  EXPECT_EQ(marked(), "10.0.0.0/8 30.0.0.0/8 ");
-}
-
-TEST_F(Marks, ForgetAnEntryThatGoesAndAnRpfThatNobodyNamesAnyMore) {
-  config->routeIs(IpGenPrefix("10.0.0.0/8"))->prefIs(2)->rpfIs(EngineWorld::via("1.1.1.1"));
-  config->routeIs(IpGenPrefix("10.0.0.0/8"))->prefDel(1);
-  settle();
-  trie->routeIs(IpGenPrefix("1.1.1.0/24"), true);
-  EXPECT_EQ(marked(), "10.0.0.0/8 ") << "still named at the other preference";
-  config->route(IpGenPrefix("10.0.0.0/8"))->prefDel(2);
-  settle();
-  trie->routeDel(IpGenPrefix("1.1.1.0/24"));
-  EXPECT_EQ(marked(), "");
-  marks.mark(*config->route(IpGenPrefix("20.0.0.0/8")));
-  config->routeDel(IpGenPrefix("20.0.0.0/8"));
-  trie->routeIs(IpGenPrefix("1.1.2.0/24"), true);
-  EXPECT_EQ(marked(), "");
-}
-
-TEST_F(Marks, AreAllSetWhenInDoubt) {
-  EXPECT_FALSE(marks.allAreMarked());
-  for (U32 i = 0; i < 100; ++i) status->routeIs(Lumo::Prefix(Lumo::IpAddr::fromHost(i << 8), 24));
-  EXPECT_TRUE(marks.allAreMarked()) << "more was noted than there are prefixes";
-  settle();
-  const auto other = Zan::create<Routing::TrieGen>("other", Lumo::ipv4());
-  marks.inputsAre({config.get(), status.get(), other.get(), ip.get(), intfs.get()});
-  EXPECT_TRUE(marks.allAreMarked()) << "another trie";
-  settle();
-  config = nullptr;
-  status->routeDel(Lumo::Prefix("0.0.1.0/24"));
-  EXPECT_TRUE(marks.allAreMarked()) << "the configuration is gone";
-}
-
 // ---- In the engine ----
 
 /// A sink of traces that throws in the midst of the first pass over all.

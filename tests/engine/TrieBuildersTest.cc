@@ -115,21 +115,4 @@ TEST(TrieBuilder6, MayBeReleasedInAHandler) {
   }
 }
 
-TEST(TrieBuilder6, StandsCarelessHosts) {
-  World w;
-  const auto reactor = w.builder->route(w.one);
-  EXPECT_DEATH(reactor->notifierIs(nullptr), "assertion `notifier' failed");
-  EXPECT_DEATH(reactor->notifierIs(w.status->routeIs(w.two)), "notifier->fwkKey\\(\\) == fwkKey\\(\\)");
-  EXPECT_THROW(reactor->notifierIs(w.status), Zan::RangeException);
-  w.builder->trieIs(nullptr);
-  EXPECT_DEATH(w.status->route(w.one)->viaDel(via6), "assertion `.*trie.*' failed");
-  EXPECT_DEATH(w.builder->handleRoute(), "assertion `trie' failed");
-  w.builder->hasNotificationActiveIs(false);
-  w.status->routeDel(w.one);
-  EXPECT_EQ(w.builder->routeCount(), 1u);
-  w.builder->routeDelAll();
-  reactor->notifierIs(nullptr);
-  EXPECT_DEATH(reactor->handleVia(via6), "assertion `notifier\\(\\)' failed");
-}
-
 }  // namespace

@@ -90,16 +90,4 @@ TEST_F(UnreadRouteTest, LosesNothingForItsFecAloneOrWhenItIsDeletedMeanwhile) {
   EXPECT_EQ(reported, before) << "what is gone is not looked for";
 }
 
-TEST_F(UnreadRouteTest, OneThatStaysBadHidesNoOther) {
-  write({{"30.0.0.0/24", 2}, {"40.0.0.0/24", 3}, {"50.0.0.0/24", 3}});
-  for (const char* bad : {"40.0.0.0/24", "30.0.0.0/24", "50.0.0.0/24"}) {
-    flipRoute(bad);
-    name(bad);
-  }
-  flipRoute("30.0.0.0/24");
-  for (int n = 0; n < 3; ++n) name("20.0.0.0/24");
-  EXPECT_EQ(w.show("30.0.0.0/24"), "30.0.0.0/24 p0 t7 [0.0.0.0 on eth2]");
-  EXPECT_EQ(w.show("40.0.0.0/24") + w.show("50.0.0.0/24"), "nonenone");
-}
-
 }  // namespace

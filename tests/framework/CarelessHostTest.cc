@@ -51,23 +51,6 @@ TEST(CarelessHost, TakesAReferenceToAnObjectThatIsBeingDestroyed) {
   EXPECT_DEATH(Zan::create<Plain>(true), "`no reference outlives its object' failed");
 }
 
-TEST(CarelessHost, ChangesWhatAReactorWatchesWhileTheReactorIsBeingDestroyed) {
-  struct Last : RouteWatcher {
-    using RouteWatcher::Watcher;
-    ~Last() override {
-      const Ptr<Route> route(const_cast<Route*>(notifier()));
-      route->preferenceIs(7);
-      EXPECT_TRUE(heard.empty());
-    }
-  };
-  const auto config = Zan::create<Zan::ActivityConfig>("loop");
-  const auto route = Zan::create<Route>(p10);
-  Zan::create<Last>(route);
-  Zan::create<Last>(route)->activity = Zan::zanActivitySmFor(config.get());
-  EXPECT_EQ(Zan::zanActivitySmFor(config.get())->pending(), 0u);
-  EXPECT_FALSE(route->hasNotifiees());
-}
-
 /// The handler lets everything go that refers to the record; the watcher itself as well.
 template <class Record>
 void goesWhileItTells(void (*act)(Record&), void (*prepare)(Record&) = nullptr) {
@@ -97,55 +80,12 @@ void goesWhileItTells(void (*act)(Record&), void (*prepare)(Record&) = nullptr) 
 TEST(CarelessHost, DropsTheLastReferenceToWhatTells) {
   goesWhileItTells<Route>([](Route& r) { r.viaDelAll(); }, addVias);
   goesWhileItTells<Route>([](Route& r) { r.preferenceIs(2); });
-  goesWhileItTells<Route>([](Route& r) { r.viaNotifyAll(); });
-  goesWhileItTells<Route>([](Route& r) { r.prefixSetIs(PrefixSet::PrefixSetIs(g10)); });
   goesWhileItTells<PrefixSet>([](PrefixSet& s) { s.prefixNotifyAll(); });
   goesWhileItTells<RouteKeyPreference>([](auto& e) { e.rpfIs(rpf("1.1.1.1")); });
-  goesWhileItTells<Status>([](Status& s) { s.routeNotifyAll(); });
   goesWhileItTells<Status>([](Status& s) { s.routeDelAll(); },
                            [](Status& s) { s.routeIs(p10), s.routeIs(Lumo::Prefix("2.0.0.0/8")); });
   goesWhileItTells<Config>([](Config& c) { c.routeIs(Zan::create<RouteKeyPrefix>(g10)); });
-  goesWhileItTells<Config>([](Config& c) { c.routeDel(g10); }, [](Config& c) { c.routeIs(g10); });
-  goesWhileItTells<RouteKeyPrefix>([](auto& e) { e.prefIs(Zan::create<RouteKeyPreference>(U8{1})); });
-  goesWhileItTells<Shadow>([](Shadow& s) { s.trieIs("t", Lumo::ipv4()); },
-                           [](Shadow& s) { s.routeIs(Zan::create<Status>("mrib")); });
   goesWhileItTells<Ip::Status>([](auto& s) { s.intfAddrIs(Lumo::IntfId(1), Lumo::IpAddr("1.1.1.1")); });
-  goesWhileItTells<Interface::AllIntfStatusDir>([](auto& d) { d.intfStatusDel(Lumo::IntfId(1)); },
-                                                [](auto& d) { d.intfStatusIs(Lumo::IntfId(1), "eth0"); });
-}
-
-TEST(CarelessHost, DropsTheOwnerOfAMemberThatIsLeavingOrEntering) {
-  auto status = Zan::create<Status>("mrib");
-  const auto route = status->routeIs(p10);
-  status->routeIs(Lumo::Prefix("20.0.0.0/8"));
-  const auto w = watchRoute(route, [&] { status = nullptr; });
-  status->routeDelAll();
-  EXPECT_EQ(w->heard, (Log{"leaving", "7"}));
-  EXPECT_FALSE(route->parent());
-
-  auto config = Zan::create<Config>("c");
-  auto entry = Zan::create<RouteKeyPrefix>(g10);
-  auto pref = Zan::create<RouteKeyPreference>(U8{1});
-  const auto onPref = watch<RouteKeyPreference::NotifieeConst>(pref, [&] { pref = nullptr; });
-  const auto onEntry = watch<RouteKeyPrefix::NotifieeConst>(entry);
-  entry->prefIs(pref);
-  onEntry->then = [&] { entry = nullptr; };
-  config->routeIs(entry);
-  EXPECT_EQ(onEntry->heard, (Log{"pref", "7"}));
-  onPref->then = [&] { config = nullptr; };
-  config->route(g10)->prefDel(1);
-  EXPECT_EQ(onPref->heard, (Log{"7", "leaving", "7"}));
-}
-
-TEST(CarelessHost, OwnsAReactorByTheRecordThatItWatches) {
-  struct Owner : Zan::NamedEntity {
-    Owner() : NamedEntity("owner") {}
-    Ptr<Watcher<Zan::Entity::NotifieeConst>> watcher;
-  };
-  auto owner = Zan::create<Owner>();
-  auto* const watcher = (owner->watcher = watch<Zan::Entity::NotifieeConst>(owner)).get();
-  owner = nullptr;
-  watcher->notifierIs(nullptr);  // takes the owner along, and that the watcher
 }
 
 // ---- Entries and iterators ----
@@ -309,28 +249,6 @@ TEST(CarelessHost, DropsReactorsActivitiesAndConfigurationsWithWorkQueued) {
   EXPECT_TRUE(onRoute->heard.empty());
 }
 
-TEST(CarelessHost, ReleasesTheActivityInsideAHandlerThatItRuns) {
-  auto config = Zan::create<Zan::ActivityConfig>("loop");
-  const auto route = Zan::create<Route>(p10);
-  auto a = watchRoute(route), b = watchRoute(route);
-  a->activity = b->activity = Zan::zanActivitySmFor(config.get());
-  route->preferenceIs(1);
-  a->then = [&] { a->activity = b->activity = nullptr, config = nullptr; };
-  EXPECT_EQ(Ptr<Zan::ActivitySm>(a->activity)->run(), 2u);
-  EXPECT_EQ(b->heard, Log{"131"});
-
-  config = Zan::create<Zan::ActivityConfig>("another");
-  a->then = nullptr;
-  a->activity = Zan::zanActivitySmFor(config.get());
-  config = nullptr;  // the reactor still holds its activity
-  route->preferenceIs(2);
-  EXPECT_EQ(a->activity->run(), 1u);
-  route->preferenceIs(3);
-  EXPECT_EQ(a->activity->pending(), 1u);
-  a = nullptr;  // no circle with the work that waits: the leak checker would tell
-  EXPECT_EQ(b->heard.back(), "131");
-}
-
 /// Of each type of notifiee that a host may derive from: one that is bound to something else.
 template <class... Bases>
 void refuseOtherTypes() {
@@ -357,60 +275,6 @@ TEST(CarelessHost, BindsANotifieeToANotifierOfAnotherType) {
   const auto w = watchRoute(Zan::create<OwnRoute>(p10));
   EXPECT_EQ(w->notifier()->prefix(), p10) << "a derived type is one of its own";
   EXPECT_FALSE(refusal([&] { w->notifierIs(Zan::create<Zan::ActivityConfig>("no entity")); }).empty());
-}
-
-TEST(CarelessHost, PassesArgumentsOutOfRange) {
-  const char* none = nullptr;
-  EXPECT_EQ(refusal([&] { Zan::String8 s(none); }), "null bytes parameter to Zan::String8 not allowed");
-  struct Ignorant : Route::NotifieeConst {
-    using Route::NotifieeConst::ignoresIs;
-  };
-  for (const Zan::AttributeId id : {7u, 161u, 162u}) {
-    EXPECT_EQ(refusal([&] { Zan::create<Ignorant>()->ignoresIs(id); }).empty(), id == 161);
-  }
-}
-
-// ---- What a watcher may expect to hear ----
-
-TEST(WholeCollections, AreToldOfInBothForms) {
-  const auto route = Zan::create<Route>(p10);
-  const auto told = [](const auto& record, const char* name, auto tell) {
-    const auto w = watch<typename std::remove_cvref_t<decltype(*record)>::NotifieeConst>(record);
-    (record.get()->*tell)();
-    EXPECT_EQ(w->heard, (Log{name, name}));
-  };
-  told(route, "via", &Route::viaNotifyAll);
-  told(route, "prefixSet", &Route::prefixSetNotifyAll);
-  told(PrefixSet::PrefixSetIs(g10), "prefix", &PrefixSet::prefixNotifyAll);
-  told(Zan::create<RouteKeyPreference>(U8{1}), "rpf", &RouteKeyPreference::rpfNotifyAll);
-  told(Zan::create<Ip::Status>("ip"), "intfAddr", &Ip::Status::intfAddrNotifyAll);
-  using Dir = Interface::AllIntfStatusDir;
-  told(Zan::create<Dir>("intf"), "intfStatus", &Dir::intfStatusNotifyAll);
-
-  struct Forms : Route::NotifieeConst {
-    void onViazanImmediate() override { order += "members "; }
-    void onVia() override { order += "whole "; }
-    using Route::NotifieeConst::onVia;
-    std::string order;
-  };
-  const auto forms = Zan::create<Forms>();
-  forms->notifierIs(route);
-  forms->isRegisteredNotifieeIs(true);
-  route->viaNotifyAll();
-  EXPECT_EQ(forms->order, "members whole ");
-}
-
-TEST(MribStatus, TellsOfTheTrieThatItsShadowKeeps) {
-  const auto status = Zan::create<Status>("mrib");
-  const auto w = watch<Status::NotifieeConst>(status);
-  const auto shadow = Zan::create<Shadow>("shadow");
-  shadow->routeIs(status);
-  EXPECT_EQ(w->heard.size(), 0u);
-  shadow->trieIs("t", Lumo::ipv4());
-  EXPECT_EQ(w->heard.size(), 1u);
-  shadow->routeIs(nullptr);
-  shadow->routeIs(status);
-  EXPECT_EQ(w->heard.size(), 2u);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "Pim/MribSm/InterfaceInfo.h"
 #include "Refusal.h"
 #include "Routing6/Multicast/Rib/Status.h"
 #include "Watcher.h"
@@ -10,7 +9,6 @@
 
 namespace {
 
-using Routing::Multicast::Rib::InterfaceInfo;
 using Routing::Multicast::Rib::Route;
 using Routing::Multicast::Rib::Status;
 using Log = std::vector<std::string>;
@@ -108,18 +106,6 @@ TEST_F(NotificationTest, ActivityDeliversWhenItRunsAndOncePerKey) {
   route->preferenceIs(3);
   a->isRegisteredNotifieeIs(false);
   EXPECT_EQ(a->activity->run(), 0u);
-}
-
-TEST(InterfaceInfoNotification, ReportsTheAttributeThatThrew) {
-  struct Thrower : Watcher<InterfaceInfo::NotifieeConst> {
-    using Watcher::Watcher;
-    void onZeroReferences() override { throw std::runtime_error("y"); }
-  };
-  const auto info = Routing::Multicast::Rib::interfaceInfoFactory();
-  const auto w = Zan::create<Thrower>(info, [] { throw std::runtime_error("x"); });
-  info->configIs(Zan::create<Interface::AllIntfConfigDir>("c"));
-  info->zeroReferencesIs(true);
-  EXPECT_EQ(w->heard, (Log{"131", "threw in 131", "threw in 5"}));
 }
 
 TEST(Reference, WordCountsMarksZombiesAndStaysWhereNeverCounted) {

@@ -139,28 +139,6 @@ TEST(Quarn, AFlippedBitIsReportedAndTheOtherRecordsStillCome) {
   }
 }
 
-TEST(Quarn, AWalkOverRubbishEnds) {
-  std::mt19937 random(13);
-  RouteStatusWriter writer;
-  for (U32 n = 0; n < 30; ++n) writer.routeIs(routeOf(n, n));
-  const Copy fd(writer.fd());
-  RouteStatus reader(fd);
-  U32 reported = 0;
-  reader.corruptionHandlerIs([&](const std::string&) { return ++reported, std::nullopt; });
-  for (int round = 0; round < 200; ++round) {
-    for (off_t at = slotsAt; at < slotsAt + 64 * slotBytes; at += 4) {
-      const auto word = static_cast<U32>(random());
-      ASSERT_EQ(pwrite(fd, &word, sizeof word, at), 4);
-    }
-    reported = 0;
-    U32 walked = 0;
-    reader.forEach([&](const Route&) { ++walked; });
-    EXPECT_EQ(walked, 0u);
-    EXPECT_EQ(reported, 64u) << "every slot once";
-    EXPECT_THROW(reader.route(prefixOf(1)), Quarn::CorruptionException);
-  }
-}
-
 TEST(Quarn, ARecordThatIsBeingWrittenIsTakenFromTheJournal) {
   RouteStatusWriter writer;
   writer.routeIs(routeOf(1, 1));
@@ -206,19 +184,6 @@ TEST(Quarn, ASegmentThatClaimsMoreSlotsThanItHasIsRefused) {
     EXPECT_NE(refusal(fd).find(std::has_single_bit(count) ? "shorter than it claims" : "no power of two"),
               std::string::npos);
   }
-}
-
-TEST(Quarn, FecKeepsAViaCountThatItsReaderMustRefuse) {
-  ForwardingStatusWriter writer;
-  Fec fec{0, 129, {}};
-  fec.via[127] = {Lumo::IpAddr("1.2.3.4"), Lumo::IntfId(9)};
-  for (fec.fecId = 1; fec.fecId < 200; ++fec.fecId) writer.fecIs(fec);
-  const ForwardingStatus reader(writer.fd());
-  const auto found = reader.fec(150);
-  ASSERT_TRUE(found);
-  EXPECT_EQ(found->viaCount, 129u);
-  EXPECT_EQ(found->via[127].hop.stringValue() + found->via[127].intf.stringValue(), "1.2.3.49");
-  EXPECT_FALSE(reader.fec(200));
 }
 
 }  // namespace

@@ -55,22 +55,4 @@ TEST(SlotOrder, OfANotifieeIsTheStatedOne) {
               static_cast<Config* (N::*)()>(&N::zanFwkActivity), &N::actsm, &E::onParent, &E::onVersion);
 }
 
-TEST(SlotOrder, OfEachRecordsNotifieeIsTheStatedOne) {
-  using Routing::Multicast::Rib::Route;
-  using N = Route::NotifieeConst;
-  using I = Routing::Multicast::Rib::InterfaceInfo::NotifieeConst;
-  const std::ptrdiff_t first = slot(&Zan::Entity::NotifieeConst::onVersion) + 1;
-  expectOrder(first, &N::onIsNondestructing, &N::onPreference, &N::onRouteType,
-              Operation<N, const Route::Via&>(&N::onVia), &N::onViazanImmediate, Operation<N>(&N::onVia),
-              &N::onCreationTime, &N::onMetric, Operation<N, const Lumo::IpGenPrefix&>(&N::onPrefixSet),
-              &N::onPrefixSetzanImmediate, Operation<N>(&N::onPrefixSet));
-  expectOrder(first, &I::onIpStatus, &I::onConfig, &I::onStatus);
-}
-
-TEST(SlotOrder, OfTheStateMachineEndsWithItsZombieOperation) {
-  using M = Routing::Multicast::Rib::MribSm;
-  expectOrder(0, &M::hasNotificationActiveIs, &M::zanAuditErrors, &M::auditErrors, &M::isNondestructingIs,
-              &M::zeroReferencesIs, &M::fwkType, Destructor(), &M::zanDoZombieReactors);
-}
-
 }  // namespace

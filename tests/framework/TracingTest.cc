@@ -43,30 +43,6 @@ TEST(Exceptions, AreTracedUnlessTheyAreExpected) {
   }
 }
 
-TEST(Exceptions, ThatANotifieeThrowsInAnswerAreTraced) {
-  const auto route = Zan::create<Routing::Multicast::Rib::Route>(Lumo::Prefix("10.0.0.0/8"));
-  const auto w = watchRoute(route, [] { throw std::runtime_error("first"); });
-  w->answer = [] { throw std::runtime_error("second"); };
-  const TraceRecorder recorder;
-  route->preferenceIs(1);
-  EXPECT_EQ(exceptionsIn(recorder), Texts{"onNotificationException threw: second"});
-}
-
-TEST(Exceptions, MayBeThrownByASink) {
-  Zan::traceSinkIs([](void*, const Zan::TraceMessage&) { Zan::throwRangeException("sink"); }, nullptr);
-  EXPECT_THROW(Zan::throwRangeException("a"), Zan::RangeException);
-  Zan::traceSinkIs(nullptr, nullptr);
-}
-
-TEST(Exceptions, AreExpectedInAnOrder) {
-  const auto wrongOrder = [] {
-    auto outer = std::make_unique<Zan::Expect>(Zan::ExceptionId::range);
-    const Zan::Expect inner(Zan::ExceptionId::range);
-    outer.reset();
-  };
-  EXPECT_DEATH(wrongOrder(), "`the innermost Expect of its thread ends first' failed");
-}
-
 TEST(TraceHandles, RefuseLevelsOver30AndMayGo) {
   {
     Zan::TraceHandle handle(std::string("a name that does not ") + "last");

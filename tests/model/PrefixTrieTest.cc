@@ -90,15 +90,6 @@ TEST_P(TrieTest, AgreesWithALinearScan) {
   EXPECT_LE(trie.bytes(), 2000u);
 }
 
-TEST(Trie, NestedChainMatchesAtEveryLength) {
-  PrefixTrie trie;
-  for (U32 l = 0; l <= 128; ++l) ASSERT_TRUE(trie.insert(cut({~U64{0}, ~U64{0}}, l), l));
-  for (U32 l = 0; l <= 128; ++l) {
-    EXPECT_EQ(trie.longestMatch(cut({~U64{0}, ~U64{0}}, l), 128), static_cast<int>(l));
-    EXPECT_EQ(trie.longestMatch({~U64{0}, ~U64{0}}, 128), 128);
-  }
-}
-
 TEST(Trie, HoldsSparseSetsInAHundredBytesAPrefix) {
   std::mt19937_64 random(5);
   PrefixTrie sparse, one;

@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <random>
-#include <sstream>
 
 #include "Refusal.h"
 #include "Routing/Fib/Via.h"
 #include "Routing/Multicast/Rib/Rpf.h"
-#include "Routing/TrieGen.h"
-#include "framework/Watcher.h"
 
 namespace {
 
@@ -34,16 +30,6 @@ TEST(Values, PrefixTextIsReadStrictlyAndSaysWhatIsWrong) {
   }
 }
 
-TEST(Values, EmptyPrefixIsNoPrefix) {
-  std::ostringstream out;
-  out << IpGenPrefix("");
-  EXPECT_EQ(out.str(), "");
-  EXPECT_EQ(IpGenPrefix().af(), Lumo::unknown());
-  EXPECT_NE(IpGenPrefix(), IpGenPrefix("0.0.0.0/0"));
-  EXPECT_EQ(IpGenPrefix().v4Prefix(), Prefix());
-  EXPECT_EQ(IpGenPrefix("2001:db8::/32").v4Prefix(), Prefix());
-}
-
 TEST(Values, OrderIsFamilyAddressLength) {
   const std::vector<IpGenPrefix> ascending{IpGenPrefix(""),           IpGenPrefix("0.0.0.0/0"),
                                            IpGenPrefix("0.0.0.0/1"),  IpGenPrefix("1.0.0.0/8"),
@@ -65,25 +51,6 @@ TEST(Values, ViaWithoutInterfaceIsEquivalentToEveryVia) {
   EXPECT_FALSE(a == a2);
   EXPECT_THROW(Routing::Fib::ViaIndex(128), Zan::RangeException);
   EXPECT_EQ(Routing::Fib::ViaIndex(127).value(), 127u);
-}
-
-TEST(Trie, TellsWatchersOfTheLastChange) {
-  const auto trie = Zan::create<Routing::TrieGen>("t", Lumo::ipv4());
-  const auto w = watch<Routing::TrieGen::NotifieeConst>(trie);
-  const IpGenPrefix p("10.0.0.0/8");
-  EXPECT_TRUE(trie->longestMatch(p).empty());
-  trie->routeIs(p, true);
-  trie->routeIs(p, true);
-  EXPECT_EQ(w->heard.size(), 1u);
-  trie->changedRouteIs(p);
-  EXPECT_EQ(w->heard.size(), 2u);
-  trie->routeDel(p);
-  trie->routeDel(p);
-  EXPECT_EQ(w->heard.size(), 3u);
-  EXPECT_EQ(trie->nodes(), 0);
-  trie->routeIs(IpGenPrefix("0.0.0.0/0"), true);
-  EXPECT_EQ(trie->longestMatch(IpGenPrefix("10.0.0.1/32")).stringValue(), "0.0.0.0/0");
-  EXPECT_TRUE(trie->longestMatch(IpGenPrefix("::1/128")).empty());
 }
 
 }  // namespace

@@ -68,29 +68,6 @@ Datagram everything() {
   return d;
 }
 
-TEST(Message, BecomesTheRecordItIs) {
-  const auto events = parse(everything().bytes());
-  ASSERT_EQ(events.size(), 5u);
-  const auto& link = std::get<LinkChange>(events[0].body).link;
-  EXPECT_EQ(link.name + " " + std::to_string(link.index), "eth7 7");
-  EXPECT_TRUE(link.up && link.lowerUp && link.running && link.master == 3 && link.operState == 6);
-  const auto& gone = std::get<AddressChange>(events[1].body);
-  EXPECT_TRUE(gone.gone && gone.address.secondary);
-  EXPECT_EQ(gone.address.local.stringValue() + " " + gone.address.peer.stringValue(), "10.0.0.1 10.0.0.2");
-  const auto& object = std::get<NextHopChange>(events[2].body).nextHop;
-  EXPECT_EQ(object.hop, (Hop{IpGenAddr("10.0.0.9"), 7, Hop::onlink}));
-  const auto& route = std::get<RouteChange>(events[3].body).route;
-  EXPECT_EQ(events[3].flags, NLM_F_CREATE | NLM_F_APPEND);
-  EXPECT_EQ(events[3].sequence, 42u);
-  EXPECT_EQ(route.prefix.stringValue(), "20.0.0.0/8");
-  EXPECT_EQ(route.table, 1000u);
-  EXPECT_EQ(route.metric, 77u);
-  ASSERT_EQ(route.hops.size(), 2u);
-  EXPECT_EQ(route.hops[0], (Hop{IpGenAddr("10.0.0.9"), 7, Hop::dead}));
-  EXPECT_EQ(route.hops[1], (Hop{IpGenAddr("fe80::9"), 8, Hop::linkdown}));
-  EXPECT_EQ(events[4].flags, NLM_F_DUMP_INTR);
-}
-
 TEST(Message, LeavesAsideWhatSaysNothingOfRoutes) {
   Datagram d;
   d.message(RTM_DELLINK, ifinfomsg{AF_BRIDGE, 0, 1, 7, 0, 0}).attribute(IFLA_IFNAME, std::string("eth7"));

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "Datagram.h"
 #include "Describe.h"
@@ -61,12 +60,6 @@ class NamespaceTest : public testing::Test {
       if (found.empty()) break;
     }
     return found;
-  }
-  std::string differenceToFresh() {
-    LiveMirror fresh(Mirror::Settings(), monotonicNow());
-    readAll(fresh);
-    fresh.mirror().takeChanges();
-    return against(fresh.mirror());
   }
 
   U32 indexOf(const std::string& name) const {
@@ -158,124 +151,6 @@ TEST_F(NamespaceTest, MeansByARouteWhatTheKernelDoes) {
   net.batch("link set v0 up\nlink set pv1 up\n");
   pump(milliseconds(1300));
   check("up again");
-}
-
-/// A router's day in random order: links, addresses, routes, next hops, names, moves.
-class Steps {
- public:
-  Steps(const Netns& net, U32 seed) : net_(net), random_(seed) {}
-
-  /// Does something that may succeed, and says what.
-  std::string step() {
-    const std::string n9 = n(9), upDown = pick(2) ? " up" : " down";
-    const std::string steps[] = {
-        "link set " + link() + upDown,
-        "link set p" + veth() + upDown,
-        "addr add 10." + n(4) + ".0." + n9 + (pick(3) ? "/24" : " peer 10.9.0." + n(9)) + " dev " + link(),
-        "addr del 10." + n(4) + ".0." + n9 + "/24 dev " + link(),
-        "nexthop replace id " + n(5) + " via 10." + n(4) + ".0.7" + " dev " + link() + " onlink",
-        pick(2) ? "nexthop del id " + n9
-                : "nexthop replace id " + std::to_string(6 + pick(3)) + " group " + n(5) + "/" + n(5),
-    };
-    const U32 kind = pick(12);
-    if (kind < std::size(steps)) return ip(steps[kind]);
-    if (kind == std::size(steps)) return other();
-    return ip("route " + verb() + " " + type() + prefix() + " metric " + n(3) + target());
-  }
-  U32 pick(U32 count) { return static_cast<U32>(random_()) % count; }
-
- private:
-  std::string ip(const std::string& arguments) {
-    return arguments + (net_.ip(arguments) ? "" : " (refused)");
-  }
-  std::string n(U32 most) { return std::to_string(1 + pick(most)); }
-  std::string veth() { return std::string("v").append(std::to_string(pick(3))); }
-  std::string link() {
-    static const char* const links[] = {"v0", "v1", "v2", "br0", "m0", "tun0"};
-    return links[pick(6)];
-  }
-  std::string verb() {
-    static const char* const verbs[] = {"add", "add", "append", "prepend", "replace", "del"};
-    return verbs[pick(6)];
-  }
-  std::string type() {
-    static const char* const types[] = {"blackhole ", "unreachable ", "prohibit ", "throw "};
-    noTarget_ = pick(8) == 0;
-    return noTarget_ ? types[pick(4)] : "";
-  }
-  std::string prefix() {
-    if ((v6_ = pick(6) == 0)) return "2001:db8:" + n(4) + "::/48";
-    return "20." + n(6) + ".0.0/16" + (pick(10) == 0 ? " tos 0x10" : "");
-  }
-  std::string hop() {
-    const std::string gateway = v6_            ? "fe80::" + n(9)
-                                : pick(5) == 0 ? "inet6 fe80::" + n(9)
-                                               : "10." + n(4) + ".0.7";
-    return (pick(4) == 0 ? "" : " via " + gateway) + " dev " + link() + (v6_ ? "" : " onlink");
-  }
-  std::string target() {
-    if (noTarget_) return "";
-    if (pick(4) == 0) return " nhid " + n(9);
-    if (pick(3) != 0) return hop();
-    return " nexthop" + hop() + " nexthop" + hop();
-  }
-  std::string other() {
-    const std::string v = veth();
-    const U32 kind = pick(8), on = pick(2);
-    if (kind == 0) return ip("link set " + v + " name w0") + ", " + ip("link set w0 name " + v);
-    if (kind == 1)
-      return ip("link set " + v + " netns " + std::to_string(net_.beside())) +
-             (net_.ipBeside("link set " + v + " netns " + std::to_string(getpid())) ? " and back" : "");
-    if (kind == 2) return ip("link del " + v) + ", " + ip("link add " + v + " type veth peer name p" + v);
-    if (kind == 3) return ip("link set " + v + (on ? " master br0" : " nomaster"));
-    if (kind == 4)
-      return ip("link property " + std::string(on ? "add dev " : "del dev ") + v + " altname o" + v);
-    if (kind == 5) return ip("addr flush dev " + link());
-    const std::string sysctl =
-        kind == 6 ? "ipv4/nexthop_compat_mode" : "ipv4/conf/" + v + "/ignore_routes_with_linkdown";
-    net_.set(sysctl, static_cast<int>(on));
-    return sysctl;
-  }
-
-  const Netns& net_;
-  std::minstd_rand random_;
-  bool noTarget_ = false;
-  bool v6_ = false;
-};
-
-TEST_F(NamespaceTest, KeepsInStepThroughRandomChanges) {
-  Steps steps(net, 12);
-  Nanos slowest = 0;
-  for (int i = 0; i < 120 && !HasFailure(); ++i) {
-    std::string done;
-    for (U32 n = 1 + steps.pick(4); n > 0; --n) done += steps.step() + '\n';
-    const Nanos start = monotonicNow();
-    EXPECT_EQ(differenceToIp(), "") << "step " << i << ":\n" << done;
-    slowest = std::max(slowest, monotonicNow() - start);
-    if (i % 20 == 0) {
-      EXPECT_EQ(differenceToFresh(), "") << "step " << i << ":\n" << done;
-    }
-  }
-  RecordProperty("slowest_ms", static_cast<int>(slowest / milliseconds(1)));
-  EXPECT_EQ(live->mirror().counters().overruns, 0u);
-}
-
-TEST_F(NamespaceTest, FindsItsWayBackWhenEventsAreLost) {
-  const int small = 4096;
-  setsockopt(live->eventFd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-  std::string lines;
-  for (int i = 0; i < 12000; ++i) {
-    const std::string prefix = "50." + std::to_string(i / 250) + "." + std::to_string(i % 250) + ".0/24";
-    lines += "route " + std::string(i % 3 == 2 ? "replace " : "add ") + prefix + " via 10.0.0.2\n";
-    if (i % 5 == 4) lines += "route del " + prefix + "\n";
-  }
-  net.batch(lines + "link set v1 down\naddr del 10.0.2.1/24 dev v2\n");
-  EXPECT_EQ(live->mirror().counters().overruns, 0u) << "nothing was read yet";
-  EXPECT_EQ(differenceToIp(), "");
-  const auto counters = live->mirror().counters();
-  EXPECT_EQ(counters.overruns, 1u);
-  EXPECT_EQ(counters.resyncs[static_cast<std::size_t>(Reason::overrun)], 1u);
-  EXPECT_GT(counters.healed, 9000u);
 }
 
 TEST_F(NamespaceTest, BelievesTheKernelAlone) {

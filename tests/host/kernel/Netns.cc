@@ -1,8 +1,6 @@
 #include "Netns.h"
 
 #include <sched.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -26,33 +24,12 @@ Netns::Netns() {
     missing_ = std::string("no network namespace of its own: ") + std::strerror(errno);
     return;
   }
-  int pipes[2];
-  if (pipe(pipes) != 0) std::abort();
-  beside_ = fork();
-  if (beside_ == 0) {
-    close(pipes[1]);
-    char byte = 0;
-    if (unshare(CLONE_NEWNET) == 0)
-      while (read(pipes[0], &byte, 1) > 0) continue;
-    _exit(0);
-  }
-  close(pipes[0]);
-  leash_ = pipes[1];
   if (!ip("link add probe0 type veth peer name probe1")) missing_ = "no `ip`, or no veth links";
   ip("link del probe0");
 }
 
-Netns::~Netns() {
-  if (leash_ >= 0) close(leash_);
-  if (beside_ > 0) waitpid(beside_, nullptr, 0);
-}
-
 bool Netns::ip(const std::string& arguments) const {
   return run("ip " + arguments) == 0;
-}
-
-bool Netns::ipBeside(const std::string& arguments) const {
-  return run("nsenter -t " + std::to_string(beside_) + " -n ip " + arguments) == 0;
 }
 
 std::string Netns::output(const std::string& arguments) const {
