@@ -175,9 +175,11 @@ void Mirror::refreshOwn() {
 Mirror::Changes Mirror::takeChanges(std::size_t limit) {
   refreshOwn();
   Changes changes = std::exchange(changes_, {});
+  const bool anyNamed = v4_.hasNamed() || v6_.hasNamed();
   const bool done4 = v4_.settle(limit, changes.prefixes);
   const bool done6 = v6_.settle(limit, changes.prefixes);
   changes.complete = done4 && done6;
+  changes.named = anyNamed && !v4_.hasNamed() && !v6_.hasNamed();
   return changes;
 }
 

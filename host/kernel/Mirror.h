@@ -50,6 +50,7 @@ class Mirror {
     std::set<U32> links;
     std::set<U32> addresses;  ///< indices of links with other addresses than before
     bool complete = true;     ///< false: there is more to take
+    bool named = false;       ///< all prefixes that events have named are among them, and there were some
   };
 
   Mirror(const Settings& settings, Nanos now);
@@ -66,6 +67,11 @@ class Mirror {
 
   /// Looks at up to `limit` prefixes. Cost: a look-up or two each.
   Changes takeChanges(std::size_t limit = ~std::size_t{0});
+
+  /// The links that the next changes are about: whoever knows what depends on them can hurry it.
+  const std::set<U32>& changedLinks() const { return changes_.links; }
+  /// Takes a prefix before those that only may have changed.
+  void hurry(const IpGenPrefix& prefix) { (prefix.af() == Lumo::ipv6() ? v6_ : v4_).hurry(prefix); }
 
   /// Whether everything has been read once.
   bool isSynced() const { return synced_; }

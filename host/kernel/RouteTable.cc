@@ -90,6 +90,10 @@ void RouteTable::wait(U32 node) {
 
 // Answers
 
+void RouteTable::hurry(const IpGenPrefix& prefix) {
+  if (const U32 node = find(prefix); node != PrefixIndex::nothing) wait(node);
+}
+
 bool RouteTable::settle(std::size_t& budget, std::vector<IpGenPrefix>& changed) {
   for (; !waiting_.empty() && budget > 0; --budget) {
     const U32 node = waiting_.back();

@@ -48,6 +48,10 @@ class RouteTable {
   void reconsiderAll() { unconsidered_ = nodes_.size(); }
   /// Considers up to `budget` prefixes, and appends those whose answer is another one. True when done.
   bool settle(std::size_t& budget, std::vector<IpGenPrefix>& changed);
+  /// Puts a prefix before those that no event has named.
+  void hurry(const IpGenPrefix& prefix);
+  /// Whether `settle` has prefixes to look at that came by events or were hurried.
+  bool hasNamed() const { return !waiting_.empty(); }
 
   /// The answer for exactly this prefix, as of the last `settle`; of kind `none` when there is none.
   const Answer& answer(const IpGenPrefix& prefix) const;

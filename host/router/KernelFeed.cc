@@ -39,6 +39,14 @@ void KernelFeed::tell(const kernel::Mirror::Changes& changes, mrib::Transaction&
   for (const U32 index : std::exchange(doubtful_, {})) tellStandIn(index, t);
 }
 
+void KernelFeed::hurry(kernel::Mirror& mirror) const {
+  for (const U32 index : mirror.changedLinks()) {
+    const auto at = links_.find(index);
+    if (at == links_.end()) continue;
+    for (const Prefix& prefix : at->second.attached) mirror.hurry(prefix);
+  }
+}
+
 // ---- Links ----
 
 /// Between two messages two links may seem to have one name: then the younger one has it.

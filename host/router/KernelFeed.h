@@ -37,6 +37,8 @@ class KernelFeed {
   bool isOtherwise(const mrib::NextHop& hop) const;
   bool hasFormer() const { return !formerNames_.empty() || !formerAddresses_.empty(); }
   void forget();
+  /// Has the mirror look first at what may have changed in the MRIB with the links that have.
+  void hurry(kernel::Mirror& mirror) const;
   /// How many routes to stand-ins there are.
   std::size_t standIns() const { return routedStandIns_; }
   /// Whether a route is one to a stand-in, which concerns nobody else.

@@ -70,8 +70,10 @@ Nanos Router::turn(Nanos now) {
   return settle(now);
 }
 
-/// What the mirror has changed goes to the agent when it is whole, unless it never is.
+/// What the mirror has changed goes to the agent when it is whole, unless it never is. What was named, by
+/// events or by the links that changed, need not wait for a walk over the whole table.
 void Router::follow(Nanos now) {
+  feed_.hurry(mirror_);
   const kernel::Mirror::Changes changes = mirror_.takeChanges(prefixesATurn);
   isTaken_ = changes.complete;
   const bool isNews = !changes.prefixes.empty() || !changes.links.empty() || !changes.addresses.empty();
@@ -80,7 +82,8 @@ void Router::follow(Nanos now) {
   revision_ += isNews;
   feed_.tell(changes, pending_);
   if (!unicastChanged_ && ready_) return;
-  if (isTaken_ || (ready_ && now - pendingSince_ > mostDelay)) commit(now);
+  const bool isUrgent = changes.named && !pending_.empty();
+  if (isTaken_ || (ready_ && (isUrgent || now - pendingSince_ > mostDelay))) commit(now);
 }
 
 void Router::commit(Nanos now) {
