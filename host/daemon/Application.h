@@ -20,6 +20,8 @@ class Application {
   /// time has come. Returns when to be called again at the latest: `now` for at once, after clients had their
   /// turn. An exception ends the daemon.
   virtual Nanos turn(Nanos now) = 0;
+  /// Whether a client has changed something since the last turn, so that another is due at once.
+  virtual bool isWoken() const { return false; }
   /// Whether it can answer; the service manager is told when it first can.
   virtual bool isReady() const { return true; }
   /// The configuration is to be read again. Throws Error, which is logged, when it stays as it was.

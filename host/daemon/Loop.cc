@@ -122,7 +122,9 @@ void Runner::turn() {
     if (reload_) reload();
     const Nanos due = turnOfApplication();
     const Nanos now = monotonicNow();
-    waitUntil(std::min({due, clients_.turn(now), tellManager(now), parts_.log.turn(now)}));
+    const Nanos clients = clients_.turn(now);
+    const Nanos woken = parts_.application.isWoken() ? now : never;
+    waitUntil(std::min({due, clients, woken, tellManager(now), parts_.log.turn(now)}));
   } catch (...) {
     failure_ = std::current_exception();
     uv_stop(&loop_.get());
@@ -131,7 +133,7 @@ void Runner::turn() {
 
 Nanos Runner::turnOfApplication() {
   const Nanos now = monotonicNow();
-  if (readable_ || now >= applicationDue_) {
+  if (readable_ || now >= applicationDue_ || parts_.application.isWoken()) {
     readable_ = false;
     applicationDue_ = parts_.application.turn(now);
   }

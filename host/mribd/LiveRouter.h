@@ -15,6 +15,7 @@ class LiveRouter : public daemon::Application {
 
   std::vector<int> descriptors() const override { return {live_.eventFd(), live_.answerFd()}; }
   daemon::Nanos turn(daemon::Nanos now) override;
+  bool isWoken() const override { return router_.isWoken(); }
   bool isReady() const override { return router_.isReady(); }
   void reload(daemon::Nanos now) override;
   std::string status() const override;

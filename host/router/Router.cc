@@ -64,6 +64,7 @@ Router::Router(kernel::Mirror& mirror, Clock clock)
 // ---- The kernel ----
 
 Nanos Router::turn(Nanos now) {
+  woken_ = false;
   if (!mirror_.isSynced()) return ~Nanos{0};
   follow(now);
   if (!isTaken_) return now;
@@ -151,6 +152,7 @@ std::vector<std::string> Router::configurationIs(Configuration configuration, Na
   naming_ = &configuration_;
   if (!result) return textsOf(result);
   configuration_ = std::move(configuration);
+  woken_ = true;
   committed(result, now);
   return {};
 }

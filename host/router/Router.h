@@ -42,6 +42,8 @@ class Router {
   /// Follows the mirror, some milliseconds' work at most, and settles when that is due. Returns when to be
   /// called again at the latest; `now` for at once.
   kernel::Nanos turn(kernel::Nanos now);
+  /// Whether a configuration has come since the last turn: the time that it returned no longer holds.
+  bool isWoken() const { return woken_; }
   /// Whether the first whole state of the kernel is in.
   bool isReady() const { return ready_; }
   /// Whether the answers may be others than the kernel would give by now, or than settling will.
@@ -102,6 +104,7 @@ class Router {
   bool unicastChanged_ = false;
   bool isTaken_ = false;  // all that the mirror has changed
   bool ready_ = false;
+  bool woken_ = false;
   kernel::Nanos pendingSince_ = 0;
   U64 generation_ = 0;
   U64 revision_ = 0;
