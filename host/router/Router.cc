@@ -16,7 +16,7 @@ using Lumo::IpAddr;
 
 namespace {
 
-constexpr std::size_t prefixesATurn = 5000;
+constexpr std::size_t prefixesATurn = 2000;
 constexpr Nanos mostDelay = kernel::milliseconds(100);  // of what is taken in several turns
 constexpr Nanos settleAfter = kernel::milliseconds(50);
 constexpr Nanos settleAtLatest = kernel::seconds(1);  // when changes never end

@@ -1,5 +1,10 @@
 #include "Documents.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
 #include "ConfigText.h"
 #include "Escape.h"
 #include "Names.h"
@@ -10,32 +15,43 @@ using kernel::Answer;
 
 namespace {
 
-Json interfaceName(const std::string* name) {
-  return name ? Json(jsonText(*name)) : Json();
+/// As a JSON string. Nearly all texts here are plain, and need no library to be one.
+void appendString(std::string& out, std::string_view text) {
+  const auto isPlain = [](char c) { return c >= ' ' && c < 0x7F && c != '"' && c != '\\'; };
+  if (!std::all_of(text.begin(), text.end(), isPlain)) {
+    out += textOf(Json(jsonText(text)));
+    return;
+  }
+  out += '"';
+  out += text;
+  out += '"';
 }
 
-Json viasOf(const Router& router, const mrib::Route& route, KernelFeed::When when) {
-  Json vias = Json::array();
-  for (const mrib::NextHop& hop : route.nextHops) {
-    Json via;
-    via["nextHop"] = router.isAttached(hop, when) ? Json() : Json(hop.address.stringValue());
-    via["interface"] = interfaceName(router.linkName(hop, when));
-    vias.push_back(std::move(via));
+/// Each via as `each` names it: the neighbour (empty: none) and the interface (null: none).
+class Vias {
+ public:
+  explicit Vias(std::string& out) : out_(out) { out_ += R"(,"vias":[)"; }
+  void add(const std::string& nextHop, const std::string* interface) {
+    out_ += std::exchange(isFirst_, false) ? R"({"nextHop":)" : R"(,{"nextHop":)";
+    if (nextHop.empty()) {
+      out_ += "null";
+    } else {
+      appendString(out_, nextHop);
+    }
+    out_ += R"(,"interface":)";
+    if (interface) {
+      appendString(out_, *interface);
+    } else {
+      out_ += "null";
+    }
+    out_ += '}';
   }
-  return vias;
-}
+  void end() { out_ += "]}"; }
 
-Json viasOf(const Router& router, const Answer& answer) {
-  Json vias = Json::array();
-  for (const kernel::Hop& hop : answer.hops) {
-    const kernel::Link* link = router.mirror().topology().link(hop.link);
-    Json via;
-    via["nextHop"] = hop.gateway == Lumo::IpGenAddr() ? Json() : Json(hop.gateway.stringValue());
-    via["interface"] = interfaceName(link ? &link->name : nullptr);
-    vias.push_back(std::move(via));
-  }
-  return vias;
-}
+ private:
+  std::string& out_;
+  bool isFirst_ = true;
+};
 
 std::string_view nameOf(Answer::Kind kind) {
   constexpr std::string_view names[] = {"none",      "attached",    "local",    "gateway",
@@ -58,24 +74,33 @@ std::string whyOf(const mrib::Unresolved& u) {
 
 }  // namespace
 
-Json ofRoute(const Router& router, const mrib::Route& route, KernelFeed::When when) {
-  Json json;
-  json["prefix"] = route.prefix.stringValue();
-  json["type"] = route.type == mrib::RouteType::connected ? "connected" : "static";
-  json["preference"] = route.preference;
-  json["vias"] = viasOf(router, route, when);
-  return json;
+void appendRoute(std::string& out, const Router& router, const mrib::Route& route, KernelFeed::When when) {
+  out += R"({"prefix":")";
+  out += route.prefix.stringValue();
+  out += route.type == mrib::RouteType::connected ? R"(","type":"connected","preference":)"
+                                                  : R"(","type":"static","preference":)";
+  out += std::to_string(route.preference);
+  Vias vias(out);
+  for (const mrib::NextHop& hop : route.nextHops) {
+    vias.add(router.isAttached(hop, when) ? std::string() : hop.address.stringValue(),
+             router.linkName(hop, when));
+  }
+  vias.end();
 }
 
-Json ofUnicast(const Router& router, const Lumo::IpGenPrefix& prefix, const Answer& answer) {
-  Json json;
-  json["prefix"] = prefix.stringValue();
-  json["type"] = nameOf(answer.kind);
-  json["preference"] = preferenceOf(answer.protocol);
-  json["protocol"] = jsonText(kernel::protocolName(answer.protocol));
-  json["metric"] = answer.metric;
-  json["vias"] = viasOf(router, answer);
-  return json;
+void appendUnicast(std::string& out, const Router& router, const Lumo::IpGenPrefix& prefix,
+                   const Answer& answer) {
+  out += fmt::format(R"({{"prefix":"{}","type":"{}","preference":{},"protocol":)", prefix.stringValue(),
+                     nameOf(answer.kind), preferenceOf(answer.protocol));
+  appendString(out, kernel::protocolName(answer.protocol));
+  out += fmt::format(R"(,"metric":{})", answer.metric);
+  Vias vias(out);
+  for (const kernel::Hop& hop : answer.hops) {
+    const kernel::Link* link = router.mirror().topology().link(hop.link);
+    vias.add(hop.gateway == Lumo::IpGenAddr() ? std::string() : hop.gateway.stringValue(),
+             link ? &link->name : nullptr);
+  }
+  vias.end();
 }
 
 Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
@@ -100,12 +125,22 @@ Json ofLine(const Configuration& configuration, const MrouteLine& line) {
   return json;
 }
 
-Json ofChange(const Router& router, const mrib::Change& change) {
-  Json json;
-  json["prefix"] = change.prefix().stringValue();
-  json["before"] = change.added() ? Json() : ofRoute(router, change.before, KernelFeed::When::before);
-  json["after"] = change.removed() ? Json() : ofRoute(router, change.after);
-  return json;
+void appendChange(std::string& out, const Router& router, const mrib::Change& change) {
+  out += R"({"prefix":")";
+  out += change.prefix().stringValue();
+  out += R"(","before":)";
+  if (change.added()) {
+    out += "null";
+  } else {
+    appendRoute(out, router, change.before, KernelFeed::When::before);
+  }
+  out += R"(,"after":)";
+  if (change.removed()) {
+    out += "null";
+  } else {
+    appendRoute(out, router, change.after);
+  }
+  out += '}';
 }
 
 Json ofConfigurationChange(const ConfigurationChange& change) {
@@ -131,10 +166,10 @@ Json ofConfigurationChange(const ConfigurationChange& change) {
   return json;
 }
 
-Json ofAnswered(const Router& router, const RpfAnswer& answer) {
-  if (answer.route) return ofRoute(router, *answer.route);
-  if (answer.answer) return ofUnicast(router, answer.prefix, *answer.answer);
-  return {};
+void appendAnswered(std::string& out, const Router& router, const RpfAnswer& answer) {
+  if (answer.route) return appendRoute(out, router, *answer.route);
+  if (answer.answer) return appendUnicast(out, router, answer.prefix, *answer.answer);
+  out += "null";
 }
 
 std::string_view nameOf(RpfAnswer::Status status) {

@@ -170,10 +170,10 @@ const std::string& RibService::answerBody(const RpfAnswer& answer) {
   std::string& body = bodies_[static_cast<std::size_t>(answer.table)][answer.prefix];
   if (!body.empty()) return body;
   const std::string_view table = documents::nameOf(answer.table);
-  body = fmt::format(R"("status":"{}","table":{},"route":{}}})", documents::nameOf(answer.status),
-                     table.empty() ? "null" : fmt::format("\"{}\"", table),
-                     documents::textOf(documents::ofAnswered(router_, answer)));
-  return body;
+  body = fmt::format(R"("status":"{}","table":{},"route":)", documents::nameOf(answer.status),
+                     table.empty() ? "null" : fmt::format("\"{}\"", table));
+  documents::appendAnswered(body, router_, answer);
+  return body += '}';
 }
 
 void RibService::appendAnswer(const std::string& source, std::string& out) {
@@ -233,7 +233,10 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
   std::optional<IpGenPrefix> prefix;
   if (prefixText) prefix = prefixOf(*prefixText);
   const mrib::Route* match = nullptr;
-  if (address) match = router_.agent().rpf(sourceOf(*address).v4Addr());
+  if (address) {
+    const IpGenAddr source = sourceOf(*address);
+    if (source.af() == Lumo::ipv4()) match = router_.agent().rpf(source.v4Addr());
+  }
   std::vector<mrib::Route> routes;
   for (const mrib::Route& route : router_.agent().routes()) {
     if (KernelFeed::isStandIn(route.prefix)) continue;
@@ -249,9 +252,10 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
 
 Answer RibService::listRoutes(Call& call) {
   const auto routes = std::make_shared<const std::vector<mrib::Route>>(routesFor(call));
-  auto list = std::make_unique<ListStream>(
-      headOf(router_), "routes", routes->size(),
-      [this, routes](std::size_t i) { return documents::ofRoute(router_, (*routes)[i]); });
+  auto list = std::make_unique<ListStream>(headOf(router_), "routes", routes->size(),
+                                           [this, routes](std::size_t i, std::string& out) {
+                                             documents::appendRoute(out, router_, (*routes)[i]);
+                                           });
   return answerWith(std::move(list), call.more);
 }
 
@@ -282,10 +286,10 @@ std::vector<IpGenPrefix> RibService::unicastFor(Call& call) const {
 Answer RibService::listUnicastRoutes(Call& call) {
   const auto prefixes = std::make_shared<const std::vector<IpGenPrefix>>(unicastFor(call));
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "routes", prefixes->size(), [this, prefixes](std::size_t i) {
+      headOf(router_), "routes", prefixes->size(), [this, prefixes](std::size_t i, std::string& out) {
         const kernel::Answer& answer = router_.mirror().answer((*prefixes)[i]);
-        const bool isGone = answer.kind == kernel::Answer::Kind::none;
-        return isGone ? Json() : documents::ofUnicast(router_, (*prefixes)[i], answer);
+        if (answer.kind == kernel::Answer::Kind::none) return;
+        documents::appendUnicast(out, router_, (*prefixes)[i], answer);
       });
   return answerWith(std::move(list), call.more);
 }
@@ -296,8 +300,8 @@ Answer RibService::listUnresolved(Call& call) {
   auto unresolved = std::make_shared<std::vector<mrib::Unresolved>>(router_.agent().unresolved());
   if (!waiting) std::erase_if(*unresolved, [](const auto& u) { return !u.isError(); });
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "unresolved", unresolved->size(), [this, unresolved](std::size_t i) {
-        return documents::ofUnresolved(router_.configuration(), (*unresolved)[i]);
+      headOf(router_), "unresolved", unresolved->size(), [this, unresolved](std::size_t i, std::string& out) {
+        out += documents::textOf(documents::ofUnresolved(router_.configuration(), (*unresolved)[i]));
       });
   return answerWith(std::move(list), call.more);
 }

@@ -8,7 +8,6 @@
 namespace host {
 
 using control::Reply;
-using documents::Json;
 
 namespace {
 
@@ -28,12 +27,13 @@ ListStream::ListStream(std::string head, std::string name, std::size_t count, El
 Reply ListStream::part(std::size_t most) {
   const std::size_t end = std::min(count_, at_ + most);
   std::string text = fmt::format(R"({{{},"{}":[)", head_, name_);
-  bool isFirst = true;
+  const std::size_t empty = text.size();
   for (; at_ < end; ++at_) {
-    const Json element = element_(at_);
-    if (element.is_null()) continue;
-    if (!std::exchange(isFirst, false)) text += ',';
-    text += documents::textOf(element);
+    const std::size_t before = text.size();
+    if (before != empty) text += ',';
+    const std::size_t begin = text.size();
+    element_(at_, text);
+    if (text.size() == begin) text.resize(before);
   }
   text += "]}";
   return {std::move(text), "", at_ < count_};
@@ -66,7 +66,7 @@ std::string monitorReply(const Router& router, U64 generation, bool restart, boo
   bool isFirst = true;
   for (const mrib::Change& change : changes) {
     if (!std::exchange(isFirst, false)) text += ',';
-    text += documents::textOf(documents::ofChange(router, change));
+    documents::appendChange(text, router, change);
   }
   return text += "]}";
 }
@@ -142,8 +142,13 @@ WatchStream::WatchStream(const Router& router, std::vector<std::string> addresse
 
 std::string WatchStream::routeText(const Watched& watched, const Lumo::Prefix& prefix) const {
   const mrib::Route* route = router_.agent().route(prefix);
-  return fmt::format(R"({{"prefix":"{}","route":{}}})", watched.name,
-                     route ? documents::textOf(documents::ofRoute(router_, *route)) : "null");
+  std::string text = fmt::format(R"({{"prefix":"{}","route":)", watched.name);
+  if (route) {
+    documents::appendRoute(text, router_, *route);
+  } else {
+    text += "null";
+  }
+  return text + '}';
 }
 
 std::optional<Reply> WatchStream::next() {

@@ -13,11 +13,11 @@ constexpr std::size_t elementsAReply = 200;
 /// The most elements of a list for a client that takes one reply only.
 constexpr std::size_t elementsAtOnce = 20000;
 
-/// A list in parts: `{HEAD,"NAME":[...]}`. The elements are made when their turn comes; null ones are left
-/// out.
+/// A list in parts: `{HEAD,"NAME":[...]}`. The elements are written when their turn comes; one that is no
+/// more writes nothing.
 class ListStream : public control::Stream {
  public:
-  using Element = std::function<documents::Json(std::size_t)>;
+  using Element = std::function<void(std::size_t, std::string& out)>;
   ListStream(std::string head, std::string name, std::size_t count, Element element);
 
   std::optional<control::Reply> next() override { return part(elementsAReply); }
