@@ -275,21 +275,6 @@ struct One {
   Server::Id id = *server.connect({});
 };
 
-TEST(Server, ClocksRunOnlyAgainstTheClient) {
-  One one;
-  one.methods.open = false;
-  EXPECT_EQ(one.say(R"({"method":"t.Count","parameters":{"n":2},"more":true})" + std::string("\0{", 2), 0),
-            "");
-  EXPECT_EQ(one.why(100), "");  // it is the stream that lets the half request wait
-  one.methods.open = true;
-  EXPECT_EQ(one.why(100), "");
-  EXPECT_EQ(one.why(109), "");
-  EXPECT_EQ(one.take(109), R"({"parameters":{"n":1},"continues":true})" + std::string("\0", 1) +
-                               R"({"parameters":{"n":0}})");
-  EXPECT_EQ(one.server.turn(109 * second).deadline, 110 * second);
-  EXPECT_EQ(one.say("\"", 110), "half a request for 10 s");
-}
-
 TEST(Server, AnswersWhatIsNoRequest) {
   const std::string deep(31, '['), end(31, ']');
   const std::pair<std::string, const char*> cases[] = {
