@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <random>
 
-#include "ControlFuzz.h"
 #include "Server.h"
 
 // The server against a model of one client: what it asked for, and what it is therefore sent, in this order.
@@ -318,14 +315,6 @@ TEST(Server, KeepsItsLimits) {
   EXPECT_FALSE(other.server.connect({1000, false}));
   EXPECT_TRUE(other.server.connect({0, true}));
   EXPECT_FALSE(other.server.connect({0, true}));
-}
-
-TEST(Server, ReadsTheCorpusOfTheFuzzer) {
-  for (const auto& entry : std::filesystem::directory_iterator(MRIB_CORPUS "/control")) {
-    std::ifstream in(entry.path(), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(in), {});
-    controlFuzz(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-  }
 }
 
 }  // namespace
