@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "Pim/MribSm/MribSm.h"
 #include "mrib/Agent.h"
 
 // What the agent layer does for every host, one behaviour a test.

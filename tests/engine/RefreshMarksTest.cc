@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "EngineWorld.h"
-#include "Pim/MribSm/RefreshMarks.h"
 #include "TraceRecorder.h"
 
 namespace {

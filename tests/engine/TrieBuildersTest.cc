@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
-#include "Refusal.h"
 #include "TraceRecorder.h"
 #include "framework/Watcher.h"
 
