@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-
+#include "Lumo/IpGenPrefix.h"
 #include "Refusal.h"
 #include "Routing/Fib/Via.h"
 #include "Routing/Multicast/Rib/Rpf.h"
