@@ -97,10 +97,10 @@ TEST_F(ProgramTest, LookupModesSayWhichTableAnswers) {
                {"longer-prefix", "unicast 172.16.0.0/16, mrib 20.0.0.0/8, unicast 0.0.0.0/0, "},
                {"lower-distance", "unicast 172.16.0.0/16, mrib 20.0.0.0/8, unicast 0.0.0.0/0, "}};
   for (const auto& c : cases) {
-    write("mrib.conf",
-          "ip mroute 172.0.0.0/8 10.0.1.7 150\nip mroute 20.0.0.0/8 10.0.1.7\n"
-          "ip multicast rpf-lookup-mode " +
-              std::string(c.mode) + "\n");
+    folder.write("mrib.conf",
+                 "ip mroute 172.0.0.0/8 10.0.1.7 150\nip mroute 20.0.0.0/8 10.0.1.7\n"
+                 "ip multicast rpf-lookup-mode " +
+                     std::string(c.mode) + "\n");
     const auto document = nlohmann::json::parse(runFiles("-j rpf 172.16.1.1 20.1.1.1 8.8.8.8").out);
     std::string answers;
     for (const auto& answer : document["answers"]) {
