@@ -1,5 +1,3 @@
-#include "ControlFuzz.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -7,6 +5,10 @@
 #include "Server.h"
 
 using namespace host::control;
+
+// Reads the bytes as what three clients send to a service, in pieces, with time that passes and replies that
+// are taken or not. Nothing may crash, every byte that a client is sent must belong to a reply, the queues
+// stay within their limits, and clients that half ask or do not read are gone in the end. Aborts when not.
 
 namespace {
 
@@ -109,6 +111,7 @@ class Run {
 
 }  // namespace
 
-void controlFuzz(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Run(data, size).all();
+  return 0;
 }

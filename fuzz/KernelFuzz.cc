@@ -1,5 +1,3 @@
-#include "KernelFuzz.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <map>
@@ -8,6 +6,10 @@
 #include "Mirror.h"
 
 using namespace host::kernel;
+
+// Reads the bytes as what a kernel says to a mirror: datagrams of events and of answers, with time that
+// passes between them. Nothing may crash or read out of bounds, and once the kernel says that it has
+// nothing, the mirror must come to rest with nothing. Aborts when it does not.
 
 namespace {
 
@@ -93,6 +95,7 @@ class Run {
 
 }  // namespace
 
-void kernelFuzz(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Run({data, size}).all();
+  return 0;
 }

@@ -1,10 +1,12 @@
-#include "ReflectionFuzz.h"
-
 #include <cstdlib>
 
 #include "EngineWorld.h"
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
 #include "Zan/GenericIf.h"
+
+// Reads the bytes as a sequence of reflective operations on a running engine and does them. What is not
+// allowed must throw what reflection throws; nothing may crash, leak, or change through a const handle.
+// Aborts when it does.
 
 namespace {
 
@@ -117,10 +119,11 @@ void step(World& world, Bytes& bytes) {
 
 }  // namespace
 
-void reflectionFuzz(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   World world;
   Bytes bytes(data, size);
   const std::string before = stateOf(world);
   while (!bytes.empty()) step(world, bytes);
   if (stateOf(world) != before) std::abort();
+  return 0;
 }

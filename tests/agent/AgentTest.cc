@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "Pim/MribSm/MribSm.h"
 #include "mrib/Agent.h"
 
 // What the agent layer does for every host, one behaviour a test.
@@ -65,31 +64,6 @@ class AgentTest : public testing::Test {
   mrib::Agent agent{mrib::Agent::Options{1000000}};  // the engine follows every step
   Transaction t;
 };
-
-TEST_F(AgentTest, OnlyItsNameMakesAnInterfaceAnotherOne) {
-  const auto interfaces = agent.engine()->allIntfStatusDir();
-  const auto* before = interfaces->intfStatus(Lumo::IntfId(1));
-  t.link({1, "eth1", false, false});
-  EXPECT_TRUE(commit().changes.empty()) << "the state of a link filters nothing";
-  EXPECT_FALSE(agent.link(1)->up);
-  EXPECT_EQ(interfaces->intfStatus(Lumo::IntfId(1)), before);
-  mroute("50.0.0.0/8", "20.0.0.5");
-  commit();
-  t.link({1, "renamed"});
-  commit();
-  const auto* route = agent.engine()->mribStatus()->route(Prefix("50.0.0.0/8"));
-  EXPECT_EQ(route->viaIterator()->stringValue(), "20.0.0.5 on renamed");
-  t.linkDel(1);
-  commit();
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 0") << "the route stays while it is announced";
-  t.link({1, "renamed"});
-  EXPECT_FALSE(commit().mayDiffer);
-  t.link({2, "renamed"});
-  EXPECT_EQ(refusal(), "links 2 and 1 have the same name");
-  t.link({1, "eth2"});
-  t.link({2, "renamed"});
-  EXPECT_TRUE(commit().accepted) << "they may change names in one transaction";
-}
 
 TEST_F(AgentTest, WhatIsNoCanonicalIpv4IsRefusedWithItsLine) {
   const Net ten("10.0.0.0/8"), wide(addr("10.0.0.0"), 33), odd(addr("10.0.0.1"), 8);
@@ -195,13 +169,6 @@ TEST_F(AgentTest, MoreWaysThanCanBeFollowedAreRefused) {
             "line 1: more than 1000000 ways lead to 100.0.0.0/24 from routes that could resolve through it, "
             "one through the other");
   EXPECT_EQ(layers, 20u) << "19 layers are 2 to the power of 19 ways and as many again below";
-  for (U32 layer = 0; layer < 1000; ++layer) addLayer(layer);
-  EXPECT_FALSE(commit()) << "nor at once";
-  t.mrouteDelAll();
-  for (U32 layer = 0; layer < 12; ++layer) addLayer(layer);
-  ASSERT_TRUE(commit());
-  t.routeDel(Net("20.0.0.0/24"));
-  EXPECT_EQ(commit().changes.size(), 25u);
 }
 
 TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {

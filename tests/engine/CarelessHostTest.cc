@@ -159,31 +159,6 @@ TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
   }
 }
 
-TEST(CarelessHost, ConfiguresWhileTheEngineIsMade) {
-  const auto configure = [](EngineWorld& w) {
-    w.rpfIs("60.0.0.0/8", 1, w.via("20.0.0.6"));
-    w.rpfIs("60.0.0.0/8", 2, w.via("10.0.0.6"));
-    w.rpfIs("60.0.0.0/8", 1, w.via("10.0.0.7"));
-    w.rpfDel("60.0.0.0/8", 1, w.via("20.0.0.6"));
-    w.config->route(IpGenPrefix("60.0.0.0/8"))->prefDel(2);
-    w.config->routeDel(IpGenPrefix("50.0.0.0/8"));
-  };
-  for (int turn = 0; turn < 2; ++turn) {
-    TwoInterfaces w;
-    w.rpfIs("50.0.0.0/8", 1, w.via("10.0.0.5"));
-    if (turn == 0)
-      w.urib->trieIs(Zan::create<Routing::TrieGen>("names no change, which refreshes", Lumo::ipv4()));
-    Meddler meddler(w);
-    meddler.actAt(turn, [&] { configure(w); });
-    w.start();
-    EXPECT_TRUE(meddler.hasActed());
-    EXPECT_EQ(w.show("50.0.0.0/8"), "none");
-    EXPECT_EQ(w.show("60.0.0.0/8"), "60.0.0.0/8 p1 t4 [10.0.0.7 on eth1]");
-    w.rpfDel("60.0.0.0/8", 1, w.via("10.0.0.7"));
-    EXPECT_EQ(w.show("60.0.0.0/8"), "none");
-  }
-}
-
 TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
   Chain w;
   const auto made = routeResolverSmFactory(w.urib, w.mribStatus, w.intfDir, w.mrib.get());

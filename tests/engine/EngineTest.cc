@@ -49,13 +49,6 @@ TEST_F(EngineTest, StartCopiesConnectedRoutesWithViasBeforeItResolves) {
   EXPECT_NEAR(w.route("10.9.0.0/16")->creationTime(), Zan::now(), 60);
 }
 
-TEST_F(EngineTest, NullInputsAreTolerated) {
-  const auto sm = Routing::Multicast::Rib::mribSmFactory(nullptr, nullptr, nullptr, w.mribStatus, nullptr);
-  EXPECT_TRUE(sm->initialize());
-  EXPECT_EQ(sm->mribConfigPrefixCount(), 0u);
-  EXPECT_FALSE(sm->intfInfo() || sm->uribShadowStatus() || sm->mribConfig());
-}
-
 TEST_F(EngineTest, TracesCarryTheirLines) {
   w.connectedIs("20.0.0.0/24", 1);
   TraceRecorder t;
@@ -77,33 +70,6 @@ TEST_F(EngineTest, FecOf128ViasIsTakenAndOneOf129IsARangeError) {
   hops.push_back({"20.0.0.200", 1});
   w.unicastIs("30.0.0.0/24", RouteType::connected, 0, hops);
   EXPECT_EQ(refusal([&] { w.start(); }), "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
-}
-
-TEST_F(EngineTest, TeardownKeepsTheRoutesAndNobodyReacts) {
-  startWithSubnets();
-  w.rpfIs("10.1.0.0/16", 1, w.via("20.0.0.9"));
-  TraceRecorder t;
-  w.stop();
-  w.rpfIs("10.2.0.0/16", 1, w.via("20.0.0.9"));
-  w.unicastDel("20.0.0.0/24");
-  w.mribStatus->routeDel(Lumo::Prefix("30.0.0.0/24"));
-  EXPECT_TRUE(t.messages.empty());
-  EXPECT_EQ(w.show("10.1.0.0/16"), "10.1.0.0/16 p1 t4 [20.0.0.9 on eth0]");
-  EXPECT_FALSE(w.config->hasNotifiees() || w.mribStatus->hasNotifiees() || w.unicastTrie->hasNotifiees());
-}
-
-TEST_F(EngineTest, InputsAreRetargetedAtOnce) {
-  startWithSubnets();
-  const auto other = Routing::Multicast::Rib::interfaceInfoFactory();
-  const auto addresses = Zan::create<Ip::Status>("other");
-  other->ipStatusIs(addresses);
-  w.mrib->intfInfoIs(other);
-  EXPECT_EQ(w.mrib->ipStatus(), Zan::Ptr<Ip::Status const>(addresses));
-  EXPECT_FALSE(w.mrib->intfStatus());
-  other->statusIs(w.intfDir);
-  EXPECT_TRUE(w.mrib->intfStatus());
-  w.intfInfo->statusIs(nullptr);
-  EXPECT_TRUE(w.mrib->intfStatus()) << "the old one is not heard any more";
 }
 
 TEST_F(EngineTest, MutatorsRefuseNullWithTheirTexts) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "Pim/MribTrieBuilder/MribTrieBuilderSm6.h"
-#include "Refusal.h"
 #include "TraceRecorder.h"
 #include "framework/Watcher.h"
 
@@ -80,23 +79,6 @@ TEST(TrieBuilder6, SaysWhatItDoesInItsOwnWords) {
     EXPECT_NE(text.find("MribTrieBuilder" + part), text.npos) << part << "in\n" << text;
   }
   EXPECT_EQ(text.find("handleDel"), text.npos);
-}
-
-TEST(TrieBuilder6, RefusesWhatThatOfIpv4Refuses) {
-  World w;
-  EXPECT_EQ(refusal([&] { w.builder->routeIs(nullptr); }),
-            "null _route parameter to mutator for Routing6::Multicast::Rib::MribTrieBuilderSm::route not "
-            "allowed\"");
-  EXPECT_DEATH(mribTrieBuilderSmFactory(nullptr, w.shadow), "status\\(\\) && mribRouteStatus\\(\\)");
-  EXPECT_DEATH(w.builder->handleRoute(), "trie\\(\\)->nodes\\(\\) == 0");
-  EXPECT_EQ(w.shadow->trie()->name().stringValue(), "mribTrie6");
-  // A removed reactor hears nothing more, and neither does anybody after the builder is gone.
-  const auto reactor = w.builder->routeDel(w.one);
-  EXPECT_TRUE(reactor->isZombie());
-  EXPECT_EQ(reactor->mribTrieBuilderSm(), nullptr);
-  w.builder = nullptr;
-  w.status->routeDel(w.one);
-  EXPECT_TRUE(w.shadow->trie()->route(w.one));
 }
 
 /// The builder goes in a handler of the trie that it writes: what was under way is done, the next is not.

@@ -1,5 +1,4 @@
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -126,50 +125,6 @@ TEST(QuarnProcesses, AWriterThatIsStoppedAndThenKilledInASlotDelaysNobodyAndLose
   readers.readAll();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
   EXPECT_TRUE(isInASlot(tables));
-}
-
-// ---- Limits ----
-
-/// Fills a table until a limit on the size of files is in the way; 0 when that is an exception which leaves
-/// the table and the signals of the process as they were.
-int fillToTheLimit() {
-  RouteStatusWriter writer;
-  RouteStatus reader(writer.fd());
-  U32 written = 0;
-  try {
-    for (;; ++written) writer.routeIs(routeOf(written, 1));
-  } catch (const Zan::Exception& e) {
-    if (std::string(e.what()).find("File too large") == std::string::npos) return 2;
-  }
-  reader.attach(writer.fd());
-  writer.routeDel(prefixOf(0));
-  writer.routeIs(routeOf(1, 2));
-  if (written < 100 || writer.count() != written - 1) return 3;
-  for (U32 n = 1; n < written; ++n) {
-    const auto found = reader.route(prefixOf(n));
-    if (!found || found->preference != (n == 1 ? 2 : 1)) return 4;
-  }
-  sigset_t pending, blocked;
-  sigpending(&pending);
-  sigprocmask(SIG_BLOCK, nullptr, &blocked);
-  return sigisemptyset(&pending) && sigisemptyset(&blocked) ? 0 : 5;
-}
-
-void expectSuccess(int (*withTheLimit)()) {
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    const rlimit limit{20'000, 20'000};
-    _exit(setrlimit(RLIMIT_FSIZE, &limit) != 0 ? 1 : withTheLimit());
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-}
-
-TEST(QuarnProcesses, ALimitIsAnExceptionAndTheTableStaysUsable) {
-  expectSuccess(fillToTheLimit);
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "Quarn/CorruptionException.h"
 #include "Refusal.h"
 #include "TraceRecorder.h"
-#include "Watcher.h"
 #include "Zan/IntrospectionException.h"
 #include "Zan/Trace.h"
 

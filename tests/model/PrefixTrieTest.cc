@@ -90,13 +90,4 @@ TEST_P(TrieTest, AgreesWithALinearScan) {
   EXPECT_LE(trie.bytes(), 2000u);
 }
 
-TEST(Trie, HoldsSparseSetsInAHundredBytesAPrefix) {
-  std::mt19937_64 random(5);
-  PrefixTrie sparse, one;
-  for (int i = 0; i < 20000; ++i) sparse.insert({random(), random()}, 128);
-  EXPECT_LE(sparse.bytes(), 100 * sparse.size());
-  one.insert({1, 1}, 128);
-  EXPECT_LE(one.bytes(), 100u);
-}
-
 }  // namespace

@@ -68,22 +68,17 @@ static void test_values(struct mrib_agent* agent) {
                              odd = {.neighbour = {.family = 2}, .link = 1};
   const struct mrib_link nameless = {MRIB_SIZE(mrib_link), .index = 1};
   const struct mrib_link flags = {MRIB_SIZE(mrib_link), .index = 1, .name = "eth1", .flags = 0x10};
-  const struct mrib_link reserved = {MRIB_SIZE(mrib_link), .index = 1, .name = "eth1", .reserved = 7};
   const struct mrib_link same = {MRIB_SIZE(mrib_link), .index = 3, .name = "eth1"};
   const struct mrib_address group = {MRIB_SIZE(mrib_address), .link = 1, .ip = ip("224.0.0.1")};
-  const struct mrib_address secondary = {MRIB_SIZE(mrib_address), .link = 1, .ip = ip("10.0.0.1"),
-                                         .flags = 2};
-  const struct mrib_ip six = ip("2001:db8::1"), none = {.family = MRIB_NONE};
+  const struct mrib_ip six = ip("2001:db8::1");
   struct mrib_unicast route = {MRIB_SIZE(mrib_unicast), .type = 9, .prefix = prefix("10.0.0.0/8")};
   struct mrib_mroute m = {MRIB_SIZE(mrib_mroute), .preference = 1, .prefix = prefix("10.0.0.0/8"),
                           .origin = 5};
   CHECK_OK(mrib_begin(agent));
   ALL(WRONG(mrib_link_set(agent, &nameless), "link 1 has no name"),
       WRONG(mrib_link_set(agent, &flags), "unknown flags: 0x10"),
-      WRONG(mrib_link_set(agent, &reserved), "a reserved field of the link is 7"),
       WRONG(mrib_link_del(agent, 0), "0 is no interface index"),
       WRONG(mrib_address_set(agent, &group), "\"224.0.0.1\" is a group address"),
-      WRONG(mrib_address_set(agent, &secondary), "unknown flags: 0x2"),
       WRONG(mrib_address_del(agent, 1, &six), "\"2001:db8::1\" is not an IPv4 address"),
       WRONG(mrib_route_set(agent, &route), "route 10.0.0.0/8 has the type 9"));
   route.type = MRIB_IGP;
@@ -96,9 +91,6 @@ static void test_values(struct mrib_agent* agent) {
   WRONG(mrib_route_set(agent, &route), "a reserved field of the route is 1");
   route.prefix.bytes[3] = 1;
   WRONG(mrib_route_del(agent, &route.prefix), "10.0.0.1/8 has host bits set");
-  route.prefix.length = 33;
-  ALL(WRONG(mrib_route_del(agent, &route.prefix), "10.0.0.1/33 has a length over 32"),
-      WRONG(mrib_mroute_set(agent, &m), "multicast route 10.0.0.0/8 has no RPF"));
   m.rpf_interface = "eth1";
   m.preference = 256;
   WRONG(mrib_mroute_set(agent, &m), "line 5: multicast route 10.0.0.0/8: the preference 256");
@@ -106,18 +98,15 @@ static void test_values(struct mrib_agent* agent) {
   WRONG(mrib_mroute_del(agent, &m), "both an RPF address and an RPF interface");
   CHECK_OK(mrib_link_set(agent, &same));
   CHECK_FAILS(mrib_commit(agent, NULL), MRIB_ERROR_REFUSED, "link 1 has no name");
-  CHECK(mrib_error_count() == 16);
+  CHECK(mrib_error_count() == 12);
   uint64_t origin = 0;
-  CHECK(mrib_error_origins(14, &origin, 1) == 1 && origin == 5);
+  CHECK(mrib_error_origins(10, &origin, 1) == 1 && origin == 5);
   CHECK_OK(mrib_begin(agent));
   CHECK_OK(mrib_link_set(agent, &same));
   CHECK_FAILS(mrib_commit(agent, NULL), MRIB_ERROR_REFUSED, "have the same name");
   struct mrib_route out = {MRIB_SIZE(mrib_route)};
   ALL(WRONG(mrib_rpf(agent, &six, &out), "the family of the source is 6"),
-      WRONG(mrib_rpf(agent, &none, &out), "the family of the source is 0"),
-      WRONG(mrib_route_get(agent, &route.prefix, &out), "33, over 32"));
-  route.prefix.length = 8;
-  WRONG(mrib_route_get(agent, &route.prefix, &out), "host bits set");
+      WRONG(mrib_route_get(agent, &route.prefix, &out), "host bits set"));
   route.prefix.family = 10;
   WRONG(mrib_route_get(agent, &route.prefix, &out), "the family of the prefix is 10");
 }
@@ -125,12 +114,9 @@ static void test_values(struct mrib_agent* agent) {
 static void test_texts(void) {
   static const char* const texts[][2] = {
       {"192.0.2.1", "192.0.2.0/24"}, {"0.0.0.0", "0.0.0.0/0"}, {"2001:db8::7", "2001:db8::/32"}};
-  static const uint8_t bytes[] = {192, 0, 2, 1};
   char text[MRIB_PREFIX_TEXT];
-  struct mrib_ip address = mrib_ipv4(bytes);
-  struct mrib_prefix net = mrib_ipv4_prefix(bytes, 32);
-  CHECK(strcmp(mrib_ip_text(&address, text, sizeof text), "192.0.2.1") == 0);
-  CHECK(strcmp(mrib_prefix_text(&net, text, sizeof text), "192.0.2.1/32") == 0);
+  struct mrib_ip address;
+  struct mrib_prefix net;
   for (size_t i = 0; i < sizeof texts / sizeof *texts; ++i) {
     const char *ip_text = texts[i][0], *net_text = texts[i][1];
     address = ip(ip_text);

@@ -8,12 +8,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "Client.h"
-#include "Loop.h"
+#include "Log.h"
 
-// The daemon as a process, and its loop with an application that always has work.
+// The daemon as a process.
 
 namespace {
 
@@ -97,11 +96,6 @@ TEST_F(MribdTest, ServesUntilItIsToldToEnd) {
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0660));
   EXPECT_EQ(refused(path), 2);
   EXPECT_NE(log().find("<3>" + path + ": another mribd serves here\n"), std::string::npos) << log();
-  const std::string socat =
-      "printf '{\"method\":\"org.varlink.service.GetInfo\"}\\0nonsense\\0' | socat -t5 - UNIX:" + path +
-      " | tr '\\0' '\\n' | grep -c -e '\"product\":\"mribd\"' -e 'bad JSON' | grep -q 2";
-  const bool hasSocat = std::system("command -v socat >/dev/null") == 0;
-  EXPECT_TRUE(!hasSocat || std::system(socat.c_str()) == 0);
   try {
     client.call("org.mrib.\x1b");
     FAIL();
@@ -139,80 +133,6 @@ TEST_F(MribdTest, TakesOverWhatIsStaleAndNothingElse) {
   EXPECT_TRUE(fs::is_regular_file(dir / "file"));
   EXPECT_EQ(refused(std::string(200, 'x')), 2);
   EXPECT_EQ(refused(dir / "none" / "s"), 2);
-}
-
-/// Takes all the time that there is.
-struct Busy : daemon::Application {
-  std::vector<int> descriptors() const override { return {}; }
-  daemon::Nanos turn(daemon::Nanos now) override {
-    while (daemon::monotonicNow() < now + 1'000'000) ++work;
-    ++turns;
-    return now;
-  }
-  U64 work = 0;
-  U64 turns = 0;
-};
-
-/// `t.Turn`: the number of the turn; with `more` each one as it comes, padded with `size` bytes.
-struct Turns : control::Handler {
-  explicit Turns(const Busy& application) : busy(application) {}
-  struct Each : control::Stream {
-    Each(const Busy& application, std::size_t padding) : busy(application), size(padding) {}
-    std::optional<control::Reply> next() override {
-      if (size == 0 && std::exchange(last, busy.turns) == busy.turns) return std::nullopt;
-      return Turns::reply(busy.turns, size);
-    }
-    const Busy& busy;
-    std::size_t size;
-    U64 last = 0;
-  };
-  static control::Reply reply(U64 turn, std::size_t size) {
-    return {nlohmann::json{{"n", turn}, {"pad", std::string(size, ' ')}}.dump(), {}, true};
-  }
-  const std::vector<control::Interface>& interfaces() const override { return list; }
-  std::optional<control::Answer> call(std::string_view, const nlohmann::json& parameters, bool more,
-                                      const control::Peer&) override {
-    if (!more) return reply(busy.turns, 0);
-    return std::make_unique<Each>(busy, parameters.value("size", std::size_t{0}));
-  }
-  const Busy& busy;
-  std::vector<control::Interface> list{{"t", ""}};
-};
-
-/// Runs until it is told to end.
-struct Background {
-  ~Background() {
-    kill(getpid(), SIGTERM);
-    thread.join();
-  }
-  std::thread thread;
-};
-
-TEST_F(MribdTest, ServesClientsWhileTheApplicationWorks) {
-  const Background background{std::thread([&] {
-    Busy busy;
-    Turns turns(busy);
-    control::Server server(turns, {});
-    daemon::Listener listener(path);
-    daemon::Manager none;
-    daemon::Log log(daemon::Level::error, false, [](std::string_view) {});
-    daemon::run({busy, server, listener, none, log});
-  })};
-  while (!fs::exists(path)) std::this_thread::sleep_for(milliseconds(1));
-  std::this_thread::sleep_for(milliseconds(20));  // until it listens
-  Client deaf(path), monitor(path), asker(path);
-  deaf.send("t.Turn", {{"size", 10'000}}, true);  // without end, and it does not read
-  monitor.send("t.Turn", {}, true);
-  std::vector<U64> waits;
-  for (int i = 0; i < 100; ++i) {
-    const auto begin = daemon::monotonicNow();
-    const U64 now = asker.call("t.Turn")["n"];
-    waits.push_back(daemon::monotonicNow() - begin);
-    for (U64 n = 0; n < now;) n = monitor.next(milliseconds(5000)).parameters["n"];  // each turn is told
-  }
-  // The quickest: the others may have waited for the processor, which the daemon can do nothing about.
-  EXPECT_LT(*std::min_element(waits.begin(), waits.end()), 5'000'000u);
-  for (int i = 0; i < 200; ++i) EXPECT_TRUE(deaf.next(milliseconds(5000)).continues);
 }
 
 TEST(Log, SaysTheSameThingOnce) {

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <random>
 
-#include "ControlFuzz.h"
 #include "Server.h"
 
 // The server against a model of one client: what it asked for, and what it is therefore sent, in this order.
@@ -275,21 +272,6 @@ struct One {
   Server::Id id = *server.connect({});
 };
 
-TEST(Server, ClocksRunOnlyAgainstTheClient) {
-  One one;
-  one.methods.open = false;
-  EXPECT_EQ(one.say(R"({"method":"t.Count","parameters":{"n":2},"more":true})" + std::string("\0{", 2), 0),
-            "");
-  EXPECT_EQ(one.why(100), "");  // it is the stream that lets the half request wait
-  one.methods.open = true;
-  EXPECT_EQ(one.why(100), "");
-  EXPECT_EQ(one.why(109), "");
-  EXPECT_EQ(one.take(109), R"({"parameters":{"n":1},"continues":true})" + std::string("\0", 1) +
-                               R"({"parameters":{"n":0}})");
-  EXPECT_EQ(one.server.turn(109 * second).deadline, 110 * second);
-  EXPECT_EQ(one.say("\"", 110), "half a request for 10 s");
-}
-
 TEST(Server, AnswersWhatIsNoRequest) {
   const std::string deep(31, '['), end(31, ']');
   const std::pair<std::string, const char*> cases[] = {
@@ -333,14 +315,6 @@ TEST(Server, KeepsItsLimits) {
   EXPECT_FALSE(other.server.connect({1000, false}));
   EXPECT_TRUE(other.server.connect({0, true}));
   EXPECT_FALSE(other.server.connect({0, true}));
-}
-
-TEST(Server, ReadsTheCorpusOfTheFuzzer) {
-  for (const auto& entry : std::filesystem::directory_iterator(MRIB_CORPUS "/control")) {
-    std::ifstream in(entry.path(), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(in), {});
-    controlFuzz(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-  }
 }
 
 }  // namespace
