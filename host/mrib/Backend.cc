@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "Client.h"
 #include "ConfigReader.h"
@@ -70,6 +71,18 @@ class Once : public OwnReading {
         std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
                                      RibService::Setting{name(), monotonicNow(), [] { return U64{0}; }});
   }
+
+  /// The process ends now. To take a million routes apart would take it longer than to answer.
+  ~Once() override {
+    using Kept =
+        std::tuple<std::unique_ptr<kernel::LiveMirror>, std::unique_ptr<kernel::Mirror>,
+                   std::unique_ptr<Router>, std::unique_ptr<Configurator>, std::unique_ptr<RibService>>;
+    static auto* const kept = new std::vector<Kept>;
+    kept->emplace_back(std::move(live_), std::move(saved_), std::move(router_), std::move(configurator_),
+                       std::move(service_));
+  }
+  Once(const Once&) = delete;
+  Once& operator=(const Once&) = delete;
 
   std::string name() const override { return source_ + ", read once"; }
   const Router& router() const override { return *router_; }

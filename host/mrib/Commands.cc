@@ -373,8 +373,10 @@ int checkConfig(const Request& request) {
     if (!namedSocket(request).empty()) throw;
   }
   const auto own = readOnce(options, [] {});
-  const ConfigurationChange change = own->configurator().check(file);
+  ConfigurationChange change = own->configurator().take(file);  // by this process, and nobody else
   if (!change.reasons.empty()) throw Error(fmt::format("{}", fmt::join(change.reasons, "\n")));
+  const bool compares = options.configuration.has_value();
+  if (!compares && !request.json) change.difference = {};  // all is new
   Json answer;
   answer["valid"] = true;
   answer["configured"] = change.after.mroutes.size();
@@ -385,7 +387,7 @@ int checkConfig(const Request& request) {
   }
   std::string out =
       fmt::format("{}: valid, {} configured routes\n", escaped(file), change.after.mroutes.size());
-  if (options.configuration) {
+  if (compares) {
     out += "Against the running configuration:\n" + text::ofDifference(answer["difference"]);
   } else {
     out += text::ofConsequences(answer["difference"]);

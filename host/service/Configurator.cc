@@ -56,7 +56,7 @@ std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror) {
 Configurator::Configurator(Router& router, std::string path, Router::Clock clock)
     : router_(router), path_(std::move(path)), clock_(std::move(clock)) {}
 
-ConfigurationChange Configurator::check(const std::string& path, bool dryRun) {
+ConfigurationChange Configurator::read(const std::string& path, bool dryRun) {
   try {
     return change(readConfiguration(path), dryRun);
   } catch (const ConfigurationError& e) {

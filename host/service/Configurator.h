@@ -23,13 +23,14 @@ class Configurator {
   Configurator(Router& router, std::string path, Router::Clock clock);
 
   const std::string& path() const { return path_; }
-  ConfigurationChange reload(bool dryRun) { return check(path_, dryRun); }
+  ConfigurationChange reload(bool dryRun) { return read(path_, dryRun); }
   /// With `save`, also writes the file, or changes nothing.
   ConfigurationChange configure(std::span<const std::string> commands, bool save, bool dryRun);
-  /// What another file would change, or changes.
-  ConfigurationChange check(const std::string& path, bool dryRun = true);
+  /// Takes the configuration of another file.
+  ConfigurationChange take(const std::string& path) { return read(path, false); }
 
  private:
+  ConfigurationChange read(const std::string& path, bool dryRun);
   ConfigurationChange change(Configuration next, bool dryRun);
 
   Router& router_;
