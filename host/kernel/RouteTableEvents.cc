@@ -106,7 +106,10 @@ bool RouteTable::tellNew(List& list, U32 node, const Message& message) {
     }
     rank = rankOf(list, message.route);
   }
-  if ((message.flags & NLM_F_REPLACE) != 0 && rank.first < rank.end && rank.same != rank.first) {
+  // Linux tells of a route again, as if it were one that replaces, when its next-hop object has changed.
+  const bool isToldAgain = message.route.nextHop != 0 && rank.same != none;
+  const bool replaces = (message.flags & NLM_F_REPLACE) != 0 && !isToldAgain;
+  if (replaces && rank.first < rank.end && rank.same != rank.first) {
     replaceFirst(list, rank, message);
     return !isV6(message.route) || rank.end - rank.first == 1;
   }

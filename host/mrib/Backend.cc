@@ -77,7 +77,8 @@ class Once : public OwnReading {
     using Kept =
         std::tuple<std::unique_ptr<kernel::LiveMirror>, std::unique_ptr<kernel::Mirror>,
                    std::unique_ptr<Router>, std::unique_ptr<Configurator>, std::unique_ptr<RibService>>;
-    static auto* const kept = new std::vector<Kept>;
+    static auto* const kept =
+        new std::vector<Kept>;  // NOLINT: without memory for it, the process ends as well
     kept->emplace_back(std::move(live_), std::move(saved_), std::move(router_), std::move(configurator_),
                        std::move(service_));
   }

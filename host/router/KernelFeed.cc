@@ -177,10 +177,12 @@ void KernelFeed::tellRoute(const Prefix& prefix, mrib::Transaction& t) {
   const Answer& answer = mirror_.answer(prefix);
   std::vector<U32> links;
   if (answer.kind == Answer::Kind::attached) {
+    links.reserve(answer.hops.size());
     for (const kernel::Hop& hop : answer.hops) links.push_back(hop.link);
   }
   if (!links.empty()) {
     std::vector<mrib::Gateway> hops;
+    hops.reserve(links.size());
     for (const U32 link : links) hops.push_back({{}, link});
     t.route(prefix, mrib::RouteType::connected, 0, hops);
   } else if (attached_.contains(prefix)) {

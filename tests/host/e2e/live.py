@@ -80,8 +80,9 @@ class Test:
                      "ip tuntap add t0 mode tun; ip link set t0 up",
                      f"ip link set {link} down; ip link set {link} name new0; ip link set new0 up",
                      f"ip link set {link} name new0", f"ip link set new0 name {link}",
-                     f"ip link property add dev {link} altname alt{one}",
-                     f"ip link property del dev {link} altname alt{one}",
+                     # Linux tells of alternative names only when the link is up.
+                     f"ip link property add dev {link} altname alt{one}; ip link set {link} up",
+                     f"ip link property del dev {link} altname alt{one}; ip link set {link} up",
                      f"ip link set {link} netns {self.far.pid}; {far} {link} up",
                      f"ip link set {link} netns {self.far.pid}; {far} {link} netns {os.getpid()}; ip link set {link} up",
                      f"{far} {link} netns {os.getpid()}", f"ip link set {link} master br0",

@@ -137,8 +137,14 @@ void SimulatedKernel::changeNextHop() {
     if (nextHops_.contains(member) && pick(2)) object.group.push_back(member);
   }
   if (object.id > 3 && object.group.empty()) return;
+  const bool isReplaced = nextHops_.contains(object.id);
   nextHops_[object.id] = object;
   tell(NextHopChange{object});
+  for (const auto& [prefix, list] : routes_) {  // they are told of again, in place
+    for (const Route& r : list) {
+      if (isReplaced && r.nextHop == object.id) tell(RouteChange{r}, NLM_F_REPLACE);
+    }
+  }
 }
 
 void SimulatedKernel::change(bool silence) {
