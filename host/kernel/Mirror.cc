@@ -92,7 +92,8 @@ void Mirror::tell(LinkChange& change, U16, Nanos now) {
 
 void Mirror::tell(AddressChange& change, U16, Nanos now) {
   if (!change.gone) {
-    put(change.address, false);
+    const bool isFirst = !topology_.hasIpv4(change.address.link);
+    if (put(change.address, false) && isFirst) dirty(Reason::addressNew, now);
   } else if (topology_.addresses.erase(Topology::keyOf(change.address))) {
     addressGone(change.address.link);
     dirty(Reason::addressGone, now);

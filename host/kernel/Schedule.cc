@@ -14,8 +14,8 @@ constexpr U64 smallShare = 20;  // and where it is a twentieth or less, it need 
 
 std::string_view nameOf(Reason reason) {
   static constexpr std::array<std::string_view, reasonCount> names{
-      "start",        "overrun", "malformed", "truncated",   "link-state", "link-gone", "address-gone",
-      "nexthop-gone", "setting", "mismatch",  "interrupted", "refused",    "audit"};
+      "start",       "overrun",      "malformed", "truncated", "link-state",  "link-gone", "address-gone",
+      "address-new", "nexthop-gone", "setting",   "mismatch",  "interrupted", "refused",   "audit"};
   return names[static_cast<std::size_t>(reason)];
 }
 

@@ -23,6 +23,7 @@ enum class Reason : U8 {
   linkState,  ///< a link went up or down, gained or lost carrier, or has another master
   linkGone,
   addressGone,
+  addressNew,  ///< the first of a link: what leads out by it may be usable again
   nextHopGone,
   setting,      ///< of an interface, and it may make next hops usable or not
   mismatch,     ///< an event did not fit what was known

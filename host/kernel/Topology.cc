@@ -9,6 +9,14 @@ const Link* Topology::link(U32 index) const {
   return entry ? &entry->value.link : nullptr;
 }
 
+bool Topology::hasIpv4(U32 link) const {
+  for (auto at = addresses.all().lower_bound({link, {}, 0, {}}); at != addresses.all().end(); ++at) {
+    if (at->second.value.link != link) break;
+    if (at->second.value.local.af() == Lumo::ipv4()) return true;
+  }
+  return false;
+}
+
 U32 Topology::vrfTableOf(const Link& link) const {
   if (link.vrfTable != 0) return link.vrfTable;
   const Link* master = link.master == 0 ? nullptr : this->link(link.master);

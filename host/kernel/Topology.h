@@ -30,6 +30,8 @@ class Topology {
   Epoch lastLoss = 0;
 
   const Link* link(U32 index) const;
+  /// Whether a link has an IPv4 address.
+  bool hasIpv4(U32 link) const;
   /// The router's own addresses as far as `table` goes, with the links that hold them; of several links the
   /// one with the lowest index. A link in a VRF holds its addresses for the table of that VRF only.
   std::map<IpGenAddr, U32> ownAddresses(U32 table) const;
