@@ -90,7 +90,7 @@ Nanos Exporter::due() const {
 Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
   Batch batch;
   wake(now);
-  while (begun_ && !queue_.empty() && batch.size() < limit) {
+  for (std::size_t looks = 10 * limit; begun_ && !queue_.empty() && batch.size() < limit && looks > 0; --looks) {
     const Prefix prefix = queue_.front();
     queue_.pop_front();
     Entry& entry = entries_[prefix];
@@ -219,10 +219,14 @@ void Exporter::rightIs(Entry& entry, bool right) {
   right_ = right_ + right - std::exchange(entry.right, right);
 }
 
+void Exporter::refusedIs(Entry& entry, bool refused) {
+  refused_ = refused_ + refused - std::exchange(entry.refused, refused);
+}
+
 void Exporter::refusalIs(const Prefix& prefix, Entry& entry, std::string text) {
   const bool refused = !text.empty();
   if (!refused && !entry.refused) return;
-  entry.refused = refused;
+  refusedIs(entry, refused);
   if (refused) {
     faults_[prefix] = {true, std::move(text)};
   } else {
@@ -232,10 +236,10 @@ void Exporter::refusalIs(const Prefix& prefix, Entry& entry, std::string text) {
 
 void Exporter::noteFault(const Prefix& prefix, Entry& entry) {
   if (!entry.wanted.fault.empty()) {
-    entry.refused = false;
+    refusedIs(entry, false);
     faults_[prefix] = {false, entry.wanted.fault};
   } else if (!entry.refused || !entry.wanted.isRoute()) {
-    entry.refused = false;
+    refusedIs(entry, false);
     faults_.erase(prefix);
   }
 }

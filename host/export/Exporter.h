@@ -76,7 +76,8 @@ class Exporter {
   void check(const Lumo::Prefix& prefix);
   void checkRefused();
 
-  /// What to write next: some `limit` changes at most. Empty: nothing before `due`.
+  /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at. Empty: call
+  /// again when it is `due`.
   Batch next(kernel::Nanos now, std::size_t limit);
   void written(const Batch& batch, std::span<const kernel::RouteFault> faults);
   kernel::Nanos due() const;
@@ -88,6 +89,8 @@ class Exporter {
   std::size_t routes() const { return right_; }
   /// Prefixes that are not, or not wholly, exported.
   const std::map<Lumo::Prefix, Fault>& faults() const { return faults_; }
+  /// How many of these the kernel refuses.
+  std::size_t refused() const { return refused_; }
   const Counters& counters() const { return counters_; }
   /// What is known of a prefix; null when it has no route and had none lately.
   const Entry* entry(const Lumo::Prefix& prefix) const;
@@ -115,6 +118,7 @@ class Exporter {
   void rightIs(Entry& entry, bool right);
   void refusalIs(const Lumo::Prefix& prefix, Entry& entry, std::string text);
   void failed(const kernel::RouteOp& op, const kernel::RouteFault& fault, Entry& entry);
+  void refusedIs(Entry& entry, bool refused);
   void noteFault(const Lumo::Prefix& prefix, Entry& entry);
 
   const kernel::Mirror& table_;
@@ -125,6 +129,7 @@ class Exporter {
   std::deque<std::pair<kernel::Nanos, Lumo::Prefix>> resting_;  // by when the rest ends
   std::map<Lumo::Prefix, Fault> faults_;
   std::size_t right_ = 0;
+  std::size_t refused_ = 0;
   Counters counters_;
 };
 

@@ -78,6 +78,7 @@ void Router::follow(Nanos now) {
   if (isNews && !unicastChanged_) pendingSince_ = now;
   unicastChanged_ = unicastChanged_ || isNews;
   revision_ += isNews;
+  contextChanges_ += !changes.links.empty() || !changes.addresses.empty();
   feed_.tell(changes, pending_);
   if (!unicastChanged_ && ready_) return;
   if (isTaken_ || (ready_ && now - pendingSince_ > mostDelay)) commit(now);
@@ -148,6 +149,7 @@ std::vector<std::string> Router::configurationIs(Configuration configuration, Na
   naming_ = &configuration_;
   if (!result) return textsOf(result);
   configuration_ = std::move(configuration);
+  ++contextChanges_;
   committed(result, now);
   return {};
 }
