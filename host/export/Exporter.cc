@@ -172,16 +172,24 @@ Exporter::Batch Exporter::withdrawal() const {
 
 // ---- What there is ----
 
+/// What is not certain counts when nothing else is there: a dump will tell of it soon.
 Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const {
   Found found;
-  table_.routes(Lumo::ipv4()).forEachOf(prefix, [&](const Route& route, bool certain) {
+  std::size_t certain = 0;
+  std::size_t rightOnes[2] = {0, 0};
+  table_.routes(Lumo::ipv4()).forEachOf(prefix, [&](const Route& route, bool isCertain) {
     if (route.protocol != protocol) return;
     found.routes.push_back(route);
     found.routes.back().table = table_.settings().table;
-    found.certain = found.certain && certain;
+    certain += isCertain;
+    rightOnes[isCertain] += wanted.isRoute() && isRight(route, wanted);
   });
-  const std::size_t count = found.routes.size();
-  found.right = wanted.isRoute() ? count == 1 && isRight(found.routes[0], wanted) : count == 0;
+  if (!wanted.isRoute()) {
+    found.right = found.routes.empty();
+  } else {
+    found.certain = rightOnes[1] == 1 && certain == 1;
+    found.right = found.certain || (rightOnes[0] > 0 && certain == 0);
+  }
   return found;
 }
 

@@ -103,7 +103,7 @@ class Exporter {
   struct Found {
     std::vector<kernel::Route> routes;  // of our protocol
     bool right = false;                 // the one that is wanted, alone
-    bool certain = true;
+    bool certain = true;                // and nothing can have taken it away
   };
 
   void enqueue(const Lumo::Prefix& prefix, Entry& entry);
