@@ -13,8 +13,9 @@ namespace host {
 
 /// A configuration with commands applied to it, in their order: what a file may hold but `include`, and
 /// `no ip mroute PREFIX {NEXTHOP|INTERFACE [neighbor ADDRESS]} [PREFERENCE]` (without a preference: at all of
-/// them; without a neighbour: whatever it is), `no ip multicast rpf-lookup-mode` and `no ip multicast export-table`. To add what is there, or to take away what is not, is an error. Throws
-/// ConfigurationError, which names the commands, and then none is applied.
+/// them; without a neighbour: whatever it is), `no ip multicast rpf-lookup-mode` and `no ip multicast
+/// export-table`. To add what is there, or to take away what is not, is an error. Throws ConfigurationError,
+/// which names the commands, and then none is applied.
 Configuration edited(const Configuration& before, std::span<const std::string> commands);
 
 /// What distinguishes two configurations; where lines were written, and their order, does not.

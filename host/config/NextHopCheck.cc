@@ -35,8 +35,7 @@ class Impossible {
     const std::string net = hasEnds(*subnet) && subnet->address != nextHop
                                 ? Lumo::Prefix(subnet->address, subnet->length).stringValue() + " on "
                                 : "";
-    return fmt::format("{} is {} {}{}", nextHop.stringValue(), what, net,
-                       escaped(subnet->interface));
+    return fmt::format("{} is {} {}{}", nextHop.stringValue(), what, net, escaped(subnet->interface));
   }
 
  private:

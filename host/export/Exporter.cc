@@ -90,7 +90,8 @@ Nanos Exporter::due() const {
 Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
   Batch batch;
   wake(now);
-  for (std::size_t looks = 10 * limit; begun_ && !queue_.empty() && batch.size() < limit && looks > 0; --looks) {
+  for (std::size_t looks = 10 * limit; begun_ && !queue_.empty() && batch.size() < limit && looks > 0;
+       --looks) {
     const Prefix prefix = queue_.front();
     queue_.pop_front();
     Entry& entry = entries_[prefix];
@@ -101,8 +102,8 @@ Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
   return batch;
 }
 
-/// A route that may have gone with its link is added, not deleted first: if it is there, that fails and nothing was
-/// missing. Over a link that is down, the next news is of something else that is wanted.
+/// A route that may have gone with its link is added, not deleted first: if it is there, that fails and
+/// nothing was missing. Over a link that is down, the next news is of something else that is wanted.
 void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos now) {
   const Found found = find(prefix, entry.wanted);
   rightIs(entry, found.right && found.certain && entry.wanted.isRoute());
@@ -215,8 +216,7 @@ Route Exporter::routeFor(const Prefix& prefix, const Wanted& wanted) const {
   route.type = wanted.type;
   route.protocol = protocol;
   route.hops = wanted.hops;
-  const bool isOnLink =
-      !route.hops.empty() && std::all_of(route.hops.begin(), route.hops.end(), isDirect);
+  const bool isOnLink = !route.hops.empty() && std::all_of(route.hops.begin(), route.hops.end(), isDirect);
   route.scope = isOnLink ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE;
   return route;
 }

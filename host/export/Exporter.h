@@ -24,10 +24,10 @@ struct Wanted {
 
 /// Keeps the routes of one protocol in one kernel table equal to what is wanted.
 ///
-/// Readers of the table follow the last write and lose a prefix when any of its routes goes, so each prefix has one
-/// route there, of one metric; what is to change is deleted and added in one batch, never replaced. A prefix that was
-/// written rests for 50 ms, since readers miss what is away and back within less. Routes of other protocols are not
-/// touched.
+/// Readers of the table follow the last write and lose a prefix when any of its routes goes, so each prefix
+/// has one route there, of one metric; what is to change is deleted and added in one batch, never replaced. A
+/// prefix that was written rests for 50 ms, since readers miss what is away and back within less. Routes of
+/// other protocols are not touched.
 ///
 /// Pure logic: whoever drives it tells it what is wanted and which prefixes of the mirror have changed, hands
 /// its batches to the kernel, and asks for the next one when the mirror has heard all that came of the last.
@@ -76,8 +76,8 @@ class Exporter {
   void check(const Lumo::Prefix& prefix);
   void checkRefused();
 
-  /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at. Empty: call
-  /// again when it is `due`.
+  /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at.
+  /// Empty: call again when it is `due`.
   Batch next(kernel::Nanos now, std::size_t limit);
   void written(const Batch& batch, std::span<const kernel::RouteFault> faults);
   kernel::Nanos due() const;

@@ -29,8 +29,8 @@ void WantedRoutes::configurationChanged() {
   std::sort(lines_.begin(), lines_.end(), [](Line a, Line b) { return a->prefix < b->prefix; });
 }
 
-/// Packets from where the MRIB has no route are dropped under mrib-only, which a look-up in the kernel finds only if
-/// the table says so.
+/// Packets from where the MRIB has no route are dropped under mrib-only, which a look-up in the kernel finds
+/// only if the table says so.
 Wanted WantedRoutes::of(const Prefix& prefix) const {
   const bool forKernel = user_ == ExportFor::kernel;
   const bool mribOnly = router_.configuration().lookupMode == LookupMode::mribOnly;
@@ -98,9 +98,10 @@ IpAddr WantedRoutes::namedNeighbor(const Prefix& prefix, U32 link, int deep) con
 }
 
 std::span<const WantedRoutes::Line> WantedRoutes::linesOf(const Prefix& prefix) const {
-  const auto first = std::partition_point(lines_.begin(), lines_.end(),
-                                          [&](Line line) { return line->prefix < prefix; });
-  const auto end = std::partition_point(first, lines_.end(), [&](Line line) { return line->prefix == prefix; });
+  const auto first =
+      std::partition_point(lines_.begin(), lines_.end(), [&](Line line) { return line->prefix < prefix; });
+  const auto end =
+      std::partition_point(first, lines_.end(), [&](Line line) { return line->prefix == prefix; });
   return {first, end};
 }
 

@@ -7,8 +7,8 @@ namespace host {
 
 /// What an exported table says of a prefix, by the MRIB and by who reads it.
 ///
-/// Who looks for a neighbour behind each route gets no connected ones, and of a route by an interface needs the
-/// neighbour's address: what the configuration names, or else the other end of a point-to-point link.
+/// Who looks for a neighbour behind each route gets no connected ones, and of a route by an interface needs
+/// the neighbour's address: what the configuration names, or else the other end of a point-to-point link.
 class WantedRoutes {
  public:
   WantedRoutes(const Router& router, ExportFor user) : router_(router), user_(user) {}

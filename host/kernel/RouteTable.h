@@ -67,8 +67,8 @@ class RouteTable {
       }
     }
   }
-  /// Calls `each(const Route&, bool certain)` for the routes of a prefix, in their order. One that is not certain
-  /// may have been taken away without a message.
+  /// Calls `each(const Route&, bool certain)` for the routes of a prefix, in their order. One that is not
+  /// certain may have been taken away without a message.
   template <class F>
   void forEachOf(const IpGenPrefix& prefix, F each) const {
     const U32 node = find(prefix);

@@ -153,10 +153,12 @@ std::string ofStatus(const Json& status) {
   if (!status.contains("export") || status.at("export").is_null()) return text;
   const Json& exported = status.at("export");
   const auto count = [&](const char* name) { return textOf(exported.at(name)); };
-  return text + line("exported", fmt::format("to table {} for {}: {} routes, {} refused, {} not exportable", count("table"),
-                                             count("for"), count("routes"), count("refused"), count("notExportable"))) +
-         line("exported writes", fmt::format("{}, of these {} put right what others had done", count("written"),
-                                             count("putRight")));
+  return text +
+         line("exported",
+              fmt::format("to table {} for {}: {} routes, {} refused, {} not exportable", count("table"),
+                          count("for"), count("routes"), count("refused"), count("notExportable"))) +
+         line("exported writes", fmt::format("{}, of these {} put right what others had done",
+                                             count("written"), count("putRight")));
 }
 
 std::string ofChange(const Json& change, bool settled) {

@@ -77,8 +77,8 @@ void LiveExport::look() {
   surveyAt_ = 0;
 }
 
-/// The routes change meanwhile: those that do are told, and one that changes its place may have to wait for the next
-/// time. True when done.
+/// The routes change meanwhile: those that do are told, and one that changes its place may have to wait for
+/// the next time. True when done.
 bool LiveExport::survey(std::size_t count) {
   const mrib::Routes routes = router_.agent().routes();
   if (surveyAt_ == 0) exporter_.want({}, wanted_.of({}));

@@ -12,7 +12,7 @@ class LiveExport {
  public:
   struct Options {
     ExportTable table;
-    bool keep = false;         ///< its routes stay when this ends
+    bool keep = false;          ///< its routes stay when this ends
     std::optional<U32> user{};  ///< whose look-ups the table answers
   };
 

@@ -37,7 +37,8 @@ struct Options {
 
 std::optional<host::RibService::Exported> exportStatus(const host::LiveExport* exported) {
   if (!exported) return std::nullopt;
-  return host::RibService::Exported{exported->options().table, exported->options().user, exported->exporter()};
+  return host::RibService::Exported{exported->options().table, exported->options().user,
+                                    exported->exporter()};
 }
 
 std::string notEmpty(const std::string& text) {
@@ -50,7 +51,8 @@ U32 userOf(const std::string& name) {
   U32 number = 0;
   const char* end = name.data() + name.size();
   const auto [stop, error] = std::from_chars(name.data(), end, number);
-  if (stop != end || error != std::errc{}) throw host::Error("there is no user \"" + host::escaped(name) + '"');
+  if (stop != end || error != std::errc{})
+    throw host::Error("there is no user \"" + host::escaped(name) + '"');
   return number;
 }
 
@@ -62,7 +64,8 @@ std::optional<host::LiveExport::Options> exportOf(const Options& options,
   if (options.exportTable != 0) table = {options.exportTable, ExportFor::frr};
   if (!table) {
     if (options.exportRule.empty() && options.exportFor.empty()) return std::nullopt;
-    throw Error("--export-for and --export-rule need a table: --export-table or \"ip multicast export-table\"");
+    throw Error(
+        "--export-for and --export-rule need a table: --export-table or \"ip multicast export-table\"");
   }
   if (!options.exportFor.empty()) table->user = *exportForOf(options.exportFor);
   std::string fault = faultOf(*table);

@@ -50,8 +50,8 @@ class Router {
   U64 generation() const { return generation_; }
   /// Counts whatever may change an answer, also while a state is not whole yet.
   U64 revision() const { return revision_; }
-  /// Counts what may give next hops another meaning without a change of the MRIB: changes of links, addresses and
-  /// the configuration.
+  /// Counts what may give next hops another meaning without a change of the MRIB: changes of links, addresses
+  /// and the configuration.
   U64 contextChanges() const { return contextChanges_; }
   /// Who hears what each generation changes in the MRIB.
   using Listener = std::function<void(const mrib::Update&)>;

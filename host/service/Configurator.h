@@ -23,7 +23,8 @@ class Configurator {
   Configurator(Router& router, std::string path, Router::Clock clock);
 
   const std::string& path() const { return path_; }
-  /// From now on a change of the exported table is refused: it is made at the start, with the privileges that it takes.
+  /// From now on a change of the exported table is refused: it is made at the start, with the privileges that
+  /// it takes.
   void keepExportTable() { keepsExportTable_ = true; }
   ConfigurationChange reload(bool dryRun) { return check(path_, dryRun); }
   /// With `save`, also writes the file, or changes nothing.

@@ -142,8 +142,8 @@ Json exportStatus(const RibService::Exported& exported) {
   return json;
 }
 
-/// The configured routes that are in force and not, or not wholly, in the exported table; also those of the table that
-/// nobody configured.
+/// The configured routes that are in force and not, or not wholly, in the exported table; also those of the
+/// table that nobody configured.
 std::vector<Json> notExported(const Router& router, const Exporter& exporter) {
   auto faults = exporter.faults();
   std::vector<Json> list;
@@ -334,11 +334,13 @@ Answer RibService::listUnresolved(Call& call) {
   if (!waiting) std::erase_if(*unresolved, [](const auto& u) { return !u.isError(); });
   auto more = std::make_shared<std::vector<Json>>();
   if (setting_.exported) *more = notExported(router_, setting_.exported->exporter);
-  auto list = std::make_unique<ListStream>(
-      headOf(router_), "unresolved", unresolved->size() + more->size(), [this, unresolved, more](std::size_t i) {
-        if (i >= unresolved->size()) return (*more)[i - unresolved->size()];
-        return documents::ofUnresolved(router_.configuration(), (*unresolved)[i]);
-      });
+  auto list = std::make_unique<ListStream>(headOf(router_), "unresolved", unresolved->size() + more->size(),
+                                           [this, unresolved, more](std::size_t i) {
+                                             if (i >= unresolved->size())
+                                               return (*more)[i - unresolved->size()];
+                                             return documents::ofUnresolved(router_.configuration(),
+                                                                            (*unresolved)[i]);
+                                           });
   return answerWith(std::move(list), call.more);
 }
 

@@ -27,7 +27,7 @@ class RibService : public control::Handler {
     std::string source;  ///< where the routes come from, in words
     kernel::Nanos startedAt = 0;
     std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
-    std::optional<Exported> exported{};                                ///< the MRIB in a kernel table
+    std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
   };
 
   /// `configurator` is null where the configuration cannot be changed.

@@ -5,8 +5,8 @@
 
 #include "Exporter.h"
 
-// What is exported against a table that is made up: others write to it too, links take routes along in silence, the
-// kernel refuses some, and the exporter dies and begins anew.
+// What is exported against a table that is made up: others write to it too, links take routes along in
+// silence, the kernel refuses some, and the exporter dies and begins anew.
 
 using namespace host;
 using namespace host::kernel;
@@ -31,18 +31,25 @@ class ExporterTest : public testing::Test {
   bool isRight(const Route& r) {
     return isOurs(r) && r.metric == Exporter::metric && isSameWay(r, wanted[r.prefix.v4Prefix()].hops);
   }
-  Link link(U32 index) const { return {index, "v" + std::to_string(index), {}, up[index], up[index], up[index], 0, 0, 0}; }
+  Link link(U32 index) const {
+    return {index, "v" + std::to_string(index), {}, up[index], up[index], up[index], 0, 0, 0};
+  }
 
   // ---- The table ----
 
-  void tell(const Route& route, bool gone, U16 flags = 0) { events.push_back({0, flags, RouteChange{route, gone}}); }
+  void tell(const Route& route, bool gone, U16 flags = 0) {
+    events.push_back({0, flags, RouteChange{route, gone}});
+  }
   int add(const Route& route) {
     auto& there = routes[route.prefix.v4Prefix()];
-    if (std::any_of(there.begin(), there.end(), [&](const Route& r) { return r.metric == route.metric; })) return EEXIST;
+    if (std::any_of(there.begin(), there.end(), [&](const Route& r) { return r.metric == route.metric; }))
+      return EEXIST;
     for (const Hop& h : route.hops) {
       if (!up[h.link] || h.gateway == refused) return ENETUNREACH;
     }
-    there.insert(std::find_if(there.begin(), there.end(), [&](const Route& r) { return r.metric > route.metric; }), route);
+    there.insert(
+        std::find_if(there.begin(), there.end(), [&](const Route& r) { return r.metric > route.metric; }),
+        route);
     tell(route, false, 0x600);
     return 0;
   }
@@ -96,7 +103,8 @@ class ExporterTest : public testing::Test {
     exporter->begin();
   }
   void readTable() {
-    for (auto action = mirror->next(now); action.kind == Mirror::Action::Kind::dump; action = mirror->next(now)) {
+    for (auto action = mirror->next(now); action.kind == Mirror::Action::Kind::dump;
+         action = mirror->next(now)) {
       const auto answer = [&](auto body) { mirror->answered({action.sequence, 0, std::move(body)}, now); };
       for (U32 i = 1; action.dump == Dump::links && i <= links; ++i) answer(LinkChange{link(i)});
       for (const auto& [p, there] : routes) {
@@ -116,7 +124,8 @@ class ExporterTest : public testing::Test {
       exporter->want(p, w);
       if (!changes.links.empty()) exporter->check(p);
     }
-    for (auto batch = exporter->next(now, 3); writes && !batch.empty(); batch = exporter->next(now, 3)) write(batch);
+    for (auto batch = exporter->next(now, 3); writes && !batch.empty(); batch = exporter->next(now, 3))
+      write(batch);
   }
   void write(const Exporter::Batch& batch) {
     std::vector<RouteFault> faults;
@@ -151,7 +160,8 @@ class ExporterTest : public testing::Test {
         linkIs(index, false);
         return linkIs(index, true);
       case 2:
-        if (auto& there = routes[prefix(pick(prefixes))]; !there.empty()) remove(Route(there[pick(static_cast<U32>(there.size()))]));
+        if (auto& there = routes[prefix(pick(prefixes))]; !there.empty())
+          remove(Route(there[pick(static_cast<U32>(there.size()))]));
         return;
       case 3:
         add(foreign());
@@ -178,7 +188,8 @@ class ExporterTest : public testing::Test {
     for (int i = 0; i < 20; ++i, now += milliseconds(20)) turn();
     std::size_t right = 0;
     for (auto& [p, w] : wanted) {
-      bool isBlocked = std::any_of(w.hops.begin(), w.hops.end(), [&](const Hop& h) { return h.gateway == refused; });
+      bool isBlocked =
+          std::any_of(w.hops.begin(), w.hops.end(), [&](const Hop& h) { return h.gateway == refused; });
       bool isThere = false;
       for (const Route& r : routes[p]) {
         isBlocked |= !isOurs(r) && r.metric == Exporter::metric;

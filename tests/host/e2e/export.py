@@ -54,8 +54,9 @@ def table(proto):
 def wanted():
     peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2"}
     routes = {}
+    without = {"20.6.0.0/16"} | (set() if "10.2.9.2" in output("ip addr show vb") else {"20.5.0.0/16"})
     for route in Connection(SOCKET).call("ListRoutes")["routes"]:
-        if route["preference"] > 0 and route["prefix"] != "20.6.0.0/16":
+        if route["preference"] > 0 and route["prefix"] not in without:
             routes[route["prefix"]] = [(via["nextHop"] or peers[route["prefix"]], via["interface"]) for via in route["vias"]]
     return routes
 
