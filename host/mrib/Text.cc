@@ -180,8 +180,9 @@ std::string ofWatched(const Json& answer) {
 
 std::string ofDifference(const Json& difference) {
   const auto lineText = [](const Json& line) {
-    return fmt::format("ip mroute {} {} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
-                       textOf(line.at("preference")), line.at("place").get<std::string>());
+    const std::string neighbor = line.contains("neighbor") ? " neighbor " + textOf(line.at("neighbor")) : "";
+    return fmt::format("ip mroute {} {}{} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
+                       neighbor, textOf(line.at("preference")), line.at("place").get<std::string>());
   };
   std::string text;
   for (const Json& line : difference.at("added")) text += "+ " + lineText(line);

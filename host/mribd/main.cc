@@ -64,8 +64,7 @@ std::optional<host::LiveExport::Options> exportOf(const Options& options,
   if (options.exportTable != 0) table = {options.exportTable, ExportFor::frr};
   if (!table) {
     if (options.exportRule.empty() && options.exportFor.empty()) return std::nullopt;
-    throw Error(
-        "--export-for and --export-rule need a table: --export-table or \"ip multicast export-table\"");
+    throw Error("--export-for and --export-rule need a table, by --export-table or the configuration");
   }
   if (!options.exportFor.empty()) table->user = *exportForOf(options.exportFor);
   std::string fault = faultOf(*table);
