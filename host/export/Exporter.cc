@@ -12,7 +12,6 @@ namespace host {
 using kernel::Hop;
 using kernel::Nanos;
 using kernel::Route;
-using kernel::RouteType;
 using Lumo::Prefix;
 
 namespace {
