@@ -39,6 +39,7 @@ class Editor {
   void apply(Statement&& s) {
     if (s.kind == Statement::Kind::none) throw Fault{1, "expected \"ip\" or \"no\""};
     if (s.kind == Statement::Kind::lookupMode) return s.no ? resetLookupMode() : setLookupMode(s.lookupMode);
+    if (s.kind == Statement::Kind::exportTable) return setExportTable(s);
     if (!s.no) return add(std::move(s.mroute));
     if (!s.hasPreference) return removeAll(std::move(s.mroute));
     if (!remove(s.mroute)) throw Fault{1, "there is no such route"};
@@ -53,9 +54,12 @@ class Editor {
     gone_.push_back(false);
     index_.enter(static_cast<U32>(gone_.size()) - 1);
   }
+  static bool names(const MrouteLine& line, const MrouteLine& known) {
+    return line.neighbor == Lumo::IpAddr() || line.neighbor == known.neighbor;
+  }
   bool remove(const MrouteLine& line) {
     const U32 place = index_.find(line);
-    if (place == MrouteIndex::none) return false;
+    if (place == MrouteIndex::none || !names(line, config_.mroutes[place])) return false;
     index_.remove(line);
     gone_[place] = true;
     return true;
@@ -67,6 +71,10 @@ class Editor {
       any = remove(line) || any;
     }
     if (!any) throw Fault{1, "there is no such route"};
+  }
+  void setExportTable(const Statement& s) {
+    if (s.no && !config_.exportTable) throw Fault{1, "no table is exported"};
+    config_.exportTable = s.no ? std::nullopt : std::optional(s.exportTable);
   }
   void setLookupMode(LookupMode mode) { config_.lookupMode = mode; }
   void resetLookupMode() {
@@ -84,11 +92,14 @@ class Editor {
   std::vector<ConfigError> errors_;
 };
 
-/// The lines of one configuration that the other does not have, by prefix, RPF and preference.
-std::vector<const MrouteLine*> missing(const std::vector<MrouteLine>& lines, const MrouteIndex& other) {
+/// The lines of one configuration that the other does not have, by prefix, RPF, preference and neighbour.
+std::vector<const MrouteLine*> missing(const std::vector<MrouteLine>& lines,
+                                       const std::vector<MrouteLine>& others) {
+  const MrouteIndex other(others);
   std::vector<const MrouteLine*> found;
   for (const MrouteLine& line : lines) {
-    if (other.find(line) == MrouteIndex::none) found.push_back(&line);
+    const U32 place = other.find(line);
+    if (place == MrouteIndex::none || others[place].neighbor != line.neighbor) found.push_back(&line);
   }
   std::sort(found.begin(), found.end(), [](const MrouteLine* a, const MrouteLine* b) {
     return std::tie(a->prefix, a->rpf, a->preference) < std::tie(b->prefix, b->rpf, b->preference);
@@ -107,8 +118,8 @@ Configuration edited(const Configuration& before, std::span<const std::string> c
 Difference differenceOf(const Configuration& before, const Configuration& after) {
   Difference d;
   if (before.lookupMode != after.lookupMode) d.lookupMode = {before.lookupMode, after.lookupMode};
-  const auto gone = missing(before.mroutes, MrouteIndex(after.mroutes));
-  const auto added = missing(after.mroutes, MrouteIndex(before.mroutes));
+  const auto gone = missing(before.mroutes, after.mroutes);
+  const auto added = missing(after.mroutes, before.mroutes);
   auto g = gone.begin();
   auto a = added.begin();
   while (g != gone.end() && a != added.end()) {

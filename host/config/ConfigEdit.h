@@ -12,16 +12,17 @@
 namespace host {
 
 /// A configuration with commands applied to it, in their order: what a file may hold but `include`, and
-/// `no ip mroute PREFIX {NEXTHOP|INTERFACE} [PREFERENCE]` (without a preference: at all of them) and
-/// `no ip multicast rpf-lookup-mode`. To add what is there, or to take away what is not, is an error. Throws
-/// ConfigurationError, which names the commands, and then none is applied.
+/// `no ip mroute PREFIX {NEXTHOP|INTERFACE [neighbor ADDRESS]} [PREFERENCE]` (without a preference: at all of
+/// them; without a neighbour: whatever it is), `no ip multicast rpf-lookup-mode` and `no ip multicast
+/// export-table`. To add what is there, or to take away what is not, is an error. Throws ConfigurationError,
+/// which names the commands, and then none is applied.
 Configuration edited(const Configuration& before, std::span<const std::string> commands);
 
 /// What distinguishes two configurations; where lines were written, and their order, does not.
 struct Difference {
   struct Preference {
     MrouteLine before;
-    MrouteLine after;  ///< the same prefix and RPF
+    MrouteLine after;  ///< the same prefix and RPF, another preference or neighbour
   };
   std::vector<MrouteLine> added;
   std::vector<MrouteLine> gone;

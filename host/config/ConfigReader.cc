@@ -103,6 +103,7 @@ class Reader {
   void apply(Statement&& statement) {
     if (statement.kind == Statement::Kind::mroute) addMroute(std::move(statement.mroute));
     if (statement.kind == Statement::Kind::lookupMode) setLookupMode(statement.lookupMode);
+    if (statement.kind == Statement::Kind::exportTable) setExportTable(statement.exportTable);
     if (statement.kind == Statement::Kind::include) include(statement);
   }
   void addMroute(MrouteLine&& line) {
@@ -118,6 +119,13 @@ class Reader {
     if (modeOrigin_ != 0) throw Fault{1, "the mode stands in " + config_.placeOf(modeOrigin_) + " already"};
     modeOrigin_ = origin();
     config_.lookupMode = mode;
+  }
+
+  void setExportTable(const ExportTable& table) {
+    if (exportOrigin_ != 0)
+      throw Fault{1, "the exported table stands in " + config_.placeOf(exportOrigin_) + " already"};
+    exportOrigin_ = origin();
+    config_.exportTable = table;
   }
 
   // ---- Includes ----
@@ -173,6 +181,7 @@ class Reader {
   Configuration config_;
   MrouteIndex index_{config_.mroutes};
   U64 modeOrigin_ = 0;
+  U64 exportOrigin_ = 0;
   std::size_t bytes_ = 0;
   std::size_t includes_ = 0;
   std::vector<Open> open_;    // each includes the next

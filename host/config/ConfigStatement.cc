@@ -106,6 +106,19 @@ std::variant<Lumo::IpAddr, std::string> rpfOf(const Word& word) {
   return std::string(word.text);
 }
 
+Lumo::IpAddr neighborOf(const Word& word) {
+  const auto rpf = rpfOf(word);
+  const auto* address = std::get_if<Lumo::IpAddr>(&rpf);
+  if (!address) refuse(word, "the address of a neighbour");
+  return *address;
+}
+
+U32 tableOf(const Word& word) {
+  U32 value = 0;
+  if (!readNumber(word.text, value)) refuse(word, "the number of a table");
+  return value;
+}
+
 U8 preferenceOf(const Word& word) {
   U32 value = 0;
   if (!readNumber(word.text, value) || value < 1 || value > 255) refuse(word, "a preference from 1 to 255");
@@ -114,6 +127,12 @@ U8 preferenceOf(const Word& word) {
 
 bool is(const Word& word, std::string_view keyword) {
   return word.text == keyword && !word.quoted;
+}
+
+ExportFor exportForOf(const Word& word) {
+  const auto user = host::exportForOf(word.text);
+  if (!user || word.quoted) refuse(word, exportForNames);
+  return *user;
 }
 
 class Parser {
@@ -145,6 +164,13 @@ class Parser {
     const Word word = expectWord(keywords);
     if (is(word, "mroute")) return readMroute();
     if (!is(word, "multicast")) refuse(word, keywords);
+    readMulticast();
+  }
+  void readMulticast() {
+    constexpr std::string_view keywords = "\"rpf-lookup-mode\" or \"export-table\"";
+    const Word word = expectWord(keywords);
+    if (is(word, "export-table")) return readExportTable();
+    if (!is(word, "rpf-lookup-mode")) refuse(word, keywords);
     readLookupMode();
   }
   void readInclude() {
@@ -159,14 +185,31 @@ class Parser {
     statement_.kind = Statement::Kind::mroute;
     statement_.mroute.prefix = prefixOf(expectWord("a prefix A.B.C.D/LENGTH"));
     statement_.mroute.rpf = rpfOf(expectWord("a next hop address or an interface"));
-    const auto preference = words_.next();
+    auto preference = words_.next();
+    if (preference && is(*preference, "neighbor")) {
+      readNeighbor(*preference);
+      preference = words_.next();
+    }
     statement_.hasPreference = preference.has_value();
     statement_.mroute.preference = preference ? preferenceOf(*preference) : U8{1};
   }
+  void readNeighbor(const Word& keyword) {
+    if (!std::holds_alternative<std::string>(statement_.mroute.rpf)) {
+      throw Fault{keyword.column, "a neighbor is named for an interface only: a next hop is one"};
+    }
+    statement_.mroute.neighbor = neighborOf(expectWord("the address of a neighbour"));
+  }
+  void readExportTable() {
+    statement_.kind = Statement::Kind::exportTable;
+    if (statement_.no) return;
+    statement_.exportTable.table = tableOf(expectWord("the number of a table"));
+    const auto more = words_.next();
+    if (more && !is(*more, "for")) refuse(*more, "\"for\" or the end of the line");
+    if (more) statement_.exportTable.user = exportForOf(expectWord(exportForNames));
+    const std::string fault = faultOf(statement_.exportTable);
+    if (!fault.empty()) throw Fault{1, fault};
+  }
   void readLookupMode() {
-    constexpr std::string_view keyword = "rpf-lookup-mode";
-    const Word word = expectWord("\"rpf-lookup-mode\"");
-    if (!is(word, keyword)) refuse(word, "\"rpf-lookup-mode\"");
     statement_.kind = Statement::Kind::lookupMode;
     if (statement_.no) return;
     const Word name = expectWord(lookupModeNames);

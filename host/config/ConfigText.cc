@@ -32,6 +32,7 @@ void append(std::string& text, const MrouteLine& line) {
   text += ' ';
   const auto* name = std::get_if<std::string>(&line.rpf);
   text += !name || isPlain(*name) ? rpfText(line) : fmt::format("\"{}\"", escaped(*name));
+  if (line.neighbor != Lumo::IpAddr()) text += " neighbor " + line.neighbor.stringValue();
   if (line.preference != 1) text += ' ' + std::to_string(line.preference);
 }
 
@@ -50,6 +51,37 @@ std::optional<LookupMode> lookupModeOf(std::string_view name) {
   return static_cast<LookupMode>(at - names.begin());
 }
 
+const std::string_view exportForNames = "\"frr\" or \"kernel\"";
+
+std::string_view nameOf(ExportFor user) {
+  return user == ExportFor::frr ? "frr" : "kernel";
+}
+
+std::optional<ExportFor> exportForOf(std::string_view name) {
+  for (const ExportFor user : {ExportFor::frr, ExportFor::kernel}) {
+    if (name == nameOf(user)) return user;
+  }
+  return std::nullopt;
+}
+
+std::string faultOf(const ExportTable& table) {
+  constexpr U32 lastForFrr = 251;
+  if (table.table == 0) return "0 is no table";
+  if (table.table >= 253 && table.table <= 255) {
+    return fmt::format("table {} is the kernel's own: default, main and local are", table.table);
+  }
+  if (table.user == ExportFor::frr && table.table > lastForFrr) {
+    return fmt::format("FRRouting imports tables 1 to {}, not {}", lastForFrr, table.table);
+  }
+  return "";
+}
+
+std::string textOf(const ExportTable& table) {
+  const bool byDefault = table.user == ExportTable{}.user;
+  return fmt::format("ip multicast export-table {}{}", table.table,
+                     byDefault ? "" : fmt::format(" for {}", nameOf(table.user)));
+}
+
 std::string rpfText(const MrouteLine& line) {
   if (const auto* address = std::get_if<Lumo::IpAddr>(&line.rpf)) return address->stringValue();
   return escaped(std::get<std::string>(line.rpf));
@@ -66,6 +98,7 @@ std::string textOf(const Configuration& configuration) {
   if (configuration.lookupMode != Configuration{}.lookupMode) {
     text = fmt::format("ip multicast rpf-lookup-mode {}\n", nameOf(configuration.lookupMode));
   }
+  if (const auto& table = configuration.exportTable) text += textOf(*table) + '\n';
   for (const MrouteLine& line : configuration.mroutes) {
     append(text, line);
     text += '\n';

@@ -28,14 +28,14 @@ class Impossible {
   }
   /// Empty when nothing is wrong with it.
   std::string reasonFor(Lumo::IpAddr nextHop) const {
+    if (nextHop == Lumo::IpAddr()) return "";
     const auto found = reasons_.find(nextHop.host());
     if (found == reasons_.end()) return "";
     const auto& [what, subnet] = found->second;
     const std::string net = hasEnds(*subnet) && subnet->address != nextHop
                                 ? Lumo::Prefix(subnet->address, subnet->length).stringValue() + " on "
                                 : "";
-    return fmt::format("the next hop {} is {} {}{}", nextHop.stringValue(), what, net,
-                       escaped(subnet->interface));
+    return fmt::format("{} is {} {}{}", nextHop.stringValue(), what, net, escaped(subnet->interface));
   }
 
  private:
@@ -54,9 +54,9 @@ std::vector<ConfigError> impossibleNextHops(const Configuration& configuration,
   std::vector<ConfigError> errors;
   for (const MrouteLine& line : configuration.mroutes) {
     const auto* nextHop = std::get_if<Lumo::IpAddr>(&line.rpf);
-    std::string reason = nextHop ? impossible.reasonFor(*nextHop) : "";
+    std::string reason = impossible.reasonFor(nextHop ? *nextHop : line.neighbor);
     if (reason.empty()) continue;
-    reason = fmt::format("\"{}\": {}", textOf(line), reason);
+    reason = fmt::format("\"{}\": the {} {}", textOf(line), nextHop ? "next hop" : "neighbor", reason);
     errors.push_back({configuration.placeOf(line.origin), 0, 0, std::move(reason)});
   }
   return errors;

@@ -31,7 +31,8 @@ LiveMirror::LiveMirror(const Mirror::Settings& settings, Nanos now)
 /// no event told. But it does not wait for ever.
 Nanos LiveMirror::turn(Nanos now) {
   if (answer_.outcome == NetlinkSocket::Outcome::nothing) readAnswer();
-  if (!readEvents(now) && ++postponed_ < mostPostponed) return now;
+  current_ = readEvents(now);
+  if (!current_ && ++postponed_ < mostPostponed) return now;
   postponed_ = 0;
   const bool answered = answer_.outcome != NetlinkSocket::Outcome::nothing;
   if (answered) handleAnswer(now);

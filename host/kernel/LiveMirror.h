@@ -21,6 +21,9 @@ class LiveMirror {
   int eventFd() const { return events_.fd(); }
   int answerFd() const { return answers_.fd(); }
 
+  /// Whether the last turn came to the end of all events that there were.
+  bool isCurrent() const { return current_; }
+
   Mirror& mirror() { return mirror_; }
   const Mirror& mirror() const { return mirror_; }
   /// Datagrams that another process sent.
@@ -39,6 +42,7 @@ class LiveMirror {
   std::vector<U8> answerBuffer_;
   NetlinkSocket::Received answer_;  // received and not yet handled
   U32 postponed_ = 0;
+  bool current_ = false;
   U64 foreign_ = 0;
 };
 

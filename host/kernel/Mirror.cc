@@ -5,6 +5,9 @@
 namespace host::kernel {
 
 Mirror::Mirror(const Settings& settings, Nanos now) : settings_(settings), schedule_(settings.schedule) {
+  topology_.needsCarrier = settings.needsCarrier;
+  v4_.tellEvery(settings.everyRoute);
+  v6_.tellEvery(settings.everyRoute);
   dirty(Reason::start, now);
 }
 
@@ -32,6 +35,7 @@ bool Mirror::put(Link link, Nanos now, bool dumped) {
   const bool goesDown = known && known->value.link.up && !link.up;
   if (known && !dumped && !sameState(known->value.link, link)) dirty(Reason::linkState, now);
   if (known && known->value.link.up != link.up) reconsiderAll();
+  if (known && settings_.needsCarrier && known->value.link.lowerUp != link.lowerUp) reconsiderAll();
   if (!known || goesDown) loss();
   const U32 index = link.index;
   const Epoch down = !known || goesDown ? topology_.lastLoss : known->value.down;

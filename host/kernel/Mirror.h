@@ -23,6 +23,8 @@ class Mirror {
   struct Settings {
     U32 table = 254;
     bool ipv6 = true;
+    bool needsCarrier = false;  ///< next hops over links without carrier are not used
+    bool everyRoute = false;    ///< changes name a prefix whenever one of its routes may be another
     Schedule::Settings schedule;
     Nanos patience = seconds(10);  ///< for a dump that says nothing more
   };

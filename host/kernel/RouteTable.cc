@@ -99,6 +99,7 @@ bool RouteTable::settle(std::size_t& budget, std::vector<IpGenPrefix>& changed) 
     const U32 node = waiting_.back();
     waiting_.pop_back();
     nodes_[node].waits = false;
+    if (tellsEvery_ && !nodes_[node].prefix.empty()) changed.push_back(nodes_[node].prefix);
     consider(node, changed);
   }
   for (; unconsidered_ > 0 && budget > 0; --budget, --unconsidered_) {
@@ -125,6 +126,13 @@ void RouteTable::consider(U32 node, std::vector<IpGenPrefix>& changed) {
     changed.push_back(n.prefix);
   }
   if (n.answer == 0 && n.first == none) free(node);
+}
+
+bool RouteTable::isCertain(const Record& r) const {
+  if (r.nextHop != 0) return r.epoch > topology_.lastLoss;
+  const std::vector<Hop>& hops = hops_[r.hops];
+  return std::all_of(hops.begin(), hops.end(),
+                     [&](const Hop& hop) { return topology_.isConfirmed(hop, r.epoch); });
 }
 
 /// Fills in the answer that a route gives; false when it gives none, so that the next one is asked. Local

@@ -46,6 +46,8 @@ class RouteTable {
 
   /// A link or a next-hop object changed: any answer may be another one.
   void reconsiderAll() { unconsidered_ = nodes_.size(); }
+  /// Whether `settle` names also those prefixes whose routes may be others though their answer is the same.
+  void tellEvery(bool every) { tellsEvery_ = every; }
   /// Considers up to `budget` prefixes, and appends those whose answer is another one. True when done.
   bool settle(std::size_t& budget, std::vector<IpGenPrefix>& changed);
   /// Puts a prefix before those that no event has named.
@@ -67,6 +69,16 @@ class RouteTable {
       for (U32 at = node.first; at != none; at = records_[at].next) {
         if (!records_[at].own) each(routeOf(node, records_[at]));
       }
+    }
+  }
+  /// Calls `each(const Route&, bool certain)` for the routes of a prefix, in their order. One that is not
+  /// certain may have been taken away without a message.
+  template <class F>
+  void forEachOf(const IpGenPrefix& prefix, F each) const {
+    const U32 node = find(prefix);
+    if (node == PrefixIndex::nothing) return;
+    for (U32 at = nodes_[node].first; at != none; at = records_[at].next) {
+      if (!records_[at].own) each(routeOf(nodes_[node], records_[at]), isCertain(records_[at]));
     }
   }
   /// Calls `each(prefix, answer)` for every prefix that has an answer.
@@ -124,6 +136,7 @@ class RouteTable {
   void release(U32 record);
   Route routeOf(const Node& node, const Record& record) const;
   bool isSame(const Record& record, const Route& route) const;
+  bool isCertain(const Record& record) const;
 
   List listOf(U32 node) const;
   void relink(U32 node, const List& list);
@@ -165,6 +178,7 @@ class RouteTable {
   std::size_t cursor_ = 0;
   std::size_t routes_ = 0;
   U64 healed_ = 0;
+  bool tellsEvery_ = false;
 
   std::unordered_map<IpGenPrefix, Aside, PrefixHash> aside_;
   bool dumping_ = false;

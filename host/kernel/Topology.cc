@@ -37,8 +37,14 @@ std::map<IpGenAddr, U32> Topology::ownAddresses(U32 table) const {
 }
 
 bool Topology::isUsable(const Hop& hop, Epoch epoch) const {
+  const Link* known = link(hop.link);
+  return known && known->up && (known->lowerUp || !needsCarrier) && isConfirmed(hop, epoch) &&
+         (hop.flags & Hop::dead) == 0;
+}
+
+bool Topology::isConfirmed(const Hop& hop, Epoch epoch) const {
   const auto* entry = links.find(hop.link);
-  return entry && entry->value.link.up && epoch > entry->value.down && (hop.flags & Hop::dead) == 0;
+  return entry && epoch > entry->value.down;
 }
 
 bool Topology::addUsable(U32 nextHop, Epoch epoch, std::vector<Hop>& hops) const {

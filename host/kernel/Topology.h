@@ -36,8 +36,13 @@ class Topology {
   /// one with the lowest index. A link in a VRF holds its addresses for the table of that VRF only.
   std::map<IpGenAddr, U32> ownAddresses(U32 table) const;
 
+  /// Whether a link without carrier counts as down.
+  bool needsCarrier = false;
+
+  /// Whether nothing has taken a record with this next hop, confirmed at `epoch`, away without a message.
+  bool isConfirmed(const Hop& hop, Epoch epoch) const;
   /// Whether packets can go by this next hop of a record confirmed at `epoch`. Carrier loss alone does not
-  /// hinder them: where it shall, the kernel says dead.
+  /// hinder them, unless it shall here: otherwise, where it shall, the kernel says dead.
   bool isUsable(const Hop& hop, Epoch epoch) const;
   /// Adds to `hops` those of a next-hop object that can be used by a route confirmed at `epoch`. False when
   /// the object is a blackhole.

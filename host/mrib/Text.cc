@@ -149,7 +149,16 @@ std::string ofStatus(const Json& status) {
   text += line("last reading", fmt::format("{:.1f} ms", mirror.at("lastDuration").get<double>() * 1000));
   text += line("silent changes", textOf(mirror.at("corrected")) + " corrected");
   text += line("lost notifications", textOf(mirror.at("overruns")));
-  return text + line("foreign messages", textOf(mirror.at("foreign")));
+  text += line("foreign messages", textOf(mirror.at("foreign")));
+  if (!status.contains("export") || status.at("export").is_null()) return text;
+  const Json& exported = status.at("export");
+  const auto count = [&](const char* name) { return textOf(exported.at(name)); };
+  return text +
+         line("exported",
+              fmt::format("to table {} for {}: {} routes, {} refused, {} not exportable", count("table"),
+                          count("for"), count("routes"), count("refused"), count("notExportable"))) +
+         line("exported writes", fmt::format("{}, of these {} put right what others had done",
+                                             count("written"), count("putRight")));
 }
 
 std::string ofChange(const Json& change, bool settled) {
@@ -171,8 +180,9 @@ std::string ofWatched(const Json& answer) {
 
 std::string ofDifference(const Json& difference) {
   const auto lineText = [](const Json& line) {
-    return fmt::format("ip mroute {} {} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
-                       textOf(line.at("preference")), line.at("place").get<std::string>());
+    const std::string neighbor = line.contains("neighbor") ? " neighbor " + textOf(line.at("neighbor")) : "";
+    return fmt::format("ip mroute {} {}{} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
+                       neighbor, textOf(line.at("preference")), line.at("place").get<std::string>());
   };
   std::string text;
   for (const Json& line : difference.at("added")) text += "+ " + lineText(line);

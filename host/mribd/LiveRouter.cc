@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "ConfigReader.h"
 #include "ConfigText.h"
 
 namespace host {
@@ -12,19 +11,34 @@ namespace host {
 using daemon::Level;
 using daemon::Nanos;
 
-LiveRouter::LiveRouter(const kernel::Mirror::Settings& settings, const std::string& config, daemon::Log& log)
-    : live_(settings, kernel::monotonicNow()),
+LiveRouter::LiveRouter(Options options, daemon::Log& log)
+    : live_(options.mirror, kernel::monotonicNow()),
       router_(live_.mirror(), kernel::monotonicNow),
-      configurator_(router_, config, kernel::monotonicNow),
+      configurator_(router_, options.path, kernel::monotonicNow),
       log_(log) {
-  if (config.empty()) return;
-  const auto refusals = router_.configurationIs(readConfiguration(config), kernel::monotonicNow());
+  configurator_.keepExportTable();
+  const auto refusals = router_.configurationIs(std::move(options.configuration), kernel::monotonicNow());
   if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
+  if (options.exported) export_.emplace(*options.exported, router_, log_);
+}
+
+std::vector<int> LiveRouter::descriptors() const {
+  std::vector<int> all{live_.eventFd(), live_.answerFd()};
+  if (export_) {
+    for (const int fd : export_->descriptors()) all.push_back(fd);
+  }
+  return all;
+}
+
+void LiveRouter::end() {
+  if (export_) export_->end();
 }
 
 Nanos LiveRouter::turn(Nanos now) {
+  const Nanos table = export_ ? export_->read(now) : ~Nanos{0};
   const Nanos mirror = live_.turn(now);
   const Nanos router = router_.turn(now);
+  const Nanos exported = export_ ? export_->write(now) : ~Nanos{0};
   for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
   if (router_.isReady() && !std::exchange(wasReady_, true)) {
     // What was configured before the kernel was read cannot be refused for its addresses; they may change.
@@ -36,7 +50,7 @@ Nanos LiveRouter::turn(Nanos now) {
     warn(router_.warningsFor(router_.configuration()), now);
     log_.write(Level::info, status(), now);
   }
-  return std::min(mirror, router);
+  return std::min({table, mirror, router, exported});
 }
 
 void LiveRouter::warn(const std::vector<std::string>& warnings, Nanos now) {

@@ -2,6 +2,7 @@
 
 #include "Application.h"
 #include "Configurator.h"
+#include "LiveExport.h"
 #include "LiveMirror.h"
 #include "Log.h"
 
@@ -10,10 +11,17 @@ namespace host {
 /// The live MRIB of the kernel that this process runs on, as the loop drives it.
 class LiveRouter : public daemon::Application {
  public:
-  /// Reads the configuration; without one, `config` is empty. Throws Error. `log` outlives this.
-  LiveRouter(const kernel::Mirror::Settings& settings, const std::string& config, daemon::Log& log);
+  struct Options {
+    kernel::Mirror::Settings mirror;
+    std::string path;  ///< of the configuration; empty: there is none
+    Configuration configuration;
+    std::optional<LiveExport::Options> exported;
+  };
 
-  std::vector<int> descriptors() const override { return {live_.eventFd(), live_.answerFd()}; }
+  /// Throws Error. `log` outlives this.
+  LiveRouter(Options options, daemon::Log& log);
+
+  std::vector<int> descriptors() const override;
   daemon::Nanos turn(daemon::Nanos now) override;
   bool isWoken() const override { return router_.isWoken(); }
   bool isReady() const override { return router_.isReady(); }
@@ -23,6 +31,10 @@ class LiveRouter : public daemon::Application {
   Router& router() { return router_; }
   Configurator& configurator() { return configurator_; }
   const kernel::LiveMirror& live() const { return live_; }
+  /// Null when nothing is exported.
+  const LiveExport* exported() const { return export_ ? &*export_ : nullptr; }
+  /// To be called at the end of the daemon; not when it failed, so that nobody who reads the table notices.
+  void end();
 
  private:
   void logDifference(const ConfigurationChange& change, daemon::Nanos now);
@@ -32,6 +44,7 @@ class LiveRouter : public daemon::Application {
   Router router_;
   Configurator configurator_;
   daemon::Log& log_;
+  std::optional<LiveExport> export_;
   bool wasReady_ = false;
 };
 

@@ -1,9 +1,15 @@
+#include <fmt/format.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 
+#include "ConfigReader.h"
+#include "ConfigText.h"
+#include "Escape.h"
 #include "LiveRouter.h"
 #include "Loop.h"
 #include "RibService.h"
@@ -23,27 +29,83 @@ struct Options {
   std::string vrf;
   std::string logLevel = "info";
   bool foreground = false;
+  U32 exportTable = 0;
+  std::string exportFor;
+  bool exportKeep = false;
+  std::string exportRule;
 };
+
+std::optional<host::RibService::Exported> exportStatus(const host::LiveExport* exported) {
+  if (!exported) return std::nullopt;
+  return host::RibService::Exported{exported->options().table, exported->options().user,
+                                    exported->exporter()};
+}
 
 std::string notEmpty(const std::string& text) {
   return text.empty() ? "a word is needed" : "";
+}
+
+/// A user by name or number.
+U32 userOf(const std::string& name) {
+  if (const passwd* user = getpwnam(name.c_str())) return user->pw_uid;
+  U32 number = 0;
+  const char* end = name.data() + name.size();
+  const auto [stop, error] = std::from_chars(name.data(), end, number);
+  if (stop != end || error != std::errc{})
+    throw host::Error("there is no user \"" + host::escaped(name) + '"');
+  return number;
+}
+
+/// What is to be exported: as the options say, or else the configuration.
+std::optional<host::LiveExport::Options> exportOf(const Options& options,
+                                                  const host::Configuration& configuration, U32 unicast) {
+  using namespace host;
+  std::optional<ExportTable> table = configuration.exportTable;
+  if (options.exportTable != 0) table = {options.exportTable, ExportFor::frr};
+  if (!table) {
+    if (options.exportRule.empty() && options.exportFor.empty()) return std::nullopt;
+    throw Error("--export-for and --export-rule need a table, by --export-table or the configuration");
+  }
+  if (!options.exportFor.empty()) table->user = *exportForOf(options.exportFor);
+  std::string fault = faultOf(*table);
+  if (table->table == unicast) fault = fmt::format("table {} is the unicast table", unicast);
+  if (!fault.empty()) throw Error("the MRIB can't be exported: " + fault);
+  LiveExport::Options exported{*table, options.exportKeep};
+  if (!options.exportRule.empty()) exported.user = userOf(options.exportRule);
+  return exported;
+}
+
+host::LiveRouter::Options routerOptions(const Options& options, host::daemon::Log& log) {
+  using namespace host;
+  LiveRouter::Options router;
+  router.path = options.config;
+  if (!options.config.empty()) router.configuration = readConfiguration(options.config);
+  router.mirror.table = kernel::tableOf(options.table, options.vrf);
+  router.exported = exportOf(options, router.configuration, router.mirror.table);
+  if (router.exported && !kernel::RouteWriter().mayWrite(router.exported->table.table)) {
+    log.write(daemon::Level::error, "may not write routes (CAP_NET_ADMIN): goes on, and exports nothing",
+              daemon::monotonicNow());
+    router.exported.reset();
+  }
+  router.mirror.needsCarrier = router.exported && router.exported->table.user == ExportFor::frr;
+  return router;
 }
 
 void serve(const Options& options, host::daemon::Log& log) {
   using namespace host;
   daemon::Listener listener(options.socket);
   if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), daemon::monotonicNow());
-  kernel::Mirror::Settings settings;
-  settings.table = kernel::tableOf(options.table, options.vrf);
-  LiveRouter application(settings, options.config, log);
+  LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
   RibService service(application.router(), &application.configurator(), kernel::monotonicNow,
-                     {"this machine's kernel", kernel::monotonicNow(), [&] { return live.foreign(); }});
+                     {"this machine's kernel", kernel::monotonicNow(), [&] { return live.foreign(); },
+                      exportStatus(application.exported())});
   control::Server server(service, {"mrib", "mribd", MRIB_PROJECT_VERSION, ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, daemon::monotonicNow());
   daemon::run({application, server, listener, manager, log});
   manager.stopping();
+  application.end();
   log.write(daemon::Level::info, "ends", daemon::monotonicNow());
 }
 
@@ -63,6 +125,16 @@ int main(int argc, char** argv) {
   auto* table = app.add_option("--table", options.table, "Unicast routes are those of this table; main")
                     ->type_name("NAME|ID");
   app.add_option("--vrf", options.vrf, "... of the table of this VRF")->type_name("NAME")->excludes(table);
+  app.add_option("--export-table", options.exportTable, "Writes the MRIB into this kernel table")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--export-for", options.exportFor, "... for frr (the default) or for look-ups in the kernel")
+      ->check(CLI::IsMember({"frr", "kernel"}))
+      ->type_name("frr|kernel");
+  app.add_flag("--export-keep", options.exportKeep, "... where its routes stay when mribd ends");
+  app.add_option("--export-rule", options.exportRule, "... and answers the look-ups of this user")
+      ->type_name("USER")
+      ->check(notEmpty);
   app.add_option("--log-level", options.logLevel, "error, warning, notice, info (the default) or debug")
       ->check(CLI::IsMember({"error", "warning", "notice", "info", "debug"}))
       ->type_name("LEVEL");

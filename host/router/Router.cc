@@ -81,6 +81,7 @@ void Router::follow(Nanos now) {
   if (isNews && !unicastChanged_) pendingSince_ = now;
   unicastChanged_ = unicastChanged_ || isNews;
   revision_ += isNews;
+  contextChanges_ += !changes.links.empty() || !changes.addresses.empty();
   feed_.tell(changes, pending_);
   if (!unicastChanged_ && ready_) return;
   const bool isUrgent = changes.named && !pending_.empty();
@@ -153,6 +154,7 @@ std::vector<std::string> Router::configurationIs(Configuration configuration, Na
   if (!result) return textsOf(result);
   configuration_ = std::move(configuration);
   woken_ = true;
+  ++contextChanges_;
   committed(result, now);
   return {};
 }

@@ -52,6 +52,9 @@ class Router {
   U64 generation() const { return generation_; }
   /// Counts whatever may change an answer, also while a state is not whole yet.
   U64 revision() const { return revision_; }
+  /// Counts what may give next hops another meaning without a change of the MRIB: changes of links, addresses
+  /// and the configuration.
+  U64 contextChanges() const { return contextChanges_; }
   /// Who hears what each generation changes in the MRIB.
   using Listener = std::function<void(const mrib::Update&)>;
   void listenerIs(Listener listener) { listener_ = std::move(listener); }
@@ -108,6 +111,7 @@ class Router {
   kernel::Nanos pendingSince_ = 0;
   U64 generation_ = 0;
   U64 revision_ = 0;
+  U64 contextChanges_ = 0;
   Listener listener_;
   U64 nameChanges_ = 0;
 

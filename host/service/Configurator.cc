@@ -88,6 +88,9 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
 ConfigurationChange Configurator::change(Configuration next, bool dryRun) {
   ConfigurationChange result;
   result.reasons = textsOf(impossibleNextHops(next, ownSubnetsOf(router_.mirror())));
+  if (keepsExportTable_ && next.exportTable != router_.configuration().exportTable) {
+    result.reasons.push_back("another exported table (ip multicast export-table) needs a restart of mribd");
+  }
   if (!result.reasons.empty()) return result;
   const std::vector<mrib::Unresolved> unresolved = router_.agent().unresolved();
   result.before = router_.configuration();

@@ -23,6 +23,9 @@ class Configurator {
   Configurator(Router& router, std::string path, Router::Clock clock);
 
   const std::string& path() const { return path_; }
+  /// From now on a change of the exported table is refused: it is made at the start, with the privileges that
+  /// it takes.
+  void keepExportTable() { keepsExportTable_ = true; }
   ConfigurationChange reload(bool dryRun) { return read(path_, dryRun); }
   /// With `save`, also writes the file, or changes nothing.
   ConfigurationChange configure(std::span<const std::string> commands, bool save, bool dryRun);
@@ -36,6 +39,7 @@ class Configurator {
   Router& router_;
   std::string path_;
   Router::Clock clock_;
+  bool keepsExportTable_ = false;
 };
 
 /// The addresses of a router's links, for what can be no next hop.

@@ -115,11 +115,21 @@ Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u)
   return json;
 }
 
+Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault) {
+  Json json = ofLine(configuration, line);
+  json.erase("neighbor");
+  if (line.preference == 0) json["place"] = "the exported table";
+  json["reason"] = fault.refused ? "refusedByKernel" : "notExportable";
+  json["why"] = jsonText(fault.text);
+  return json;
+}
+
 Json ofLine(const Configuration& configuration, const MrouteLine& line) {
   Json json;
   json["prefix"] = line.prefix.stringValue();
   const auto* name = std::get_if<std::string>(&line.rpf);
   json["rpf"] = name ? jsonText(*name) : std::get<Lumo::IpAddr>(line.rpf).stringValue();
+  if (line.neighbor != Lumo::IpAddr()) json["neighbor"] = line.neighbor.stringValue();
   json["preference"] = line.preference;
   json["place"] = configuration.placeOf(line.origin);
   return json;

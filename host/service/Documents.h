@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Configurator.h"
+#include "Exporter.h"
 #include "Router.h"
 
 /// What there is to say, as JSON documents: one shape for the control protocol and for `mrib -j`.
@@ -11,6 +12,8 @@ namespace host::documents {
 using Json = nlohmann::ordered_json;
 
 Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
+/// A route in force that an exported table has not, or not wholly.
+Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);
 Json ofConfigurationChange(const ConfigurationChange& change);
 

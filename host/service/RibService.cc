@@ -126,6 +126,42 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
 
 // ---- Status ----
 
+namespace {
+
+Json exportStatus(const RibService::Exported& exported) {
+  const Exporter& exporter = exported.exporter;
+  Json json;
+  json["table"] = exported.table.table;
+  json["for"] = nameOf(exported.table.user);
+  json["user"] = exported.user ? Json(*exported.user) : Json();
+  json["routes"] = exporter.routes();
+  json["refused"] = exporter.refused();
+  json["notExportable"] = exporter.faults().size() - exporter.refused();
+  json["written"] = exporter.counters().written;
+  json["putRight"] = exporter.counters().putRight;
+  return json;
+}
+
+/// The configured routes that are in force and not, or not wholly, in the exported table; also those of the
+/// table that nobody configured.
+std::vector<Json> notExported(const Router& router, const Exporter& exporter) {
+  auto faults = exporter.faults();
+  std::vector<Json> list;
+  for (const MrouteLine& line : faults.empty() ? std::vector<MrouteLine>() : router.configuration().mroutes) {
+    const auto fault = exporter.faults().find(line.prefix);
+    const mrib::Route* route = router.agent().route(line.prefix);
+    if (fault == exporter.faults().end() || !route || route->preference != line.preference) continue;
+    list.push_back(documents::ofNotExported(router.configuration(), line, fault->second));
+    faults.erase(line.prefix);
+  }
+  for (const auto& [prefix, fault] : faults) {
+    list.push_back(documents::ofNotExported(router.configuration(), {prefix, "", 0, 0, {}}, fault));
+  }
+  return list;
+}
+
+}  // namespace
+
 Answer RibService::getStatus(Call& call) {
   call.parameters.done();
   const mrib::Agent& agent = router_.agent();
@@ -157,6 +193,7 @@ Answer RibService::getStatus(Call& call) {
   mirror["corrected"] = counters.healed;
   mirror["lastDuration"] = static_cast<double>(counters.lastDuration) / 1e9;
   mirror["foreign"] = setting_.foreign();
+  status["export"] = setting_.exported ? exportStatus(*setting_.exported) : Json();
   return Reply{documents::textOf(status)};
 }
 
@@ -299,9 +336,15 @@ Answer RibService::listUnresolved(Call& call) {
   call.parameters.done();
   auto unresolved = std::make_shared<std::vector<mrib::Unresolved>>(router_.agent().unresolved());
   if (!waiting) std::erase_if(*unresolved, [](const auto& u) { return !u.isError(); });
+  auto more = std::make_shared<std::vector<Json>>();
+  if (setting_.exported) *more = notExported(router_, setting_.exported->exporter);
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "unresolved", unresolved->size(), [this, unresolved](std::size_t i, std::string& out) {
-        out += documents::textOf(documents::ofUnresolved(router_.configuration(), (*unresolved)[i]));
+      headOf(router_), "unresolved", unresolved->size() + more->size(),
+      [this, unresolved, more](std::size_t i, std::string& out) {
+        const bool isExport = i >= unresolved->size();
+        out +=
+            documents::textOf(isExport ? (*more)[i - unresolved->size()]
+                                       : documents::ofUnresolved(router_.configuration(), (*unresolved)[i]));
       });
   return answerWith(std::move(list), call.more);
 }

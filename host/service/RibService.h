@@ -6,6 +6,7 @@
 #include "Call.h"
 #include "Configurator.h"
 #include "Documents.h"
+#include "Exporter.h"
 #include "Parameters.h"
 #include "Streams.h"
 
@@ -17,10 +18,16 @@ const char* version();
 /// The methods of org.mrib, for the daemon's clients and, in the same process, for the `mrib` command.
 class RibService : public control::Handler {
  public:
+  struct Exported {
+    ExportTable table;
+    std::optional<U32> user;  ///< whose look-ups it answers
+    const Exporter& exporter;
+  };
   struct Setting {
     std::string source;  ///< where the routes come from, in words
     kernel::Nanos startedAt = 0;
     std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
+    std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
   };
 
   /// `configurator` is null where the configuration cannot be changed.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "ConfigEdit.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "Escape.h"
@@ -28,15 +29,28 @@ TEST(Config, TakesTheLinesThatOperatorsKnow) {
       "  ip  mroute\t10.1.0.0/16 eth0 200 # backup\n"
       "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255\n"
       "ip mroute 0.0.0.0/0 eth0:1\n"
+      "ip mroute 0.0.0.0/0 eth1 neighbor 10.0.0.9 7\n"
+      "ip multicast export-table 250 for kernel\n"
       "ip multicast rpf-lookup-mode longer-prefix");
-  ASSERT_EQ(c.mroutes.size(), 4u);
+  ASSERT_EQ(c.mroutes.size(), 5u);
   EXPECT_EQ(c.placeOf(c.mroutes[1].origin), "f:4");
   EXPECT_EQ(c.placeOf(7), "the command line");
   EXPECT_EQ(std::get<std::string>(c.mroutes[2].rpf), "a \"b\\\a");
   EXPECT_EQ(host::textOf(c),
-            "ip multicast rpf-lookup-mode longer-prefix\n"
+            "ip multicast rpf-lookup-mode longer-prefix\nip multicast export-table 250 for kernel\n"
             "ip mroute 10.1.0.0/16 20.0.0.5\nip mroute 10.1.0.0/16 eth0 200\n"
-            "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255\nip mroute 0.0.0.0/0 \"eth0:1\"\n");
+            "ip mroute 10.2.0.0/16 \"a \\\"b\\\\\\x07\" 255\nip mroute 0.0.0.0/0 \"eth0:1\"\n"
+            "ip mroute 0.0.0.0/0 eth1 neighbor 10.0.0.9 7\n");
+  using Commands = std::vector<std::string>;
+  const auto is = [](const char* neighbor) {
+    return std::string("ip mroute 0.0.0.0/0 eth1 neighbor ") + neighbor + " 7";
+  };
+  EXPECT_THROW(host::edited(c, Commands{"no " + is("10.0.0.8")}), host::ConfigurationError);
+  const auto other =
+      host::edited(c, Commands{"no " + is("10.0.0.9"), is("10.0.0.8"), "no ip multicast export-table"});
+  EXPECT_FALSE(other.exportTable);
+  ASSERT_EQ(host::differenceOf(c, other).changed.size(), 1u);
+  EXPECT_EQ(host::textOf(host::differenceOf(c, other).changed[0].after), is("10.0.0.8"));
 }
 
 TEST(Config, NamesLineColumnAndWhatWasExpected) {
@@ -78,6 +92,11 @@ TEST(Config, NamesLineColumnAndWhatWasExpected) {
       {"ip mroute 1.0.0.0/8 e 1\nip mroute 1.0.0.0/8 e", "2:1: the same route stands in f:1"},
       {"ip multicast rpf-lookup-mode urib-only\nip multicast rpf-lookup-mode urib-only",
        "2:1: the mode stands in f:1 already"},
+      {net + "10.0.0.5 neighbor 10.0.0.6",
+       "1:31: a neighbor is named for an interface only: a next hop is one"},
+      {"ip multicast export-table 252", "1:1: FRRouting imports tables 1 to 251, not 252"},
+      {"ip multicast export-table 9\nip multicast export-table 9",
+       "2:1: the exported table stands in f:1 already"},
       {"ip multicast rpf-lookup-mode urib",
        "1:30: expected \"mrib-only\", \"mrib-then-urib\", \"urib-only\", \"longer-prefix\" or "
        "\"lower-distance\", found \"urib\""},

@@ -1,0 +1,259 @@
+#include "Exporter.h"
+
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace host {
+
+using kernel::Hop;
+using kernel::Nanos;
+using kernel::Route;
+using Lumo::Prefix;
+
+namespace {
+
+/// The same ways; how they were made known to the kernel, and whether they are in use, does not matter.
+bool sameWays(const std::vector<Hop>& a, const std::vector<Hop>& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](const Hop& x, const Hop& y) { return x.gateway == y.gateway && x.link == y.link; });
+}
+
+}  // namespace
+
+std::string_view nameOf(Exporter::Why why) {
+  constexpr std::array<std::string_view, 5> names{"none", "changed", "leftover", "putRight", "retried"};
+  return names[static_cast<std::size_t>(why)];
+}
+
+// ---- What is wanted, and what has to be looked at ----
+
+void Exporter::want(const Prefix& prefix, Wanted wanted) {
+  const auto known = entries_.find(prefix);
+  if (known == entries_.end() && wanted == Wanted{}) return;
+  Entry& entry = known == entries_.end() ? entries_[prefix] : known->second;
+  if (entry.wanted == wanted) return;
+  const bool isSame = entry.wanted.type == wanted.type && sameWays(entry.wanted.hops, wanted.hops);
+  entry.wanted = std::move(wanted);
+  noteFault(prefix, entry);
+  if (isSame && !entry.refused) return;
+  entry.changed = !isSame || entry.changed;
+  rightIs(entry, false);
+  enqueue(prefix, entry);
+}
+
+void Exporter::check(const Prefix& prefix) {
+  const auto known = entries_.find(prefix);
+  if (known != entries_.end()) return enqueue(prefix, known->second);
+  if (!find(prefix, {}).routes.empty()) enqueue(prefix, entries_[prefix]);
+}
+
+void Exporter::begin() {
+  begun_ = true;
+  leftovers_ = queue_.size();
+}
+
+void Exporter::checkRefused() {
+  for (const auto& [prefix, fault] : faults_) {
+    if (fault.refused) check(prefix);
+  }
+}
+
+void Exporter::enqueue(const Prefix& prefix, Entry& entry) {
+  if (!std::exchange(entry.queued, true) && !entry.resting) queue_.push_back(prefix);
+}
+
+/// Those that were asked for while they rested are queued now; those that are no more are forgotten.
+void Exporter::wake(Nanos now) {
+  for (; !resting_.empty() && resting_.front().first <= now; resting_.pop_front()) {
+    const Prefix& prefix = resting_.front().second;
+    Entry& entry = entries_[prefix];
+    entry.resting = false;
+    if (entry.queued || !entry.wanted.isRoute()) {
+      entry.queued = true;
+      queue_.push_back(prefix);
+    }
+  }
+}
+
+Nanos Exporter::due() const {
+  if (begun_ && !queue_.empty()) return 0;
+  return resting_.empty() ? ~Nanos{0} : resting_.front().first;
+}
+
+// ---- What is to be written ----
+
+Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
+  Batch batch;
+  wake(now);
+  for (std::size_t looks = 10 * limit; begun_ && !queue_.empty() && batch.size() < limit && looks > 0;
+       --looks) {
+    const Prefix prefix = queue_.front();
+    queue_.pop_front();
+    Entry& entry = entries_[prefix];
+    entry.queued = false;
+    consider(prefix, entry, batch, now);
+    leftovers_ -= leftovers_ > 0;
+  }
+  return batch;
+}
+
+/// A route that may have gone with its link is added, not deleted first: if it is there, that fails and
+/// nothing was missing. Over a link that is down, the next news is of something else that is wanted.
+void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos now) {
+  const Found found = find(prefix, entry.wanted);
+  rightIs(entry, found.right && found.certain && entry.wanted.isRoute());
+  if (found.right && found.certain) {
+    entry.probed = entry.changed = false;
+    refusalIs(prefix, entry, {});
+    if (!entry.wanted.isRoute() && entry.wanted.fault.empty()) entries_.erase(prefix);
+    return;
+  }
+  if (found.right && (entry.probed || !canStand(entry.wanted))) return;
+  entry.probed = found.right;
+  if (!found.right) {
+    for (const Route& route : found.routes) batch.push_back({false, route});
+  }
+  if (entry.wanted.isRoute()) batch.push_back({true, routeFor(prefix, entry.wanted)});
+  wrote(prefix, entry, now);
+}
+
+void Exporter::wrote(const Prefix& prefix, Entry& entry, Nanos now) {
+  entry.why = reasonOf(entry);
+  entry.writtenAt = now;
+  entry.changed = false;
+  ++counters_.written;
+  counters_.putRight += entry.why == Why::putRight;
+  entry.resting = true;
+  resting_.push_back({now + rest, prefix});
+}
+
+Exporter::Why Exporter::reasonOf(const Entry& entry) const {
+  if (leftovers_ > 0 && !entry.wanted.isRoute()) return Why::leftover;
+  if (entry.changed) return Why::changed;
+  return entry.refused ? Why::retried : Why::putRight;
+}
+
+void Exporter::written(const Batch& batch, std::span<const kernel::RouteFault> faults) {
+  auto fault = faults.begin();
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    const kernel::RouteOp& op = batch[i];
+    const Prefix prefix = op.route.prefix.v4Prefix();
+    Entry& entry = entries_[prefix];
+    if (fault != faults.end() && fault->op == i) {
+      failed(op, *fault++, entry);
+    } else if (op.add) {
+      refusalIs(prefix, entry, {});
+    }
+  }
+}
+
+void Exporter::failed(const kernel::RouteOp& op, const kernel::RouteFault& fault, Entry& entry) {
+  if (!op.add && fault.error == ESRCH) return;  // gone already
+  if (!(op.add && entry.probed && fault.error == EEXIST)) {
+    return refusalIs(op.route.prefix.v4Prefix(), entry, fault.text);
+  }
+  --counters_.written;  // there all the time
+  counters_.putRight -= entry.why == Why::putRight;
+}
+
+Exporter::Batch Exporter::withdrawal() const {
+  Batch batch;
+  table_.routes(Lumo::ipv4()).forEach([&](const Route& route) {
+    if (route.protocol != protocol) return;
+    batch.push_back({false, route});
+    batch.back().route.table = table_.settings().table;
+  });
+  return batch;
+}
+
+// ---- What there is ----
+
+/// What is not certain counts when nothing else is there: a dump will tell of it soon.
+Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const {
+  Found found;
+  std::size_t certain = 0;
+  std::size_t rightOnes[2] = {0, 0};
+  table_.routes(Lumo::ipv4()).forEachOf(prefix, [&](const Route& route, bool isCertain) {
+    if (route.protocol != protocol) return;
+    found.routes.push_back(route);
+    found.routes.back().table = table_.settings().table;
+    certain += isCertain;
+    rightOnes[isCertain] += wanted.isRoute() && isRight(route, wanted);
+  });
+  if (!wanted.isRoute()) {
+    found.right = found.routes.empty();
+  } else {
+    found.certain = rightOnes[1] == 1 && certain == 1;
+    found.right = found.certain || (rightOnes[0] > 0 && certain == 0);
+  }
+  return found;
+}
+
+/// The weights of several ways are all that `rest` tells of ours.
+bool Exporter::isRight(const Route& route, const Wanted& wanted) const {
+  return route.type == wanted.type && route.metric == metric && route.tos == 0 && route.nextHop == 0 &&
+         (route.rest == 0 || route.hops.size() > 1) && sameWays(route.hops, wanted.hops);
+}
+
+bool Exporter::canStand(const Wanted& wanted) const {
+  return std::all_of(wanted.hops.begin(), wanted.hops.end(), [&](const Hop& hop) {
+    const kernel::Link* link = table_.topology().link(hop.link);
+    return link && link->up;
+  });
+}
+
+Route Exporter::routeFor(const Prefix& prefix, const Wanted& wanted) const {
+  const auto isDirect = [](const Hop& hop) { return hop.gateway == Lumo::IpGenAddr(); };
+  Route route;
+  route.prefix = prefix;
+  route.table = table_.settings().table;
+  route.metric = metric;
+  route.type = wanted.type;
+  route.protocol = protocol;
+  route.hops = wanted.hops;
+  const bool isOnLink = !route.hops.empty() && std::all_of(route.hops.begin(), route.hops.end(), isDirect);
+  route.scope = isOnLink ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE;
+  return route;
+}
+
+// ---- The books ----
+
+void Exporter::rightIs(Entry& entry, bool right) {
+  right_ = right_ + right - std::exchange(entry.right, right);
+}
+
+void Exporter::refusedIs(Entry& entry, bool refused) {
+  refused_ = refused_ + refused - std::exchange(entry.refused, refused);
+}
+
+void Exporter::refusalIs(const Prefix& prefix, Entry& entry, std::string text) {
+  const bool refused = !text.empty();
+  if (!refused && !entry.refused) return;
+  refusedIs(entry, refused);
+  if (refused) {
+    faults_[prefix] = {true, std::move(text)};
+  } else {
+    noteFault(prefix, entry);
+  }
+}
+
+void Exporter::noteFault(const Prefix& prefix, Entry& entry) {
+  if (!entry.wanted.fault.empty()) {
+    refusedIs(entry, false);
+    faults_[prefix] = {false, entry.wanted.fault};
+  } else if (!entry.refused || !entry.wanted.isRoute()) {
+    refusedIs(entry, false);
+    faults_.erase(prefix);
+  }
+}
+
+const Exporter::Entry* Exporter::entry(const Prefix& prefix) const {
+  const auto at = entries_.find(prefix);
+  return at == entries_.end() ? nullptr : &at->second;
+}
+
+}  // namespace host

@@ -1,0 +1,185 @@
+#include "RouteWriter.h"
+
+#include <libmnl/libmnl.h>
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "Error.h"
+
+namespace host::kernel {
+
+namespace {
+
+constexpr std::size_t bytesAtOnce = 32 << 10;
+constexpr std::size_t largestRequest = 8 << 10;  // a route with 128 ways
+constexpr int answerRoom = 2 << 20;              // for a refusal of each request of a batch
+constexpr U32 rulePriority = 32000;              // behind others' rules, and before the main table's
+
+[[noreturn]] void failed(const char* what) {
+  throw Error(std::string("kernel: ") + what + ": " + std::strerror(errno));
+}
+
+template <class Header>
+void putHeader(nlmsghdr* request, const Header& header) {
+  std::memcpy(mnl_nlmsg_put_extra_header(request, sizeof header), &header, sizeof header);
+}
+
+void putAddress(nlmsghdr* request, U16 type, const IpGenAddr& address) {
+  mnl_attr_put_u32(request, type, address.v4Addr().network());
+}
+
+void putLegs(nlmsghdr* request, const std::vector<Hop>& hops) {
+  nlattr* legs = mnl_attr_nest_start(request, RTA_MULTIPATH);
+  for (const Hop& hop : hops) {
+    rtnexthop leg{};
+    const bool direct = hop.gateway == IpGenAddr();
+    leg.rtnh_len = static_cast<U16>(sizeof leg + (direct ? 0 : 8));
+    leg.rtnh_flags = hop.flags & Hop::onlink;
+    leg.rtnh_ifindex = static_cast<int>(hop.link);
+    std::memcpy(mnl_nlmsg_put_extra_header(request, sizeof leg), &leg, sizeof leg);
+    if (!direct) putAddress(request, RTA_GATEWAY, hop.gateway);
+  }
+  mnl_attr_nest_end(request, legs);
+}
+
+void putHops(nlmsghdr* request, rtmsg* header, const Route& route) {
+  if (route.hops.size() > 1) return putLegs(request, route.hops);
+  if (route.hops.empty()) return;
+  const Hop& hop = route.hops.front();
+  header->rtm_flags = hop.flags & Hop::onlink;
+  if (hop.gateway != IpGenAddr()) putAddress(request, RTA_GATEWAY, hop.gateway);
+  mnl_attr_put_u32(request, RTA_OIF, hop.link);
+}
+
+/// Deletes only the very route: protocol, metric, type and ways have to be the same.
+void putRoute(nlmsghdr* request, const RouteOp& op) {
+  const Route& route = op.route;
+  request->nlmsg_type = op.add ? RTM_NEWROUTE : RTM_DELROUTE;
+  request->nlmsg_flags = NLM_F_REQUEST;
+  if (op.add) request->nlmsg_flags |= NLM_F_CREATE | NLM_F_EXCL;
+  auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
+  header->rtm_family = AF_INET;
+  header->rtm_dst_len = route.prefix.length();
+  header->rtm_tos = route.tos;
+  header->rtm_protocol = route.protocol;
+  header->rtm_scope = route.scope;
+  header->rtm_type = static_cast<U8>(route.type);
+  mnl_attr_put_u32(request, RTA_TABLE, route.table);
+  mnl_attr_put_u32(request, RTA_DST, route.prefix.v4Prefix().address().network());
+  mnl_attr_put_u32(request, RTA_PRIORITY, route.metric);
+  putHops(request, header, route);
+}
+
+std::string textOf(S32 error, Bytes attributes) {
+  std::string said;
+  forAttributes(attributes, [&](U16 type, Bytes payload) {
+    if (type == NLMSGERR_ATTR_MSG) said = text(payload, "refusal");
+  });
+  const std::string system = std::strerror(error);
+  return said.empty() ? system : system + ": " + said;
+}
+
+}  // namespace
+
+void RouteWriter::Close::operator()(mnl_socket* socket) const {
+  mnl_socket_close(socket);
+}
+
+RouteWriter::RouteWriter()
+    : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC)),
+      requests_(bytesAtOnce + largestRequest),
+      answers_(bytesAtOnce) {
+  if (!socket_) failed("socket");
+  if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) failed("bind");
+  int on = 1;
+  mnl_socket_setsockopt(socket_.get(), NETLINK_EXT_ACK, &on, sizeof on);
+  mnl_socket_setsockopt(socket_.get(), NETLINK_CAP_ACK, &on, sizeof on);
+  setsockopt(mnl_socket_get_fd(socket_.get()), SOL_SOCKET, SO_RCVBUFFORCE, &answerRoom, sizeof answerRoom);
+}
+
+bool RouteWriter::mayWrite(U32 table) {
+  RouteOp nothing;
+  nothing.route.prefix = IpGenPrefix("255.255.255.255/32");
+  nothing.route.table = table;
+  nothing.route.metric = ~U32{0};
+  const auto faults = write({&nothing, 1});
+  return !faults.empty() && faults[0].error == ESRCH;
+}
+
+std::vector<RouteFault> RouteWriter::write(std::span<const RouteOp> ops) {
+  std::vector<RouteFault> faults;
+  std::size_t first = 0;
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    nlmsghdr* request = mnl_nlmsg_put_header(requests_.data() + bytes);
+    putRoute(request, ops[i]);
+    request->nlmsg_seq = sequence_ + static_cast<U32>(i - first);
+    bytes += NLMSG_ALIGN(request->nlmsg_len);
+    // What is deleted and added of a prefix goes at once.
+    const bool isLast = i + 1 == ops.size();
+    if (!isLast && (bytes < bytesAtOnce / 2 || ops[i + 1].add) && bytes < bytesAtOnce) continue;
+    request->nlmsg_flags |= NLM_F_ACK;
+    send(bytes);
+    readAnswers(first, faults);
+    sequence_ += static_cast<U32>(i - first) + 1;
+    first = i + 1;
+    bytes = 0;
+  }
+  return faults;
+}
+
+void RouteWriter::send(std::size_t count) {
+  if (mnl_socket_sendto(socket_.get(), requests_.data(), count) < 0) failed("write");
+}
+
+/// All are there. Those for which there was no room are not known; the table's mirror will tell.
+void RouteWriter::readAnswers(std::size_t first, std::vector<RouteFault>& faults) {
+  for (;;) {
+    const ssize_t size = mnl_socket_recvfrom(socket_.get(), answers_.data(), answers_.size());
+    if (size < 0 && errno == EAGAIN) return;
+    if (size < 0 && errno != ENOBUFS && errno != EINTR) failed("answers");
+    Bytes rest(answers_.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    while (rest.size() >= sizeof(nlmsghdr)) {
+      Bytes body = rest;
+      const auto header = take<nlmsghdr>(body, "answer");
+      if (header.nlmsg_len < sizeof header || header.nlmsg_len > rest.size()) break;
+      body = body.first(header.nlmsg_len - sizeof header);
+      rest = rest.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), rest.size()));
+      if (header.nlmsg_type != NLMSG_ERROR) continue;
+      const auto error = take<nlmsgerr>(body, "answer");
+      if (error.error == 0) continue;
+      faults.push_back({first + (header.nlmsg_seq - sequence_), -error.error, textOf(-error.error, body)});
+    }
+  }
+}
+
+std::string RouteWriter::rule(const UserRule& rule, bool add) {
+  nlmsghdr* request = mnl_nlmsg_put_header(requests_.data());
+  request->nlmsg_type = add ? RTM_NEWRULE : RTM_DELRULE;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+  if (add) request->nlmsg_flags |= NLM_F_CREATE | NLM_F_EXCL;
+  request->nlmsg_seq = sequence_;
+  fib_rule_hdr header{};
+  header.family = AF_INET;
+  header.action = FR_ACT_TO_TBL;
+  putHeader(request, header);
+  mnl_attr_put_u32(request, FRA_TABLE, rule.table);
+  mnl_attr_put_u32(request, FRA_PRIORITY, rulePriority);
+  mnl_attr_put_strz(request, FRA_IIFNAME, "lo");
+  mnl_attr_put_u8(request, FRA_PROTOCOL, rule.protocol);
+  const fib_rule_uid_range range{rule.user, rule.user};
+  mnl_attr_put(request, FRA_UID_RANGE, sizeof range, &range);
+  send(request->nlmsg_len);
+  std::vector<RouteFault> faults;
+  readAnswers(0, faults);
+  ++sequence_;
+  if (faults.empty() || faults[0].error == (add ? EEXIST : ENOENT)) return {};
+  return faults[0].text;
+}
+
+}  // namespace host::kernel

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "LiveMirror.h"
+#include "Log.h"
+#include "RouteWriter.h"
+#include "WantedRoutes.h"
+
+namespace host {
+
+/// The MRIB in a kernel table, for programs that read such.
+class LiveExport {
+ public:
+  struct Options {
+    ExportTable table;
+    bool keep = false;          ///< its routes stay when this ends
+    std::optional<U32> user{};  ///< whose look-ups the table answers
+  };
+
+  /// Refers to all of them. Throws Error.
+  LiveExport(const Options& options, Router& router, daemon::Log& log);
+  ~LiveExport();
+  LiveExport(const LiveExport&) = delete;
+  LiveExport& operator=(const LiveExport&) = delete;
+
+  std::vector<int> descriptors() const { return {live_.eventFd(), live_.answerFd()}; }
+  /// Follows the table. To be called before the router's turn: a link that goes down shall not be news of the
+  /// table before it is of the MRIB.
+  kernel::Nanos read(kernel::Nanos now);
+  /// Writes what is due. To be called after the router's turn.
+  kernel::Nanos write(kernel::Nanos now);
+  /// Takes the routes and the rule away, unless they are to stay.
+  void end();
+
+  const Options& options() const { return options_; }
+  const Exporter& exporter() const { return exporter_; }
+
+ private:
+  void look();
+  void begin(kernel::Nanos now);
+  bool survey(std::size_t count);
+  void writeBatches(kernel::Nanos now);
+  void logRefusals(kernel::Nanos now);
+  void ruleIs(bool there, kernel::Nanos now);
+
+  Options options_;
+  Router& router_;
+  daemon::Log& log_;
+  kernel::LiveMirror live_;
+  kernel::RouteWriter writer_;
+  Exporter exporter_;
+  WantedRoutes wanted_;
+  U64 subscription_;
+  std::vector<Lumo::Prefix> changed_;  // in the MRIB
+  U64 contextSeen_ = ~U64{0};
+  std::size_t surveyAt_ = ~std::size_t{0};  // of the MRIB's routes; past their end: none runs
+  kernel::Nanos compareAt_ = 0;
+  std::size_t refused_ = 0;  // as logged
+  bool begun_ = false;
+};
+
+}  // namespace host

@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""The MRIB in a kernel table, beside the MRIB, whatever happens to either.
+
+usage: export.py MRIB MRIBD
+"""
+
+import os
+import random
+import statistics
+import subprocess
+import sys
+import time
+
+from varlink import Connection, add_link, ip, own_namespace
+
+TABLE = 250
+LINKS = ("va", "vb")
+SOCKET = f"/tmp/mrib-export-{os.getpid()}"
+CONFIG = SOCKET + ".conf"
+LINES = ["ip multicast export-table 250", "ip mroute 20.1.0.0/16 10.1.0.2", "ip mroute 20.1.0.0/16 10.2.0.2 2",
+         "ip mroute 20.2.0.0/16 10.1.0.2", "ip mroute 20.2.0.0/16 10.2.0.2", "ip mroute 20.3.0.0/16 va neighbor 10.1.0.9",
+         "ip mroute 20.4.0.0/16 20.3.0.1", "ip mroute 20.5.0.0/16 vb 3", "ip mroute 20.6.0.0/16 va"]
+FOREIGN = ["99.0.0.0/8 dev lo proto 99", "20.2.0.0/16 dev lo proto 99 metric 9"]
+
+
+def output(command):
+    return subprocess.run(command, shell=True, capture_output=True, text=True).stdout
+
+
+def start(mribd):
+    daemon = subprocess.Popen([mribd, "-c", CONFIG, "--socket", SOCKET, "--export-rule", "nobody"],
+                              stderr=subprocess.DEVNULL)
+    while True:
+        try:
+            Connection(SOCKET).call("GetStatus")
+            return daemon
+        except OSError:
+            time.sleep(0.02)
+
+
+def table(proto):
+    """Of a prefix its ways."""
+    routes, prefix = {}, None
+    for line in output(f"ip route show table {TABLE} proto {proto}").splitlines():
+        words = line.split()
+        if not line.startswith("\t"):
+            prefix = words[0]
+            routes[prefix] = []
+        if "via" in words:
+            routes[prefix].append((words[words.index("via") + 1], words[words.index("dev") + 1]))
+    return routes
+
+
+def wanted():
+    peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2"}
+    routes = {}
+    without = {"20.6.0.0/16"} | (set() if "10.2.9.2" in output("ip addr show vb") else {"20.5.0.0/16"})
+    for route in Connection(SOCKET).call("ListRoutes")["routes"]:
+        if route["preference"] > 0 and route["prefix"] not in without:
+            routes[route["prefix"]] = [(via["nextHop"] or peers[route["prefix"]], via["interface"]) for via in route["vias"]]
+    return routes
+
+
+def agree(what, limit=2.5):
+    """The same twice, some time apart."""
+    end, since = time.monotonic() + limit, None
+    while since is None or time.monotonic() < since + 0.1:
+        have, want = table(220), wanted()
+        since = (since or time.monotonic()) if have == want else None
+        if time.monotonic() > end and since is None:
+            sys.exit(f"FAILED after {what}:\ntable {have}\nMRIB  {want}")
+    if len(table(99)) != len(FOREIGN):
+        sys.exit(f"FAILED after {what}: routes of others are gone")
+
+
+def until(route, since):
+    """Seconds until the table has it."""
+    while f"via {route}" not in output(f"ip route show table {TABLE} exact 20.1.0.0/16"):
+        if time.monotonic() > since + 3:
+            sys.exit(f"FAILED: no route by {route}")
+    return time.monotonic() - since
+
+
+def main():
+    own_namespace()
+    mribd, dice = sys.argv[2], random.Random(int(os.environ.get("MRIB_SEED", "1")))
+    for number, link in enumerate(LINKS, 1):
+        add_link(link)
+        ip(f"addr add 10.{number}.0.1/24 dev {link}")
+    ip("addr add 10.2.9.1 peer 10.2.9.2/32 dev vb", *(f"route add {route} table {TABLE}" for route in FOREIGN))
+    with open(CONFIG, "w") as file:
+        file.write("\n".join(LINES) + "\n")
+    daemon = start(mribd)
+    agree("the start")
+    lookup = ["ip", "route", "get", "fibmatch", "20.1.0.1"]
+    ip("route add default via 10.2.0.77")
+    other = subprocess.run(["setpriv", "--reuid", "nobody", *lookup], capture_output=True, text=True).stdout
+    if "10.1.0.2" not in other or "10.2.0.77" not in output(" ".join(lookup)):
+        sys.exit("FAILED: a user's look-up " + other)
+    reasons = {u["reason"] for u in Connection(SOCKET).call("ListUnresolved")["unresolved"]}
+    if reasons != {"notExportable"}:
+        sys.exit(f"FAILED: unresolved for {reasons}")
+    steps = ["link set va down", "link set va up", "link set vap down", "link set vap up", "link set vb down",
+             "link set vb up", "link set va down\nlink set va up", "addr del 10.1.0.1/24 dev va", "addr add 10.1.0.1/24 dev va",
+             "addr flush dev vb", "addr add 10.2.0.1/24 dev vb", "addr add 10.2.9.1 peer 10.2.9.2/32 dev vb",
+             f"route del 20.1.0.0/16 table {TABLE} proto 220", f"route flush table {TABLE} proto 220",
+             f"route add 77.0.0.0/8 dev lo table {TABLE} proto 220",
+             f"route change 20.1.0.0/16 via 10.2.0.9 table {TABLE} proto 220 metric 220", "kill"]
+    for _ in range(int(os.environ.get("MRIB_STEPS", "60"))):
+        step = dice.choice(steps)
+        if step == "kill":
+            daemon.kill()
+            daemon.wait()
+            ip(dice.choice(["link set va down", "link set vb up", f"route add 78.0.0.0/8 dev lo table {TABLE} proto 220"]))
+            daemon = start(mribd)
+        else:
+            ip(*step.split("\n"))
+        agree(step)
+    ip("link set va up", "link set vap up", "link set vb up", "addr add 10.1.0.1/24 dev va", "addr add 10.2.0.1/24 dev vb")
+    agree("all is up")
+    times = []
+    for _ in range(20):
+        time.sleep(1.2)  # the kernel takes its time over carriers
+        until("10.1.0.2", time.monotonic())
+        ip("link set va down")
+        times.append(until("10.2.0.2", time.monotonic()))
+        ip("link set va up")
+    print(f"down to written, as ip shows it: median {statistics.median(times) * 1e3:.1f} ms")
+    daemon.terminate()
+    daemon.wait()
+    if table(220) or "uidrange" in output("ip rule") or len(table(99)) != len(FOREIGN):
+        sys.exit("FAILED: what is left at the end")
+
+
+main()
