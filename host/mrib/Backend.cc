@@ -72,16 +72,7 @@ class Once : public OwnReading {
                                      RibService::Setting{name(), monotonicNow(), [] { return U64{0}; }});
   }
 
-  /// The process ends now. To take a million routes apart would take it longer than to answer.
-  ~Once() override {
-    using Kept =
-        std::tuple<std::unique_ptr<kernel::LiveMirror>, std::unique_ptr<kernel::Mirror>,
-                   std::unique_ptr<Router>, std::unique_ptr<Configurator>, std::unique_ptr<RibService>>;
-    static auto* const kept =
-        new std::vector<Kept>;  // NOLINT: without memory for it, the process ends as well
-    kept->emplace_back(std::move(live_), std::move(saved_), std::move(router_), std::move(configurator_),
-                       std::move(service_));
-  }
+  ~Once() override;
   Once(const Once&) = delete;
   Once& operator=(const Once&) = delete;
 
@@ -159,6 +150,19 @@ class Once : public OwnReading {
   std::unique_ptr<Configurator> configurator_;
   std::unique_ptr<RibService> service_;
 };
+
+/// The process ends now. To take a million routes apart would take it longer than to answer; only a sanitizer
+/// is shown that it all comes apart.
+Once::~Once() {
+#ifndef __SANITIZE_ADDRESS__
+  using Kept =
+      std::tuple<std::unique_ptr<kernel::LiveMirror>, std::unique_ptr<kernel::Mirror>,
+                 std::unique_ptr<Router>, std::unique_ptr<Configurator>, std::unique_ptr<RibService>>;
+  static auto* const kept = new std::vector<Kept>;  // NOLINT: without memory for it, the process ends as well
+  kept->emplace_back(std::move(live_), std::move(saved_), std::move(router_), std::move(configurator_),
+                     std::move(service_));
+#endif
+}
 
 }  // namespace
 
