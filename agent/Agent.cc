@@ -65,6 +65,10 @@ std::vector<Unresolved> Agent::unresolved() const {
   return impl_->unresolved();
 }
 
+std::vector<Resolution> Agent::resolutions(const Lumo::Prefix& prefix) const {
+  return impl_->resolutions(prefix);
+}
+
 U64 Agent::subscribe(Listener listener) {
   impl_->subscriptions.push_back({++impl_->lastSubscription, std::move(listener)});
   return impl_->lastSubscription;

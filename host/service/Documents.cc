@@ -8,6 +8,7 @@
 #include "ConfigText.h"
 #include "Escape.h"
 #include "Names.h"
+#include "Why.h"
 
 namespace host::documents {
 
@@ -63,13 +64,6 @@ std::string_view nameOf(mrib::Reason reason) {
   constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
                                         "coveredBy",   "heldBack",  "waiting", "unsettled"};
   return names[static_cast<std::size_t>(reason)];
-}
-
-/// An interface without a route of its own has a stand-in that nobody needs to know of.
-std::string whyOf(const mrib::Unresolved& u) {
-  if (!KernelFeed::isStandIn(u.address) || u.reason == mrib::Reason::waiting) return u.text();
-  const std::string why = "the interface has no connected route";
-  return u.linkIsDown ? why + "; it is down" : why;
 }
 
 }  // namespace

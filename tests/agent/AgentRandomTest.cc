@@ -234,24 +234,37 @@ class Driver {
     if (real != show(answer)) return "is:\n" + real + "right:\n" + show(answer);
     return judgeUnresolved(answer);
   }
+  static RightAnswer::Line lineOf(const mrib::Mroute& mroute) {
+    RightAnswer::Line line{mroute.preference, "", {}};
+    if (const auto* text = std::get_if<std::string>(&mroute.rpf)) line.name = *text;
+    if (const auto* address = std::get_if<IpGenAddr>(&mroute.rpf)) line.address = address->v4Addr();
+    return line;
+  }
+  mrib::Resolution resolutionOf(const Prefix& prefix, const RightAnswer::Line& line) const {
+    const auto all = agent_.resolutions(prefix);
+    return *std::find_if(all.begin(), all.end(), [&](const auto& r) { return lineOf(r.mroute) == line; });
+  }
   std::string judgeUnresolved(const RightAnswer::Mrib& answer) {
     std::map<std::pair<Prefix, RightAnswer::Line>, mrib::Reason> reasons;
     for (const mrib::Unresolved& u : agent_.unresolved()) {
-      RightAnswer::Line line{u.mroute.preference, "", {}};
-      if (const auto* text = std::get_if<std::string>(&u.mroute.rpf)) line.name = *text;
-      if (const auto* address = std::get_if<IpGenAddr>(&u.mroute.rpf)) line.address = address->v4Addr();
-      reasons[{Prefix(u.mroute.prefix.address.v4Addr(), u.mroute.prefix.length), line}] = u.reason;
+      reasons[{Prefix(u.mroute.prefix.address.v4Addr(), u.mroute.prefix.length), lineOf(u.mroute)}] =
+          u.reason;
     }
     std::size_t unresolved = 0;
     for (const auto& [prefix, lines] : inputs_.mroutes) {
-      mrib::Route scratch{prefix};
       RightAnswer::Mrib done = answer;
       for (const auto& line : lines) {
+        mrib::Route scratch{prefix};
         const auto reason = reasons.find({prefix, line});
         const bool resolves = inputs_.resolve(prefix, line, scratch, done);
         const auto found = answer.find(prefix);
         const bool inForce = resolves && found->second.preference == line.preference;
         unresolved += !inForce;
+        std::sort(scratch.nextHops.begin(), scratch.nextHops.end());
+        const auto resolution = resolutionOf(prefix, line);
+        if (resolution.inForce != inForce || resolution.fault.has_value() == resolves ||
+            !(resolution.nextHops == scratch.nextHops))
+          return "resolution of " + prefix.stringValue();
         if ((reason == reasons.end()) != inForce) return "unresolved: " + prefix.stringValue();
         if (inForce) continue;
         const std::string what =
