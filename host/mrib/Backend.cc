@@ -1,5 +1,6 @@
 #include "Backend.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 
 #include <cerrno>
@@ -67,9 +68,8 @@ class Once : public OwnReading {
     if (router_->agent().mayDiffer()) router_->agent().settle();
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
-    service_ =
-        std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
-                                     RibService::Setting{name(), monotonicNow(), [] { return U64{0}; }});
+    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
+                                            RibService::Setting{name(), monotonicNow()});
   }
 
   ~Once() override;
@@ -110,9 +110,7 @@ class Once : public OwnReading {
   void configure(Configuration configuration) {
     const auto refusals = router_->configurationIs(std::move(configuration), monotonicNow());
     if (refusals.empty()) return;
-    std::string text;
-    for (const std::string& refusal : refusals) text += (text.empty() ? "" : "\n") + refusal;
-    throw Error(text);
+    throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
   }
   void takeSample() {
     const std::string text = sampleConfiguration(*router_);

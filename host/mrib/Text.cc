@@ -178,6 +178,11 @@ std::string ofWatched(const Json& answer) {
                             textOf(route.at("prefix")), textOf(route.at("preference")));
 }
 
+std::string ofWatchedPrefix(const Json& watched) {
+  const Json& route = watched.at("route");
+  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + routeText(route)) + '\n';
+}
+
 std::string ofDifference(const Json& difference) {
   const auto lineText = [](const Json& line) {
     const std::string neighbor = line.contains("neighbor") ? " neighbor " + textOf(line.at("neighbor")) : "";

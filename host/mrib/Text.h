@@ -32,6 +32,7 @@ std::string ofStatus(const Json& status);
 std::string ofChange(const Json& change, bool settled);
 /// A line of `mrib watch`.
 std::string ofWatched(const Json& answer);
+std::string ofWatchedPrefix(const Json& watched);
 std::string ofDifference(const Json& difference);
 /// What does not resolve by it, and its warnings.
 std::string ofConsequences(const Json& difference);

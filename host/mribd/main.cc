@@ -20,8 +20,6 @@ namespace {
 
 enum ExitCode : int { ended = 0, usageError = 1, systemError = 2 };
 
-constexpr const char* defaultConfig = "/etc/mrib.conf";
-
 struct Options {
   std::string config;
   std::string socket = host::daemon::defaultSocket;
@@ -100,7 +98,7 @@ void serve(const Options& options, host::daemon::Log& log) {
   RibService service(application.router(), &application.configurator(), kernel::monotonicNow,
                      {"this machine's kernel", kernel::monotonicNow(), [&] { return live.foreign(); },
                       exportStatus(application.exported())});
-  control::Server server(service, {"mrib", "mribd", MRIB_PROJECT_VERSION, ""});
+  control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, daemon::monotonicNow());
   daemon::run({application, server, listener, manager, log});
@@ -114,9 +112,9 @@ void serve(const Options& options, host::daemon::Log& log) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app{"Keeps the multicast RIB of this machine in step with its kernel, and answers mrib(1)."};
-  app.set_version_flag("--version", "mribd " MRIB_PROJECT_VERSION);
+  app.set_version_flag("--version", std::string("mribd ") + host::version());
   app.add_option("-c,--config", options.config,
-                 "Configuration (mrib.conf(5)); " + std::string(defaultConfig) + " when that exists")
+                 "Configuration (mrib.conf(5)); " + std::string(host::defaultConfig) + " when that exists")
       ->type_name("FILE")
       ->check(notEmpty);
   app.add_option("--socket", options.socket, "Where clients connect; " + options.socket)
@@ -145,7 +143,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? ended : usageError;
   }
-  if (options.config.empty() && access(defaultConfig, F_OK) == 0) options.config = defaultConfig;
+  if (options.config.empty() && access(host::defaultConfig, F_OK) == 0) options.config = host::defaultConfig;
   std::signal(SIGPIPE, SIG_IGN);
   auto log = host::daemon::standardLog(*host::daemon::levelOf(options.logLevel));
   try {
