@@ -1,12 +1,13 @@
 #include "Parameters.h"
 
+#include "Documents.h"
 #include "Escape.h"
+#include "StandardErrors.h"
 
 namespace host {
 
 control::Reply errorReply(std::string name, const nlohmann::ordered_json& parameters) {
-  constexpr auto replace = nlohmann::ordered_json::error_handler_t::replace;
-  return {parameters.dump(-1, ' ', false, replace), std::move(name), false};
+  return {documents::textOf(parameters), std::move(name), false};
 }
 
 Parameters::Parameters(const nlohmann::json& json) : json_(json) {}
@@ -19,7 +20,7 @@ const nlohmann::json* Parameters::find(const char* name) {
 }
 
 void Parameters::refuse(const std::string& name) {
-  throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", name}});
+  throw control::invalidParameter(name);
 }
 
 std::optional<std::string> Parameters::text(const char* name) {
