@@ -4,6 +4,7 @@
 
 #include "Server.h"
 
+using namespace host;
 using namespace host::control;
 
 // Reads the bytes as what three clients send to a service, in pieces, with time that passes and replies that

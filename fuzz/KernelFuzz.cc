@@ -5,6 +5,7 @@
 #include "Message.h"
 #include "Mirror.h"
 
+using namespace host;
 using namespace host::kernel;
 
 // Reads the bytes as what a kernel says to a mirror: datagrams of events and of answers, with time that
