@@ -78,14 +78,16 @@ void NetlinkSocket::subscribe() {
   }
 }
 
-void NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
+bool NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
   alignas(nlmsghdr) std::array<char, 128> buffer{};
   nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
   request->nlmsg_type = requestTypes[static_cast<std::size_t>(dump)];
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   request->nlmsg_seq = sequence;
   addHeader(request, dump, table);
-  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failed("request");
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return true;
+  if (!isPassing(errno)) failed("request");
+  return false;
 }
 
 NetlinkSocket::Received NetlinkSocket::receive(std::span<U8> buffer) {
@@ -98,8 +100,8 @@ NetlinkSocket::Received NetlinkSocket::receive(std::span<U8> buffer) {
   message.msg_iovlen = 1;
   const ssize_t size = recvmsg(fd(), &message, 0);
   if (size < 0) {
-    if (errno == ENOBUFS) return {Outcome::lost, {}};
     if (errno == EAGAIN || errno == EINTR) return {};
+    if (isPassing(errno)) return {Outcome::lost, {}};
     failed("receive");
   }
   if (message.msg_namelen != sizeof sender || sender.nl_pid != 0) return {Outcome::foreign, {}};

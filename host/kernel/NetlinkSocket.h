@@ -1,38 +1,20 @@
 #pragma once
 
-#include <memory>
-
-#include "Attributes.h"
-#include "Mirror.h"
+#include "Access.h"
 
 struct mnl_socket;
 
 namespace host::kernel {
 
 /// A non-blocking RTNETLINK socket. All throw Error with what the system says.
-class NetlinkSocket {
+class NetlinkSocket : public Channel {
  public:
-  enum class Outcome : U8 {
-    datagram,
-    nothing,    ///< for now
-    lost,       ///< the kernel had no room for some messages
-    truncated,  ///< one was larger than the buffer
-    foreign     ///< its sender is not the kernel: not to be looked at
-  };
-  struct Received {
-    Outcome outcome = Outcome::nothing;
-    Bytes bytes;  ///< in the buffer, of a datagram
-  };
-
   NetlinkSocket();
 
-  int fd() const;
-  /// Joins the groups of all that a mirror knows, with room for a burst of changes.
-  void subscribe();
-  /// Asks for a dump; of routes those of `table` only, where the kernel can tell them apart.
-  void request(Dump dump, U32 sequence, U32 table);
-  /// One datagram, into `buffer`.
-  Received receive(std::span<U8> buffer);
+  int fd() const override;
+  void subscribe() override;
+  bool request(Dump dump, U32 sequence, U32 table) override;
+  Received receive(std::span<U8> buffer) override;
 
  private:
   struct Close {

@@ -27,11 +27,13 @@ kernel::Mirror::Settings settingsFor(U32 table) {
 
 }  // namespace
 
-LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log)
+LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log, const kernel::Access& access,
+                       Nanos now)
     : options_(options),
       router_(router),
       log_(log),
-      live_(settingsFor(options.table.table), monotonicNow()),
+      live_(settingsFor(options.table.table), now, access),
+      writer_(access.writer()),
       exporter_(live_.mirror()),
       wanted_(router, options.table.user),
       subscription_(router.agent().subscribe([this](const mrib::Update& update) {
@@ -104,7 +106,7 @@ void LiveExport::begin(Nanos now) {
 void LiveExport::writeBatches(Nanos now) {
   const Exporter::Batch batch = exporter_.next(now, routesATurn);
   if (batch.empty()) return;
-  exporter_.written(batch, writer_.write(batch));
+  exporter_.written(batch, writer_->write(batch));
   logRefusals(now);
 }
 
@@ -123,15 +125,14 @@ void LiveExport::logRefusals(Nanos now) {
 
 void LiveExport::ruleIs(bool there, Nanos now) {
   if (!options_.user) return;
-  const std::string fault = writer_.rule({*options_.user, options_.table.table, Exporter::protocol}, there);
+  const std::string fault = writer_->rule({*options_.user, options_.table.table, Exporter::protocol}, there);
   if (!fault.empty()) log_.write(Level::warning, "the rule of the exported table: " + fault, now);
 }
 
-void LiveExport::end() {
-  const Nanos now = monotonicNow();
+void LiveExport::end(Nanos now) {
   if (options_.keep) return log_.write(Level::info, "the exported routes stay", now);
   ruleIs(false, now);
-  writer_.write(exporter_.withdrawal());
+  writer_->write(exporter_.withdrawal());
 }
 
 }  // namespace host

@@ -11,14 +11,15 @@ namespace host {
 using daemon::Level;
 
 LiveRouter::LiveRouter(Options options, daemon::Log& log)
-    : live_(options.mirror, monotonicNow()),
-      router_(live_.mirror(), monotonicNow),
-      configurator_(router_, options.path, monotonicNow),
+    : clock_(options.clock),
+      live_(options.mirror, clock_(), options.access),
+      router_(live_.mirror(), clock_),
+      configurator_(router_, options.path, clock_),
       log_(log) {
   configurator_.keepExportTable();
-  const auto refusals = router_.configurationIs(std::move(options.configuration), monotonicNow());
+  const auto refusals = router_.configurationIs(std::move(options.configuration), clock_());
   if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
-  if (options.exported) export_.emplace(*options.exported, router_, log_);
+  if (options.exported) export_.emplace(*options.exported, router_, log_, options.access, clock_());
 }
 
 std::vector<int> LiveRouter::descriptors() const {
@@ -30,7 +31,7 @@ std::vector<int> LiveRouter::descriptors() const {
 }
 
 void LiveRouter::end() {
-  if (export_) export_->end();
+  if (export_) export_->end(clock_());
 }
 
 Nanos LiveRouter::turn(Nanos now) {

@@ -8,7 +8,7 @@
 
 namespace host {
 
-/// The live MRIB of the kernel that this process runs on, as the loop drives it.
+/// The live MRIB of a kernel, as the loop drives it.
 class LiveRouter : public daemon::Application {
  public:
   struct Options {
@@ -16,6 +16,8 @@ class LiveRouter : public daemon::Application {
     std::string path;  ///< of the configuration; empty: there is none
     Configuration configuration;
     std::optional<LiveExport::Options> exported;
+    kernel::Access access = kernel::thisKernel();
+    Router::Clock clock = monotonicNow;
   };
 
   /// Throws Error. `log` outlives this.
@@ -40,6 +42,7 @@ class LiveRouter : public daemon::Application {
   void logDifference(const ConfigurationChange& change, Nanos now);
   void warn(const std::vector<std::string>& warnings, Nanos now);
 
+  Router::Clock clock_;
   kernel::LiveMirror live_;
   Router router_;
   Configurator configurator_;
