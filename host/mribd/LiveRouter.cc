@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "ConfigText.h"
+#include "Why.h"
 
 namespace host {
 
@@ -84,7 +85,7 @@ void LiveRouter::logDifference(const ConfigurationChange& change, Nanos now) {
   for (const MrouteLine& line : difference.gone) lines.push_back("- " + textOf(line));
   for (const auto& [before, after] : difference.changed) lines.push_back("~ " + textOf(after));
   for (const mrib::Unresolved& u : change.unresolved) {
-    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + u.text());
+    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + whyOf(u));
   }
   if (lines.size() > ConfigurationError::mostPrinted) lines.resize(ConfigurationError::mostPrinted);
   for (const std::string& line : lines) log_.write(Level::notice, line, now);
