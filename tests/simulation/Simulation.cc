@@ -35,6 +35,18 @@ control::Limits limits() {
   return limits;
 }
 
+std::string textOf(const std::vector<kernel::Hop>& hops) {
+  std::string text;
+  for (const kernel::Hop& h : hops) text += fmt::format(" {}@{}", h.gateway.stringValue(), h.link);
+  return text;
+}
+
+std::vector<std::string> textsOf(const std::vector<kernel::Route>& routes) {
+  std::vector<std::string> texts;
+  for (const auto& r : routes) texts.push_back(fmt::format("{}{}", static_cast<int>(r.type), textOf(r.hops)));
+  return texts;
+}
+
 Configuration configurationIn(const std::string& path) {
   try {
     return readConfiguration(path);
@@ -507,8 +519,10 @@ void Simulation::checkExport(const Router& fresh, bool isLong) {
     route.metric = Exporter::metric;
     route.hops = want.hops;
     const bool isRefused = ours.empty() && fault != exporter.faults().end() && fault->second.refused;
-    if (!isRefused || (isLong && kernel_.faultOf(route) == 0))
-      fail("exported table: " + prefix.stringValue());
+    if (!isRefused || (isLong && kernel_.faultOf(route) == 0)) {
+      fail(fmt::format("exported: {} is {}, wanted {} {}", prefix.stringValue(),
+                       fmt::join(textsOf(ours), " and "), static_cast<int>(want.type), textOf(want.hops)));
+    }
   }
   if (exporter.routes() != right) fail(fmt::format("{} exported routes, not {}", exporter.routes(), right));
 }

@@ -90,7 +90,8 @@ Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bo
     for (const std::string& name : link.alternativeNames) names.emplace(name, link.name);
   }
   const auto connect = [&](const Prefix& prefix, U32 link) {
-    right.routes.try_emplace(prefix, mrib::UnicastRoute{prefix, mrib::RouteType::connected, 0, {}}).first->second.nextHops.push_back({{}, link});
+    right.routes.try_emplace(prefix, mrib::UnicastRoute{prefix, mrib::RouteType::connected, 0, {}})
+        .first->second.nextHops.push_back({{}, link});
   };
   for (const auto& [prefix, answer] : unicast) {
     if (answer.kind != Kind::attached || prefix.v4Prefix().address().host() >> 28 == 0xE) continue;

@@ -172,10 +172,11 @@ int VirtualKernel::write(const RouteOp& op) {
     if (fault == 0) insert(op.route, 0);
     return fault;
   }
-  const auto& list = tables_[op.route.table][op.route.prefix];
-  const auto at = std::find_if(list.begin(), list.end(), [&](const Route& r) { return isSame(r, op.route); });
-  if (at == list.end()) return ESRCH;
-  erase(op.route);
+  Route gone = op.route;
+  gone.rest = 0;  // what a request does not say
+  const auto& list = tables_[gone.table][gone.prefix];
+  if (std::none_of(list.begin(), list.end(), [&](const Route& r) { return isSame(r, gone); })) return ESRCH;
+  erase(gone);
   return 0;
 }
 
