@@ -49,6 +49,7 @@ class Simulation {
 
   // Judgement
   void rest(bool isLong);
+  void returnToStart();
   void probe();
   void checkExport(const host::Router& fresh, bool isLong);
   void checkWrite(std::span<const host::kernel::RouteOp> ops);
@@ -67,5 +68,4 @@ class Simulation {
   std::map<Lumo::Prefix, Nanos> writtenAt_;
   std::string fault_;  // of the daemon, as it logged it
   U32 last_ = 0;
-  U64 bytesBefore_ = 0;  // in objects
 };
