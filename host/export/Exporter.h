@@ -38,6 +38,7 @@ class Exporter {
   static constexpr U8 protocol = 220;
   static constexpr U32 metric = 220;
   static constexpr Nanos rest = milliseconds(50);
+  static constexpr Nanos retry = milliseconds(500);  ///< of what the kernel had no room for
 
   enum class Why : U8 {
     none,      ///< never
@@ -128,6 +129,7 @@ class Exporter {
   std::map<Lumo::Prefix, Fault> faults_;
   std::size_t right_ = 0;
   std::size_t refused_ = 0;
+  Nanos retryAt_ = ~Nanos{0};
   Counters counters_;
 };
 

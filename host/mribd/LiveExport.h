@@ -33,6 +33,8 @@ class LiveExport {
 
   const Options& options() const { return options_; }
   const Exporter& exporter() const { return exporter_; }
+  /// What is known of the table.
+  const kernel::Mirror& mirror() const { return live_.mirror(); }
 
  private:
   void look();

@@ -501,8 +501,8 @@ void Simulation::checkWrite(std::span<const RouteOp> ops) {
     const auto isOurs = [](const auto& r) { return r.protocol == Exporter::protocol; };
     if (!isOurs(op.route)) fail("somebody else's route is written");
     const auto* entry = daemon_ ? daemon_->live.exported()->exporter().entry(prefix) : nullptr;
-    const bool isRight = kernel_.isHeard() && entry && entry->wanted.type == op.route.type &&
-                         entry->wanted.hops == op.route.hops;
+    const bool isRight = entry && !daemon_->live.exported()->mirror().isStale() && kernel_.isHeard() &&
+                         entry->wanted.type == op.route.type && entry->wanted.hops == op.route.hops;
     if (!op.add && isRight && op.route.metric == Exporter::metric &&
         std::count_if(there.begin(), there.end(), isOurs) == 1) {
       fail(prefix.stringValue() + " is missing for no reason");
