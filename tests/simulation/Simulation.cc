@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 
@@ -113,7 +114,7 @@ struct Simulation::Client {
   std::size_t pace = 4096;
   bool reads = true;
   bool wasDeaf = false;
-  int owed = 0;
+  std::deque<std::string> owed{};  // what answers tell of, in order
   std::map<std::string, std::string> routes{};
   std::map<std::string, std::string> answers{};
   U64 generation = 0;
@@ -122,7 +123,6 @@ struct Simulation::Client {
   void ask(const std::string& method, const Json& parameters, bool more) {
     unsent +=
         Json{{"method", "org.mrib." + method}, {"parameters", parameters}, {"more", more}}.dump() + '\0';
-    ++owed;
   }
 };
 
@@ -244,26 +244,32 @@ void Simulation::connect() {
     client.ask("Watch", {{"addresses", sources}, {"prefixes", {"20.0.0.0/8", "10.0.1.0/24"}}}, true);
   }
   if (kind != Client::Kind::rude) return meddle(client);
-  const std::string rudeness[] = {"}", "{\"method\":", std::string(3000, ' '), "[[]]"};
-  client.unsent = rudeness[dice_(4)] + (dice_(2) ? std::string(1, '\0') : "");
+  const std::string rudeness[] = {"}", "{\"method\":", std::string(3000, ' '), "[[]]",
+                                  R"({"method":"org.mrib.GetStatus"})"};
+  const U32 which = dice_(5);
+  client.reads = which < 4 && dice_(2) == 0;
+  client.unsent = rudeness[which] + (which == 4 || dice_(2) ? std::string(1, '\0') : "");
 }
 
 /// It reads slowly or not at all, sends byte by byte, asks more, or goes.
 void Simulation::meddle(Client& client) {
-  static const std::vector<std::string> methods{"GetStatus",        "ListRoutes",  "ListUnicastRoutes",
-                                                "ListUnresolved",   "GetWarnings", "Inspect",
-                                                "GetConfiguration", "Nothing",     "Reload"};
+  static const std::pair<const char*, const char*> methods[] = {
+      {"GetStatus", "mirror"},          {"ListRoutes", "routes"},    {"ListUnicastRoutes", "routes"},
+      {"ListUnresolved", "unresolved"}, {"GetWarnings", "warnings"}, {"Inspect", "text"},
+      {"GetConfiguration", "text"},     {"Nothing", "method"},       {"Monitor", "restart"}};
   const U32 what = dice_(8);
   if (what == 0) {
     daemon_->server.closed(client.id);
     std::erase_if(clients_, [&](const auto& c) { return c.get() == &client; });
-  } else if (what == 1) {
+  } else if (what == 1 && client.kind != Client::Kind::rude) {
     client.reads = !client.reads;
     client.wasDeaf = true;
   } else if (what == 2) {
     client.pace = 1 + dice_(200);
   } else if (client.kind == Client::Kind::asker) {
-    client.ask(methods[dice_(static_cast<U32>(methods.size()))], Json::object(), dice_(2) == 0);
+    const auto& [method, answer] = methods[dice_(9)];
+    client.owed.push_back(answer);
+    client.ask(method, Json::object(), answer != std::string("restart") && dice_(2) == 0);
   }
 }
 
@@ -398,8 +404,9 @@ void Simulation::hear(Client& client, const std::string& message) {
   const Json reply = Json::parse(message);
   if (client.kind == Client::Kind::monitor) return hearMonitor(client, reply["parameters"]);
   if (client.kind == Client::Kind::watch) return hearWatch(client, reply["parameters"]);
-  client.owed -= !reply.contains("continues");
-  if (client.owed < 0) fail("an answer to no question: " + message);
+  if (client.owed.empty() || !reply["parameters"].contains(client.owed.front()))
+    fail("not asked: " + message);
+  if (!reply.contains("continues")) client.owed.pop_front();
 }
 
 void Simulation::hearMonitor(Client& client, const Json& reply) {
@@ -441,7 +448,7 @@ void Simulation::rest(bool isLong) {
   isLong |= kernel_.isHiding();
   say(isLong ? "a long rest" : "a rest");
   kernel_.faultyIs(false);
-  for (auto& client : clients_) client->reads = true;
+  for (auto& client : clients_) client->reads |= client->kind != Client::Kind::rude;
   const bool wasRefused = kernel_.refusedAt() + seconds(2) > now_;
   pass(isLong ? seconds(125) : atMost + (wasRefused ? seconds(1) : 0));
   kernel_.lookedAt();
@@ -467,12 +474,12 @@ void Simulation::rest(bool isLong) {
     if (is[count] != right[count])
       fail(fmt::format("{}: {} and {}", count, is[count].dump(), right[count].dump()));
   }
-  checkClients();
+  checkClients(isLong);
   if (export_) checkExport(fresh.live.router(), isLong);
 }
 
 /// Watchers know what there is, everybody has been answered, and who behaves badly for long is gone.
-void Simulation::checkClients() {
+void Simulation::checkClients(bool isLong) {
   std::map<std::string, std::string> routes;
   std::map<std::string, std::string> answers;
   const Json list = daemon_->answer("ListRoutes", Json::object());
@@ -483,7 +490,8 @@ void Simulation::checkClients() {
     if (c->kind == Client::Kind::monitor && c->complete && c->unsent.empty() && c->routes != routes) {
       fail("a monitor knows " + Json(c->routes).dump() + ", not " + Json(routes).dump());
     }
-    if (c->kind == Client::Kind::asker && c->owed != 0) fail("a client is owed an answer");
+    if (c->kind == Client::Kind::rude && isLong) fail("a client that sends no request stays");
+    if (c->kind == Client::Kind::asker && !c->owed.empty()) fail("a client is owed an answer");
     if (c->kind != Client::Kind::watch || !c->unsent.empty()) continue;
     if (c->answers != answers)
       fail("a watcher knows " + Json(c->answers).dump() + ", not " + Json(answers).dump());

@@ -53,7 +53,7 @@ class Simulation {
   void probe();
   void checkExport(const host::Router& fresh, bool isLong);
   void checkWrite(std::span<const host::kernel::RouteOp> ops);
-  void checkClients();
+  void checkClients(bool isLong);
   host::LiveRouter::Options options(bool isFresh) const;
 
   U64 seed_;

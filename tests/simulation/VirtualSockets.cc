@@ -221,7 +221,7 @@ Channel::Received VirtualKernel::Socket::receive(std::span<U8> buffer) {
   if (fails(100))
     return kernel_.refusedAt_ = kernel_.now_,
            Received{kernel_.dice_(2) ? Outcome::truncated : Outcome::lost, {}};
-  if (fails(100)) bytes.resize(bytes.size() - 1), kernel_.refusedAt_ = kernel_.now_;
+  if (!bytes.empty() && fails(100)) bytes.resize(bytes.size() - 1), kernel_.refusedAt_ = kernel_.now_;
   std::copy(bytes.begin(), bytes.end(), buffer.begin());
   return {Outcome::datagram, buffer.first(bytes.size())};
 }
@@ -237,7 +237,7 @@ std::vector<U8> VirtualKernel::Socket::part() {
   const auto tellSome = [&](const auto& records, auto changeOf) {
     for (auto it = records.begin(); it != records.end(); ++it) {
       if (static_cast<std::size_t>(std::distance(records.begin(), it)) < at_ || count == 0) continue;
-      tell(changeOf(*it));
+      if (!isTorn || !fails(4)) tell(changeOf(*it));  // one that is torn leaves some out
       ++at_, --count;
     }
   };
