@@ -338,6 +338,7 @@ void VirtualKernel::deleteAddress(Address a) {
 /// In silence, with the routes that use it.
 void VirtualKernel::eraseNextHop(U32 id) {
   nextHops_.erase(id);
+  ++changes_;
   dropRoutesIf([&](const Route& r) { return r.nextHop == id; });
   for (U32 group = 4; group <= 5; ++group) {
     const auto at = nextHops_.find(group);
