@@ -28,6 +28,14 @@ std::optional<Unicast::Copy> Unicast::copied(const Lumo::Prefix& prefix) const {
   return Copy{entry->preference, hopsOf(*entry)};
 }
 
+void Unicast::tell(const Lumo::Prefix& prefix, Transaction& into) const {
+  const Entry* entry = routes_.find(prefix);
+  if (!entry) return;
+  std::vector<Gateway> hops;
+  for (const NextHop& hop : hopsOf(*entry)) hops.push_back({Lumo::IpGenAddr(hop.address), hop.link});
+  into.route(prefix, entry->type, entry->preference, hops);
+}
+
 // ---- What a transaction changes ----
 
 std::vector<Unicast::Move> Unicast::plan(const Transaction& t, const std::set<U32>& replacedLinks) const {

@@ -71,18 +71,12 @@ std::vector<const Mroutes::Node*> sortedNodes(const Mroutes& config) {
   return nodes;
 }
 
-Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& line) {
-  Mroute m{prefix, Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)), line.preference, line.origin};
-  if (line.byName) m.rpf = config.name(line.rpf).text;
-  return m;
-}
-
 }  // namespace
 
 std::vector<Mroute> Agent::Impl::mroutes() const {
   std::vector<Mroute> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
-    for (const Line& line : node->lines) all.push_back(mrouteOf(config, node->prefix, line));
+    for (const Line& line : node->lines) all.push_back(config.mrouteOf(node->prefix, line));
   }
   return all;
 }
@@ -102,7 +96,7 @@ const Route* Agent::Impl::configured(const Mroutes::Node& node) const {
 Unresolved Agent::Impl::faultOf(const Lumo::Prefix& prefix, const Line& line, const Probe& probed,
                                 const Route* installed) const {
   const Link* down = line.byName ? linkOf(line) : nullptr;
-  Unresolved u{mrouteOf(config, prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
+  Unresolved u{config.mrouteOf(prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
   u.installed = installed ? installed->preference : U8{0};
   u.anotherResolves = u.installed == line.preference;
   u.linkIsDown = down && !(down->up && down->carrier);
@@ -128,7 +122,7 @@ std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, 
 
 Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& line,
                                      const Route* installed) const {
-  Resolution r{mrouteOf(config, prefix, line), {}, {}, {}, {}, false};
+  Resolution r{config.mrouteOf(prefix, line), {}, {}, {}, {}, false};
   const auto rpf = rpfOf(config, line);
   const Probe probed = probe(prefix, line);
   if (rpf && probed.verdict != Verdict::noAddress) r.address = probed.hop;

@@ -1,0 +1,87 @@
+#include "OutOfMemory.h"
+
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+// Memory that runs out when a test wants it to.
+
+namespace {
+
+long left = -1;
+long inUse = 0;
+
+/// Whether the next allocation is to fail.
+bool isOut() {
+  if (left > 0) --left;
+  return left == 0;
+}
+void* take(std::size_t size, std::size_t alignment) noexcept {
+  void* memory = isOut() || posix_memalign(&memory, alignment, size) != 0 ? nullptr : memory;
+  inUse += memory != nullptr;
+  return memory;
+}
+void* takeOrThrow(std::size_t size, std::size_t alignment) {
+  if (void* memory = take(size, alignment)) return memory;
+  throw std::bad_alloc();
+}
+void give(void* memory) noexcept {
+  inUse -= memory != nullptr;
+  std::free(memory);
+}
+int fail() {
+  errno = ENOMEM;
+  return -1;
+}
+
+constexpr std::size_t usual = alignof(std::max_align_t);
+
+}  // namespace
+
+void memory_left(long allocations) {
+  left = allocations < 0 ? -1 : allocations + 1;
+}
+long memory_in_use() {
+  return inUse;
+}
+
+void* operator new(std::size_t size) {
+  return takeOrThrow(size, usual);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return takeOrThrow(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return take(size, usual);
+}
+void operator delete(void* memory) noexcept {
+  give(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  give(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+  give(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+  give(memory);
+}
+
+// In their places by --wrap.
+extern "C" {
+void* __real_realloc(void* memory, std::size_t size);
+void* __wrap_realloc(void* memory, std::size_t size) {
+  return isOut() ? nullptr : __real_realloc(memory, size);
+}
+void* __real_mmap(void* at, std::size_t size, int protection, int flags, int fd, off_t offset);
+void* __wrap_mmap(void* at, std::size_t size, int protection, int flags, int fd, off_t offset) {
+  return isOut() && fail() ? MAP_FAILED : __real_mmap(at, size, protection, flags, fd, offset);
+}
+int __real_memfd_create(const char* name, unsigned flags);
+int __wrap_memfd_create(const char* name, unsigned flags) {
+  return isOut() ? fail() : __real_memfd_create(name, flags);
+}
+}
