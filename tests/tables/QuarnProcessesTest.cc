@@ -113,32 +113,28 @@ TEST(QuarnProcesses, FourReadersSeeEveryRecordWholeWhileAnotherOneWrites) {
 }
 
 struct Counted : Zan::VFPtrInterface {
-  explicit Counted(std::atomic<int>& count) : alive(count) { ++alive; }
-  ~Counted() override { --alive; }
-  std::atomic<int>& alive;
   U64 value = 0;
 };
 
 TEST(QuarnProcesses, CountedReferencesGoFromThreadToThread) {
-  std::atomic<int> alive = 0;
-  const auto shared = Zan::create<Counted>(alive);
-  std::array<std::pair<std::mutex, Zan::Ptr<Counted>>, 3> places;
+  const auto shared = Zan::create<Counted>();
+  const U64 inUse = Zan::ZanMemPool::bytesInUse();
   {
+    std::array<std::pair<std::mutex, Zan::Ptr<Counted>>, 3> places;
     std::vector<std::jthread> threads;
     for (U32 t = 0; t < 4; ++t) {
       threads.emplace_back([&, random = std::mt19937(t)]() mutable {
         for (U32 i = 0; i < 20000; ++i) {
-          Zan::Ptr<Counted> taken = i % 2 == 0 ? shared : Zan::create<Counted>(alive);
-          if (taken != shared) taken->value = i;
+          auto mine = i % 2 == 0 ? shared : Zan::create<Counted>();
+          if (mine != shared) mine->value = i;
           auto& [lock, place] = places[random() % places.size()];
           const std::lock_guard guard(lock);
-          std::swap(place, taken);
+          std::swap(place, mine);
         }
       });
     }
   }
-  for (auto& place : places) place.second = nullptr;
-  EXPECT_EQ(alive, 1);
+  EXPECT_EQ(Zan::ZanMemPool::bytesInUse(), inUse);
   EXPECT_EQ(shared->references(), 1u);
 }
 
