@@ -30,10 +30,7 @@ std::optional<Unicast::Copy> Unicast::copied(const Lumo::Prefix& prefix) const {
 
 void Unicast::tell(const Lumo::Prefix& prefix, Transaction& into) const {
   const Entry* entry = routes_.find(prefix);
-  if (!entry) return;
-  std::vector<Gateway> hops;
-  for (const NextHop& hop : hopsOf(*entry)) hops.push_back({Lumo::IpGenAddr(hop.address), hop.link});
-  into.route(prefix, entry->type, entry->preference, hops);
+  if (entry) into.routeAgain(prefix, entry->type, entry->preference, hopsOf(*entry));
 }
 
 // ---- What a transaction changes ----
