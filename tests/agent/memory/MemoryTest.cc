@@ -6,7 +6,6 @@
 
 #include "../CTwin.h"
 #include "OutOfMemory.h"
-#include "Quarn/Fib/RouteStatus.h"
 #include "Routing/Multicast/Rib/Config.h"
 #include "Routing/PrefixTrie.h"
 #include "Zan/Exception.h"
@@ -73,14 +72,6 @@ TEST(Memory, CollectionsAddNothingOrTheWhole) {
       3000, [&](U32 i) { return config->route(prefixOf(i)) != nullptr; },
       [&](U32 i) { config->routeIs(Lumo::IpGenPrefix(prefixOf(i))); },
       [&](U32 i) { config->routeDel(prefixOf(i)); });
-  Quarn::Fib::RouteStatusWriter table;
-  const auto has = [&](U32 i) { return Quarn::Fib::RouteStatus(table.fd()).route(prefixOf(i)).has_value(); };
-  addAndDrop(
-      200, has,
-      [&](U32 i) {
-        table.routeIs({prefixOf(i), mrib::RouteType::connected, 0, i});
-      },
-      [&](U32 i) { table.routeDel(prefixOf(i)); });
 }
 
 // ---- The agent ----
@@ -218,6 +209,27 @@ TEST(Memory, AnAgentThatFollowsStandsAsBeforeOrAsAfterwards) {
 }
 TEST(Memory, AnAgentThatStartsAnewStandsAsBeforeOrAsAfterwards) {
   for (const Scenario& scenario : scenarios) standsAsBeforeOrAsAfterwards(scenario, false);
+}
+
+TEST(Memory, TheCApiHasACodeForIt) {
+  auto link = ctwin::sized<mrib_link>();
+  link.index = 1;
+  link.name = "eth1";
+  for (int n = 0, committed = MRIB_ERROR_MEMORY; committed != MRIB_OK; ++n) {
+    memory_left(n);
+    mrib_agent* agent = mrib_create(nullptr);
+    const int begun = mrib_begin(agent);
+    const int set = mrib_link_set(agent, &link);
+    committed = mrib_commit(agent, nullptr);
+    memory_left(-1);
+    const bool noAgent = !agent && begun == MRIB_ERROR_ARGUMENT, notTaken = set == MRIB_ERROR_MEMORY;
+    ASSERT_TRUE(noAgent || begun == MRIB_OK);
+    ASSERT_TRUE(noAgent || notTaken || committed == MRIB_OK || committed == MRIB_ERROR_MEMORY);
+    ASSERT_TRUE(!notTaken || committed == MRIB_ERROR_REFUSED);
+    ASSERT_TRUE(committed == MRIB_OK || mrib_error_text(0));
+    ASSERT_TRUE(noAgent || mrib_settle(agent, nullptr) == MRIB_OK);
+    mrib_free(agent);
+  }
 }
 
 }  // namespace

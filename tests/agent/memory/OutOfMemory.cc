@@ -2,7 +2,6 @@
 
 #include <sys/mman.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -31,10 +30,6 @@ void* takeOrThrow(std::size_t size, std::size_t alignment) {
 void give(void* memory) noexcept {
   inUse -= memory != nullptr;
   std::free(memory);
-}
-int fail() {
-  errno = ENOMEM;
-  return -1;
 }
 
 constexpr std::size_t usual = alignof(std::max_align_t);
@@ -78,10 +73,6 @@ void* __wrap_realloc(void* memory, std::size_t size) {
 }
 void* __real_mmap(void* at, std::size_t size, int protection, int flags, int fd, off_t offset);
 void* __wrap_mmap(void* at, std::size_t size, int protection, int flags, int fd, off_t offset) {
-  return isOut() && fail() ? MAP_FAILED : __real_mmap(at, size, protection, flags, fd, offset);
-}
-int __real_memfd_create(const char* name, unsigned flags);
-int __wrap_memfd_create(const char* name, unsigned flags) {
-  return isOut() ? fail() : __real_memfd_create(name, flags);
+  return isOut() ? MAP_FAILED : __real_mmap(at, size, protection, flags, fd, offset);
 }
 }
