@@ -24,15 +24,15 @@ using mrib::Net;
 /// Whether an operation was stopped, with memory for so many allocations.
 template <class F>
 bool fails(long allocations, F operation) {
-  memory_left(allocations);
+  memoryLeftIs(allocations);
   try {
     operation();
-    memory_left(-1);
+    memoryLeftIs(-1);
     return false;
   } catch (const std::bad_alloc&) {
   } catch (const Zan::Exception&) {  // of a shared-memory table
   }
-  memory_left(-1);
+  memoryLeftIs(-1);
   return true;
 }
 
@@ -185,9 +185,9 @@ void standsAsBeforeOrAsAfterwards(const Scenario& scenario, bool follows) {
   const auto passes = [&](long allocations) {
     Subject subject(scenario, follows);
     const bool failed = fails(allocations, [&] { subject.change(); });
-    memory_left(0);
+    memoryLeftIs(0);
     const U64 seenNow = glance(subject.agent);
-    memory_left(-1);
+    memoryLeftIs(-1);
     EXPECT_TRUE(seenNow == seen || (changes && !failed));
     EXPECT_EQ(subject.state(), failed ? before : after);
     if (failed) subject.change();
@@ -197,9 +197,9 @@ void standsAsBeforeOrAsAfterwards(const Scenario& scenario, bool follows) {
   for (long n = 0; !testing::Test::HasFailure(); ++n) {
     SCOPED_TRACE(scenario.name + (" with memory for " + std::to_string(n)));
     const bool passed = passes(n);
-    const long inUse = memory_in_use();
+    const long inUse = memoryInUse();
     passes(n);  // what is kept for the next time is there by now
-    EXPECT_EQ(memory_in_use(), inUse) << "it leaks";
+    EXPECT_EQ(memoryInUse(), inUse) << "it leaks";
     if (passed) return;
   }
 }
@@ -216,12 +216,12 @@ TEST(Memory, TheCApiHasACodeForIt) {
   link.index = 1;
   link.name = "eth1";
   for (int n = 0, committed = MRIB_ERROR_MEMORY; committed != MRIB_OK; ++n) {
-    memory_left(n);
+    memoryLeftIs(n);
     mrib_agent* agent = mrib_create(nullptr);
     const int begun = mrib_begin(agent);
     const int set = mrib_link_set(agent, &link);
     committed = mrib_commit(agent, nullptr);
-    memory_left(-1);
+    memoryLeftIs(-1);
     const bool noAgent = !agent && begun == MRIB_ERROR_ARGUMENT, notTaken = set == MRIB_ERROR_MEMORY;
     ASSERT_TRUE(noAgent || begun == MRIB_OK);
     ASSERT_TRUE(noAgent || notTaken || committed == MRIB_OK || committed == MRIB_ERROR_MEMORY);

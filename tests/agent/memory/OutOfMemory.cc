@@ -36,10 +36,10 @@ constexpr std::size_t usual = alignof(std::max_align_t);
 
 }  // namespace
 
-void memory_left(long allocations) {
+void memoryLeftIs(long allocations) {
   left = allocations < 0 ? -1 : allocations + 1;
 }
-long memory_in_use() {
+long memoryInUse() {
   return inUse;
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-extern "C" {
-/// So many allocations succeed from now on; negative: all. The trie's and those of the shared-memory tables
-/// count as well, where the program is linked with what it wraps.
-void memory_left(long allocations);
+/// So many allocations succeed from now on, the trie's and those of the shared-memory tables included;
+/// negative: all.
+void memoryLeftIs(long allocations);
 /// How many allocations by `new` have not been given back.
-long memory_in_use();
-}
+long memoryInUse();
