@@ -33,11 +33,13 @@ bool isConnected(const Unicast::Move& move) {
   return !move.op || (move.op->present && move.op->type == RouteType::connected);
 }
 
-/// An engine that has no memory to follow a change goes on as if it had: it throws that off. Asked behind the
-/// changes, this throws it anew.
-class NothingMissed {
+/// An engine that has no memory to follow a change goes on as if it had, and would not get far: what it
+/// throws goes no further than to who has told it. So this throws it anew, behind each step.
+class EachStep {
  public:
-  void operator()() const {
+  template <class F>
+  void operator()(F step) const {
+    step();
     if (Zan::notificationsWithoutMemory() != before_) throw std::bad_alloc();
   }
 
@@ -169,7 +171,7 @@ std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Mroutes::Node* nod
 }
 
 std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
-  const NothingMissed check;
+  const EachStep step;
   auto fresh = std::make_unique<EngineRun>(config.size());
   const std::vector<const Mroutes::Node*> nodes = config.inOrder();
   std::vector<const Mroutes::Node*> others;
@@ -178,14 +180,13 @@ std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
     const Mroutes::Node* node = nodes[i];
     if (i + lead < nodes.size()) fresh->expect(nodes[i + lead]->prefix);
     if (node->leaf && !unicast.copied(node->prefix)) {
-      fresh->configure(node->prefix, offersOf(node));
+      step([&] { fresh->configure(node->prefix, offersOf(node)); });
     } else {
       others.push_back(node);
     }
   }
-  fresh->start(interfaces, unicast);
-  for (const Mroutes::Node* node : others) fresh->configure(node->prefix, offersOf(node));
-  check();
+  step([&] { fresh->start(interfaces, unicast); });
+  for (const Mroutes::Node* node : others) step([&] { fresh->configure(node->prefix, offersOf(node)); });
   return fresh;
 }
 
@@ -202,18 +203,18 @@ void Agent::Impl::rebuild(const Plan& plan) {
 /// With the engine that is there: what changes is taken out first, dependants before what they resolve
 /// through, and put in anew the other way round.
 void Agent::Impl::follow(const Plan& plan, const std::vector<Lumo::Prefix>& changed) {
-  const NothingMissed check;
+  const EachStep step;
   run->listenIs(true);
   run->forgetTouched();
-  for (auto at = changed.rbegin(); at != changed.rend(); ++at) run->unconfigure(*at);
-  for (const Unicast::Move& move : plan.moves) unicast.withdraw(move);
-  interfaces.apply(plan.links);
-  for (const Unicast::Move& move : plan.moves) unicast.announce(move, plan.t);
-  restoreConnected();
-  for (const Lumo::Prefix& prefix : changed) run->configure(prefix, offersOf(config.find(prefix)));
-  run->refresh();
-  restoreConnected();
-  check();
+  for (auto at = changed.rbegin(); at != changed.rend(); ++at) step([&] { run->unconfigure(*at); });
+  for (const Unicast::Move& move : plan.moves) step([&] { unicast.withdraw(move); });
+  step([&] { interfaces.apply(plan.links); });
+  for (const Unicast::Move& move : plan.moves) step([&] { unicast.announce(move, plan.t); });
+  step([&] { restoreConnected(); });
+  for (const Lumo::Prefix& prefix : changed)
+    step([&] { run->configure(prefix, offersOf(config.find(prefix))); });
+  step([&] { run->refresh(); });
+  step([&] { restoreConnected(); });
   if (!run->allHeard()) throw std::bad_alloc();
 }
 

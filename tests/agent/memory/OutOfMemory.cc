@@ -12,11 +12,15 @@ namespace {
 
 long left = -1;
 long inUse = 0;
+bool isForOnce = false;
+bool ranOut = false;
 
 /// Whether the next allocation is to fail.
 bool isOut() {
   if (left > 0) --left;
-  return left == 0;
+  if (left != 0) return false;
+  if (isForOnce) left = -1;
+  return ranOut = true;
 }
 void* take(std::size_t size, std::size_t alignment) noexcept {
   void* memory = isOut() || posix_memalign(&memory, alignment, size) != 0 ? nullptr : memory;
@@ -36,8 +40,14 @@ constexpr std::size_t usual = alignof(std::max_align_t);
 
 }  // namespace
 
-void memoryLeftIs(long allocations) {
-  left = allocations < 0 ? -1 : allocations + 1;
+void memoryLeftIs(long allocations, bool once) {
+  left = allocations + 1;
+  isForOnce = once;
+  ranOut = false;
+}
+bool memoryIsThere() {
+  left = -1;
+  return !ranOut;
 }
 long memoryInUse() {
   return inUse;
