@@ -73,6 +73,9 @@ class Router {
 
   /// Of IPv6 sources only the unicast table knows something.
   RpfAnswer lookUp(const Lumo::IpGenAddr& source) const;
+  /// What either table says for itself, whatever the look-up mode.
+  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
+  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
   const mrib::Agent& agent() const { return agent_; }
   mrib::Agent& agent() { return agent_; }
   const kernel::Mirror& mirror() const { return mirror_; }
@@ -94,8 +97,6 @@ class Router {
   void tell(std::span<const mrib::Change> changes, bool settled);
   void renameMroutes(mrib::Transaction& t);
   kernel::Nanos settle(kernel::Nanos now);
-  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
-  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
 
   kernel::Mirror& mirror_;
   Clock clock_;
