@@ -65,20 +65,20 @@ std::string answerClause(const Router& router, const Explanation& e, const Troub
   if (!e.incoming) return fmt::format("packets from {} {} come in by {}: {}", source, must, names, why);
   const kernel::Link* link = router.mirror().topology().link(*e.incoming);
   const std::string name = link ? escaped(link->name) : "?";
-  if (d.allows(*e.incoming)) return fmt::format("packets from {} pass by {}: {}", source, name, why);
-  return fmt::format("packets from {} fail by {}, since they {} come in by {}: {}", source, name, must, names,
-                     why);
+  if (d.allows(*e.incoming)) return fmt::format("packets from {} pass on {}: {}", source, name, why);
+  return fmt::format("packets from {} fail on {} and {} come in by {}: {}", source, name, must, names, why);
 }
 
-std::string causeOf(const Router& router, const Step& line) {
-  std::string text = faultText(router, *line.line);
-  if (line.line->fault->reason != mrib::Reason::heldBack) return text;
-  std::vector<std::string> names;
-  for (const mrib::Mroute& each : router.agent().circle(line.line->mroute)) {
-    names.push_back(lineName(router.configuration(), each));
+/// A line with what is wrong with it.
+std::string faultyLine(const Router& router, const Step& line, std::string_view kind) {
+  const Configuration& configuration = router.configuration();
+  std::string text =
+      fmt::format("{}{} {}", lineName(configuration, line.line->mroute), kind, faultText(router, *line.line));
+  const auto circle = router.agent().circle(line.line->mroute);
+  for (std::size_t i = 1; i < circle.size(); ++i) {
+    text += fmt::format("{}{}", i == 1 ? ", with " : " and ", lineName(configuration, circle[i]));
   }
-  return fmt::format("{}, with {}", text,
-                     fmt::join(names.begin() + (names.empty() ? 0 : 1), names.end(), " and "));
+  return text;
 }
 
 /// The first configured line that does not resolve, and the cause behind it.
@@ -86,21 +86,15 @@ std::string troubleClause(const Router& router, const Explanation& e, const Trou
   if (troubles.empty()) return "";
   const auto& [place, cause, longer] = troubles.front();
   const Step& line = e.steps[place];
-  const bool better =
-      !e.decision.lines.empty() && line.line->mroute.preference < e.decision.lines.front().preference;
-  const std::string_view kind = longer   ? ", which matches longer,"
-                                : better ? ", of a better preference,"
-                                         : "";
-  std::string text = fmt::format("{} does not resolve: {}",
-                                 lineName(router.configuration(), line.line->mroute) + std::string(kind),
-                                 causeOf(router, line));
-  if (cause != place) {
-    text += fmt::format(", since {} does not resolve: {}",
-                        lineName(router.configuration(), e.steps[cause].line->mroute),
-                        causeOf(router, e.steps[cause]));
-  }
-  if (troubles.size() > 1) text += fmt::format(" (and {} more)", troubles.size() - 1);
-  return (e.decision.status == RpfAnswer::Status::noRoute ? ": " : "; ") + text;
+  const auto& inForce = e.decision.lines;
+  const bool better = !inForce.empty() && line.line->mroute.preference < inForce.front().preference;
+  std::string text = e.decision.status == RpfAnswer::Status::noRoute ? ": " : "; ";
+  text += faultyLine(router, line,
+                     longer   ? ", which matches longer,"
+                     : better ? ", of a better preference,"
+                              : "");
+  if (cause != place) text += ", since " + faultyLine(router, e.steps[cause], "");
+  return troubles.size() == 1 ? text : text + fmt::format(" (and {} more)", troubles.size() - 1);
 }
 
 /// A backup that one RPF of a better preference is enough to hide.
@@ -145,31 +139,30 @@ std::string ownAddressClause(const Router& router, const Explanation& e) {
   return "";
 }
 
+std::string dropText(const KernelVerdict& drop) {
+  return drop.change.empty() ? drop.why
+                             : fmt::format("{}; `{}` would change it", drop.why, escaped(drop.change));
+}
+
+/// What the kernel does besides. That it forwards nothing matters only to what would pass.
 std::string kernelClause(const Explanation& e) {
   const KernelVerdict* drop = dropAmong(e);
-  const KernelVerdict* off = notForwardingAmong(e);
-  std::string text;
-  if (drop) {
-    text = fmt::format("; the kernel drops them on {}: {}", escaped(drop->interface), drop->why);
-    if (!drop->change.empty()) text += fmt::format("; `{}` would change it", escaped(drop->change));
-  }
-  if (!off) return text;
-  return text + fmt::format(
-                    "; the kernel forwards no multicast from {}: mc_forwarding is off, no multicast routing "
-                    "daemon has added it",
-                    escaped(off->interface));
+  if (drop)
+    return fmt::format("; the kernel drops them on {}: {}", escaped(drop->interface), dropText(*drop));
+  if (e.verdict != Verdict::notForwarded) return "";
+  return fmt::format(
+      "; the kernel forwards no multicast from {}: mc_forwarding is off, no multicast routing daemon has "
+      "added it",
+      escaped(notForwardingAmong(e)->interface));
 }
 
 /// "The MRIB accepts it, the kernel drops it", which is what people do not expect.
 std::string dropSentence(const Router& router, const Explanation& e) {
   const KernelVerdict& drop = *dropAmong(e);
-  const std::string change =
-      drop.change.empty() ? "" : fmt::format("; `{}` would change it", escaped(drop.change));
-  const std::string name = escaped(drop.interface);
-  const std::string table = e.decision.table == RpfAnswer::Table::mrib ? "MRIB" : "unicast table";
-  return fmt::format("the {} accepts packets from {} on {} ({}), the kernel drops them there: {}{}", table,
-                     e.decision.source.stringValue(), name, decidingText(router, e.decision), drop.why,
-                     change);
+  const std::string_view table = e.decision.table == RpfAnswer::Table::mrib ? "MRIB" : "unicast table";
+  return fmt::format("the {} accepts packets from {} on {} by {}, the kernel drops them there: {}", table,
+                     e.decision.source.stringValue(), escaped(drop.interface),
+                     decidingName(router, e.decision), dropText(drop));
 }
 
 }  // namespace

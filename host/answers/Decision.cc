@@ -33,6 +33,16 @@ std::string_view wordsFor(kernel::Answer::Kind kind) {
   }
 }
 
+/// Why the unicast table's route counts, and not the MRIB's.
+std::string whyUnicast(const Router& router, const Lumo::IpGenAddr& source) {
+  const LookupMode mode = router.configuration().lookupMode;
+  if (mode == LookupMode::uribOnly) return fmt::format(", and {} lets no other table answer", nameOf(mode));
+  const RpfAnswer multicast = router.inMrib(source);
+  if (!multicast.route) return ", and the MRIB has no route";
+  return fmt::format(", and by {} it comes before the MRIB's {}", nameOf(mode),
+                     multicast.prefix.stringValue());
+}
+
 }  // namespace
 
 bool Decision::allows(U32 link) const {
@@ -85,18 +95,24 @@ std::string lineName(const Configuration& configuration, const mrib::Mroute& lin
   return fmt::format("{} ({})", configuration.placeOf(line.origin), textOf(written));
 }
 
+std::string decidingName(const Router& router, const Decision& decision) {
+  std::vector<std::string> names;
+  for (const mrib::Mroute& line : decision.lines) names.push_back(lineName(router.configuration(), line));
+  if (!names.empty()) return fmt::format("{}", fmt::join(names, " and "));
+  if (decision.prefix.empty()) return "no route";
+  return fmt::format("{} {}", decision.route ? "the connected subnet" : "the unicast route",
+                     decision.prefix.stringValue());
+}
+
 std::string decidingText(const Router& router, const Decision& decision) {
-  const std::string prefix = decision.prefix.empty() ? "" : decision.prefix.stringValue();
+  const std::string name = decidingName(router, decision);
+  if (decision.lines.size() == 1) return name + " decides";
   if (!decision.lines.empty()) {
-    std::vector<std::string> names;
-    for (const mrib::Mroute& line : decision.lines) names.push_back(lineName(router.configuration(), line));
-    if (names.size() == 1) return names.front() + " decides";
-    return fmt::format("{} have the same preference, {}", fmt::join(names, " and "),
-                       decision.lines.front().preference);
+    return fmt::format("{} have the same preference, {}", name, decision.lines.front().preference);
   }
-  if (decision.route) return fmt::format("it is on the connected subnet {}", prefix);
+  if (decision.route) return "it is on " + name;
   if (!decision.unicast) return "no table has a route to it";
-  return fmt::format("the unicast route {} {}", prefix, wordsFor(decision.unicast->kind));
+  return fmt::format("{} {}{}", name, wordsFor(decision.unicast->kind), whyUnicast(router, decision.source));
 }
 
 std::string interfacesText(const std::vector<Way>& ways) {

@@ -32,6 +32,9 @@ Decision decisionFor(const Router& router, const Lumo::IpGenAddr& source);
 /// The configured line or the route that decides, as a clause: "mrib.conf:4 (ip mroute ...) decides".
 std::string decidingText(const Router& router, const Decision& decision);
 
+/// The same as a noun: "mrib.conf:4 (ip mroute ...)".
+std::string decidingName(const Router& router, const Decision& decision);
+
 /// A configured line as texts name it: "mrib.conf:4 (ip mroute 203.0.113.0/24 10.0.1.7)"; escaped.
 std::string lineName(const Configuration& configuration, const mrib::Mroute& line);
 

@@ -61,7 +61,7 @@ std::string textOf(const Router& router, const Explanation& explanation, const E
 void conclude(const Router& router, Explanation& explanation,
               const std::vector<Explainer::Trouble>& troubles);
 
-/// Why a line that is not in force does not resolve, as a clause, escaped.
+/// What is wrong with a line, as its predicate, escaped: "does not resolve: there is no such interface".
 std::string faultText(const Router& router, const mrib::Resolution& line);
 
 }  // namespace host

@@ -140,7 +140,9 @@ Explainer::Cause Explainer::explainLine(const Resolution& line, U8 installed, un
 /// What is behind a line that does not resolve.
 Explainer::Cause Explainer::explainFault(const Resolution& line, std::size_t place, unsigned depth) {
   if (line.fault->reason == mrib::Reason::heldBack) {
-    for (const mrib::Mroute& each : router_.agent().circle(line.mroute)) {
+    auto circle = router_.agent().circle(line.mroute);
+    if (!circle.empty()) std::rotate(circle.begin(), circle.begin() + 1, circle.end());
+    for (const mrib::Mroute& each : circle) {
       Step* step = add(Kind::onCircle, depth);
       step->line = Resolution{each, {}, {}, {}, {}, false};
       step->prefix = Lumo::Prefix(each.prefix.address.v4Addr(), each.prefix.length);

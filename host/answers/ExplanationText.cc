@@ -41,7 +41,7 @@ std::string unicastText(const Router& router, const Step& step) {
   const kernel::Answer& answer = *step.unicast;
   const std::string prefix = step.prefix.stringValue();
   const std::string origin =
-      fmt::format("{}, preference {}, metric {}", escaped(kernel::protocolName(answer.protocol)),
+      fmt::format("protocol {}, preference {}, metric {}", escaped(kernel::protocolName(answer.protocol)),
                   preferenceOf(answer.protocol), answer.metric);
   if (answer.kind == local)
     return fmt::format("it is this router's own address ({})", waysText(waysOf(router, answer)));
@@ -75,7 +75,7 @@ std::string lineText(const Router& router, const Step& step) {
     case LineState::unresolved:
       break;
   }
-  return fmt::format("{} does not resolve: {}", name, faultText(router, line));
+  return name + ' ' + faultText(router, line);
 }
 
 std::string throughText(const Router& router, const Step& step) {
@@ -118,7 +118,7 @@ std::string incomingText(const Router& router, const Explanation& e) {
 std::string kernelText(const KernelVerdict& v) {
   const std::string name = escaped(v.interface);
   if (v.cause == KernelVerdict::Cause::unknown)
-    return fmt::format("whether the kernel takes them in by {}: {}", name, v.why);
+    return fmt::format("what the kernel does with them on {} is not known: {}", name, v.why);
   const std::string filter = v.settings ? fmt::format(" (rp_filter: all {}, {} {})", v.settings->all.rpFilter,
                                                       name, v.settings->own.rpFilter)
                                         : "";
@@ -128,13 +128,10 @@ std::string kernelText(const KernelVerdict& v) {
 }
 
 std::string forwardingText(const KernelVerdict& v) {
+  constexpr std::string_view noDaemon = "no multicast routing daemon has added the interface";
   const std::string name = escaped(v.interface);
   if (v.mayForward()) return fmt::format("the kernel forwards multicast from {}", name);
-  return fmt::format(
-      "the kernel forwards no multicast from {}: mc_forwarding is off, as a multicast routing daemon that "
-      "has "
-      "added the interface would turn it on",
-      name);
+  return fmt::format("the kernel forwards no multicast from {}: mc_forwarding is off, {}", name, noDaemon);
 }
 
 std::string sentence(const Router& router, const Explanation& e, const Step& step) {
@@ -157,7 +154,8 @@ std::string sentence(const Router& router, const Explanation& e, const Step& ste
     case Kind::line:
       return lineText(router, step);
     case Kind::onCircle:
-      return fmt::format("{} is on the circle", lineName(router.configuration(), step.line->mroute));
+      return fmt::format("which could resolve through {}",
+                         lineName(router.configuration(), step.line->mroute));
     case Kind::through:
       return throughText(router, step) + seen;
     case Kind::interface:
@@ -189,19 +187,20 @@ std::string hintFor(const Router& router, Lumo::IpAddr address) {
   }
   const RpfAnswer unicast = router.inUnicast(Lumo::IpGenAddr(address));
   if (unicast.status != RpfAnswer::Status::found) return "";
-  return fmt::format(
-      " (the unicast route {} does not count: RPFs resolve through connected and configured routes)",
-      unicast.prefix.stringValue());
+  return fmt::format(" (its unicast route {} does not count)", unicast.prefix.stringValue());
 }
 
 }  // namespace
 
 std::string faultText(const Router& router, const mrib::Resolution& line) {
-  std::string text = whyOf(*line.fault);
-  if (line.fault->reason == mrib::Reason::noRoute && line.address && !KernelFeed::isStandIn(*line.address)) {
+  mrib::Unresolved fault = *line.fault;
+  fault.anotherResolves = false;  // its own step says so
+  std::string text = whyOf(fault);
+  if (fault.reason == mrib::Reason::heldBack) return "is " + text;
+  if (fault.reason == mrib::Reason::noRoute && line.address && !KernelFeed::isStandIn(*line.address)) {
     text += hintFor(router, *line.address);
   }
-  return text;
+  return "does not resolve: " + text;
 }
 
 std::string textOf(const Router& router, const Explanation& explanation, const Step& step) {

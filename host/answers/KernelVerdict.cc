@@ -50,9 +50,9 @@ Cause causeOf(const Router& router, const KernelVerdict& v, Lumo::IpAddr source)
     const auto own = router.mirror().topology().ownAddresses(router.mirror().settings().table);
     return own.contains(Lumo::IpGenAddr(source)) ? Cause::ownAddress : Cause::localRoute;
   }
-  if (route.type == RouteType::broadcast) return Cause::broadcast;
   if (!v.settings) return Cause::unknown;
   if (v.settings->rpFilter() == 0) return Cause::none;
+  if (route.type == RouteType::broadcast) return Cause::broadcast;
   if (route.type == RouteType::unspecified) return Cause::noRoute;
   if (route.type != RouteType::unicast && !isOwn) return Cause::unusableRoute;
   if (route.uses(v.link)) return Cause::none;
@@ -86,7 +86,7 @@ std::string whyOf(const Router& router, const KernelVerdict& v, Lumo::IpAddr sou
       return fmt::format("a local route ({}) makes {} this router's own", v.route->prefix.stringValue(),
                          address);
     case Cause::broadcast:
-      return fmt::format("{} is a broadcast address", address);
+      return fmt::format("{} and {} is a broadcast address", filter, address);
     case Cause::otherWay:
       return fmt::format("{} and {}", filter, leaves);
     case Cause::noRoute:

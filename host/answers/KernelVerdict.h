@@ -16,7 +16,7 @@ struct KernelVerdict {
     loopback,       ///< 127.0.0.0/8
     ownAddress,     ///< the router itself has the address
     localRoute,     ///< a route of type local covers it
-    broadcast,      ///< it is a broadcast address
+    broadcast,      ///< rp_filter is on, and it is a broadcast address
     otherWay,       ///< rp_filter is strict, and the unicast route leaves by other links
     noRoute,        ///< rp_filter is on, and there is no unicast route
     unusableRoute,  ///< rp_filter is on, and the unicast route is a blackhole or the like

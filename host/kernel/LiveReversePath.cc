@@ -127,7 +127,7 @@ std::optional<SourceRoute> LiveReversePath::routeTo(Lumo::IpAddr source, const L
   rtmsg header{};
   header.rtm_family = AF_INET;
   header.rtm_dst_len = Lumo::Prefix::maxLength;
-  header.rtm_flags = RTM_F_FIB_MATCH;
+  header.rtm_flags = RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE;
   Request request(RTM_GETROUTE, header);
   request.put(RTA_DST, source.network());
   request.put(RTA_UID, 0);
