@@ -111,7 +111,7 @@ std::string incomingText(const Router& router, const Explanation& e) {
     return fmt::format("packets that come in by {} fail: there is no way for them", name);
   if (e.decision.allows(*e.incoming))
     return fmt::format("packets that come in by {} pass the RPF check", name);
-  return fmt::format("packets that come in by {} fail the RPF check: they may come in by {}", name,
+  return fmt::format("packets that come in by {} fail the RPF check: they are expected on {}", name,
                      interfacesText(e.decision.ways));
 }
 

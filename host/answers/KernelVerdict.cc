@@ -77,7 +77,7 @@ std::string whyOf(const Router& router, const KernelVerdict& v, Lumo::IpAddr sou
     case Cause::none:
       return "";
     case Cause::unknown:
-      return "the kernel's settings are not known";
+      return "its rp_filter is not known";
     case Cause::loopback:
       return fmt::format("{} is a loopback address", address);
     case Cause::ownAddress:
