@@ -96,8 +96,13 @@ std::string lineName(const Configuration& configuration, const mrib::Mroute& lin
 }
 
 std::string decidingName(const Router& router, const Decision& decision) {
+  constexpr std::size_t mostNamed = 4;
   std::vector<std::string> names;
-  for (const mrib::Mroute& line : decision.lines) names.push_back(lineName(router.configuration(), line));
+  for (const mrib::Mroute& line : decision.lines) {
+    if (names.size() < mostNamed) names.push_back(lineName(router.configuration(), line));
+  }
+  if (decision.lines.size() > mostNamed)
+    names.push_back(fmt::format("{} more", decision.lines.size() - mostNamed));
   if (!names.empty()) return fmt::format("{}", fmt::join(names, " and "));
   if (decision.prefix.empty()) return "no route";
   return fmt::format("{} {}", decision.route ? "the connected subnet" : "the unicast route",

@@ -74,6 +74,7 @@ void Explainer::explainMatch(Lumo::IpAddr source) {
   const bool any = answer.route == nullptr;
   addUnresolved(source, any ? ~U32{0} : length, 1, true);
   if (answer.route) explainRoute(*answer.route, 1);
+  if (e_.steps.size() > mostSteps) add(Kind::cut, 1);
 }
 
 void Explainer::addShorter(Lumo::IpAddr source, U32 length) {

@@ -17,6 +17,7 @@ struct Explanation {
     onCircle,     ///< a line of the circle for which one is held back
     through,      ///< the route that an RPF resolves through
     interface,    ///< the state of an interface
+    cut,          ///< there would be more than anybody reads
     unicast,      ///< the unicast table's answer
     answer,       ///< the ways by which packets may come
     incoming,     ///< what the MRIB says of the incoming interface

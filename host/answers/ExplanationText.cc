@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "ConfigText.h"
 #include "Escape.h"
 #include "Explainer.h"
@@ -31,9 +33,14 @@ std::string_view textOf(LookupMode mode) {
 }
 
 std::string routeText(const Router& router, const mrib::Route& route) {
-  const bool isConfigured = !router.agent().resolutions(route.prefix).empty() && route.preference != 0;
-  return fmt::format("{}, preference {}, {}", isConfigured ? "configured" : "connected", route.preference,
-                     waysText(waysOf(router, route)));
+  const auto lines = router.agent().resolutions(route.prefix);
+  const bool isConfigured =
+      std::any_of(lines.begin(), lines.end(), [](const auto& line) { return line.inForce; });
+  const bool isConnected = route.type == mrib::RouteType::connected;
+  const std::string_view kind = !isConfigured ? "connected"
+                                : isConnected ? "configured, in place of the connected route"
+                                              : "configured";
+  return fmt::format("{}, preference {}, {}", kind, route.preference, waysText(waysOf(router, route)));
 }
 
 std::string unicastText(const Router& router, const Step& step) {
@@ -160,6 +167,8 @@ std::string sentence(const Router& router, const Explanation& e, const Step& ste
       return throughText(router, step) + seen;
     case Kind::interface:
       return interfaceText(*step.interface);
+    case Kind::cut:
+      return "there are more lines and routes behind these, too many to tell";
     case Kind::unicast:
       if (!step.unicast) return fmt::format("the unicast table has no route to {}", source);
       return fmt::format("the unicast table says: {}", unicastText(router, step));

@@ -13,9 +13,9 @@ using Kind = Explanation::Kind;
 namespace {
 
 std::string_view nameOf(Kind kind) {
-  constexpr std::string_view names[] = {"lookupMode", "match",       "shorter",   "wouldMatch", "line",
-                                        "onCircle",   "through",     "interface", "unicast",    "answer",
-                                        "incoming",   "kernelCheck", "forwarding"};
+  constexpr std::string_view names[] = {"lookupMode", "match",    "shorter",     "wouldMatch", "line",
+                                        "onCircle",   "through",  "interface",   "cut",        "unicast",
+                                        "answer",     "incoming", "kernelCheck", "forwarding"};
   return names[static_cast<std::size_t>(kind)];
 }
 
