@@ -72,13 +72,10 @@ std::string answerClause(const Router& router, const Explanation& e, const Troub
 /// A line with what is wrong with it.
 std::string faultyLine(const Router& router, const Step& line, std::string_view kind) {
   const Configuration& configuration = router.configuration();
-  std::string text =
+  const std::string text =
       fmt::format("{}{} {}", lineName(configuration, line.line->mroute), kind, faultText(router, *line.line));
   const auto circle = router.agent().circle(line.line->mroute);
-  for (std::size_t i = 1; i < circle.size(); ++i) {
-    text += fmt::format("{}{}", i == 1 ? ", with " : " and ", lineName(configuration, circle[i]));
-  }
-  return text;
+  return circle.empty() ? text : text + ", with " + lineNames(configuration, std::span(circle).subspan(1));
 }
 
 /// The first configured line that does not resolve, and the cause behind it.
@@ -89,10 +86,8 @@ std::string troubleClause(const Router& router, const Explanation& e, const Trou
   const auto& inForce = e.decision.lines;
   const bool better = !inForce.empty() && line.line->mroute.preference < inForce.front().preference;
   std::string text = e.decision.status == RpfAnswer::Status::noRoute ? ": " : "; ";
-  text += faultyLine(router, line,
-                     longer   ? ", which matches longer,"
-                     : better ? ", of a better preference,"
-                              : "");
+  const std::string_view kind = longer ? ", a longer match," : better ? ", of a better preference," : "";
+  text += faultyLine(router, line, kind);
   if (cause != place) text += ", since " + faultyLine(router, e.steps[cause], "");
   return troubles.size() == 1 ? text : text + fmt::format(" (and {} more)", troubles.size() - 1);
 }
@@ -126,15 +121,14 @@ std::string linkClause(const Explanation& e) {
 
 /// A next hop that is no neighbour.
 std::string ownAddressClause(const Router& router, const Explanation& e) {
+  const auto own = router.mirror().topology().ownAddresses(router.mirror().settings().table);
   for (const Step& step : e.steps) {
-    const auto* rpf = step.kind == Explanation::Kind::line && step.state == Explanation::LineState::inForce
-                          ? std::get_if<Lumo::IpGenAddr>(&step.line->mroute.rpf)
-                          : nullptr;
-    const auto own = rpf ? router.mirror().topology().ownAddresses(router.mirror().settings().table)
-                         : std::map<Lumo::IpGenAddr, U32>();
+    if (step.kind != Explanation::Kind::line || step.state != Explanation::LineState::inForce) continue;
+    const mrib::Mroute& line = step.line->mroute;
+    const auto* rpf = std::get_if<Lumo::IpGenAddr>(&line.rpf);
     if (!rpf || !own.contains(*rpf)) continue;
     return fmt::format("; {} in {} is this router's own address, which no neighbor has", rpf->stringValue(),
-                       router.configuration().placeOf(step.line->mroute.origin));
+                       router.configuration().placeOf(line.origin));
   }
   return "";
 }

@@ -95,15 +95,18 @@ std::string lineName(const Configuration& configuration, const mrib::Mroute& lin
   return fmt::format("{} ({})", configuration.placeOf(line.origin), textOf(written));
 }
 
-std::string decidingName(const Router& router, const Decision& decision) {
-  constexpr std::size_t mostNamed = 4;
+std::string lineNames(const Configuration& configuration, std::span<const mrib::Mroute> lines) {
+  constexpr std::size_t most = 4;
   std::vector<std::string> names;
-  for (const mrib::Mroute& line : decision.lines) {
-    if (names.size() < mostNamed) names.push_back(lineName(router.configuration(), line));
+  for (const mrib::Mroute& line : lines.first(std::min(most, lines.size()))) {
+    names.push_back(lineName(configuration, line));
   }
-  if (decision.lines.size() > mostNamed)
-    names.push_back(fmt::format("{} more", decision.lines.size() - mostNamed));
-  if (!names.empty()) return fmt::format("{}", fmt::join(names, " and "));
+  if (lines.size() > most) names.push_back(fmt::format("{} more", lines.size() - most));
+  return fmt::format("{}", fmt::join(names, " and "));
+}
+
+std::string decidingName(const Router& router, const Decision& decision) {
+  if (!decision.lines.empty()) return lineNames(router.configuration(), decision.lines);
   if (decision.prefix.empty()) return "no route";
   return fmt::format("{} {}", decision.route ? "the connected subnet" : "the unicast route",
                      decision.prefix.stringValue());

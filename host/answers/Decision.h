@@ -38,6 +38,9 @@ std::string decidingName(const Router& router, const Decision& decision);
 /// A configured line as texts name it: "mrib.conf:4 (ip mroute 203.0.113.0/24 10.0.1.7)"; escaped.
 std::string lineName(const Configuration& configuration, const mrib::Mroute& line);
 
+/// Some of them, with "and" between; of many the first, and how many more there are.
+std::string lineNames(const Configuration& configuration, std::span<const mrib::Mroute> lines);
+
 /// The interfaces of ways, each once: "eth1 or eth2"; escaped.
 std::string interfacesText(const std::vector<Way>& ways);
 /// The ways: "by 10.0.1.7 on eth1 or on eth2"; escaped.

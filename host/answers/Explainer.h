@@ -42,10 +42,8 @@ class Explainer {
   Cause explainFault(const mrib::Resolution& line, std::size_t place, unsigned depth);
   void explainThrough(const mrib::Resolution& line, unsigned depth);
   void explainUnicast();
-  void explainIncoming();
   void explainKernel();
   void addInterface(U32 link, unsigned depth);
-  void addLinkOf(Lumo::IpAddr address, unsigned depth);
 
   const Router& router_;
   const kernel::ReversePath* kernel_;
@@ -53,6 +51,9 @@ class Explainer {
   std::map<Lumo::Prefix, Explained> explained_;
   std::vector<Trouble> troubles_;
 };
+
+/// The address of the router in whose subnet another one lies, or null.
+const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address);
 
 /// A step as a sentence, escaped.
 std::string textOf(const Router& router, const Explanation& explanation, const Explanation::Step& step);

@@ -70,9 +70,7 @@ void Explainer::explainMatch(Lumo::IpAddr source) {
     explained_[answer.route->prefix] = {e_.steps.size(), {}};
     addShorter(source, answer.route->prefix.length());
   }
-  const U32 length = answer.route ? answer.route->prefix.length() : 0;
-  const bool any = answer.route == nullptr;
-  addUnresolved(source, any ? ~U32{0} : length, 1, true);
+  addUnresolved(source, answer.route ? answer.route->prefix.length() : ~U32{0}, 1, true);
   if (answer.route) explainRoute(*answer.route, 1);
   if (e_.steps.size() > mostSteps) add(Kind::cut, 1);
 }
@@ -144,6 +142,7 @@ Explainer::Cause Explainer::explainFault(const Resolution& line, std::size_t pla
     auto circle = router_.agent().circle(line.mroute);
     if (!circle.empty()) std::rotate(circle.begin(), circle.begin() + 1, circle.end());
     for (const mrib::Mroute& each : circle) {
+      if (e_.steps.size() > mostSteps) break;
       Step* step = add(Kind::onCircle, depth);
       step->line = Resolution{each, {}, {}, {}, {}, false};
       step->prefix = Lumo::Prefix(each.prefix.address.v4Addr(), each.prefix.length);
@@ -151,12 +150,14 @@ Explainer::Cause Explainer::explainFault(const Resolution& line, std::size_t pla
     return place;
   }
   if (const auto* name = std::get_if<std::string>(&line.mroute.rpf)) {
-    for (const mrib::Link& link : router_.agent().links()) {
-      if (link.name == *name) addInterface(link.index, depth);
+    for (const auto& [index, entry] : router_.mirror().topology().links.all()) {
+      if (entry.value.link.name == *name) addInterface(index, depth);
     }
   }
   if (!line.address || KernelFeed::isStandIn(*line.address)) return place;
-  if (std::holds_alternative<Lumo::IpGenAddr>(line.mroute.rpf)) addLinkOf(*line.address, depth);
+  const bool byAddress = std::holds_alternative<Lumo::IpGenAddr>(line.mroute.rpf);
+  const kernel::Address* subnet = byAddress ? subnetOf(router_, *line.address) : nullptr;
+  if (subnet) addInterface(subnet->link, depth);
   const U32 longerThan = line.match ? line.match->length() : ~U32{0};
   return addUnresolved(*line.address, longerThan, depth, false).value_or(place);
 }
@@ -190,26 +191,26 @@ void Explainer::addInterface(U32 index, unsigned depth) {
   const kernel::Topology& topology = router_.mirror().topology();
   const kernel::Link* link = topology.link(index);
   if (!link) return;
-  Explanation::Interface interface {
-    index, link->name, link->up, link->lowerUp, {}
-  };
+  Explanation::Interface& interface = add(Kind::interface, depth)->interface.emplace();
+  interface.index = index;
+  interface.name = link->name;
+  interface.up = link->up;
+  interface.carrier = link->lowerUp;
   const auto& all = topology.addresses.all();
-  for (auto at = all.lower_bound({index, {}, 0, {}}); at != all.end() && at->second.value.link == index;
-       ++at) {
+  for (auto at = all.lower_bound({index, {}, 0, {}}); at != all.end(); ++at) {
     const kernel::Address& a = at->second.value;
+    if (a.link != index) break;
     if (a.local.af() != e_.decision.source.af()) continue;
     interface.addresses.push_back(a.local.stringValue() + '/' + std::to_string(a.length));
   }
-  add(Kind::interface, depth)->interface = std::move(interface);
 }
 
-/// The interface on whose subnet an address lies, though no connected route says so.
-void Explainer::addLinkOf(Lumo::IpAddr address, unsigned depth) {
-  for (const auto& [key, entry] : router_.mirror().topology().addresses.all()) {
+const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address) {
+  for (const auto& [key, entry] : router.mirror().topology().addresses.all()) {
     const kernel::Address& a = entry.value;
-    if (a.peer.af() != Lumo::ipv4() || !Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address)) continue;
-    return addInterface(a.link, depth);
+    if (a.peer.af() == Lumo::ipv4() && Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address)) return &a;
   }
+  return nullptr;
 }
 
 // ---- What else there is to say ----

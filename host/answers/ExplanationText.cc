@@ -141,7 +141,32 @@ std::string forwardingText(const KernelVerdict& v) {
   return fmt::format("the kernel forwards no multicast from {}: mc_forwarding is off, {}", name, noDaemon);
 }
 
-std::string sentence(const Router& router, const Explanation& e, const Step& step) {
+/// What explains that an address has no MRIB route, to people who see that it has one.
+std::string hintFor(const Router& router, Lumo::IpAddr address) {
+  if (const kernel::Address* subnet = subnetOf(router, address)) {
+    const kernel::Link* link = router.mirror().topology().link(subnet->link);
+    return fmt::format("; it is on the subnet of {}, which {}", linkName(router, subnet->link),
+                       link && !link->up ? "is down" : "has no connected route");
+  }
+  const RpfAnswer unicast = router.inUnicast(Lumo::IpGenAddr(address));
+  if (unicast.status != RpfAnswer::Status::found) return "";
+  return fmt::format(" (its unicast route {} does not count)", unicast.prefix.stringValue());
+}
+
+}  // namespace
+
+std::string faultText(const Router& router, const mrib::Resolution& line) {
+  mrib::Unresolved fault = *line.fault;
+  fault.anotherResolves = false;  // its own step says so
+  std::string text = whyOf(fault);
+  if (fault.reason == mrib::Reason::heldBack) return "is " + text;
+  if (fault.reason == mrib::Reason::noRoute && line.address && !KernelFeed::isStandIn(*line.address)) {
+    text += hintFor(router, *line.address);
+  }
+  return "does not resolve: " + text;
+}
+
+std::string textOf(const Router& router, const Explanation& e, const Step& step) {
   const std::string source = e.decision.source.stringValue();
   const std::string seen = step.seen == 0 ? "" : fmt::format(" (step {})", step.seen);
   switch (step.kind) {
@@ -182,38 +207,6 @@ std::string sentence(const Router& router, const Explanation& e, const Step& ste
       return forwardingText(*step.kernel);
   }
   return "";
-}
-
-/// What explains that an address has no MRIB route, to people who see that it has one.
-std::string hintFor(const Router& router, Lumo::IpAddr address) {
-  for (const auto& [key, entry] : router.mirror().topology().addresses.all()) {
-    const kernel::Address& a = entry.value;
-    const kernel::Link* link = router.mirror().topology().link(a.link);
-    if (!link || a.peer.af() != Lumo::ipv4() || !Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address))
-      continue;
-    return fmt::format("; it is on the subnet of {}, which {}", escaped(link->name),
-                       link->up ? "has no connected route" : "is down");
-  }
-  const RpfAnswer unicast = router.inUnicast(Lumo::IpGenAddr(address));
-  if (unicast.status != RpfAnswer::Status::found) return "";
-  return fmt::format(" (its unicast route {} does not count)", unicast.prefix.stringValue());
-}
-
-}  // namespace
-
-std::string faultText(const Router& router, const mrib::Resolution& line) {
-  mrib::Unresolved fault = *line.fault;
-  fault.anotherResolves = false;  // its own step says so
-  std::string text = whyOf(fault);
-  if (fault.reason == mrib::Reason::heldBack) return "is " + text;
-  if (fault.reason == mrib::Reason::noRoute && line.address && !KernelFeed::isStandIn(*line.address)) {
-    text += hintFor(router, *line.address);
-  }
-  return "does not resolve: " + text;
-}
-
-std::string textOf(const Router& router, const Explanation& explanation, const Step& step) {
-  return sentence(router, explanation, step);
 }
 
 }  // namespace host

@@ -40,7 +40,7 @@ NETWORKS = [
     ("better line gone", [], [f"ip mroute {P} tun0", TO_2 + " 5"], S, 0,
      r"by eth2: mrib.conf:2 .* decides; mrib.conf:1 .*of a better preference, does not resolve"),
     ("longer prefix does not resolve", [], ["ip mroute 203.0.0.0/16 10.0.2.7", f"ip mroute {P} 10.9.9.9"], S, 0,
-     r"by eth2: mrib.conf:1 .*; mrib.conf:2 .*matches longer, does not resolve"),
+     r"by eth2: mrib.conf:1 .*; mrib.conf:2 .*a longer match, does not resolve"),
     ("asymmetric paths", [f"route add {P} nexthop via 10.0.1.7 nexthop via 10.0.2.7"], [TO_1], f"{S} --in eth2", 4,
      "fail on eth2 and must come in by eth1: mrib.conf:1"),
     ("asymmetric paths, strict", [f"route add {P} nexthop via 10.0.0.7 nexthop via 10.0.2.7", STRICT], [TO_1], S, 0,
