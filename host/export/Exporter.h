@@ -8,6 +8,7 @@
 
 #include "Lumo/Prefix.h"
 #include "Mirror.h"
+#include "PrefixHash.h"
 #include "RouteOp.h"
 
 namespace host {
@@ -36,7 +37,7 @@ class Exporter {
   /// Not among those that routing daemons take for their own.
   static constexpr U8 protocol = 220;
   static constexpr U32 metric = 220;
-  static constexpr kernel::Nanos rest = kernel::milliseconds(50);
+  static constexpr Nanos rest = milliseconds(50);
 
   enum class Why : U8 {
     none,      ///< never
@@ -47,9 +48,9 @@ class Exporter {
   };
   struct Entry {
     Wanted wanted;
-    Why why = Why::none;          ///< of the last write
-    kernel::Nanos writtenAt = 0;  ///< likewise
-    bool changed = false;         ///< since the last write
+    Why why = Why::none;   ///< of the last write
+    Nanos writtenAt = 0;   ///< likewise
+    bool changed = false;  ///< since the last write
     bool queued = false;
     bool resting = false;
     bool probed = false;  ///< a route that may be gone was added again, and was still there
@@ -78,9 +79,9 @@ class Exporter {
 
   /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at.
   /// Empty: call again when it is `due`.
-  Batch next(kernel::Nanos now, std::size_t limit);
+  Batch next(Nanos now, std::size_t limit);
   void written(const Batch& batch, std::span<const kernel::RouteFault> faults);
-  kernel::Nanos due() const;
+  Nanos due() const;
 
   /// What takes all routes away that are in the table.
   Batch withdrawal() const;
@@ -96,10 +97,7 @@ class Exporter {
   const Entry* entry(const Lumo::Prefix& prefix) const;
 
  private:
-  struct PrefixHash {
-    std::size_t operator()(const Lumo::Prefix& p) const { return p.hash(); }
-  };
-  using Entries = std::unordered_map<Lumo::Prefix, Entry, PrefixHash>;
+  using Entries = std::unordered_map<Lumo::Prefix, Entry, kernel::PrefixHash>;
   struct Found {
     std::vector<kernel::Route> routes;  // of our protocol
     bool right = false;                 // the one that is wanted, alone
@@ -107,13 +105,13 @@ class Exporter {
   };
 
   void enqueue(const Lumo::Prefix& prefix, Entry& entry);
-  void wake(kernel::Nanos now);
-  void consider(const Lumo::Prefix& prefix, Entry& entry, Batch& batch, kernel::Nanos now);
+  void wake(Nanos now);
+  void consider(const Lumo::Prefix& prefix, Entry& entry, Batch& batch, Nanos now);
   Found find(const Lumo::Prefix& prefix, const Wanted& wanted) const;
   bool isRight(const kernel::Route& route, const Wanted& wanted) const;
   bool canStand(const Wanted& wanted) const;
   kernel::Route routeFor(const Lumo::Prefix& prefix, const Wanted& wanted) const;
-  void wrote(const Lumo::Prefix& prefix, Entry& entry, kernel::Nanos now);
+  void wrote(const Lumo::Prefix& prefix, Entry& entry, Nanos now);
   Why reasonOf(const Entry& entry) const;
   void rightIs(Entry& entry, bool right);
   void refusalIs(const Lumo::Prefix& prefix, Entry& entry, std::string text);
@@ -126,7 +124,7 @@ class Exporter {
   std::size_t leftovers_ = 0;  // at the front of the queue, from before it began
   Entries entries_;
   std::deque<Lumo::Prefix> queue_;
-  std::deque<std::pair<kernel::Nanos, Lumo::Prefix>> resting_;  // by when the rest ends
+  std::deque<std::pair<Nanos, Lumo::Prefix>> resting_;  // by when the rest ends
   std::map<Lumo::Prefix, Fault> faults_;
   std::size_t right_ = 0;
   std::size_t refused_ = 0;

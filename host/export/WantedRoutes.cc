@@ -107,14 +107,9 @@ std::span<const WantedRoutes::Line> WantedRoutes::linesOf(const Prefix& prefix) 
 
 std::set<IpAddr> WantedRoutes::peersOf(U32 link) const {
   std::set<IpAddr> peers;
-  const auto& all = router_.mirror().topology().addresses.all();
-  for (auto at = all.lower_bound({link, {}, 0, {}}); at != all.end(); ++at) {
-    const kernel::Address& a = at->second.value;
-    if (a.link != link) break;
-    if (a.local.af() == Lumo::ipv4() && a.peer != a.local && a.length == Prefix::maxLength) {
-      peers.insert(a.peer.v4Addr());
-    }
-  }
+  router_.mirror().topology().forEachIpv4Of(link, [&](const kernel::Address& a) {
+    if (a.peer != a.local && a.length == Prefix::maxLength) peers.insert(a.peer.v4Addr());
+  });
   return peers;
 }
 

@@ -18,9 +18,6 @@
 
 namespace host {
 
-using kernel::monotonicNow;
-using kernel::Nanos;
-
 namespace {
 
 // ---- The daemon ----
@@ -140,8 +137,7 @@ class Once : public OwnReading {
     const Nanos until = std::min(live_->turn(now), router_->turn(now));
     if (until <= now) return true;
     pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
-    const auto patience =
-        static_cast<int>(std::min<Nanos>((until - now) / kernel::milliseconds(1) + 1, 60000));
+    const auto patience = static_cast<int>(std::min<Nanos>((until - now) / milliseconds(1) + 1, 60000));
     if (poll(fds, 2, patience) < 0 && errno != EINTR) throw Error("kernel: poll failed");
     return true;
   }

@@ -83,7 +83,7 @@ host::LiveRouter::Options routerOptions(const Options& options, host::daemon::Lo
   router.exported = exportOf(options, router.configuration, router.mirror.table);
   if (router.exported && !kernel::RouteWriter().mayWrite(router.exported->table.table)) {
     log.write(daemon::Level::error, "may not write routes (CAP_NET_ADMIN): goes on, and exports nothing",
-              daemon::monotonicNow());
+              monotonicNow());
     router.exported.reset();
   }
   router.mirror.needsCarrier = router.exported && router.exported->table.user == ExportFor::frr;
@@ -93,20 +93,20 @@ host::LiveRouter::Options routerOptions(const Options& options, host::daemon::Lo
 void serve(const Options& options, host::daemon::Log& log) {
   using namespace host;
   daemon::Listener listener(options.socket);
-  if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), daemon::monotonicNow());
+  if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), monotonicNow());
   LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
   const kernel::LiveReversePath kernel(live.mirror());
-  RibService service(application.router(), &application.configurator(), kernel::monotonicNow,
-                     {"this machine's kernel", kernel::monotonicNow(), [&] { return live.foreign(); },
+  RibService service(application.router(), &application.configurator(), monotonicNow,
+                     {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
                       exportStatus(application.exported()), &kernel});
   control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
-  log.write(daemon::Level::info, "serves at " + options.socket, daemon::monotonicNow());
+  log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());
   daemon::run({application, server, listener, manager, log});
   manager.stopping();
   application.end();
-  log.write(daemon::Level::info, "ends", daemon::monotonicNow());
+  log.write(daemon::Level::info, "ends", monotonicNow());
 }
 
 }  // namespace
@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
     serve(options, log);
     return ended;
   } catch (const std::exception& e) {
-    log.write(host::daemon::Level::error, e.what(), host::daemon::monotonicNow());
+    log.write(host::daemon::Level::error, e.what(), host::monotonicNow());
     return systemError;
   }
 }

@@ -28,28 +28,25 @@ void appendString(std::string& out, std::string_view text) {
   out += '"';
 }
 
-/// Each via as `each` names it: the neighbour (empty: none) and the interface (null: none).
+/// The vias of a route: of each the neighbour (empty: none) and the interface (null: none).
 class Vias {
  public:
   explicit Vias(std::string& out) : out_(out) { out_ += R"(,"vias":[)"; }
   void add(const std::string& nextHop, const std::string* interface) {
     out_ += std::exchange(isFirst_, false) ? R"({"nextHop":)" : R"(,{"nextHop":)";
-    if (nextHop.empty()) {
-      out_ += "null";
-    } else {
-      appendString(out_, nextHop);
-    }
+    addOrNull(nextHop.empty() ? nullptr : &nextHop);
     out_ += R"(,"interface":)";
-    if (interface) {
-      appendString(out_, *interface);
-    } else {
-      out_ += "null";
-    }
+    addOrNull(interface);
     out_ += '}';
   }
   void end() { out_ += "]}"; }
 
  private:
+  void addOrNull(const std::string* text) {
+    if (text) return appendString(out_, *text);
+    out_ += "null";
+  }
+
   std::string& out_;
   bool isFirst_ = true;
 };
@@ -65,8 +62,9 @@ std::string_view nameOf(Answer::Kind kind) {
 void appendRoute(std::string& out, const Router& router, const mrib::Route& route, KernelFeed::When when) {
   out += R"({"prefix":")";
   out += route.prefix.stringValue();
-  out += route.type == mrib::RouteType::connected ? R"(","type":"connected","preference":)"
-                                                  : R"(","type":"static","preference":)";
+  out += R"(","type":")";
+  out += typeOf(route);
+  out += R"(","preference":)";
   out += std::to_string(route.preference);
   Vias vias(out);
   for (const mrib::NextHop& hop : route.nextHops) {
@@ -94,8 +92,7 @@ void appendUnicast(std::string& out, const Router& router, const Lumo::IpGenPref
 Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute) {
   Json json;
   json["prefix"] = mroute.prefix.stringValue();
-  const auto* name = std::get_if<std::string>(&mroute.rpf);
-  json["rpf"] = name ? jsonText(*name) : std::get<Lumo::IpGenAddr>(mroute.rpf).stringValue();
+  json["rpf"] = jsonText(rpfOf(mroute));
   json["preference"] = mroute.preference;
   json["place"] = configuration.placeOf(mroute.origin);
   return json;
@@ -189,6 +186,15 @@ std::string_view nameOf(RpfAnswer::Status status) {
 std::string_view nameOf(RpfAnswer::Table table) {
   constexpr std::string_view names[] = {"", "mrib", "unicast"};
   return names[static_cast<std::size_t>(table)];
+}
+
+std::string_view typeOf(const mrib::Route& route) {
+  return route.type == mrib::RouteType::connected ? "connected" : "static";
+}
+
+std::string rpfOf(const mrib::Mroute& mroute) {
+  const auto* name = std::get_if<std::string>(&mroute.rpf);
+  return name ? *name : std::get<Lumo::IpGenAddr>(mroute.rpf).stringValue();
 }
 
 std::string textOf(const Json& document) {

@@ -35,6 +35,11 @@ std::string_view nameOf(RpfAnswer::Status status);
 /// Empty for none.
 std::string_view nameOf(RpfAnswer::Table table);
 
+/// As the MRIB's routes are named: "connected", or "static".
+std::string_view typeOf(const mrib::Route& route);
+/// What a configured route resolves by: an address, or an interface.
+std::string rpfOf(const mrib::Mroute& mroute);
+
 /// As text that is valid UTF-8.
 std::string textOf(const Json& document);
 

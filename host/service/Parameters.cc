@@ -1,8 +1,10 @@
 #include "Parameters.h"
 
+#include "Documents.h"
 #include "Escape.h"
 #include "Lumo/Prefix.h"
 #include "Zan/Exception.h"
+#include "StandardErrors.h"
 
 namespace host {
 
@@ -26,8 +28,7 @@ std::optional<std::string> faultOfSource(const IpGenAddr& address) {
 }  // namespace
 
 control::Reply errorReply(std::string name, const nlohmann::ordered_json& parameters) {
-  constexpr auto replace = nlohmann::ordered_json::error_handler_t::replace;
-  return {parameters.dump(-1, ' ', false, replace), std::move(name), false};
+  return {documents::textOf(parameters), std::move(name), false};
 }
 
 Parameters::Parameters(const nlohmann::json& json) : json_(json) {}
@@ -40,7 +41,7 @@ const nlohmann::json* Parameters::find(const char* name) {
 }
 
 void Parameters::refuse(const std::string& name) {
-  throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", name}});
+  throw control::invalidParameter(name);
 }
 
 std::optional<std::string> Parameters::text(const char* name) {

@@ -11,6 +11,7 @@
 #include "Inspect.h"
 #include "OrgMrib.h"
 #include "Pim/MribSm/MribSm.h"
+#include "StandardErrors.h"
 #include "Zan/Exception.h"
 
 namespace host {
@@ -148,11 +149,11 @@ Answer RibService::getStatus(Call& call) {
   Json status;
   status["version"] = version();
   status["source"] = setting_.source;
-  status["uptime"] = (clock_() - setting_.startedAt) / kernel::seconds(1);
+  status["uptime"] = (clock_() - setting_.startedAt) / seconds(1);
   status["generation"] = router_.generation();
   status["stale"] = router_.isStale();
   status["lookupMode"] = nameOf(router_.configuration().lookupMode);
-  status["routes"] = agent.routes().size() - router_.feed().standIns();
+  status["routes"] = router_.routeCount();
   status["configured"] = router_.configuration().mroutes.size();
   status["unresolved"] =
       std::count_if(unresolved.begin(), unresolved.end(), [](const auto& u) { return u.isError(); });
@@ -238,7 +239,7 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
   const auto type = call.parameters.text("type");
   call.parameters.done();
   if (type && *type != "connected" && *type != "static") {
-    throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", "type"}});
+    throw control::invalidParameter("type");
   }
   std::optional<IpGenPrefix> prefix;
   if (prefixText) prefix = prefixOf(*prefixText);
@@ -247,16 +248,13 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
     const IpGenAddr source = sourceOf(*address);
     if (source.af() == Lumo::ipv4()) match = router_.agent().rpf(source.v4Addr());
   }
-  std::vector<mrib::Route> routes;
-  for (const mrib::Route& route : router_.agent().routes()) {
-    if (KernelFeed::isStandIn(route.prefix)) continue;
-    if (address && !(match && match->prefix == route.prefix)) continue;
+  std::vector<mrib::Route> routes = router_.routes();
+  std::erase_if(routes, [&](const mrib::Route& route) {
+    if (address && !(match && match->prefix == route.prefix)) return true;
     if (prefix && !(longer ? isWithin(route.prefix, *prefix) : *prefix == IpGenPrefix(route.prefix)))
-      continue;
-    if (type && *type != (route.type == mrib::RouteType::connected ? "connected" : "static")) continue;
-    routes.push_back(route);
-  }
-  std::sort(routes.begin(), routes.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+      return true;
+    return type && *type != documents::typeOf(route);
+  });
   return routes;
 }
 
@@ -347,7 +345,7 @@ Answer RibService::getConfiguration(Call& call) {
 }
 
 Configurator& RibService::configuratorFor(const Call& call) const {
-  if (!call.peer.mayChange) throw errorReply("org.varlink.service.PermissionDenied", Json::object());
+  if (!call.peer.mayChange) throw control::permissionDenied();
   if (!configurator_) throw errorReply("org.mrib.NoConfigurationFile", Json::object());
   return *configurator_;
 }

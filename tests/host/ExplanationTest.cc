@@ -61,7 +61,7 @@ class World {
  private:
   static kernel::Mirror::Settings settings() {
     kernel::Mirror::Settings settings;
-    settings.schedule.coalesce = settings.schedule.audit = kernel::seconds(1U << 20);
+    settings.schedule.coalesce = settings.schedule.audit = seconds(1U << 20);
     return settings;
   }
   void makeLinks() {
@@ -161,7 +161,7 @@ class World {
 
  public:
   kernel::Mirror mirror;
-  Router router{mirror, [] { return kernel::Nanos{0}; }};
+  Router router{mirror, [] { return Nanos{0}; }};
   Configuration configuration;
   std::vector<kernel::Link> links;
   std::vector<kernel::Address> addresses;
