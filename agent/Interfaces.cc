@@ -32,7 +32,8 @@ const Intf* Interfaces::find(const std::string& name) const {
 
 void Interfaces::tell(U32 index, const Intf& intf, Transaction& into) {
   if (intf.exists()) into.link(intf.link);
-  for (const Intf::Held& held : intf.addresses) into.address({index, Lumo::IpGenAddr(held.address), held.secondary});
+  for (const Intf::Held& held : intf.addresses)
+    into.address({index, Lumo::IpGenAddr(held.address), held.secondary});
 }
 
 // ---- Staging ----
