@@ -76,6 +76,8 @@ NETWORKS = [
      "by eth0: .*mrib.conf:1 .* no MRIB route leads to 10.0.1.7; it is on the subnet of eth1, which is down$"),
     ("link of an interface RPF down", ["link set eth1 down"], [f"ip mroute {P} eth1"], S, 0, "the interface has no connected route; it is down"),
     ("carrier lost", ["link set eth1p down"], [TO_1], S, 0, "by eth1: .* decides; eth1 has no carrier"),
+    ("carrier lost, routes left alone", ["sysctl eth1 ignore_routes_with_linkdown=1", "link set eth1p down", "until dead"], [TO_1], S, 0,
+     "no MRIB route leads to 10.0.1.7; it is on the subnet of eth1, which has no carrier"),
     ("interface without any route", ["tunnel"], [f"ip mroute {P} tun0"], S, 0, "mrib.conf:1 .* the interface has no IPv4 address"),
     ("circle held back", [], ["ip mroute 10.0.1.0/24 10.0.2.7", "ip mroute 10.0.2.0/24 eth1"], "10.0.2.9", 0,
      "mrib.conf:2 .* held back: .* circle, with mrib.conf:1"),
@@ -120,6 +122,9 @@ def build(lines):
         with open("/proc/sys/net/ipv4/conf/" + where.replace(" ", "/"), "w", encoding="ascii") as file:
             file.write(value)
     for line in lines:
+        if line.startswith("until "):
+            wait_for_routes(line[6:])
+            continue
         assert line in ("tunnel", "no daemon") or line.startswith("sysctl ") or ip(line), line
     if daemon:
         router = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)
@@ -129,6 +134,15 @@ def build(lines):
             router.setsockopt(socket.IPPROTO_IP, MRT_ADD_VIF, vifctl)
         kept.append(router)
     return kept
+
+
+def wait_for_routes(word):
+    """Carrier loss takes the kernel a second to tell its routes."""
+    for _ in range(500):
+        if word in subprocess.run(["ip", "route"], capture_output=True, text=True, check=True).stdout:
+            return
+        time.sleep(0.01)
+    raise SystemExit(f"no route says {word}")
 
 
 def links():
