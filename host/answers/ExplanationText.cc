@@ -174,7 +174,8 @@ std::string textOf(const Router& router, const Explanation& e, const Step& step)
   switch (step.kind) {
     case Kind::lookupMode: {
       const LookupMode mode = router.configuration().lookupMode;
-      return fmt::format("{}: {}", nameOf(mode), textOf(mode));
+      const bool isIpv4 = e.decision.source.af() == Lumo::ipv4();
+      return fmt::format("{}: {}{}", nameOf(mode), textOf(mode), isIpv4 ? "" : "; the MRIB is of IPv4");
     }
     case Kind::match:
       if (!step.route) return fmt::format("the MRIB has no route to {}", source);
