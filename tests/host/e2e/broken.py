@@ -211,12 +211,14 @@ def has_carrier(link):
 
 def main(mrib):
     mrib = os.path.abspath(mrib)
-    os.chdir(tempfile.mkdtemp(prefix="mrib-broken-"))
     failed = 0
-    for name, *network in NETWORKS:
-        found = list(faults(mrib, *network))
-        failed += bool(found)
-        print(f"{'FAILED' if found else 'named'}: {name}", *found, sep="\n  " if found else "")
+    with tempfile.TemporaryDirectory(prefix="mrib-broken-") as folder:
+        os.chdir(folder)
+        for name, *network in NETWORKS:
+            found = list(faults(mrib, *network))
+            failed += bool(found)
+            print(f"{'FAILED' if found else 'named'}: {name}", *found, sep="\n  " if found else "")
+        os.chdir("/")
     sys.exit(1 if failed else 0)
 
 
