@@ -22,14 +22,6 @@ bool contains(const std::vector<U32>& links, U32 link) {
   return std::find(links.begin(), links.end(), link) != links.end();
 }
 
-/// The one that a router forwards multicast by: a VRF has one of the number of its unicast table.
-U32 multicastTableOf(const kernel::Mirror& mirror) {
-  for (const auto& [index, entry] : mirror.topology().links.all()) {
-    if (entry.value.link.vrfTable == mirror.settings().table) return entry.value.link.vrfTable;
-  }
-  return kernel::defaultMulticastTable;
-}
-
 std::vector<U32> expectedFor(const RpfAnswer& rpf) {
   std::vector<U32> links;
   const auto take = [&](const auto& hops) {
@@ -67,6 +59,13 @@ class SettingsOnce : public kernel::ReversePath {
 };
 
 }  // namespace
+
+U32 multicastTableOf(const kernel::Mirror& mirror) {
+  for (const auto& [index, entry] : mirror.topology().links.all()) {
+    if (entry.value.link.vrfTable == mirror.settings().table) return entry.value.link.vrfTable;
+  }
+  return kernel::defaultMulticastTable;
+}
 
 std::string_view nameOf(Verdict verdict) {
   constexpr std::array<std::string_view, verdictCount> names{

@@ -78,4 +78,7 @@ class FlowCheck {
   U32 table_;
 };
 
+/// The table that a router forwards multicast by: a VRF has one of the number of its unicast table.
+U32 multicastTableOf(const kernel::Mirror& mirror);
+
 }  // namespace host

@@ -63,15 +63,15 @@ class Once : public OwnReading {
     }
     prepare();
     router_ = std::make_unique<Router>(mirror(), monotonicNow);
-    while (router_->turn(monotonicNow()) <= monotonicNow()) {
-    }
+    router_->conclude(monotonicNow());
     if (options.configuration) configure(*options.configuration);
     if (!options.config.empty()) configure(readConfiguration(options.config));
     if (options.sample && options.config.empty()) takeSample();
-    if (router_->agent().mayDiffer()) router_->agent().settle();
+    router_->conclude(monotonicNow());
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
     RibService::Setting setting{name(), monotonicNow()};
+    if (live_) setting.linkSwitch = kernel::isSwitchedOn;
     setting.kernel = kernel_.get();
     setting.cache = cache_.get();
     service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow, std::move(setting));

@@ -25,6 +25,13 @@ int configure(const Request& request);
 int checkConfig(const Request& request);
 int runningConfig(const Request& request);
 
+// WhatIfCommand.cc
+int whatIf(const Request& request);
+
+// HistoryCommand.cc
+int history(const Request& request);
+int explainPast(const Request& request);
+
 // ExplainCommand.cc
 int explain(const Request& request);
 

@@ -13,6 +13,7 @@ int execute(const Request& request) {
                                                                   {"check-config", checkConfig},
                                                                   {"configure", configure},
                                                                   {"explain", explain},
+                                                                  {"history", history},
                                                                   {"inspect", commands::inspect},
                                                                   {"metrics", metrics},
                                                                   {"monitor", monitor},
@@ -23,7 +24,8 @@ int execute(const Request& request) {
                                                                   {"status", status},
                                                                   {"unicast", unicast},
                                                                   {"unresolved", unresolved},
-                                                                  {"watch", watch}};
+                                                                  {"watch", watch},
+                                                                  {"what-if", whatIf}};
   return all.at(request.command)(request);
 }
 

@@ -33,6 +33,10 @@ struct Request {
   std::string config;
   std::string socket;
   U32 tableNumber = 254;
+  bool eachLink = false;
+  U32 last = 0;  ///< so many changes; 0: all
+  std::string since;
+  std::string at;  ///< a time or a generation
   InspectRequest inspect;
 };
 

@@ -20,6 +20,7 @@ int codeFor(const Json& explanation) {
 }  // namespace
 
 int explain(const Request& request) {
+  if (!request.at.empty()) return explainPast(request);
   const auto backend = backendFor(request);
   Json parameters{{"source", jsonText(request.arguments.front())}};
   if (!request.incoming.empty()) parameters["incoming"] = jsonText(request.incoming);

@@ -40,12 +40,12 @@ std::string viasText(const Json& route) {
   return isUsable(route) ? "no next hop" : textOf(route.at("type"));
 }
 
-std::string routeText(const Json& route) {
+}  // namespace
+
+std::string ofRoute(const Json& route) {
   if (route.is_null()) return "no route";
   return fmt::format("{} [{}] {}", textOf(route.at("type")), textOf(route.at("preference")), viasText(route));
 }
-
-}  // namespace
 
 std::vector<RouteTable::Row> RouteTable::rowsOf(const Json& route) {
   Row row{textOf(route.at("prefix")), textOf(route.at("type")), textOf(route.at("preference"))};
@@ -168,8 +168,8 @@ std::string ofChange(const Json& change, bool settled) {
   const Json& before = change.at("before");
   const Json& after = change.at("after");
   std::string text = before.is_null() ? "+ " : after.is_null() ? "- " : "~ ";
-  text += textOf(change.at("prefix")) + ' ' + routeText(after.is_null() ? before : after);
-  if (!before.is_null() && !after.is_null()) text += ", was " + routeText(before);
+  text += textOf(change.at("prefix")) + ' ' + ofRoute(after.is_null() ? before : after);
+  if (!before.is_null() && !after.is_null()) text += ", was " + ofRoute(before);
   return text + (settled ? " (settled)\n" : "\n");
 }
 
@@ -183,7 +183,13 @@ std::string ofWatched(const Json& answer) {
 
 std::string ofWatchedPrefix(const Json& watched) {
   const Json& route = watched.at("route");
-  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + routeText(route)) + '\n';
+  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + ofRoute(route)) + '\n';
+}
+
+std::string ofFlow(const Json& change) {
+  return fmt::format("  {} ({}, {}) in by {}: {} then\n", change.at("verdict").get<std::string>(),
+                     textOf(change.at("source")), textOf(change.at("group")), textOf(change.at("interface")),
+                     ofRoute(change.at("after")));
 }
 
 std::string ofDifference(const Json& difference) {

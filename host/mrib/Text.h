@@ -23,6 +23,8 @@ class RouteTable {
   bool begun_ = false;
   Columns<7> columns_;
 };
+/// "static [1] via 10.0.1.7 on eth0", without its prefix.
+std::string ofRoute(const Json& route);
 
 /// A table of what is in the kernel's multicast forwarding cache; likewise.
 class FlowTable {
@@ -50,6 +52,8 @@ std::string ofChange(const Json& change, bool settled);
 /// A line of `mrib watch`.
 std::string ofWatched(const Json& answer);
 std::string ofWatchedPrefix(const Json& watched);
+/// A line of `mrib what-if` about a flow.
+std::string ofFlow(const Json& change);
 std::string ofDifference(const Json& difference);
 /// What does not resolve by it, and its warnings.
 std::string ofConsequences(const Json& difference);

@@ -69,9 +69,14 @@ void addQuestions(CLI::App& app, Request& request) {
   rpf.add_option("ADDRESS", request.arguments, "Sources; - reads them from standard input")->required();
   auto& explain = addCommand(app, request, "explain", "Why packets from a source must come in by their way");
   explain.add_option("ADDRESS", request.arguments, "The source")->required()->expected(1);
-  explain.add_option("--in", request.incoming, "Also whether those that come in by this interface pass")
-      ->type_name("INTERFACE")
-      ->check(notEmpty);
+  auto* incoming =
+      explain.add_option("--in", request.incoming, "Also whether those that come in by this interface pass")
+          ->type_name("INTERFACE")
+          ->check(notEmpty);
+  explain.add_option("--at", request.at, "As the MRIB was in a generation or at a time (as history --since)")
+      ->type_name("TIME|GENERATION")
+      ->check(notEmpty)
+      ->excludes(incoming);
   auto& unicast = addCommand(app, request, "unicast", "The unicast table as the router uses it");
   unicast.add_option("PREFIX|ADDRESS", request.arguments)->expected(0, 1);
   unicast.add_flag("--longer", request.longer, "Also all routes within the prefix");
@@ -81,6 +86,26 @@ void addQuestions(CLI::App& app, Request& request) {
   addCommand(app, request, "monitor", "The MRIB, then each change, until interrupted");
   auto& watch = addCommand(app, request, "watch", "The answers for sources or prefixes, then each change");
   watch.add_option("ADDRESS|PREFIX", request.arguments)->required();
+}
+
+void addImagined(CLI::App& app, Request& request) {
+  auto& whatIf = addCommand(app, request, "what-if", "What changes would come to; nothing is changed");
+  whatIf.add_option(
+      "CHANGE", request.arguments,
+      "link NAME down|up, address NAME add|del ADDRESS/LENGTH, route add|del ... as ip route has "
+      "it, ip mroute ..., no ip mroute ...; several: with commas behind words, or each in quotes");
+  whatIf.add_flag("--each-link", request.eachLink, "Every link down in turn, by what depends on it");
+}
+
+void addHistory(CLI::App& app, Request& request) {
+  auto& history =
+      addCommand(app, request, "history", "The daemon's last changes of the MRIB, and what led to each");
+  history.add_option("PREFIX|ADDRESS", request.arguments, "Only those of a prefix, or those for a source")
+      ->expected(0, 1);
+  history.add_option("--last", request.last, "At most so many")->type_name("N")->check(CLI::PositiveNumber);
+  history.add_option("--since", request.since, "Later ones: 14:03, \"2026-03-01 14:03:20\" or 10m (ago)")
+      ->type_name("TIME")
+      ->check(notEmpty);
 }
 
 void addForwarding(CLI::App& app, Request& request) {
@@ -139,7 +164,7 @@ void holdStandardDescriptors() {
 
 int codeOf(const host::control::RemoteError& e) {
   const bool badArgument = e.name() == "org.mrib.InvalidAddress" || e.name() == "org.mrib.InvalidPrefix" ||
-                           e.name() == "org.mrib.NotFound";
+                           e.name() == "org.mrib.NotFound" || e.name() == "org.mrib.InvalidChange";
   return badArgument ? host::usageError : host::inputError;
 }
 
@@ -149,8 +174,10 @@ std::string textOf(const host::control::RemoteError& e) {
   const auto word = [&](const char* name) { return host::escaped(p.value(name, std::string())); };
   if (e.name() == "org.mrib.InvalidAddress") return '"' + word("address") + "\": " + word("why");
   if (e.name() == "org.mrib.InvalidPrefix") return '"' + word("prefix") + "\": " + word("why");
-  if (e.name() == "org.mrib.NotFound" || e.name() == "org.mrib.NoForwardingCache")
-    return p.value("why", std::string());
+  for (const char* known : {"NotFound", "InvalidChange", "NoForwardingCache"}) {
+    if (e.name() == std::string("org.mrib.") + known) return p.value("why", std::string());
+  }
+  if (e.name() == "org.mrib.NoHistory") return "it has not read the kernel yet, and has no history";
   if (e.name() == "org.mrib.NoConfigurationFile") return "the daemon has no configuration file";
   if (e.name() == "org.varlink.service.PermissionDenied") {
     return "only root and members of the group mrib may change the configuration";
@@ -195,6 +222,8 @@ int main(int argc, char** argv) {
   app.add_option("--vrf", vrf, "... of the table of this VRF")->type_name("NAME")->excludes(named);
   addQuestions(app, request);
   addForwarding(app, request);
+  addImagined(app, request);
+  addHistory(app, request);
   addChanges(app, request);
   addInspect(app, request);
   app.footer(

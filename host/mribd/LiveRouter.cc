@@ -40,6 +40,7 @@ Nanos LiveRouter::turn(Nanos now) {
   const Nanos exported = export_ ? export_->write(now) : ~Nanos{0};
   for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
   if (router_.isReady() && !std::exchange(wasReady_, true)) {
+    history_.emplace(router_, History::Clocks{wallNow, monotonicNow});
     // What was configured before the kernel was read cannot be refused for its addresses; they may change.
     std::vector<std::string> warnings;
     for (const ConfigError& e : impossibleNextHops(router_.configuration(), ownSubnetsOf(live_.mirror()))) {

@@ -2,6 +2,7 @@
 
 #include "Application.h"
 #include "Configurator.h"
+#include "History.h"
 #include "LiveExport.h"
 #include "LiveMirror.h"
 #include "Log.h"
@@ -31,6 +32,8 @@ class LiveRouter : public daemon::Application {
   Router& router() { return router_; }
   Configurator& configurator() { return configurator_; }
   const kernel::LiveMirror& live() const { return live_; }
+  /// Null before it is ready.
+  const History* history() const { return history_ ? &*history_ : nullptr; }
   /// Null when nothing is exported.
   const LiveExport* exported() const { return export_ ? &*export_ : nullptr; }
   /// To be called at the end of the daemon; not when it failed, so that nobody who reads the table notices.
@@ -45,6 +48,7 @@ class LiveRouter : public daemon::Application {
   Configurator configurator_;
   daemon::Log& log_;
   std::optional<LiveExport> export_;
+  std::optional<History> history_;
   bool wasReady_ = false;
 };
 

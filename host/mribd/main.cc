@@ -98,9 +98,14 @@ void serve(const Options& options, host::daemon::Log& log) {
   const kernel::LiveMirror& live = application.live();
   const kernel::LiveMulticastCache cache;
   const kernel::LiveReversePath kernel(live.mirror());
-  RibService service(application.router(), &application.configurator(), monotonicNow,
-                     {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
-                      exportStatus(application.exported()), &kernel, &cache});
+  RibService::Setting setting{"this machine's kernel", monotonicNow()};
+  setting.foreign = [&] { return live.foreign(); };
+  if (const auto exported = exportStatus(application.exported())) setting.exported.emplace(*exported);
+  setting.kernel = &kernel;
+  setting.cache = &cache;
+  setting.linkSwitch = kernel::isSwitchedOn;
+  setting.history = [&] { return application.history(); };
+  RibService service(application.router(), &application.configurator(), monotonicNow, std::move(setting));
   control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());

@@ -9,6 +9,7 @@
 namespace host {
 
 using Lumo::IpGenAddr;
+using Lumo::IpGenPrefix;
 
 namespace {
 
@@ -71,10 +72,16 @@ bool Parameters::flag(const char* name) {
 }
 
 std::optional<U32> Parameters::number(const char* name) {
+  const auto value = largeNumber(name);
+  if (value && *value > ~U32{0}) refuse(name);
+  return value;
+}
+
+std::optional<U64> Parameters::largeNumber(const char* name) {
   const nlohmann::json* value = find(name);
   if (!value) return std::nullopt;
-  if (!value->is_number_unsigned() || value->get<U64>() > ~U32{0}) refuse(name);
-  return value->get<U32>();
+  if (!value->is_number_unsigned()) refuse(name);
+  return value->get<U64>();
 }
 
 void Parameters::done() const {
@@ -97,6 +104,21 @@ IpGenAddr sourceOf(const std::string& text) {
   if (address == IpGenAddr()) refuse("it is not an address");
   if (const auto fault = faultOfSource(address)) refuse(*fault);
   return address;
+}
+
+IpGenPrefix prefixOf(const std::string& text) {
+  IpGenPrefix prefix;
+  std::string why = "it is not a prefix";
+  try {
+    prefix = IpGenPrefix(std::string_view(text));
+  } catch (const Zan::RangeException& e) {
+    why = e.what();
+    const std::string name = '"' + text + "\" ";
+    if (why.starts_with(name)) why.replace(0, name.size(), "it ");
+  }
+  if (prefix.empty())
+    throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", jsonText(why)}});
+  return prefix;
 }
 
 }  // namespace host

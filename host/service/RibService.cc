@@ -24,32 +24,10 @@ using Lumo::IpGenPrefix;
 
 namespace {
 
-IpGenPrefix prefixOf(const std::string& text) {
-  IpGenPrefix prefix;
-  std::string why = "it is not a prefix";
-  try {
-    prefix = IpGenPrefix(std::string_view(text));
-  } catch (const Zan::RangeException& e) {
-    why = e.what();
-    const std::string name = '"' + text + "\" ";
-    if (why.starts_with(name)) why.replace(0, name.size(), "it ");
-  }
-  if (prefix.empty())
-    throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", jsonText(why)}});
-  return prefix;
-}
-
 bool isWithin(const IpGenPrefix& inner, const IpGenPrefix& outer) {
   if (inner.af() != outer.af() || inner.length() < outer.length()) return false;
   if (inner.af() == Lumo::ipv4()) return outer.v4Prefix().contains(inner.v4Prefix().address());
   return Lumo::Ip6Prefix(inner.v6Prefix().address(), outer.length()) == outer.v6Prefix();
-}
-
-/// A list in parts, or at once for a client that takes one reply only.
-Answer answerWith(std::unique_ptr<ListStream> list, bool more) {
-  if (more) return list;
-  if (list->count() > elementsAtOnce) return errorReply("org.mrib.TooMany", {{"count", list->count()}});
-  return list->part(elementsAtOnce);
 }
 
 }  // namespace
@@ -65,11 +43,11 @@ RibService::RibService(Router& router, Configurator* configurator, Router::Clock
       setting_(std::move(setting)),
       interfaces_{{"org.mrib", orgMribDescription}},
       log_(std::make_shared<MonitorLog>(router)) {
-  router_.listenerIs([log = log_](const mrib::Update& update) { log->update(update); });
+  subscription_ = router_.subscribe([log = log_](const Router::News& news) { log->update(news.update); });
 }
 
 RibService::~RibService() {
-  router_.listenerIs(nullptr);
+  router_.unsubscribe(subscription_);
 }
 
 std::optional<Answer> RibService::call(std::string_view method, const nlohmann::json& parameters, bool more,
@@ -88,6 +66,11 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
       {"org.mrib.Reload", &RibService::reload},
       {"org.mrib.Configure", &RibService::configure},
       {"org.mrib.Inspect", &RibService::inspect},
+      {"org.mrib.WhatIf", &RibService::whatIf},
+      {"org.mrib.RankLinks", &RibService::rankLinks},
+      {"org.mrib.History", &RibService::history},
+      {"org.mrib.ExplainPast", &RibService::explainPast},
+
       {"org.mrib.Check", &RibService::check},
       {"org.mrib.ListMulticastInterfaces", &RibService::listMulticastInterfaces}};
   const auto found = methods.find(method);

@@ -7,11 +7,13 @@
 #include "Configurator.h"
 #include "Documents.h"
 #include "Exporter.h"
+#include "History.h"
 #include "MulticastCache.h"
 #include "Parameters.h"
 #include "PrefixHash.h"
 #include "ReversePath.h"
 #include "Streams.h"
+#include "WhatIf.h"
 
 namespace host {
 
@@ -33,6 +35,10 @@ class RibService : public control::Handler {
     std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
     const kernel::ReversePath* kernel = nullptr;           ///< what the kernel's own checks go by
     const kernel::MulticastCache* cache = nullptr;         ///< of multicast forwarding; null: not known
+    /// Of the machine whose routes these are, as far as it is known.
+    kernel::LinkSwitch linkSwitch = [](const auto&, const auto&) { return false; };
+    /// Null where none is kept.
+    std::function<const History*()> history = []() -> const History* { return nullptr; };
   };
 
   /// `configurator` is null where the configuration cannot be changed.
@@ -70,6 +76,14 @@ class RibService : public control::Handler {
   control::Answer listMulticastInterfaces(Call& call);
 
   const kernel::MulticastCache& cache() const;
+  control::Answer whatIf(Call& call);       // WhatIfMethods.cc
+  control::Answer rankLinks(Call& call);    // likewise
+  control::Answer history(Call& call);      // HistoryMethods.cc
+  control::Answer explainPast(Call& call);  // likewise
+
+  WhatIf::Setting whatIfSetting() const;
+  /// Throws the reply that says that there is none.
+  const History& kept() const;
   const std::string& answerBody(const RpfAnswer& answer);
   void appendAnswer(const std::string& source, std::string& out);
   std::vector<mrib::Route> routesFor(Call& call) const;
@@ -83,6 +97,7 @@ class RibService : public control::Handler {
   Setting setting_;
   std::vector<control::Interface> interfaces_;
   std::shared_ptr<MonitorLog> log_;
+  U64 subscription_ = 0;
 
   /// Texts of what was answered since the state last changed, by table and prefix.
   std::array<std::unordered_map<Lumo::IpGenPrefix, std::string, kernel::PrefixHash>, 3> bodies_;

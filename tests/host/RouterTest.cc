@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "Router.h"
+#include "History.h"
 
 // The live MRIB without a loop: a kernel that is made up, against what its records come to.
 
@@ -197,6 +197,89 @@ TEST_F(RouterTest, MribIsWhatTheRecordsComeTo) {
       rest();
       ASSERT_EQ(router.takeFaults(), std::vector<std::string>()) << "seed " << seed << " round " << round;
       ASSERT_EQ(actual(), right()) << "seed " << seed << " round " << round;
+    }
+  }
+}
+
+// ---- What was ----
+
+using State = std::map<Prefix, std::string>;
+
+std::string wordsOf(const PastRoute& route) {
+  if (route.type == mrib::RouteType::unknown) return "";
+  std::string words = std::to_string(static_cast<int>(route.type)) + ' ' + std::to_string(route.preference);
+  for (const auto& via : route.vias) words += ' ' + via.neighbor.stringValue() + '@' + via.interface;
+  return words;
+}
+
+State stateOf(const Router& router) {
+  State state;
+  for (const mrib::Route& route : router.agent().routes()) {
+    if (KernelFeed::isStandIn(route.prefix)) continue;
+    PastRoute past{route.type, route.preference, {}};
+    for (const mrib::NextHop& hop : route.nextHops) {
+      const std::string* name = router.linkName(hop);
+      past.vias.push_back({router.isAttached(hop) ? IpAddr() : hop.address, name ? *name : ""});
+    }
+    state[route.prefix] = wordsOf(past);
+  }
+  return state;
+}
+
+std::string answerOf(const State& state, IpAddr source) {
+  for (U32 length = 33; length-- > 0;) {
+    const auto at = state.find(Prefix(source, length));
+    if (at != state.end()) return at->first.stringValue() + ' ' + at->second;
+  }
+  return "";
+}
+
+TEST_F(RouterTest, HistoryLeadsBackToEachEarlierMrib) {
+  constexpr std::size_t kept = 150;
+  for (U32 seed = 1; seed <= 50; ++seed) {
+    random.seed(seed);
+    const History history(router, {[&] { return now + seconds(1000); }, [&] { return now; }}, kept);
+    std::map<U64, State> states{{router.generation(), stateOf(router)}};
+    const U64 subscription =
+        router.subscribe([&](const Router::News& news) { states[news.update.generation] = stateOf(router); });
+    for (int round = 0; round < 100; ++round) {
+      for (U32 n = 1 + pick(3); n > 0; --n) change();
+      rest();
+    }
+    router.unsubscribe(subscription);
+    const U64 begin = history.begin().generation;
+    states.erase(states.begin(), states.lower_bound(begin));
+    ASSERT_LE(history.size(), kept);
+    ASSERT_EQ(history.size() == kept, history.forgotten() > 0);
+
+    State state = stateOf(router);
+    std::size_t left = history.size();
+    for (auto at = states.rbegin(); at != states.rend() && at->first > begin; ++at) {
+      ASSERT_EQ(state, at->second) << "seed " << seed << " generation " << at->first;
+      for (; left > 0 && history[left - 1].moment.generation == at->first; --left) {
+        const auto& change = history[left - 1];
+        ASSERT_EQ(state[change.prefix], wordsOf(change.after));
+        ASSERT_NE(wordsOf(change.before), wordsOf(change.after));
+        ASSERT_NE(change.moment.cause, "");
+        state[change.prefix] = wordsOf(change.before);
+        if (state[change.prefix].empty()) state.erase(change.prefix);
+      }
+    }
+
+    for (const IpAddr source : {host(0, 5), host(9, 1), IpAddr::fromHost(20U << 24 | 1)}) {
+      std::set<U64> right;
+      for (auto at = states.begin(); std::next(at) != states.end(); ++at) {
+        const auto next = std::next(at);
+        if (answerOf(at->second, source) != answerOf(next->second, source)) right.insert(next->first);
+        const auto matches = history.matchesBefore(source, history.firstAfterGeneration(at->first));
+        const std::string past =
+            matches.empty() ? "" : matches[0].prefix.stringValue() + ' ' + wordsOf(matches[0].route);
+        if (at->first > begin) ASSERT_EQ(past, answerOf(at->second, source));
+      }
+      right.erase(begin);
+      std::set<U64> told;
+      for (const std::size_t i : history.changesFor(source)) told.insert(history[i].moment.generation);
+      ASSERT_EQ(told, right) << "seed " << seed << ' ' << source.stringValue();
     }
   }
 }
