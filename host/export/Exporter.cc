@@ -22,6 +22,11 @@ bool sameWays(const std::vector<Hop>& a, const std::vector<Hop>& b) {
                     [](const Hop& x, const Hop& y) { return x.gateway == y.gateway && x.link == y.link; });
 }
 
+void addOther(std::vector<Route>& others, Route route) {
+  for (Hop& hop : route.hops) hop.flags = 0;
+  others.push_back(std::move(route));
+}
+
 }  // namespace
 
 std::string_view nameOf(Exporter::Why why) {
@@ -47,8 +52,11 @@ void Exporter::want(const Prefix& prefix, Wanted wanted) {
 
 void Exporter::check(const Prefix& prefix) {
   const auto known = entries_.find(prefix);
-  if (known != entries_.end()) return enqueue(prefix, known->second);
-  if (!find(prefix, {}).routes.empty()) enqueue(prefix, entries_[prefix]);
+  Found found = find(prefix, {});
+  if (known == entries_.end() && found.routes.empty()) return;
+  Entry& entry = known == entries_.end() ? entries_[prefix] : known->second;
+  noteOthers(entry, std::move(found.others));
+  enqueue(prefix, entry);
 }
 
 void Exporter::begin() {
@@ -104,17 +112,19 @@ Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
 /// A route that may have gone with its link is added, not deleted first: if it is there, that fails and
 /// nothing was missing. Over a link that is down, the next news is of something else that is wanted.
 void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos now) {
-  const Found found = find(prefix, entry.wanted);
+  Found found = find(prefix, entry.wanted);
+  noteOthers(entry, std::move(found.others));
   rightIs(entry, found.right && found.certain && entry.wanted.isRoute());
-  if (found.right && found.certain) {
+  const bool again = isToBeLast(entry);
+  if (found.right && found.certain && !again) {
     entry.probed = entry.changed = false;
     refusalIs(prefix, entry, {});
     if (!entry.wanted.isRoute() && entry.wanted.fault.empty()) entries_.erase(prefix);
     return;
   }
-  if (found.right && (entry.probed || !canStand(entry.wanted))) return;
-  entry.probed = found.right;
-  if (!found.right) {
+  if (found.right && ((entry.probed && !again) || !canStand(entry.wanted))) return;
+  entry.probed = found.right && !again;
+  if (!entry.probed) {
     for (const Route& route : found.routes) batch.push_back({false, route});
   }
   if (entry.wanted.isRoute()) batch.push_back({true, routeFor(prefix, entry.wanted)});
@@ -124,7 +134,7 @@ void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos 
 void Exporter::wrote(const Prefix& prefix, Entry& entry, Nanos now) {
   entry.why = reasonOf(entry);
   entry.writtenAt = now;
-  entry.changed = false;
+  entry.changed = entry.crossed = false;
   ++counters_.written;
   counters_.putRight += entry.why == Why::putRight;
   entry.resting = true;
@@ -178,7 +188,7 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
   std::size_t certain = 0;
   std::size_t rightOnes[2] = {0, 0};
   table_.routes(Lumo::ipv4()).forEachOf(prefix, [&](const Route& route, bool isCertain) {
-    if (route.protocol != protocol) return;
+    if (route.protocol != protocol) return addOther(found.others, route);
     found.routes.push_back(route);
     found.routes.back().table = table_.settings().table;
     certain += isCertain;
@@ -197,6 +207,19 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
 bool Exporter::isRight(const Route& route, const Wanted& wanted) const {
   return route.type == wanted.type && route.metric == metric && route.tos == 0 && route.nextHop == 0 &&
          (route.rest == 0 || route.hops.size() > 1) && sameWays(route.hops, wanted.hops);
+}
+
+void Exporter::noteOthers(Entry& entry, std::vector<Route> others) {
+  entry.crossed |= others != entry.others;
+  entry.others = std::move(others);
+}
+
+/// Readers have followed another route of the prefix, or lost all of them with it. One of our own metric
+/// would keep ours from being added again.
+bool Exporter::isToBeLast(const Entry& entry) {
+  return entry.crossed && entry.wanted.isRoute() &&
+         std::none_of(entry.others.begin(), entry.others.end(),
+                      [](const Route& other) { return other.metric == metric && other.tos == 0; });
 }
 
 bool Exporter::canStand(const Wanted& wanted) const {

@@ -27,7 +27,7 @@ struct Wanted {
 /// Readers of the table follow the last write and lose a prefix when any of its routes goes, so each prefix
 /// has one route there, of one metric; what is to change is deleted and added in one batch, never replaced. A
 /// prefix that was written rests for 50 ms, since readers miss what is away and back within less. Routes of
-/// other protocols are not touched.
+/// other protocols are not touched; when one of the same prefix comes or goes, ours is written again.
 ///
 /// Pure logic: whoever drives it tells it what is wanted and which prefixes of the mirror have changed, hands
 /// its batches to the kernel, and asks for the next one when the mirror has heard all that came of the last.
@@ -47,9 +47,11 @@ class Exporter {
   };
   struct Entry {
     Wanted wanted;
-    Why why = Why::none;          ///< of the last write
-    kernel::Nanos writtenAt = 0;  ///< likewise
-    bool changed = false;         ///< since the last write
+    Why why = Why::none;                  ///< of the last write
+    kernel::Nanos writtenAt = 0;          ///< likewise
+    std::vector<kernel::Route> others{};  ///< of other protocols
+    bool changed = false;                 ///< since the last write
+    bool crossed = false;                 ///< likewise: others came or went
     bool queued = false;
     bool resting = false;
     bool probed = false;  ///< a route that may be gone was added again, and was still there
@@ -102,8 +104,9 @@ class Exporter {
   using Entries = std::unordered_map<Lumo::Prefix, Entry, PrefixHash>;
   struct Found {
     std::vector<kernel::Route> routes;  // of our protocol
-    bool right = false;                 // the one that is wanted, alone
-    bool certain = true;                // and nothing can have taken it away
+    std::vector<kernel::Route> others;
+    bool right = false;   // the one that is wanted, alone
+    bool certain = true;  // and nothing can have taken it away
   };
 
   void enqueue(const Lumo::Prefix& prefix, Entry& entry);
@@ -112,6 +115,8 @@ class Exporter {
   Found find(const Lumo::Prefix& prefix, const Wanted& wanted) const;
   bool isRight(const kernel::Route& route, const Wanted& wanted) const;
   bool canStand(const Wanted& wanted) const;
+  static void noteOthers(Entry& entry, std::vector<kernel::Route> others);
+  static bool isToBeLast(const Entry& entry);
   kernel::Route routeFor(const Lumo::Prefix& prefix, const Wanted& wanted) const;
   void wrote(const Lumo::Prefix& prefix, Entry& entry, kernel::Nanos now);
   Why reasonOf(const Entry& entry) const;

@@ -74,7 +74,7 @@ class Machine:
     def start_frr(self):
         self.daemons = [self.start("chroot", self.tree, f"/usr/lib/frr/{words[0]}", "-A", "127.0.0.1", *words[1:],
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-                        for words in (["mgmtd"], ["zebra", "-s", "90000000"], ["pimd"])]
+                        for words in (["mgmtd"], ["zebra", "-s", "90000000"], ["staticd"], ["pimd"])]
         end = time.monotonic() + 10
         while self.vtysh("show version", check=False).count("FRRouting") < 1 or "pimd" not in self.vtysh("show daemons"):
             if time.monotonic() > end:
