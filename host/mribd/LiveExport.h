@@ -41,6 +41,8 @@ class LiveExport {
   void writeBatches(kernel::Nanos now);
   void logRefusals(kernel::Nanos now);
   void ruleIs(bool there, kernel::Nanos now);
+  void removeLeftRules(kernel::Nanos now);
+  std::optional<kernel::UserRule> rule() const;
 
   Options options_;
   Router& router_;

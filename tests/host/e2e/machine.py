@@ -1,13 +1,13 @@
 """Machines that are namespaces: each with a network, an /etc and a /run of its own."""
 
 import os
-import signal
 import subprocess
 import sys
 import time
 
 from varlink import SKIPPED
 
+NAMESPACES = ("-p", "-f", "--kill-child", "--mount-proc")  # all ends with the test
 SETUP = r"""
 set -e
 hostname {name}

@@ -7,7 +7,6 @@
 """
 
 import os
-import signal
 import subprocess
 import time
 
@@ -61,7 +60,7 @@ class Network:
             time.sleep(0.05)
 
     def state(self):
-        return self.r.vtysh("show ip pim neighbor", f"show ip pim rpf", "show ip mroute", "show ip pim upstream",
+        return self.r.vtysh("show ip pim neighbor", "show ip pim rpf", "show ip mroute", "show ip pim upstream",
                             "show ip route table 250") + self.r.run("ip route show table 250; ip mroute show; ip -br a")
 
     def flow(self, group, source=""):
