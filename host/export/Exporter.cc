@@ -16,6 +16,8 @@ using Lumo::Prefix;
 
 namespace {
 
+constexpr U8 mostRepeats = 2;  // soon, and after a rest
+
 /// The same ways; how they were made known to the kernel, and whether they are in use, does not matter.
 bool sameWays(const std::vector<Hop>& a, const std::vector<Hop>& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
@@ -30,7 +32,8 @@ void addOther(std::vector<Route>& others, Route route) {
 }  // namespace
 
 std::string_view nameOf(Exporter::Why why) {
-  constexpr std::array<std::string_view, 5> names{"none", "changed", "leftover", "putRight", "retried"};
+  constexpr std::array<std::string_view, 6> names{"none",     "changed", "leftover",
+                                                  "putRight", "retried", "repeated"};
   return names[static_cast<std::size_t>(why)];
 }
 
@@ -74,13 +77,19 @@ void Exporter::enqueue(const Prefix& prefix, Entry& entry) {
   if (!std::exchange(entry.queued, true) && !entry.resting) queue_.push_back(prefix);
 }
 
-/// Those that were asked for while they rested are queued now; those that are no more are forgotten.
+/// Those that were asked for while they rested are queued now; those that are no more are forgotten. What is
+/// only to be repeated need not rest as long as what has changed.
 void Exporter::wake(Nanos now) {
-  for (; !resting_.empty() && resting_.front().first <= now; resting_.pop_front()) {
-    const Prefix& prefix = resting_.front().second;
+  for (; !resting_.empty() && resting_.begin()->first <= now; resting_.erase(resting_.begin())) {
+    const Prefix prefix = resting_.begin()->second;
     Entry& entry = entries_[prefix];
+    const Nanos rested = entry.writtenAt + rest;
+    if (entry.changed && now < rested) {
+      resting_.emplace(rested, prefix);
+      continue;
+    }
     entry.resting = false;
-    if (entry.queued || !entry.wanted.isRoute()) {
+    if (entry.queued || entry.repeats > 0 || !entry.wanted.isRoute()) {
       entry.queued = true;
       queue_.push_back(prefix);
     }
@@ -89,7 +98,7 @@ void Exporter::wake(Nanos now) {
 
 Nanos Exporter::due() const {
   if (begun_ && !queue_.empty()) return 0;
-  return resting_.empty() ? ~Nanos{0} : resting_.front().first;
+  return resting_.empty() ? ~Nanos{0} : resting_.begin()->first;
 }
 
 // ---- What is to be written ----
@@ -115,7 +124,7 @@ void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos 
   Found found = find(prefix, entry.wanted);
   noteOthers(entry, std::move(found.others));
   rightIs(entry, found.right && found.certain && entry.wanted.isRoute());
-  const bool again = isToBeLast(entry);
+  const bool again = isToBeAgain(entry);
   if (found.right && found.certain && !again) {
     entry.probed = entry.changed = false;
     refusalIs(prefix, entry, {});
@@ -123,27 +132,30 @@ void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos 
     return;
   }
   if (found.right && ((entry.probed && !again) || !canStand(entry.wanted))) return;
+  entry.changed &= !found.right;
   entry.probed = found.right && !again;
   if (!entry.probed) {
     for (const Route& route : found.routes) batch.push_back({false, route});
   }
   if (entry.wanted.isRoute()) batch.push_back({true, routeFor(prefix, entry.wanted)});
-  wrote(prefix, entry, now);
+  wrote(prefix, entry, found, now);
 }
 
-void Exporter::wrote(const Prefix& prefix, Entry& entry, Nanos now) {
+void Exporter::wrote(const Prefix& prefix, Entry& entry, const Found& before, Nanos now) {
   entry.why = reasonOf(entry);
   entry.writtenAt = now;
   entry.changed = entry.crossed = false;
   ++counters_.written;
   counters_.putRight += entry.why == Why::putRight;
+  noteRepeats(entry, before.routes);
   entry.resting = true;
-  resting_.push_back({now + rest, prefix});
+  resting_.emplace_hint(resting_.end(), now + (entry.repeats == mostRepeats ? doubt : rest), prefix);
 }
 
 Exporter::Why Exporter::reasonOf(const Entry& entry) const {
   if (leftovers_ > 0 && !entry.wanted.isRoute()) return Why::leftover;
   if (entry.changed) return Why::changed;
+  if (entry.repeats > 0 && !entry.crossed) return Why::repeated;
   return entry.refused ? Why::retried : Why::putRight;
 }
 
@@ -214,12 +226,30 @@ void Exporter::noteOthers(Entry& entry, std::vector<Route> others) {
   entry.others = std::move(others);
 }
 
-/// Readers have followed another route of the prefix, or lost all of them with it. One of our own metric
-/// would keep ours from being added again.
-bool Exporter::isToBeLast(const Entry& entry) {
-  return entry.crossed && entry.wanted.isRoute() &&
+/// One of our own metric would keep ours from being added again.
+bool Exporter::isToBeAgain(const Entry& entry) const {
+  if (readers_ != Readers::follow || !entry.wanted.isRoute()) return false;
+  return (entry.crossed || entry.repeats > 0) &&
          std::none_of(entry.others.begin(), entry.others.end(),
                       [](const Route& other) { return other.metric == metric && other.tos == 0; });
+}
+
+/// Until the mirror has read the table again, the former route is still there.
+void Exporter::noteRepeats(Entry& entry, const std::vector<Route>& before) const {
+  if (entry.repeats > 0) {
+    --entry.repeats;
+  } else if (readers_ == Readers::follow && entry.wanted.isRoute() && isOverDownLink(before)) {
+    entry.repeats = mostRepeats;
+  }
+}
+
+bool Exporter::isOverDownLink(const std::vector<Route>& routes) const {
+  return std::any_of(routes.begin(), routes.end(), [&](const Route& route) {
+    return std::any_of(route.hops.begin(), route.hops.end(), [&](const Hop& hop) {
+      const kernel::Link* link = table_.topology().link(hop.link);
+      return !link || !link->up;
+    });
+  });
 }
 
 bool Exporter::canStand(const Wanted& wanted) const {

@@ -27,7 +27,10 @@ struct Wanted {
 /// Readers of the table follow the last write and lose a prefix when any of its routes goes, so each prefix
 /// has one route there, of one metric; what is to change is deleted and added in one batch, never replaced. A
 /// prefix that was written rests for 50 ms, since readers miss what is away and back within less. Routes of
-/// other protocols are not touched; when one of the same prefix comes or goes, ours is written again.
+/// other protocols are not touched.
+///
+/// Readers that follow what is written lose ours when one of the same prefix comes or goes, or when they hear
+/// only after our write that the link of the former route went down: ours is written again then.
 ///
 /// Pure logic: whoever drives it tells it what is wanted and which prefixes of the mirror have changed, hands
 /// its batches to the kernel, and asks for the next one when the mirror has heard all that came of the last.
@@ -37,13 +40,16 @@ class Exporter {
   static constexpr U8 protocol = 220;
   static constexpr U32 metric = 220;
   static constexpr kernel::Nanos rest = kernel::milliseconds(50);
+  /// After it the same is written again, because a reader may have heard late that a link went down.
+  static constexpr kernel::Nanos doubt = kernel::milliseconds(4);
 
   enum class Why : U8 {
     none,      ///< never
     changed,   ///< something else is wanted
     leftover,  ///< found when it began
     putRight,  ///< somebody else had changed the table
-    retried    ///< it had been refused
+    retried,   ///< it had been refused
+    repeated   ///< the same again, after a link went down
   };
   struct Entry {
     Wanted wanted;
@@ -52,6 +58,7 @@ class Exporter {
     std::vector<kernel::Route> others{};  ///< of other protocols
     bool changed = false;                 ///< since the last write
     bool crossed = false;                 ///< likewise: others came or went
+    U8 repeats = 0;                       ///< how often the same is to be written again
     bool queued = false;
     bool resting = false;
     bool probed = false;  ///< a route that may be gone was added again, and was still there
@@ -68,8 +75,11 @@ class Exporter {
     U64 putRight = 0;  ///< of these, what others had done
   };
 
+  /// Who reads the table: by a look-up now and then, or by following what is written.
+  enum class Readers : U8 { lookUp, follow };
+
   /// Refers to the mirror of the table, whose settings ask for every route. Writes nothing before `begin`.
-  explicit Exporter(const kernel::Mirror& table) : table_(table) {}
+  Exporter(const kernel::Mirror& table, Readers readers) : table_(table), readers_(readers) {}
 
   void want(const Lumo::Prefix& prefix, Wanted wanted);
   /// All that is wanted has been told: what else is in the table need not stay.
@@ -116,9 +126,11 @@ class Exporter {
   bool isRight(const kernel::Route& route, const Wanted& wanted) const;
   bool canStand(const Wanted& wanted) const;
   static void noteOthers(Entry& entry, std::vector<kernel::Route> others);
-  static bool isToBeLast(const Entry& entry);
+  bool isToBeAgain(const Entry& entry) const;
+  void noteRepeats(Entry& entry, const std::vector<kernel::Route>& before) const;
+  bool isOverDownLink(const std::vector<kernel::Route>& routes) const;
   kernel::Route routeFor(const Lumo::Prefix& prefix, const Wanted& wanted) const;
-  void wrote(const Lumo::Prefix& prefix, Entry& entry, kernel::Nanos now);
+  void wrote(const Lumo::Prefix& prefix, Entry& entry, const Found& before, kernel::Nanos now);
   Why reasonOf(const Entry& entry) const;
   void rightIs(Entry& entry, bool right);
   void refusalIs(const Lumo::Prefix& prefix, Entry& entry, std::string text);
@@ -127,11 +139,12 @@ class Exporter {
   void noteFault(const Lumo::Prefix& prefix, Entry& entry);
 
   const kernel::Mirror& table_;
+  Readers readers_;
   bool begun_ = false;
   std::size_t leftovers_ = 0;  // at the front of the queue, from before it began
   Entries entries_;
   std::deque<Lumo::Prefix> queue_;
-  std::deque<std::pair<kernel::Nanos, Lumo::Prefix>> resting_;  // by when the rest ends
+  std::multimap<kernel::Nanos, Lumo::Prefix> resting_;  // by when the rest ends
   std::map<Lumo::Prefix, Fault> faults_;
   std::size_t right_ = 0;
   std::size_t refused_ = 0;

@@ -33,7 +33,8 @@ LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log)
       router_(router),
       log_(log),
       live_(settingsFor(options.table.table), kernel::monotonicNow()),
-      exporter_(live_.mirror()),
+      exporter_(live_.mirror(),
+                options.table.user == ExportFor::frr ? Exporter::Readers::follow : Exporter::Readers::lookUp),
       wanted_(router, options.table.user),
       subscription_(router.agent().subscribe([this](const mrib::Update& update) {
         for (const mrib::Change& change : update.changes) changed_.push_back(change.prefix());

@@ -1,9 +1,11 @@
-"""A source, routers A and R with two links between them, and a receiver; A and R run FRRouting.
+"""A source, routers A and R with links between them, and a receiver; A and R run FRRouting.
 
              10.1.1.0/24, A .1, R .2  (a1, r1; unicast leads here)
   source --- A                        R --- receiver
   10.0.0.2   10.9.0.1 peer 10.9.0.2   10.2.0.2
              (a2, r2)
+
+A third link (a3, r3) has no addresses of its own.
 """
 
 import os
@@ -38,6 +40,7 @@ class Network:
         cable(self.source, "s0", self.a, "a0")
         cable(self.a, "a1", self.r, "r1")
         cable(self.a, "a2", self.r, "r2")
+        cable(self.a, "a3", self.r, "r3")
         cable(self.r, "r0", self.receiver, "h0")
         self.source.ip("addr add 10.0.0.2/24 dev s0", "route add default via 10.0.0.1")
         self.a.ip("addr add 10.0.0.1/24 dev a0", "addr add 10.1.1.1/24 dev a1", "addr add 10.9.0.1 peer 10.9.0.2 dev a2",
@@ -48,8 +51,8 @@ class Network:
 
     def routing(self, mode, own_lines=(), table=True):
         rp = ["router pim", f" rp {RP} 239.0.0.0/8", " join-prune-interval 5", " ecmp", " ecmp rebalance"]
-        self.a.frr(*pim("a0", "a1", "a2", "lo"), *rp, "exit")
-        self.r.frr(*(["ip import-table 250 mrib"] if table else []), *own_lines, *pim("r0", "r1", "r2"), "interface r0",
+        self.a.frr(*pim("a0", "a1", "a2", "a3", "lo"), *rp, "exit")
+        self.r.frr(*(["ip import-table 250 mrib"] if table else []), *own_lines, *pim("r0", "r1", "r2", "r3"), "interface r0",
                    " ip igmp", "exit", *rp, f" rpf-lookup-mode {mode}", "exit")
 
     def wait(self, what, test, limit=15):
