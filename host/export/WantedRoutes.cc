@@ -18,6 +18,17 @@ namespace {
 
 constexpr int deepest = 32;  // ways through other configured routes
 
+/// Those of IPv4.
+template <class F>
+void forAddresses(const Router& router, U32 link, F each) {
+  const auto& all = router.mirror().topology().addresses.all();
+  for (auto at = all.lower_bound({link, {}, 0, {}}); at != all.end(); ++at) {
+    const kernel::Address& a = at->second.value;
+    if (a.link != link) break;
+    if (a.local.af() == Lumo::ipv4()) each(a);
+  }
+}
+
 }  // namespace
 
 void WantedRoutes::configurationChanged() {
@@ -74,9 +85,15 @@ void WantedRoutes::addHop(const IpGenAddr& gateway, U32 link, Wanted& wanted) co
   if (std::find(wanted.hops.begin(), wanted.hops.end(), hop) == wanted.hops.end()) wanted.hops.push_back(hop);
 }
 
+/// By an address of the router's: by a route alone it is to the kernel, and not to daemons that read the
+/// table.
 bool WantedRoutes::isOnLink(const IpGenAddr& gateway, U32 link) const {
+  bool isInSubnet = false;
+  forAddresses(router_, link, [&](const kernel::Address& a) {
+    isInSubnet |= Prefix(a.peer.v4Addr(), a.length).contains(gateway.v4Addr());
+  });
   const kernel::Answer& answer = router_.mirror().answer(router_.mirror().longestMatch(gateway));
-  return answer.kind == kernel::Answer::Kind::attached &&
+  return isInSubnet && answer.kind == kernel::Answer::Kind::attached &&
          std::any_of(answer.hops.begin(), answer.hops.end(), [&](const Hop& h) { return h.link == link; });
 }
 
@@ -107,14 +124,9 @@ std::span<const WantedRoutes::Line> WantedRoutes::linesOf(const Prefix& prefix) 
 
 std::set<IpAddr> WantedRoutes::peersOf(U32 link) const {
   std::set<IpAddr> peers;
-  const auto& all = router_.mirror().topology().addresses.all();
-  for (auto at = all.lower_bound({link, {}, 0, {}}); at != all.end(); ++at) {
-    const kernel::Address& a = at->second.value;
-    if (a.link != link) break;
-    if (a.local.af() == Lumo::ipv4() && a.peer != a.local && a.length == Prefix::maxLength) {
-      peers.insert(a.peer.v4Addr());
-    }
-  }
+  forAddresses(router_, link, [&](const kernel::Address& a) {
+    if (a.peer != a.local && a.length == Prefix::maxLength) peers.insert(a.peer.v4Addr());
+  });
   return peers;
 }
 

@@ -22,6 +22,7 @@ from varlink import own_namespace
 DESTINATIONS = ("10.0.0.0/24", f"{RP}/32")
 WAYS = ("10.9.0.1", "10.1.1.1")
 MOVE, FAILURE, DEATH = 2, 20, 0
+MEANWHILE = ", meanwhile"
 FLAPPING = [f"route {{}} 30.{i // 200}.{i % 200}.0/24 via 10.1.1.1 dev r1" for i in range(10000)]
 
 
@@ -99,7 +100,7 @@ def steps(network, routes):
     with Flapping(network.r):
         yield "10,000 other routes flap", lambda: time.sleep(2), "r2", DEATH
         for what, *rest in failures(network):
-            yield what + ", meanwhile", *rest
+            yield what + MEANWHILE, *rest
     yield "FRRouting restarted", lambda: restart_frr(network), "r2", None
 
 
@@ -171,6 +172,11 @@ def alone(mrib, mribd, tree, traffic):
     network.end()
 
 
+def most(limit, what, columns):
+    """While FRRouting is busy with other routes, what it needs for its own counts, too."""
+    return max(limit, max(columns[Own.name][what][1])) if what.endswith(MEANWHILE) else limit
+
+
 def report(columns):
     rows = list(dict.fromkeys(what for costs in columns.values() for what in costs))
     print("packets lost of 1,000 a second: median (most)\n")
@@ -181,7 +187,7 @@ def report(columns):
         for name, costs in columns.items():
             limit, lost = costs.get(what, (None, None))
             cells.append(f"{statistics.median_low(lost)} ({max(lost)})" if lost else "-")
-            if lost and name != Own.name and limit is not None and statistics.median_low(lost) > limit:
+            if lost and name != Own.name and limit is not None and statistics.median_low(lost) > most(limit, what, columns):
                 wrong.append(f"{what}, {name}: {lost}, at most {limit}")
         print(f"| {what} | " + " | ".join(cells) + " |", flush=True)
     return wrong
