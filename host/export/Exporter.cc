@@ -147,7 +147,7 @@ void Exporter::wrote(const Prefix& prefix, Entry& entry, const Found& before, Na
   entry.changed = entry.crossed = false;
   ++counters_.written;
   counters_.putRight += entry.why == Why::putRight;
-  noteRepeats(entry, before.routes);
+  noteRepeats(entry, before, now);
   entry.resting = true;
   resting_.emplace_hint(resting_.end(), now + (entry.repeats == mostRepeats ? doubt : rest), prefix);
 }
@@ -234,21 +234,22 @@ bool Exporter::isToBeAgain(const Entry& entry) const {
                       [](const Route& other) { return other.metric == metric && other.tos == 0; });
 }
 
-/// Until the mirror has read the table again, the former route is still there.
-void Exporter::noteRepeats(Entry& entry, const std::vector<Route>& before) const {
+void Exporter::noteRepeats(Entry& entry, const Found& before, Nanos now) const {
   if (entry.repeats > 0) {
     --entry.repeats;
-  } else if (readers_ == Readers::follow && entry.wanted.isRoute() && isOverDownLink(before)) {
+  } else if (readers_ == Readers::follow && entry.wanted.isRoute() &&
+             (haveChanged(entry.wanted.hops, now) ||
+              std::any_of(before.routes.begin(), before.routes.end(),
+                          [&](const Route& route) { return haveChanged(route.hops, now); }))) {
     entry.repeats = mostRepeats;
   }
 }
 
-bool Exporter::isOverDownLink(const std::vector<Route>& routes) const {
-  return std::any_of(routes.begin(), routes.end(), [&](const Route& route) {
-    return std::any_of(route.hops.begin(), route.hops.end(), [&](const Hop& hop) {
-      const kernel::Link* link = table_.topology().link(hop.link);
-      return !link || !link->up;
-    });
+/// The links.
+bool Exporter::haveChanged(const std::vector<Hop>& hops, Nanos now) const {
+  return std::any_of(hops.begin(), hops.end(), [&](const Hop& hop) {
+    const auto change = linkChanges_.find(hop.link);
+    return change != linkChanges_.end() && now < change->second + news;
   });
 }
 

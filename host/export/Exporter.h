@@ -30,7 +30,7 @@ struct Wanted {
 /// other protocols are not touched.
 ///
 /// Readers that follow what is written lose ours when one of the same prefix comes or goes, or when they hear
-/// only after our write that the link of the former route went down: ours is written again then.
+/// of a link's fall or rise only after the write that answers it: ours is written again then.
 ///
 /// Pure logic: whoever drives it tells it what is wanted and which prefixes of the mirror have changed, hands
 /// its batches to the kernel, and asks for the next one when the mirror has heard all that came of the last.
@@ -40,8 +40,10 @@ class Exporter {
   static constexpr U8 protocol = 220;
   static constexpr U32 metric = 220;
   static constexpr kernel::Nanos rest = kernel::milliseconds(50);
-  /// After it the same is written again, because a reader may have heard late that a link went down.
+  /// After it the same is written again, because a reader may have heard late of a link.
   static constexpr kernel::Nanos doubt = kernel::milliseconds(4);
+  /// For how long what is written answers the change of a link.
+  static constexpr kernel::Nanos news = kernel::milliseconds(100);
 
   enum class Why : U8 {
     none,      ///< never
@@ -49,7 +51,7 @@ class Exporter {
     leftover,  ///< found when it began
     putRight,  ///< somebody else had changed the table
     retried,   ///< it had been refused
-    repeated   ///< the same again, after a link went down
+    repeated   ///< the same again, after a link changed
   };
   struct Entry {
     Wanted wanted;
@@ -87,6 +89,7 @@ class Exporter {
   /// Its routes in the table may be others, or what was refused is to be tried again.
   void check(const Lumo::Prefix& prefix);
   void checkRefused();
+  void linkChanged(U32 link, kernel::Nanos now) { linkChanges_[link] = now; }
 
   /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at.
   /// Empty: call again when it is `due`.
@@ -127,8 +130,8 @@ class Exporter {
   bool canStand(const Wanted& wanted) const;
   static void noteOthers(Entry& entry, std::vector<kernel::Route> others);
   bool isToBeAgain(const Entry& entry) const;
-  void noteRepeats(Entry& entry, const std::vector<kernel::Route>& before) const;
-  bool isOverDownLink(const std::vector<kernel::Route>& routes) const;
+  void noteRepeats(Entry& entry, const Found& before, kernel::Nanos now) const;
+  bool haveChanged(const std::vector<kernel::Hop>& hops, kernel::Nanos now) const;
   kernel::Route routeFor(const Lumo::Prefix& prefix, const Wanted& wanted) const;
   void wrote(const Lumo::Prefix& prefix, Entry& entry, const Found& before, kernel::Nanos now);
   Why reasonOf(const Entry& entry) const;
@@ -146,6 +149,7 @@ class Exporter {
   std::deque<Lumo::Prefix> queue_;
   std::multimap<kernel::Nanos, Lumo::Prefix> resting_;  // by when the rest ends
   std::map<Lumo::Prefix, Fault> faults_;
+  std::unordered_map<U32, kernel::Nanos> linkChanges_;  // when
   std::size_t right_ = 0;
   std::size_t refused_ = 0;
   Counters counters_;

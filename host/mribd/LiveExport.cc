@@ -49,6 +49,9 @@ Nanos LiveExport::read(Nanos now) {
   if (!live_.mirror().isSynced()) return until;
   const auto changes = live_.mirror().takeChanges(prefixesATurn);
   for (const auto& prefix : changes.prefixes) exporter_.check(prefix.v4Prefix());
+  for (const U32 link : changes.links) {
+    if (begun_) exporter_.linkChanged(link, now);
+  }
   if (!changes.links.empty()) surveyAt_ = 0;
   return changes.complete ? until : now;
 }

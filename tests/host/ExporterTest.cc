@@ -141,6 +141,7 @@ class ExporterTest : public testing::Test {
     readTable();
     crossOthers();
     const auto changes = mirror->takeChanges();
+    for (const U32 link : changes.links) exporter->linkChanged(link, now);
     for (const auto& p : changes.prefixes) exporter->check(p.v4Prefix());
     for (const auto& [p, w] : wanted) {
       exporter->want(p, w);
@@ -173,7 +174,7 @@ class ExporterTest : public testing::Test {
     }
     exporter->written(batch, faults);
   }
-  /// ... and has to be written again; so has what replaces a route over a link that went down, twice.
+  /// ... and has to be written again; so has what answers the change of a link, twice.
   bool mayBeCrossed(const Prefix& p) {
     return readers == Exporter::Readers::follow &&
            ((crossedAt.contains(p) && now < crossedAt[p] + milliseconds(100)) ||

@@ -13,7 +13,7 @@ import sys
 from varlink import SKIPPED
 
 SUITE = "trixie"
-PACKAGES = ["frr", "iproute2", "base-files"]
+PACKAGES = ["frr", "iproute2", "base-files", "bash", "coreutils", "dash", "grep", "procps", "sed", "util-linux"]
 # What the packages' scripts would do. There need be no other user than the one that runs the tests.
 FILES = {"passwd": "root:x:0:0::/root:/bin/sh\nfrr:x:0:0::/:/bin/sh\n", "group": "root:x:0:\nfrr:x:0:\nfrrvty:x:0:\n",
          **{f"pam.d/{name}": "auth required pam_permit.so\naccount required pam_permit.so\n" for name in ("frr", "other")}}
@@ -85,7 +85,7 @@ def tree(folder):
 
 if __name__ == "__main__":
     try:
-        print(tree(sys.argv[1]))
+        print(tree(os.path.abspath(sys.argv[1])))
     except NotPossible as reason:
         print(f"no FRRouting of Debian 13: {reason}", file=sys.stderr)
         sys.exit(SKIPPED)

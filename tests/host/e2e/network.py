@@ -17,6 +17,7 @@ from machine import Machine, cable, skip
 SOURCE, RP, GROUP = "10.0.0.2", "10.255.0.1", "232.1.1.1"
 ANY_GROUP = "239.1.1.1"
 RATE = 1000
+ROUTER = ["router pim", f" rp {RP} 239.0.0.0/8", " join-prune-interval 5", " ecmp", " ecmp rebalance"]
 PIM = ["interface {}", " ip pim", " ip pim hello 1", "exit"]
 
 
@@ -33,7 +34,8 @@ def compiled(folder):
 
 
 class Network:
-    def __init__(self, tree, traffic):
+    def __init__(self, tree, traffic, empty=False):
+        """`empty`: R has nothing but its links."""
         self.traffic = traffic
         self.source, self.a = Machine("source"), Machine("a", tree)
         self.r, self.receiver = Machine("r", tree), Machine("receiver")
@@ -45,15 +47,18 @@ class Network:
         self.source.ip("addr add 10.0.0.2/24 dev s0", "route add default via 10.0.0.1")
         self.a.ip("addr add 10.0.0.1/24 dev a0", "addr add 10.1.1.1/24 dev a1", "addr add 10.9.0.1 peer 10.9.0.2 dev a2",
                   "addr add 10.255.0.1/32 dev lo", "route add default via 10.1.1.2")
-        self.r.ip("addr add 10.2.0.1/24 dev r0", "addr add 10.1.1.2/24 dev r1", "addr add 10.9.0.2 peer 10.9.0.1 dev r2",
-                  "route add default via 10.1.1.1")
+        if not empty:
+            self.r.ip("addr add 10.2.0.1/24 dev r0", "addr add 10.1.1.2/24 dev r1", "addr add 10.9.0.2 peer 10.9.0.1 dev r2",
+                      "route add default via 10.1.1.1")
         self.receiver.ip("addr add 10.2.0.2/24 dev h0", "route add default via 10.2.0.1")
 
+    def upstream(self):
+        return [*pim("a0", "a1", "a2", "a3", "lo"), *ROUTER, "exit"]
+
     def routing(self, mode, own_lines=(), table=True):
-        rp = ["router pim", f" rp {RP} 239.0.0.0/8", " join-prune-interval 5", " ecmp", " ecmp rebalance"]
-        self.a.frr(*pim("a0", "a1", "a2", "a3", "lo"), *rp, "exit")
+        self.a.frr(*self.upstream())
         self.r.frr(*(["ip import-table 250 mrib"] if table else []), *own_lines, *pim("r0", "r1", "r2", "r3"), "interface r0",
-                   " ip igmp", "exit", *rp, f" rpf-lookup-mode {mode}", "exit")
+                   " ip igmp", "exit", *ROUTER, f" rpf-lookup-mode {mode}", "exit")
 
     def wait(self, what, test, limit=15):
         end = time.monotonic() + limit
