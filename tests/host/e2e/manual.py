@@ -29,7 +29,7 @@ ln -s {mrib} /run/bin/mrib
 ln -s {mribd} /run/bin/mribd
 cat >/run/bin/vtysh <<'END'
 #!/bin/sh
-exec chroot {tree} vtysh "$@"
+exec chroot {tree} /usr/bin/vtysh "$@"
 END
 cat >/run/bin/systemctl <<'END'
 #!/bin/sh
@@ -67,7 +67,7 @@ class Shell:
                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
 
     def run(self, command):
-        self.process.stdin.write(command + "\necho; echo end of it\n")
+        self.process.stdin.write("{ " + command + "\n} </dev/null\necho; echo end of it\n")
         self.process.stdin.flush()
         said = ""
         for line in self.process.stdout:
