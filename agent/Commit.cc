@@ -25,10 +25,7 @@ void copy(const EngineRoute& from, Route& into) {
   into.type = from.routeType();
   into.preference = from.preference();
   const auto& vias = from.viaList();
-  for (U32 i = 0; i < vias.size(); ++i) {
-    const auto& intf = vias[i].intfStatus;
-    into.nextHops.push_back({vias[i].hop, intf ? intf->intfId().value() : 0});
-  }
+  for (U32 i = 0; i < vias.size(); ++i) into.nextHops.push_back(nextHopOf(vias[i]));
   if (vias.size() > 1) std::sort(into.nextHops.begin(), into.nextHops.end());
 }
 
@@ -37,6 +34,10 @@ bool isConnected(const Unicast::Move& move) {
 }
 
 }  // namespace
+
+NextHop nextHopOf(const Routing::Fib::Via& via) {
+  return {via.hop, via.intfStatus ? via.intfStatus->intfId().value() : 0};
+}
 
 std::optional<EngineRun::Rpf> rpfOf(const Mroutes& config, const Line& line) {
   using Rpf = EngineRun::Rpf;

@@ -77,6 +77,10 @@ Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& l
   return m;
 }
 
+bool isSame(const Mroute& a, const Mroute& b) {
+  return a.preference == b.preference && a.rpf == b.rpf;
+}
+
 }  // namespace
 
 std::vector<Mroute> Agent::Impl::mroutes() const {
@@ -87,26 +91,78 @@ std::vector<Mroute> Agent::Impl::mroutes() const {
   return all;
 }
 
-/// Nothing for a line that is in force.
-std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, const Line& line,
-                                                    const Route* installed) const {
+Agent::Impl::Probe Agent::Impl::probe(const Lumo::Prefix& prefix, const Line& line) const {
   const auto rpf = rpfOf(config, line);
-  const auto probed = rpf ? run->resolver().probe(*rpf, prefix) : EngineRun::Resolver::Probe{};
-  const bool isInForce = installed && installed->preference == line.preference;
-  if (rpf && probed.verdict == Verdict::usable && isInForce) return std::nullopt;
+  return rpf ? run->resolver().probe(*rpf, prefix) : Probe{};
+}
+
+/// The route of a prefix, if it is one of its lines that is in force.
+const Route* Agent::Impl::configured(const Mroutes::Node& node) const {
+  const Route* route = published.find(node.prefix);
+  const auto isConfigured = [&](const Line& l) { return route && l.preference == route->preference; };
+  return std::any_of(node.lines.begin(), node.lines.end(), isConfigured) ? route : nullptr;
+}
+
+Unresolved Agent::Impl::faultOf(const Lumo::Prefix& prefix, const Line& line, const Probe& probed,
+                                const Route* installed) const {
   const Link* down = line.byName ? linkOf(line) : nullptr;
   Unresolved u{mrouteOf(config, prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
   u.installed = installed ? installed->preference : U8{0};
-  u.anotherResolves = isInForce;
+  u.anotherResolves = u.installed == line.preference;
   u.linkIsDown = down && !(down->up && down->carrier);
   if (line.held) {
     u.reason = Reason::heldBack;
-  } else if (!rpf) {
+  } else if (!rpfOf(config, line)) {
     u.reason = Reason::noInterface;
-  } else if (installed && installed->preference < line.preference) {
-    u.reason = Reason::waiting;
   }
   return u;
+}
+
+/// Nothing for a line that is in force.
+std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, const Line& line,
+                                                    const Route* installed) const {
+  const Probe probed = probe(prefix, line);
+  const bool resolves = rpfOf(config, line) && probed.verdict == Verdict::usable;
+  if (resolves && installed && installed->preference == line.preference) return std::nullopt;
+  Unresolved u = faultOf(prefix, line, probed, installed);
+  const bool isOffered = u.reason != Reason::heldBack && u.reason != Reason::noInterface;
+  if (isOffered && installed && installed->preference < line.preference) u.reason = Reason::waiting;
+  return u;
+}
+
+Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& line,
+                                     const Route* installed) const {
+  Resolution r{mrouteOf(config, prefix, line), {}, {}, {}, {}, false};
+  const auto rpf = rpfOf(config, line);
+  const Probe probed = probe(prefix, line);
+  if (rpf && probed.verdict != Verdict::noAddress) r.address = probed.hop;
+  if (r.address && !probed.lpm.empty()) r.match = probed.lpm.v4Prefix();
+  if (!rpf || probed.verdict != Verdict::usable) {
+    r.fault = faultOf(prefix, line, probed, installed);
+    return r;
+  }
+  std::vector<Routing::Fib::Via> vias;
+  run->resolver().viasOf(*rpf, probed, vias);
+  std::vector<NextHop> hops;
+  for (const auto& via : vias) hops.push_back(nextHopOf(via));
+  std::sort(hops.begin(), hops.end());
+  hops.erase(std::unique(hops.begin(), hops.end()), hops.end());
+  r.nextHops.assign(hops.data(), hops.data() + hops.size());
+  r.inForce = installed && installed->preference == line.preference;
+  return r;
+}
+
+std::vector<Mroute> Agent::Impl::circle(const Mroute& heldBack) const {
+  std::vector<Mroute> circle;
+  const Mroutes::Node* node = config.find({heldBack.prefix.address.v4Addr(), heldBack.prefix.length});
+  if (!node) return circle;
+  for (const Line& line : node->lines) {
+    if (!line.held || !isSame(mrouteOf(config, node->prefix, line), heldBack)) continue;
+    for (const auto& [place, each] : config.circleOf(*node, line)) {
+      circle.push_back(mrouteOf(config, config.all()[place].prefix, each));
+    }
+  }
+  return circle;
 }
 
 const Link* Agent::Impl::linkOf(const Line& line) const {
@@ -117,14 +173,21 @@ const Link* Agent::Impl::linkOf(const Line& line) const {
 std::vector<Unresolved> Agent::Impl::unresolved() const {
   std::vector<Unresolved> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
-    const Route* route = published.find(node->prefix);
-    const auto isConfigured = [&](const Line& l) { return route && l.preference == route->preference; };
-    const bool byConfiguration = std::any_of(node->lines.begin(), node->lines.end(), isConfigured);
+    const Route* installed = configured(*node);
     for (const Line& line : node->lines) {
-      auto u = unresolvedOf(node->prefix, line, byConfiguration ? route : nullptr);
+      auto u = unresolvedOf(node->prefix, line, installed);
       if (u) all.push_back(std::move(*u));
     }
   }
+  return all;
+}
+
+std::vector<Resolution> Agent::Impl::resolutions(const Lumo::Prefix& prefix) const {
+  std::vector<Resolution> all;
+  const Mroutes::Node* node = config.find(prefix);
+  if (!node) return all;
+  const Route* installed = configured(*node);
+  for (const Line& line : node->lines) all.push_back(resolutionOf(prefix, line, installed));
   return all;
 }
 

@@ -1,8 +1,8 @@
 #include <benchmark/benchmark.h>
 
-#include <ctime>
 #include <random>
 
+#include "CpuTime.h"
 #include "EngineWorld.h"
 #include "mrib/Agent.h"
 
@@ -25,20 +25,6 @@ Prefix prefixOf(U32 i) {
 }
 Prefix subnetOf(U32 d) {
   return {IpAddr::fromHost(10u << 24 | d << 16), 16};
-}
-
-double cpuSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-/// Seconds of CPU that `step` takes: it never waits, and other work on the machine is none of its cost.
-template <class Step>
-double timed(Step step) {
-  const double start = cpuSeconds();
-  step();
-  return cpuSeconds() - start;
 }
 
 /// The least of some times: what is measured without what other work on the machine does to the caches.

@@ -1,9 +1,9 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <ctime>
 #include <random>
 
+#include "CpuTime.h"
 #include "Pim/MribSm/MribSm.h"
 #include "inside/CBorder.h"
 
@@ -46,20 +46,15 @@ class Least {
  public:
   template <class Step>
   double operator()(const std::vector<mrib_ip>& sources, Step step) {
-    const double start = cpu();
+    const double start = cpuSeconds();
     for (const mrib_ip& source : sources) step(source);
-    const double seconds = cpu() - start;
+    const double seconds = cpuSeconds() - start;
     each_ = std::min(each_, seconds * 1e9 / static_cast<double>(sources.size()));
     return seconds;
   }
   double each() const { return each_; }
 
  private:
-  static double cpu() {
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-  }
   double each_ = 1e9;
 };
 

@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <sstream>
 #include <string>
 
 #include "ConfigEdit.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
+#include "CpuTime.h"
 
 // What a configuration costs, beside a plain reading of the same text in the same run: std::getline and
 // std::sscanf, and no check of anything.
@@ -25,19 +25,6 @@ std::string textWith(U32 lines) {
                         i % 2 == 0 ? " 200" : "");
   }
   return text;
-}
-
-double cpuSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-template <class Step>
-double timed(Step step) {
-  const double start = cpuSeconds();
-  step();
-  return cpuSeconds() - start;
 }
 
 void readPlainly(const std::string& text) {

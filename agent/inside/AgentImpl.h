@@ -21,6 +21,8 @@ class Agent::Impl {
   // Unresolved.cc
   std::vector<Mroute> mroutes() const;
   std::vector<Unresolved> unresolved() const;
+  std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   Options options;
   Interfaces interfaces;
@@ -75,8 +77,14 @@ class Agent::Impl {
   void tell(const Update& update);
 
   // Unresolved.cc
+  using Probe = EngineRun::Resolver::Probe;
+  Probe probe(const Lumo::Prefix& prefix, const Line& line) const;
+  const Route* configured(const Mroutes::Node& node) const;
   std::optional<Unresolved> unresolvedOf(const Lumo::Prefix& prefix, const Line& line,
                                          const Route* installed) const;
+  Unresolved faultOf(const Lumo::Prefix& prefix, const Line& line, const Probe& probed,
+                     const Route* installed) const;
+  Resolution resolutionOf(const Lumo::Prefix& prefix, const Line& line, const Route* installed) const;
   const Link* linkOf(const Line& line) const;
 
   // Rightness.cc
@@ -93,5 +101,8 @@ class Agent::Impl {
 
 /// The RPF that a line is to the engine; nothing for one that it is not offered.
 std::optional<EngineRun::Rpf> rpfOf(const Mroutes& config, const Line& line);
+
+/// What is published of one of the engine's ways.
+NextHop nextHopOf(const Routing::Fib::Via& via);
 
 }  // namespace mrib

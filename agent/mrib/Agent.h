@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "Zan/Ptr.h"
 #include "mrib/Transaction.h"
@@ -74,6 +75,17 @@ struct ZAN_EXPORT Unresolved {
   std::string text() const;
 };
 
+/// What a configured route comes to, whether it is in force or not.
+struct Resolution {
+  Mroute mroute;
+  std::optional<Lumo::IpAddr> address;  ///< that it resolves by
+  std::optional<Lumo::Prefix> match;    ///< the longest match of that in the MRIB
+  NextHops nextHops;                    ///< that it has or would have, in order of link and address
+  /// Why it does not resolve, as if no other preference were in force; nothing: it does.
+  std::optional<Unresolved> fault;
+  bool inForce = false;
+};
+
 /// Owns the engine with all of its inputs and outputs. Has no loop, no thread and no I/O; all calls come from
 /// one thread at a time.
 ///
@@ -135,6 +147,12 @@ class ZAN_EXPORT Agent {
   /// Those of them that are not in force, each with the reason, in the same order. Costs a look-up in the
   /// trie for each configured route.
   std::vector<Unresolved> unresolved() const;
+  /// What each configured route of this very prefix comes to, by preference and RPF. A look-up in the trie
+  /// for each.
+  std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  /// For a configured route that is held back: the shortest circle that it lies on, beginning with itself.
+  /// Each could resolve through the prefix of the next, the last through that of the first. Empty for others.
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   /// Calls `listener` after every commit that was applied and every settling that healed, in order, also when
   /// no route changed. It may subscribe and unsubscribe (itself too), and ask everything; it may not commit,

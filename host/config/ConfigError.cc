@@ -16,15 +16,14 @@ std::string ConfigError::message() const {
 }
 
 ConfigurationError::ConfigurationError(std::vector<ConfigError> errors)
-    : Error(messagesOf(errors)), errors_(std::move(errors)) {}
+    : Error(fmt::format("{}", fmt::join(messagesOf(errors), "\n"))), errors_(std::move(errors)) {}
 
-std::string messagesOf(const std::vector<ConfigError>& errors) {
+std::vector<std::string> messagesOf(const std::vector<ConfigError>& errors) {
   const std::size_t printed = std::min(errors.size(), ConfigurationError::mostPrinted);
-  std::string all;
-  for (std::size_t i = 0; i < printed; ++i)
-    all += fmt::format("{}{}", i == 0 ? "" : "\n", errors[i].message());
+  std::vector<std::string> all;
+  for (std::size_t i = 0; i < printed; ++i) all.push_back(errors[i].message());
   const std::size_t more = errors.size() - printed;
-  if (more > 0) all += fmt::format("\nand {} more error{}", more, more == 1 ? "" : "s");
+  if (more > 0) all.push_back(fmt::format("and {} more error{}", more, more == 1 ? "" : "s"));
   return all;
 }
 

@@ -33,8 +33,8 @@ class ConfigurationError : public Error {
   std::vector<ConfigError> errors_;
 };
 
-/// The messages of some errors, one a line: at most `ConfigurationError::mostPrinted`, then how many more.
-std::string messagesOf(const std::vector<ConfigError>& errors);
+/// The messages of some errors: at most `ConfigurationError::mostPrinted`, then how many more.
+std::vector<std::string> messagesOf(const std::vector<ConfigError>& errors);
 
 /// A word from outside as messages quote it: escaped, and cut when it is longer than 64 bytes.
 std::string quoted(std::string_view word);

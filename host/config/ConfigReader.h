@@ -8,6 +8,9 @@
 
 namespace host {
 
+/// Read where no other is named and it exists.
+inline constexpr const char* defaultConfig = "/etc/mrib.conf";
+
 /// What a configuration may come to, all of its files together.
 constexpr std::size_t mostConfigBytes = std::size_t{64} << 20;
 constexpr std::size_t mostConfigFiles = 1000;

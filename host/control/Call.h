@@ -13,6 +13,9 @@
 /// The control protocol: Varlink (varlink.org), of which this layer knows everything but the methods.
 namespace host::control {
 
+/// Where a daemon serves unless it is told otherwise.
+inline constexpr const char* defaultSocket = "/run/mrib/mribd.sock";
+
 /// Who is at the other end of a connection.
 struct Peer {
   U32 uid = 0;

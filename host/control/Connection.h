@@ -1,12 +1,10 @@
 #pragma once
 
+#include "Clock.h"
 #include "Queue.h"
 #include "Service.h"
 
 namespace host::control {
-
-/// Monotonic time in nanoseconds.
-using Nanos = U64;
 
 /// What one client may ask of a service. Times in nanoseconds.
 struct Limits {

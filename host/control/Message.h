@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Call.h"
+#include "StandardErrors.h"
 
 /// Varlink's messages: JSON objects, each ended by a NUL byte.
 namespace host::control {
@@ -31,14 +31,5 @@ bool nestsDeeper(std::string_view json, U32 limit);
 
 /// Adds the message of a reply, with its NUL.
 void append(std::string& out, const Reply& reply);
-
-/// The errors that every service has.
-Reply interfaceNotFound(std::string_view interface);
-Reply methodNotFound(std::string_view method);
-Reply methodNotImplemented(std::string_view method);
-Reply invalidParameter(std::string_view parameter);
-Reply permissionDenied();
-/// For a call that has to say `more`.
-Reply expectedMore();
 
 }  // namespace host::control

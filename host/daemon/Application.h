@@ -7,8 +7,6 @@
 
 namespace host::daemon {
 
-using control::Nanos;
-
 /// What a daemon does besides serving clients. It has no loop: this is what the loop calls.
 class Application {
  public:

@@ -10,7 +10,7 @@
 
 namespace host::daemon {
 
-inline constexpr const char* defaultSocket = "/run/mrib/mribd.sock";
+using control::defaultSocket;
 
 /// The socket that clients connect to: of mode 0660, and of the group "mrib" where there is one.
 ///

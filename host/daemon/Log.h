@@ -10,8 +10,6 @@
 
 namespace host::daemon {
 
-using control::Nanos;
-
 /// As syslog numbers them.
 enum class Level : U8 { error = 3, warning = 4, notice = 5, info = 6, debug = 7 };
 std::optional<Level> levelOf(std::string_view name);

@@ -185,8 +185,4 @@ void run(const Parts& parts) {
   Runner(parts).run();
 }
 
-Nanos monotonicNow() {
-  return uv_hrtime();
-}
-
 }  // namespace host::daemon

@@ -22,7 +22,4 @@ struct Parts {
 /// process. Throws what the application throws, and Error when the system has no loop.
 void run(const Parts& parts);
 
-/// The clock of all times here.
-Nanos monotonicNow();
-
 }  // namespace host::daemon

@@ -6,8 +6,6 @@
 
 namespace host::daemon {
 
-using control::Nanos;
-
 /// The service manager that started this process, if one did and wants to hear of it (NOTIFY_SOCKET,
 /// WATCHDOG_USEC). Without one everything here does nothing.
 class Manager {

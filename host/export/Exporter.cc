@@ -10,7 +10,6 @@
 namespace host {
 
 using kernel::Hop;
-using kernel::Nanos;
 using kernel::Route;
 using Lumo::Prefix;
 

@@ -8,6 +8,7 @@
 
 #include "Lumo/Prefix.h"
 #include "Mirror.h"
+#include "PrefixHash.h"
 #include "RouteOp.h"
 
 namespace host {
@@ -39,11 +40,11 @@ class Exporter {
   /// Not among those that routing daemons take for their own.
   static constexpr U8 protocol = 220;
   static constexpr U32 metric = 220;
-  static constexpr kernel::Nanos rest = kernel::milliseconds(50);
+  static constexpr Nanos rest = milliseconds(50);
   /// After it the same is written again, because a reader may have heard late of a link.
-  static constexpr kernel::Nanos doubt = kernel::milliseconds(4);
+  static constexpr Nanos doubt = milliseconds(4);
   /// For how long what is written answers the change of a link.
-  static constexpr kernel::Nanos news = kernel::milliseconds(100);
+  static constexpr Nanos news = milliseconds(100);
 
   enum class Why : U8 {
     none,      ///< never
@@ -56,7 +57,7 @@ class Exporter {
   struct Entry {
     Wanted wanted;
     Why why = Why::none;                  ///< of the last write
-    kernel::Nanos writtenAt = 0;          ///< likewise
+    Nanos writtenAt = 0;                  ///< likewise
     std::vector<kernel::Route> others{};  ///< of other protocols
     bool changed = false;                 ///< since the last write
     bool crossed = false;                 ///< likewise: others came or went
@@ -89,13 +90,13 @@ class Exporter {
   /// Its routes in the table may be others, or what was refused is to be tried again.
   void check(const Lumo::Prefix& prefix);
   void checkRefused();
-  void linkChanged(U32 link, kernel::Nanos now) { linkChanges_[link] = now; }
+  void linkChanged(U32 link, Nanos now) { linkChanges_[link] = now; }
 
   /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at.
   /// Empty: call again when it is `due`.
-  Batch next(kernel::Nanos now, std::size_t limit);
+  Batch next(Nanos now, std::size_t limit);
   void written(const Batch& batch, std::span<const kernel::RouteFault> faults);
-  kernel::Nanos due() const;
+  Nanos due() const;
 
   /// What takes all routes away that are in the table.
   Batch withdrawal() const;
@@ -111,10 +112,7 @@ class Exporter {
   const Entry* entry(const Lumo::Prefix& prefix) const;
 
  private:
-  struct PrefixHash {
-    std::size_t operator()(const Lumo::Prefix& p) const { return p.hash(); }
-  };
-  using Entries = std::unordered_map<Lumo::Prefix, Entry, PrefixHash>;
+  using Entries = std::unordered_map<Lumo::Prefix, Entry, kernel::PrefixHash>;
   struct Found {
     std::vector<kernel::Route> routes;  // of our protocol
     std::vector<kernel::Route> others;
@@ -123,17 +121,17 @@ class Exporter {
   };
 
   void enqueue(const Lumo::Prefix& prefix, Entry& entry);
-  void wake(kernel::Nanos now);
-  void consider(const Lumo::Prefix& prefix, Entry& entry, Batch& batch, kernel::Nanos now);
+  void wake(Nanos now);
+  void consider(const Lumo::Prefix& prefix, Entry& entry, Batch& batch, Nanos now);
   Found find(const Lumo::Prefix& prefix, const Wanted& wanted) const;
   bool isRight(const kernel::Route& route, const Wanted& wanted) const;
   bool canStand(const Wanted& wanted) const;
   static void noteOthers(Entry& entry, std::vector<kernel::Route> others);
   bool isToBeAgain(const Entry& entry) const;
-  void noteRepeats(Entry& entry, const Found& before, kernel::Nanos now) const;
-  bool haveChanged(const std::vector<kernel::Hop>& hops, kernel::Nanos now) const;
+  void noteRepeats(Entry& entry, const Found& before, Nanos now) const;
+  bool haveChanged(const std::vector<kernel::Hop>& hops, Nanos now) const;
   kernel::Route routeFor(const Lumo::Prefix& prefix, const Wanted& wanted) const;
-  void wrote(const Lumo::Prefix& prefix, Entry& entry, const Found& before, kernel::Nanos now);
+  void wrote(const Lumo::Prefix& prefix, Entry& entry, const Found& before, Nanos now);
   Why reasonOf(const Entry& entry) const;
   void rightIs(Entry& entry, bool right);
   void refusalIs(const Lumo::Prefix& prefix, Entry& entry, std::string text);
@@ -147,9 +145,9 @@ class Exporter {
   std::size_t leftovers_ = 0;  // at the front of the queue, from before it began
   Entries entries_;
   std::deque<Lumo::Prefix> queue_;
-  std::multimap<kernel::Nanos, Lumo::Prefix> resting_;  // by when the rest ends
+  std::multimap<Nanos, Lumo::Prefix> resting_;  // by when the rest ends
   std::map<Lumo::Prefix, Fault> faults_;
-  std::unordered_map<U32, kernel::Nanos> linkChanges_;  // when
+  std::unordered_map<U32, Nanos> linkChanges_;  // when
   std::size_t right_ = 0;
   std::size_t refused_ = 0;
   Counters counters_;

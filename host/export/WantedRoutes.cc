@@ -18,17 +18,6 @@ namespace {
 
 constexpr int deepest = 32;  // ways through other configured routes
 
-/// Those of IPv4.
-template <class F>
-void forAddresses(const Router& router, U32 link, F each) {
-  const auto& all = router.mirror().topology().addresses.all();
-  for (auto at = all.lower_bound({link, {}, 0, {}}); at != all.end(); ++at) {
-    const kernel::Address& a = at->second.value;
-    if (a.link != link) break;
-    if (a.local.af() == Lumo::ipv4()) each(a);
-  }
-}
-
 }  // namespace
 
 void WantedRoutes::configurationChanged() {
@@ -89,7 +78,7 @@ void WantedRoutes::addHop(const IpGenAddr& gateway, U32 link, Wanted& wanted) co
 /// table.
 bool WantedRoutes::isOnLink(const IpGenAddr& gateway, U32 link) const {
   bool isInSubnet = false;
-  forAddresses(router_, link, [&](const kernel::Address& a) {
+  router_.mirror().topology().forEachIpv4Of(link, [&](const kernel::Address& a) {
     isInSubnet |= Prefix(a.peer.v4Addr(), a.length).contains(gateway.v4Addr());
   });
   const kernel::Answer& answer = router_.mirror().answer(router_.mirror().longestMatch(gateway));
@@ -124,7 +113,7 @@ std::span<const WantedRoutes::Line> WantedRoutes::linesOf(const Prefix& prefix) 
 
 std::set<IpAddr> WantedRoutes::peersOf(U32 link) const {
   std::set<IpAddr> peers;
-  forAddresses(router_, link, [&](const kernel::Address& a) {
+  router_.mirror().topology().forEachIpv4Of(link, [&](const kernel::Address& a) {
     if (a.peer != a.local && a.length == Prefix::maxLength) peers.insert(a.peer.v4Addr());
   });
   return peers;

@@ -87,11 +87,6 @@ std::optional<Nanos> LiveMirror::act(Nanos now) {
   }
 }
 
-Nanos monotonicNow() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return static_cast<Nanos>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
-}
-
 void readAll(LiveMirror& live) {
   constexpr Nanos million = milliseconds(1);
   for (;;) {

@@ -53,7 +53,4 @@ void readAll(LiveMirror& live);
 /// empty. Throws Error when there is none.
 U32 tableOf(const std::string& table, const std::string& vrf);
 
-/// The monotonic clock.
-Nanos monotonicNow();
-
 }  // namespace host::kernel

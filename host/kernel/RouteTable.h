@@ -5,6 +5,7 @@
 
 #include "Answer.h"
 #include "Interned.h"
+#include "PrefixHash.h"
 #include "PrefixIndex.h"
 #include "Segmented.h"
 #include "Topology.h"
@@ -123,9 +124,6 @@ class RouteTable {
     std::vector<Message> messages;
     bool replaced = false;
     bool several = false;  // there was a choice of what to replace
-  };
-  struct PrefixHash {
-    std::size_t operator()(const IpGenPrefix& p) const { return p.hash(); }
   };
   using List = std::vector<U32>;
 

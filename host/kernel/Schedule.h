@@ -7,13 +7,6 @@
 
 namespace host::kernel {
 
-constexpr Nanos milliseconds(U64 n) {
-  return n * 1'000'000;
-}
-constexpr Nanos seconds(U64 n) {
-  return milliseconds(n * 1000);
-}
-
 /// Why the kernel has to be read again.
 enum class Reason : U8 {
   start,

@@ -10,11 +10,9 @@ const Link* Topology::link(U32 index) const {
 }
 
 bool Topology::hasIpv4(U32 link) const {
-  for (auto at = addresses.all().lower_bound({link, {}, 0, {}}); at != addresses.all().end(); ++at) {
-    if (at->second.value.link != link) break;
-    if (at->second.value.local.af() == Lumo::ipv4()) return true;
-  }
-  return false;
+  bool found = false;
+  forEachIpv4Of(link, [&](const Address&) { found = true; });
+  return found;
 }
 
 U32 Topology::vrfTableOf(const Link& link) const {

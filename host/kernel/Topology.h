@@ -30,6 +30,15 @@ class Topology {
   Epoch lastLoss = 0;
 
   const Link* link(U32 index) const;
+  /// Calls `f` with each IPv4 address of a link, in order.
+  template <class F>
+  void forEachIpv4Of(U32 link, F f) const {
+    for (auto at = addresses.all().lower_bound({link, {}, 0, {}}); at != addresses.all().end(); ++at) {
+      const Address& address = at->second.value;
+      if (address.link != link) return;
+      if (address.local.af() == Lumo::ipv4()) f(address);
+    }
+  }
   /// Whether a link has an IPv4 address.
   bool hasIpv4(U32 link) const;
   /// The router's own addresses as far as `table` goes, with the links that hold them; of several links the

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "Clock.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/IpGenPrefix.h"
 
@@ -12,9 +13,6 @@ namespace host::kernel {
 
 using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
-
-/// Monotonic time in nanoseconds; always an argument here, never read from a clock.
-using Nanos = U64;
 
 struct Link {
   U32 index = 0;

@@ -1,5 +1,6 @@
 #include "Backend.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 
 #include <cerrno>
@@ -9,14 +10,13 @@
 #include "ConfigReader.h"
 #include "Escape.h"
 #include "LiveMirror.h"
+#include "LiveReversePath.h"
 #include "RibService.h"
 #include "Sample.h"
 #include "Saved.h"
+#include "SavedReversePath.h"
 
 namespace host {
-
-using kernel::monotonicNow;
-using kernel::Nanos;
 
 namespace {
 
@@ -53,9 +53,11 @@ class Once : public OwnReading {
     if (options.from.empty()) {
       live_ = std::make_unique<kernel::LiveMirror>(settingsFor(options), monotonicNow());
       readAll(*live_);
+      kernel_ = std::make_unique<kernel::LiveReversePath>(live_->mirror());
     } else {
       saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
       readSaved(options.from, *saved_);
+      kernel_ = std::make_unique<kernel::SavedReversePath>(options.from, *saved_);
     }
     prepare();
     router_ = std::make_unique<Router>(mirror(), monotonicNow);
@@ -67,9 +69,9 @@ class Once : public OwnReading {
     if (router_->agent().mayDiffer()) router_->agent().settle();
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
-    service_ =
-        std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
-                                     RibService::Setting{name(), monotonicNow(), [] { return U64{0}; }});
+    RibService::Setting setting{name(), monotonicNow()};
+    setting.kernel = kernel_.get();
+    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow, std::move(setting));
   }
 
   ~Once() override;
@@ -110,9 +112,7 @@ class Once : public OwnReading {
   void configure(Configuration configuration) {
     const auto refusals = router_->configurationIs(std::move(configuration), monotonicNow());
     if (refusals.empty()) return;
-    std::string text;
-    for (const std::string& refusal : refusals) text += (text.empty() ? "" : "\n") + refusal;
-    throw Error(text);
+    throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
   }
   void takeSample() {
     const std::string text = sampleConfiguration(*router_);
@@ -137,8 +137,7 @@ class Once : public OwnReading {
     const Nanos until = std::min(live_->turn(now), router_->turn(now));
     if (until <= now) return true;
     pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
-    const auto patience =
-        static_cast<int>(std::min<Nanos>((until - now) / kernel::milliseconds(1) + 1, 60000));
+    const auto patience = static_cast<int>(std::min<Nanos>((until - now) / milliseconds(1) + 1, 60000));
     if (poll(fds, 2, patience) < 0 && errno != EINTR) throw Error("kernel: poll failed");
     return true;
   }
@@ -146,6 +145,7 @@ class Once : public OwnReading {
   std::string source_;
   std::unique_ptr<kernel::LiveMirror> live_;
   std::unique_ptr<kernel::Mirror> saved_;
+  std::unique_ptr<kernel::ReversePath> kernel_;
   std::unique_ptr<Router> router_;
   std::unique_ptr<Configurator> configurator_;
   std::unique_ptr<RibService> service_;

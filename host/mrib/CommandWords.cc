@@ -23,14 +23,15 @@ std::string inFull(const std::string& word, const std::vector<std::string>& name
   throw Error(text);
 }
 
-}  // namespace
-
+/// As messages list them.
 const std::vector<std::string>& commandNames() {
   static const std::vector<std::string> names{
-      "route", "rpf",    "unicast",   "unresolved",     "status",       "monitor",
-      "watch", "reload", "configure", "running-config", "check-config", "inspect"};
+      "route",  "rpf",       "unicast",        "unresolved",   "status",  "monitor", "watch",
+      "reload", "configure", "running-config", "check-config", "explain", "inspect"};
   return names;
 }
+
+}  // namespace
 
 std::vector<std::string> commandInFull(std::vector<std::string> words,
                                        const std::vector<std::string>& withValue) {

@@ -5,9 +5,6 @@
 
 namespace host {
 
-/// The commands, as completion and messages list them.
-const std::vector<std::string>& commandNames();
-
 /// A command line with its command in full: an unambiguous beginning of one counts as it, and what operators
 /// know from routers as what it is here (`show ip rpf 10.1.2.3`, `show ip mroute-static`). `withValue` are
 /// the options that are followed by a word of their own. Throws Error for what may be several commands.

@@ -123,6 +123,18 @@ std::string ofUnresolved(const Json& unresolved) {
   return text;
 }
 
+/// Its texts are escaped already.
+std::string ofExplanation(const Json& explanation) {
+  const Json& steps = explanation.at("steps");
+  const std::size_t width = std::to_string(steps.size()).size();
+  std::string text;
+  for (const Json& step : steps) {
+    text += fmt::format("{:>{}}. {:{}}{}\n", step.at("number").get<U64>(), width, "",
+                        step.at("depth").get<std::size_t>() * 2, step.at("text").get<std::string>());
+  }
+  return text + '\n' + explanation.at("conclusion").get<std::string>() + '\n';
+}
+
 std::string ofStatus(const Json& status) {
   const auto line = [](std::string_view name, const std::string& value) {
     return fmt::format("{:<22}{}\n", name, value);
@@ -176,6 +188,11 @@ std::string ofWatched(const Json& answer) {
   if (route.is_null()) return text + "no route\n";
   return text + fmt::format("{} by {} {} [{}]\n", viasText(route), textOf(answer.at("table")),
                             textOf(route.at("prefix")), textOf(route.at("preference")));
+}
+
+std::string ofWatchedPrefix(const Json& watched) {
+  const Json& route = watched.at("route");
+  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + routeText(route)) + '\n';
 }
 
 std::string ofDifference(const Json& difference) {

@@ -27,11 +27,14 @@ class RouteTable {
 std::string ofAnswer(const Json& answer);
 /// One line for each that is not in force.
 std::string ofUnresolved(const Json& unresolved);
+/// The steps, numbered and indented, and in the last line what they come to.
+std::string ofExplanation(const Json& explanation);
 std::string ofStatus(const Json& status);
 /// A line of `mrib monitor`.
 std::string ofChange(const Json& change, bool settled);
 /// A line of `mrib watch`.
 std::string ofWatched(const Json& answer);
+std::string ofWatchedPrefix(const Json& watched);
 std::string ofDifference(const Json& difference);
 /// What does not resolve by it, and its warnings.
 std::string ofConsequences(const Json& difference);

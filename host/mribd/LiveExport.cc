@@ -9,14 +9,13 @@
 namespace host {
 
 using daemon::Level;
-using kernel::Nanos;
 
 namespace {
 
 constexpr std::size_t routesATurn = 200;     // written: about a millisecond
 constexpr std::size_t surveyedATurn = 2000;  // likewise
 constexpr std::size_t prefixesATurn = 5000;
-constexpr Nanos compareEvery = kernel::seconds(60);
+constexpr Nanos compareEvery = seconds(60);
 
 kernel::Mirror::Settings settingsFor(U32 table) {
   kernel::Mirror::Settings settings;
@@ -32,7 +31,7 @@ LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log)
     : options_(options),
       router_(router),
       log_(log),
-      live_(settingsFor(options.table.table), kernel::monotonicNow()),
+      live_(settingsFor(options.table.table), monotonicNow()),
       exporter_(live_.mirror(),
                 options.table.user == ExportFor::frr ? Exporter::Readers::follow : Exporter::Readers::lookUp),
       wanted_(router, options.table.user),
@@ -151,7 +150,7 @@ std::optional<kernel::UserRule> LiveExport::rule() const {
 }
 
 void LiveExport::end() {
-  const Nanos now = kernel::monotonicNow();
+  const Nanos now = monotonicNow();
   if (options_.keep) return log_.write(Level::info, "the exported routes stay", now);
   ruleIs(false, now);
   writer_.write(exporter_.withdrawal());

@@ -25,9 +25,9 @@ class LiveExport {
   std::vector<int> descriptors() const { return {live_.eventFd(), live_.answerFd()}; }
   /// Follows the table. To be called before the router's turn: a link that goes down shall not be news of the
   /// table before it is of the MRIB.
-  kernel::Nanos read(kernel::Nanos now);
+  Nanos read(Nanos now);
   /// Writes what is due. To be called after the router's turn.
-  kernel::Nanos write(kernel::Nanos now);
+  Nanos write(Nanos now);
   /// Takes the routes and the rule away, unless they are to stay.
   void end();
 
@@ -36,12 +36,12 @@ class LiveExport {
 
  private:
   void look();
-  void begin(kernel::Nanos now);
+  void begin(Nanos now);
   bool survey(std::size_t count);
-  void writeBatches(kernel::Nanos now);
-  void logRefusals(kernel::Nanos now);
-  void ruleIs(bool there, kernel::Nanos now);
-  void removeLeftRules(kernel::Nanos now);
+  void writeBatches(Nanos now);
+  void logRefusals(Nanos now);
+  void ruleIs(bool there, Nanos now);
+  void removeLeftRules(Nanos now);
   std::optional<kernel::UserRule> rule() const;
 
   Options options_;
@@ -55,7 +55,7 @@ class LiveExport {
   std::vector<Lumo::Prefix> changed_;  // in the MRIB
   U64 contextSeen_ = ~U64{0};
   std::size_t surveyAt_ = ~std::size_t{0};  // of the MRIB's routes; past their end: none runs
-  kernel::Nanos compareAt_ = 0;
+  Nanos compareAt_ = 0;
   std::size_t refused_ = 0;  // as logged
   bool begun_ = false;
 };

@@ -9,15 +9,14 @@
 namespace host {
 
 using daemon::Level;
-using daemon::Nanos;
 
 LiveRouter::LiveRouter(Options options, daemon::Log& log)
-    : live_(options.mirror, kernel::monotonicNow()),
-      router_(live_.mirror(), kernel::monotonicNow),
-      configurator_(router_, options.path, kernel::monotonicNow),
+    : live_(options.mirror, monotonicNow()),
+      router_(live_.mirror(), monotonicNow),
+      configurator_(router_, options.path, monotonicNow),
       log_(log) {
   configurator_.keepExportTable();
-  const auto refusals = router_.configurationIs(std::move(options.configuration), kernel::monotonicNow());
+  const auto refusals = router_.configurationIs(std::move(options.configuration), monotonicNow());
   if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
   if (options.exported) export_.emplace(*options.exported, router_, log_);
 }
@@ -92,9 +91,8 @@ void LiveRouter::logDifference(const ConfigurationChange& change, Nanos now) {
 
 std::string LiveRouter::status() const {
   return fmt::format("generation {}, {} MRIB routes, {} configured, {} unicast routes{}",
-                     router_.generation(), router_.agent().routes().size() - router_.feed().standIns(),
-                     router_.configuration().mroutes.size(), live_.mirror().routes(Lumo::ipv4()).routeCount(),
-                     router_.isStale() ? ", stale" : "");
+                     router_.generation(), router_.routeCount(), router_.configuration().mroutes.size(),
+                     live_.mirror().routes(Lumo::ipv4()).routeCount(), router_.isStale() ? ", stale" : "");
 }
 
 }  // namespace host

@@ -22,10 +22,10 @@ class LiveRouter : public daemon::Application {
   LiveRouter(Options options, daemon::Log& log);
 
   std::vector<int> descriptors() const override;
-  daemon::Nanos turn(daemon::Nanos now) override;
+  Nanos turn(Nanos now) override;
   bool isWoken() const override { return router_.isWoken(); }
   bool isReady() const override { return router_.isReady(); }
-  void reload(daemon::Nanos now) override;
+  void reload(Nanos now) override;
   std::string status() const override;
 
   Router& router() { return router_; }
@@ -37,8 +37,8 @@ class LiveRouter : public daemon::Application {
   void end();
 
  private:
-  void logDifference(const ConfigurationChange& change, daemon::Nanos now);
-  void warn(const std::vector<std::string>& warnings, daemon::Nanos now);
+  void logDifference(const ConfigurationChange& change, Nanos now);
+  void warn(const std::vector<std::string>& warnings, Nanos now);
 
   kernel::LiveMirror live_;
   Router router_;

@@ -10,6 +10,7 @@
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "Escape.h"
+#include "LiveReversePath.h"
 #include "LiveRouter.h"
 #include "Loop.h"
 #include "RibService.h"
@@ -19,8 +20,6 @@
 namespace {
 
 enum ExitCode : int { ended = 0, usageError = 1, systemError = 2 };
-
-constexpr const char* defaultConfig = "/etc/mrib.conf";
 
 struct Options {
   std::string config;
@@ -84,7 +83,7 @@ host::LiveRouter::Options routerOptions(const Options& options, host::daemon::Lo
   router.exported = exportOf(options, router.configuration, router.mirror.table);
   if (router.exported && !kernel::RouteWriter().mayWrite(router.exported->table.table)) {
     log.write(daemon::Level::error, "may not write routes (CAP_NET_ADMIN): goes on, and exports nothing",
-              daemon::monotonicNow());
+              monotonicNow());
     router.exported.reset();
   }
   router.mirror.needsCarrier = router.exported && router.exported->table.user == ExportFor::frr;
@@ -94,19 +93,20 @@ host::LiveRouter::Options routerOptions(const Options& options, host::daemon::Lo
 void serve(const Options& options, host::daemon::Log& log) {
   using namespace host;
   daemon::Listener listener(options.socket);
-  if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), daemon::monotonicNow());
+  if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), monotonicNow());
   LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
-  RibService service(application.router(), &application.configurator(), kernel::monotonicNow,
-                     {"this machine's kernel", kernel::monotonicNow(), [&] { return live.foreign(); },
-                      exportStatus(application.exported())});
-  control::Server server(service, {"mrib", "mribd", MRIB_PROJECT_VERSION, ""});
+  const kernel::LiveReversePath kernel(live.mirror());
+  RibService service(application.router(), &application.configurator(), monotonicNow,
+                     {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
+                      exportStatus(application.exported()), &kernel});
+  control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
-  log.write(daemon::Level::info, "serves at " + options.socket, daemon::monotonicNow());
+  log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());
   daemon::run({application, server, listener, manager, log});
   manager.stopping();
   application.end();
-  log.write(daemon::Level::info, "ends", daemon::monotonicNow());
+  log.write(daemon::Level::info, "ends", monotonicNow());
 }
 
 }  // namespace
@@ -114,9 +114,9 @@ void serve(const Options& options, host::daemon::Log& log) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app{"Keeps the multicast RIB of this machine in step with its kernel, and answers mrib(1)."};
-  app.set_version_flag("--version", "mribd " MRIB_PROJECT_VERSION);
+  app.set_version_flag("--version", std::string("mribd ") + host::version());
   app.add_option("-c,--config", options.config,
-                 "Configuration (mrib.conf(5)); " + std::string(defaultConfig) + " when that exists")
+                 "Configuration (mrib.conf(5)); " + std::string(host::defaultConfig) + " when that exists")
       ->type_name("FILE")
       ->check(notEmpty);
   app.add_option("--socket", options.socket, "Where clients connect; " + options.socket)
@@ -145,14 +145,14 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? ended : usageError;
   }
-  if (options.config.empty() && access(defaultConfig, F_OK) == 0) options.config = defaultConfig;
+  if (options.config.empty() && access(host::defaultConfig, F_OK) == 0) options.config = host::defaultConfig;
   std::signal(SIGPIPE, SIG_IGN);
   auto log = host::daemon::standardLog(*host::daemon::levelOf(options.logLevel));
   try {
     serve(options, log);
     return ended;
   } catch (const std::exception& e) {
-    log.write(host::daemon::Level::error, e.what(), host::daemon::monotonicNow());
+    log.write(host::daemon::Level::error, e.what(), host::monotonicNow());
     return systemError;
   }
 }

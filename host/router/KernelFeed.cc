@@ -118,15 +118,12 @@ void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
   const auto at = links_.find(index);
   if (at == links_.end() || !at->second.told) return;
   Link& link = at->second;
-  std::map<IpAddr, bool> now;
-  const auto& all = mirror_.topology().addresses.all();
-  for (auto entry = all.lower_bound({index, {}, 0, {}}); entry != all.end(); ++entry) {
-    const kernel::Address& a = entry->second.value;
-    if (a.link != index) break;
-    if (a.local.af() != Lumo::ipv4() || !canSend(a.local.v4Addr())) continue;
+  Addresses now;
+  mirror_.topology().forEachIpv4Of(index, [&](const kernel::Address& a) {
+    if (!canSend(a.local.v4Addr())) return;
     bool& secondary = now.try_emplace(a.local.v4Addr(), true).first->second;
     secondary = secondary && a.secondary;
-  }
+  });
   for (const auto& [address, secondary] : link.addresses) {
     if (!now.contains(address)) t.addressDel(index, Lumo::IpGenAddr(address));
   }

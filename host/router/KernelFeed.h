@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Mirror.h"
+#include "PrefixHash.h"
 #include "mrib/Transaction.h"
 
 namespace host {
@@ -62,9 +63,6 @@ class KernelFeed {
     U32 standIn = 0;        // the address, or 0
     bool isRouted = false;  // and there is a route to it
   };
-  struct PrefixHash {
-    std::size_t operator()(const Lumo::Prefix& p) const { return p.hash(); }
-  };
 
   void tellLinks(const std::set<U32>& indices, mrib::Transaction& t);
   void rename(U32 index, const std::string& name, std::set<U32>& concerned);
@@ -84,7 +82,7 @@ class KernelFeed {
   U64 nameChanges_ = 0;
   std::map<U32, std::string> formerNames_;
   std::map<U32, Addresses> formerAddresses_;
-  std::unordered_map<Lumo::Prefix, std::vector<U32>, PrefixHash> attached_;
+  std::unordered_map<Lumo::Prefix, std::vector<U32>, kernel::PrefixHash> attached_;
   std::set<std::pair<Lumo::IpAddr, U32>> rpfAddresses_;  // that interfaces resolve by
   std::set<U32> doubtful_;                               // links that may need a stand-in, or no longer
   std::set<U32> freeStandIns_;

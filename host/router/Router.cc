@@ -11,16 +11,15 @@
 namespace host {
 
 using kernel::Answer;
-using kernel::Nanos;
 using Lumo::IpAddr;
 
 namespace {
 
 constexpr std::size_t prefixesATurn = 2000;
-constexpr Nanos mostDelay = kernel::milliseconds(100);  // of what is taken in several turns
-constexpr Nanos settleAfter = kernel::milliseconds(50);
-constexpr Nanos settleAtLatest = kernel::seconds(1);  // when changes never end
-constexpr Nanos restAfterSettling = 19;               // times as long: a twentieth of the time
+constexpr Nanos mostDelay = milliseconds(100);  // of what is taken in several turns
+constexpr Nanos settleAfter = milliseconds(50);
+constexpr Nanos settleAtLatest = seconds(1);  // when changes never end
+constexpr Nanos restAfterSettling = 19;       // times as long: a twentieth of the time
 
 void tellMroutes(mrib::Transaction& t, const Configuration& configuration, const KernelFeed& feed) {
   t.mrouteDelAll();
@@ -198,6 +197,15 @@ std::vector<std::string> Router::warningsFor(const Configuration& configuration)
 }
 
 // ---- Questions ----
+
+std::vector<mrib::Route> Router::routes() const {
+  std::vector<mrib::Route> routes;
+  for (const mrib::Route& route : agent_.routes()) {
+    if (!KernelFeed::isStandIn(route.prefix)) routes.push_back(route);
+  }
+  std::sort(routes.begin(), routes.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+  return routes;
+}
 
 const std::string* Router::linkName(const mrib::NextHop& hop, KernelFeed::When when) const {
   const std::string* former = when == KernelFeed::When::before ? feed_.formerName(hop.link) : nullptr;

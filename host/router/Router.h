@@ -32,7 +32,7 @@ struct RpfAnswer {
 /// loop; time comes as an argument, and the cost of a settling from a clock that the owner hands in.
 class Router {
  public:
-  using Clock = std::function<kernel::Nanos()>;
+  using Clock = std::function<Nanos()>;
 
   /// Refers to the mirror, whose changes it takes.
   Router(kernel::Mirror& mirror, Clock clock);
@@ -41,7 +41,7 @@ class Router {
 
   /// Follows the mirror, some milliseconds' work at most, and settles when that is due. Returns when to be
   /// called again at the latest; `now` for at once.
-  kernel::Nanos turn(kernel::Nanos now);
+  Nanos turn(Nanos now);
   /// Whether a configuration has come since the last turn: the time that it returned no longer holds.
   bool isWoken() const { return woken_; }
   /// Whether the first whole state of the kernel is in.
@@ -60,7 +60,7 @@ class Router {
   void listenerIs(Listener listener) { listener_ = std::move(listener); }
 
   /// Takes another configuration, or refuses it as a whole with the reasons.
-  std::vector<std::string> configurationIs(Configuration configuration, kernel::Nanos now);
+  std::vector<std::string> configurationIs(Configuration configuration, Nanos now);
   const Configuration& configuration() const { return configuration_; }
   /// What would become of a configuration, found out with an agent of its own. Costs as much as a start.
   struct Trial {
@@ -73,6 +73,13 @@ class Router {
 
   /// Of IPv6 sources only the unicast table knows something.
   RpfAnswer lookUp(const Lumo::IpGenAddr& source) const;
+  /// What either table says for itself, whatever the look-up mode.
+  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
+  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
+  /// The MRIB by prefix, without what nobody needs to know of (the routes to stand-ins).
+  std::vector<mrib::Route> routes() const;
+  /// How many these are.
+  std::size_t routeCount() const { return agent_.routes().size() - feed_.standIns(); }
   const mrib::Agent& agent() const { return agent_; }
   mrib::Agent& agent() { return agent_; }
   const kernel::Mirror& mirror() const { return mirror_; }
@@ -87,15 +94,13 @@ class Router {
   std::vector<std::string> takeFaults() { return std::exchange(faults_, {}); }
 
  private:
-  void follow(kernel::Nanos now);
-  void commit(kernel::Nanos now);
-  void committed(const mrib::CommitResult& result, kernel::Nanos now);
+  void follow(Nanos now);
+  void commit(Nanos now);
+  void committed(const mrib::CommitResult& result, Nanos now);
   void addOtherwise(std::vector<mrib::Change>& changes) const;
   void tell(std::span<const mrib::Change> changes, bool settled);
   void renameMroutes(mrib::Transaction& t);
-  kernel::Nanos settle(kernel::Nanos now);
-  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
-  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
+  Nanos settle(Nanos now);
 
   kernel::Mirror& mirror_;
   Clock clock_;
@@ -108,16 +113,16 @@ class Router {
   bool isTaken_ = false;  // all that the mirror has changed
   bool ready_ = false;
   bool woken_ = false;
-  kernel::Nanos pendingSince_ = 0;
+  Nanos pendingSince_ = 0;
   U64 generation_ = 0;
   U64 revision_ = 0;
   U64 contextChanges_ = 0;
   Listener listener_;
   U64 nameChanges_ = 0;
 
-  kernel::Nanos doubtSince_ = 0;
-  kernel::Nanos changedAt_ = 0;
-  kernel::Nanos earliestSettle_ = 0;
+  Nanos doubtSince_ = 0;
+  Nanos changedAt_ = 0;
+  Nanos earliestSettle_ = 0;
   std::vector<std::string> faults_;
 };
 

@@ -1,30 +1,21 @@
 #include "Configurator.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <tuple>
 
 #include "ConfigReader.h"
 #include "ConfigSave.h"
 #include "ConfigText.h"
+#include "Documents.h"
 
 namespace host {
 
 namespace {
 
-std::vector<std::string> textsOf(const std::vector<ConfigError>& errors) {
-  std::vector<std::string> texts;
-  const std::size_t printed = std::min(errors.size(), ConfigurationError::mostPrinted);
-  for (std::size_t i = 0; i < printed; ++i) texts.push_back(errors[i].message());
-  if (printed < errors.size())
-    texts.push_back("and " + std::to_string(errors.size() - printed) + " more errors");
-  return texts;
-}
-
 std::string keyOf(const mrib::Unresolved& u) {
-  const auto* name = std::get_if<std::string>(&u.mroute.rpf);
-  return u.mroute.prefix.stringValue() + ' ' +
-         (name ? *name : std::get<Lumo::IpGenAddr>(u.mroute.rpf).stringValue()) + ' ' +
-         std::to_string(u.mroute.preference);
+  return fmt::format("{} {} {}", u.mroute.prefix.stringValue(), documents::rpfOf(u.mroute),
+                     u.mroute.preference);
 }
 
 /// The errors among `after` that were none before.
@@ -60,7 +51,7 @@ ConfigurationChange Configurator::read(const std::string& path, bool dryRun) {
   try {
     return change(readConfiguration(path), dryRun);
   } catch (const ConfigurationError& e) {
-    return {textsOf(e.errors()), {}, {}, {}, {}, {}};
+    return {messagesOf(e.errors()), {}, {}, {}, {}, {}};
   }
 }
 
@@ -73,7 +64,7 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
   try {
     result = change(edited(before, commands), dryRun);
   } catch (const ConfigurationError& e) {
-    result.reasons = textsOf(e.errors());
+    result.reasons = messagesOf(e.errors());
   }
   if (!save || dryRun || !result.reasons.empty()) return result;
   try {
@@ -87,7 +78,7 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
 
 ConfigurationChange Configurator::change(Configuration next, bool dryRun) {
   ConfigurationChange result;
-  result.reasons = textsOf(impossibleNextHops(next, ownSubnetsOf(router_.mirror())));
+  result.reasons = messagesOf(impossibleNextHops(next, ownSubnetsOf(router_.mirror())));
   if (keepsExportTable_ && next.exportTable != router_.configuration().exportTable) {
     result.reasons.push_back("another exported table (ip multicast export-table) needs a restart of mribd");
   }

@@ -8,6 +8,7 @@
 #include "ConfigText.h"
 #include "Escape.h"
 #include "Names.h"
+#include "Why.h"
 
 namespace host::documents {
 
@@ -27,28 +28,25 @@ void appendString(std::string& out, std::string_view text) {
   out += '"';
 }
 
-/// Each via as `each` names it: the neighbour (empty: none) and the interface (null: none).
+/// The vias of a route: of each the neighbour (empty: none) and the interface (null: none).
 class Vias {
  public:
   explicit Vias(std::string& out) : out_(out) { out_ += R"(,"vias":[)"; }
   void add(const std::string& nextHop, const std::string* interface) {
     out_ += std::exchange(isFirst_, false) ? R"({"nextHop":)" : R"(,{"nextHop":)";
-    if (nextHop.empty()) {
-      out_ += "null";
-    } else {
-      appendString(out_, nextHop);
-    }
+    addOrNull(nextHop.empty() ? nullptr : &nextHop);
     out_ += R"(,"interface":)";
-    if (interface) {
-      appendString(out_, *interface);
-    } else {
-      out_ += "null";
-    }
+    addOrNull(interface);
     out_ += '}';
   }
   void end() { out_ += "]}"; }
 
  private:
+  void addOrNull(const std::string* text) {
+    if (text) return appendString(out_, *text);
+    out_ += "null";
+  }
+
   std::string& out_;
   bool isFirst_ = true;
 };
@@ -59,26 +57,14 @@ std::string_view nameOf(Answer::Kind kind) {
   return names[static_cast<std::size_t>(kind)];
 }
 
-std::string_view nameOf(mrib::Reason reason) {
-  constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
-                                        "coveredBy",   "heldBack",  "waiting", "unsettled"};
-  return names[static_cast<std::size_t>(reason)];
-}
-
-/// An interface without a route of its own has a stand-in that nobody needs to know of.
-std::string whyOf(const mrib::Unresolved& u) {
-  if (!KernelFeed::isStandIn(u.address) || u.reason == mrib::Reason::waiting) return u.text();
-  const std::string why = "the interface has no connected route";
-  return u.linkIsDown ? why + "; it is down" : why;
-}
-
 }  // namespace
 
 void appendRoute(std::string& out, const Router& router, const mrib::Route& route, KernelFeed::When when) {
   out += R"({"prefix":")";
   out += route.prefix.stringValue();
-  out += route.type == mrib::RouteType::connected ? R"(","type":"connected","preference":)"
-                                                  : R"(","type":"static","preference":)";
+  out += R"(","type":")";
+  out += typeOf(route);
+  out += R"(","preference":)";
   out += std::to_string(route.preference);
   Vias vias(out);
   for (const mrib::NextHop& hop : route.nextHops) {
@@ -103,13 +89,17 @@ void appendUnicast(std::string& out, const Router& router, const Lumo::IpGenPref
   vias.end();
 }
 
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute) {
   Json json;
-  json["prefix"] = u.mroute.prefix.stringValue();
-  const auto* name = std::get_if<std::string>(&u.mroute.rpf);
-  json["rpf"] = name ? jsonText(*name) : std::get<Lumo::IpGenAddr>(u.mroute.rpf).stringValue();
-  json["preference"] = u.mroute.preference;
-  json["place"] = configuration.placeOf(u.mroute.origin);
+  json["prefix"] = mroute.prefix.stringValue();
+  json["rpf"] = jsonText(rpfOf(mroute));
+  json["preference"] = mroute.preference;
+  json["place"] = configuration.placeOf(mroute.origin);
+  return json;
+}
+
+Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+  Json json = ofMroute(configuration, u.mroute);
   json["reason"] = nameOf(u.reason);
   json["why"] = whyOf(u);
   return json;
@@ -182,6 +172,12 @@ void appendAnswered(std::string& out, const Router& router, const RpfAnswer& ans
   out += "null";
 }
 
+std::string_view nameOf(mrib::Reason reason) {
+  constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
+                                        "coveredBy",   "heldBack",  "waiting", "unsettled"};
+  return names[static_cast<std::size_t>(reason)];
+}
+
 std::string_view nameOf(RpfAnswer::Status status) {
   constexpr std::string_view names[] = {"found", "unreachable", "noRoute"};
   return names[static_cast<std::size_t>(status)];
@@ -190,6 +186,15 @@ std::string_view nameOf(RpfAnswer::Status status) {
 std::string_view nameOf(RpfAnswer::Table table) {
   constexpr std::string_view names[] = {"", "mrib", "unicast"};
   return names[static_cast<std::size_t>(table)];
+}
+
+std::string_view typeOf(const mrib::Route& route) {
+  return route.type == mrib::RouteType::connected ? "connected" : "static";
+}
+
+std::string rpfOf(const mrib::Mroute& mroute) {
+  const auto* name = std::get_if<std::string>(&mroute.rpf);
+  return name ? *name : std::get<Lumo::IpGenAddr>(mroute.rpf).stringValue();
 }
 
 std::string textOf(const Json& document) {

@@ -11,6 +11,7 @@
 #include "Inspect.h"
 #include "OrgMrib.h"
 #include "Pim/MribSm/MribSm.h"
+#include "StandardErrors.h"
 #include "Zan/Exception.h"
 
 namespace host {
@@ -22,34 +23,6 @@ using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
 
 namespace {
-
-const Lumo::Prefix groups("224.0.0.0/4");
-
-std::optional<std::string> faultOfSource(const IpGenAddr& address) {
-  if (address.af() == Lumo::ipv4()) {
-    const Lumo::IpAddr a = address.v4Addr();
-    if (groups.contains(a)) return "it is a group address; RPF is a question about a source";
-    if (a.host() >> 24 == 0 || a.host() == ~U32{0}) return "no host has it";
-  } else if (address.stringValue().starts_with("ff")) {
-    return "it is a group address; RPF is a question about a source";
-  }
-  return std::nullopt;
-}
-
-IpGenAddr sourceOf(const std::string& text) {
-  const auto refuse = [&](std::string_view why) {
-    throw errorReply("org.mrib.InvalidAddress", {{"address", jsonText(text)}, {"why", why}});
-  };
-  IpGenAddr address;
-  try {
-    address = IpGenAddr(std::string_view(text));
-  } catch (const Zan::RangeException&) {
-    refuse("it is not an address");
-  }
-  if (address == IpGenAddr()) refuse("it is not an address");
-  if (const auto fault = faultOfSource(address)) refuse(*fault);
-  return address;
-}
 
 IpGenPrefix prefixOf(const std::string& text) {
   IpGenPrefix prefix;
@@ -104,6 +77,7 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
   static const std::map<std::string_view, Method> methods{
       {"org.mrib.GetStatus", &RibService::getStatus},
       {"org.mrib.Lookup", &RibService::lookup},
+      {"org.mrib.Explain", &RibService::explain},
       {"org.mrib.ListRoutes", &RibService::listRoutes},
       {"org.mrib.ListUnicastRoutes", &RibService::listUnicastRoutes},
       {"org.mrib.ListUnresolved", &RibService::listUnresolved},
@@ -175,11 +149,11 @@ Answer RibService::getStatus(Call& call) {
   Json status;
   status["version"] = version();
   status["source"] = setting_.source;
-  status["uptime"] = (clock_() - setting_.startedAt) / kernel::seconds(1);
+  status["uptime"] = (clock_() - setting_.startedAt) / seconds(1);
   status["generation"] = router_.generation();
   status["stale"] = router_.isStale();
   status["lookupMode"] = nameOf(router_.configuration().lookupMode);
-  status["routes"] = agent.routes().size() - router_.feed().standIns();
+  status["routes"] = router_.routeCount();
   status["configured"] = router_.configuration().mroutes.size();
   status["unresolved"] =
       std::count_if(unresolved.begin(), unresolved.end(), [](const auto& u) { return u.isError(); });
@@ -265,7 +239,7 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
   const auto type = call.parameters.text("type");
   call.parameters.done();
   if (type && *type != "connected" && *type != "static") {
-    throw errorReply("org.varlink.service.InvalidParameter", {{"parameter", "type"}});
+    throw control::invalidParameter("type");
   }
   std::optional<IpGenPrefix> prefix;
   if (prefixText) prefix = prefixOf(*prefixText);
@@ -274,16 +248,13 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
     const IpGenAddr source = sourceOf(*address);
     if (source.af() == Lumo::ipv4()) match = router_.agent().rpf(source.v4Addr());
   }
-  std::vector<mrib::Route> routes;
-  for (const mrib::Route& route : router_.agent().routes()) {
-    if (KernelFeed::isStandIn(route.prefix)) continue;
-    if (address && !(match && match->prefix == route.prefix)) continue;
+  std::vector<mrib::Route> routes = router_.routes();
+  std::erase_if(routes, [&](const mrib::Route& route) {
+    if (address && !(match && match->prefix == route.prefix)) return true;
     if (prefix && !(longer ? isWithin(route.prefix, *prefix) : *prefix == IpGenPrefix(route.prefix)))
-      continue;
-    if (type && *type != (route.type == mrib::RouteType::connected ? "connected" : "static")) continue;
-    routes.push_back(route);
-  }
-  std::sort(routes.begin(), routes.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+      return true;
+    return type && *type != documents::typeOf(route);
+  });
   return routes;
 }
 
@@ -374,7 +345,7 @@ Answer RibService::getConfiguration(Call& call) {
 }
 
 Configurator& RibService::configuratorFor(const Call& call) const {
-  if (!call.peer.mayChange) throw errorReply("org.varlink.service.PermissionDenied", Json::object());
+  if (!call.peer.mayChange) throw control::permissionDenied();
   if (!configurator_) throw errorReply("org.mrib.NoConfigurationFile", Json::object());
   return *configurator_;
 }

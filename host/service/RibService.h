@@ -8,6 +8,8 @@
 #include "Documents.h"
 #include "Exporter.h"
 #include "Parameters.h"
+#include "PrefixHash.h"
+#include "ReversePath.h"
 #include "Streams.h"
 
 namespace host {
@@ -25,9 +27,10 @@ class RibService : public control::Handler {
   };
   struct Setting {
     std::string source;  ///< where the routes come from, in words
-    kernel::Nanos startedAt = 0;
+    Nanos startedAt = 0;
     std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
     std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
+    const kernel::ReversePath* kernel = nullptr;           ///< what the kernel's own checks go by
   };
 
   /// `configurator` is null where the configuration cannot be changed.
@@ -50,6 +53,7 @@ class RibService : public control::Handler {
 
   control::Answer getStatus(Call& call);
   control::Answer lookup(Call& call);
+  control::Answer explain(Call& call);  // Explain.cc
   control::Answer listRoutes(Call& call);
   control::Answer listUnicastRoutes(Call& call);
   control::Answer listUnresolved(Call& call);
@@ -75,11 +79,8 @@ class RibService : public control::Handler {
   std::vector<control::Interface> interfaces_;
   std::shared_ptr<MonitorLog> log_;
 
-  struct PrefixHash {
-    std::size_t operator()(const Lumo::IpGenPrefix& p) const { return p.hash(); }
-  };
   /// Texts of what was answered since the state last changed, by table and prefix.
-  std::array<std::unordered_map<Lumo::IpGenPrefix, std::string, PrefixHash>, 3> bodies_;
+  std::array<std::unordered_map<Lumo::IpGenPrefix, std::string, kernel::PrefixHash>, 3> bodies_;
   U64 bodiesOf_ = 0;
 };
 

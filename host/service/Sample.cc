@@ -37,12 +37,7 @@ IpAddr neighbourIn(const Prefix& subnet, const std::vector<OwnSubnet>& own) {
 }  // namespace
 
 std::string sampleConfiguration(const Router& router) {
-  std::vector<mrib::Route> connected;
-  for (const mrib::Route& route : router.agent().routes()) {
-    if (!KernelFeed::isStandIn(route.prefix)) connected.push_back(route);
-  }
-  std::sort(connected.begin(), connected.end(),
-            [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+  const std::vector<mrib::Route> connected = router.routes();
   const std::vector<Prefix> free = freePrefixes(connected);
   const std::vector<OwnSubnet> own = ownSubnetsOf(router.mirror());
   for (const mrib::Route& route : connected) {

@@ -98,12 +98,8 @@ MonitorStream::~MonitorStream() {
 }
 
 void MonitorStream::restart() {
-  state_.clear();
   parts_.clear();
-  for (const mrib::Route& route : log_->router_.agent().routes()) {
-    if (!KernelFeed::isStandIn(route.prefix)) state_.push_back(route);
-  }
-  std::sort(state_.begin(), state_.end(), [](const auto& a, const auto& b) { return a.prefix < b.prefix; });
+  state_ = log_->router_.routes();
   at_ = 0;
   inState_ = true;
   generation_ = log_->router_.generation();

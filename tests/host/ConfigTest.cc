@@ -135,8 +135,8 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
       "ip mroute 20.0.0.0/8 10.0.1.1\nip mroute 20.0.0.0/8 10.0.1.0\nip mroute 20.0.0.0/8 10.255.255.255\n"
       "ip mroute 20.0.0.0/8 10.0.1.255\nip mroute 20.0.0.0/8 10.9.9.9 5\nip mroute 20.0.0.0/8 10.0.1.7\n"
       "ip mroute 20.0.0.0/8 eth8\nip mroute 20.0.0.0/8 10.0.1.254\n");
-  EXPECT_EQ(
-      host::messagesOf(host::impossibleNextHops(c, subnets)),
+  EXPECT_STREQ(
+      host::ConfigurationError(host::impossibleNextHops(c, subnets)).what(),
       "f:1: \"ip mroute 20.0.0.0/8 10.0.1.1\": the next hop 10.0.1.1 is this router's own address on e\\\"0\n"
       "f:2: \"ip mroute 20.0.0.0/8 10.0.1.0\": the next hop 10.0.1.0 is the network address of 10.0.1.0/24 "
       "on "

@@ -136,7 +136,7 @@ TEST_F(MribdTest, TakesOverWhatIsStaleAndNothingElse) {
 }
 
 TEST(Log, SaysTheSameThingOnce) {
-  constexpr daemon::Nanos second = 1'000'000'000;
+  constexpr Nanos second = 1'000'000'000;
   std::string out;
   daemon::Log log(daemon::Level::info, true, [&](std::string_view line) { out += line; });
   for (int i = 0; i < 3; ++i) log.write(daemon::Level::warning, "a\nb\x1b", second);

@@ -9,6 +9,7 @@
 
 namespace {
 
+using host::Nanos;
 using namespace host::control;
 using nlohmann::json;
 

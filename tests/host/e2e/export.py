@@ -19,7 +19,8 @@ SOCKET = f"/tmp/mrib-export-{os.getpid()}"
 CONFIG = SOCKET + ".conf"
 LINES = ["ip multicast export-table 250", "ip mroute 20.1.0.0/16 10.1.0.2", "ip mroute 20.1.0.0/16 10.2.0.2 2",
          "ip mroute 20.2.0.0/16 10.1.0.2", "ip mroute 20.2.0.0/16 10.2.0.2", "ip mroute 20.3.0.0/16 va neighbor 10.1.0.9",
-         "ip mroute 20.4.0.0/16 20.3.0.1", "ip mroute 20.5.0.0/16 vb 3", "ip mroute 20.6.0.0/16 va"]
+         "ip mroute 20.4.0.0/16 20.3.0.1", "ip mroute 20.5.0.0/16 vb 3", "ip mroute 20.6.0.0/16 va",
+         "ip mroute 20.7.0.0/16 vb neighbor 10.3.0.1"]
 FOREIGN = ["99.0.0.0/8 dev lo proto 99", "20.2.0.0/16 dev lo proto 99 metric 9"]
 
 
@@ -32,7 +33,7 @@ def prepare(lines=()):
     for number, link in enumerate(LINKS, 1):
         add_link(link)
         ip(f"addr add 10.{number}.0.1/24 dev {link}")
-    ip("addr add 10.2.9.1 peer 10.2.9.2/32 dev vb", *(f"route add {route} table {TABLE}" for route in FOREIGN))
+    ip("addr add 10.2.9.1 peer 10.2.9.2/32 dev vb", "route add 10.3.0.1 dev vb", *(f"route add {route} table {TABLE}" for route in FOREIGN))
     configure(lines)
 
 
@@ -65,7 +66,8 @@ def table(proto):
 
 
 def wanted():
-    peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2"}
+    peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2",
+             "20.7.0.0/16": "10.3.0.1"}
     routes = {}
     without = {"20.6.0.0/16"} | (set() if "10.2.9.2" in output("ip addr show vb") else {"20.5.0.0/16"})
     for route in Connection(SOCKET).call("ListRoutes")["routes"]:
@@ -105,6 +107,8 @@ def main():
     agree("the start")
     if output("ip rule").count("uidrange 1-1") != 1:
         sys.exit("FAILED: of the rules of others and of a former run are left " + output("ip rule"))
+    if "onlink" not in output(f"ip route show table {TABLE} exact 20.7.0.0/16"):
+        sys.exit("FAILED: to a reader of the table the gateway is nowhere")
     lookup = ["ip", "route", "get", "fibmatch", "20.1.0.1"]
     ip("route add default via 10.2.0.77")
     other = subprocess.run(["setpriv", "--reuid", "nobody", *lookup], capture_output=True, text=True).stdout

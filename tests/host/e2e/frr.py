@@ -8,15 +8,14 @@ same multicast routes of its own instead (`ip mroute`).
 """
 
 import itertools
-import os
 import statistics
 import subprocess
 import sys
 import threading
 import time
 
-from machine import NAMESPACES
-from network import ANY_GROUP, GROUP, RP, SOURCE, Network, compiled
+from machine import NAMESPACES, ahead_of_others
+from network import ANY_GROUP, GROUP, RATE, RP, SOURCE, Network, compiled
 from varlink import own_namespace
 
 DESTINATIONS = ("10.0.0.0/24", f"{RP}/32")
@@ -141,19 +140,28 @@ class Flapping(threading.Thread):
 
 def column(tree, traffic, routes, rounds):
     """Of each step what it cost, by round."""
-    network, costs = Network(tree, traffic), {}
-    routes.begin(network)
-    network.flow(routes.group, routes.source)
-    network.wait("the flow", lambda: network.count()[0] > 0 and network.link() == "r2")
-    time.sleep(3)
+    costs = {}
     for _ in range(rounds):
+        network = Network(tree, traffic)
+        routes.begin(network)
+        network.flow(routes.group, routes.source)
+        network.wait("the flow", lambda: network.count()[0] > 0 and network.link() == "r2")
+        time.sleep(3)
         for what, action, link, limit in steps(network, routes):
-            patience = 20 if limit is not None else 60
-            costs.setdefault(what, (limit, []))[1].append(network.lost_by(action, link, patience))
+            costs.setdefault(what, (limit, []))[1].append(cost(network, action, link, limit))
             print(f"{routes.name}: {what}: {costs[what][1][-1]}", file=sys.stderr, flush=True)
             time.sleep(1.5)  # the kernel takes its time over carriers
-    network.end()
+        network.end()
     return costs
+
+
+def cost(network, action, link, limit):
+    if limit is not None:
+        return network.lost_by(action, link)
+    try:
+        return network.lost_by(action, link, 60)
+    except SystemExit:
+        return 60 * RATE
 
 
 def alone(mrib, mribd, tree, traffic):
@@ -191,14 +199,6 @@ def report(columns):
                 wrong.append(f"{what}, {name}: {lost}, at most {limit}")
         print(f"| {what} | " + " | ".join(cells) + " |", flush=True)
     return wrong
-
-
-def ahead_of_others():
-    """What is measured is not what else runs on this machine."""
-    try:
-        os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(10))
-    except PermissionError:
-        print("without the right to real-time scheduling: other load counts", file=sys.stderr)
 
 
 def main():

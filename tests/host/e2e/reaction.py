@@ -13,6 +13,7 @@ import sys
 import time
 
 import export
+from machine import ahead_of_others
 from netlink import RTM_DELROUTE, RTM_NEWLINK, RTM_NEWROUTE
 from varlink import ip, own_namespace
 
@@ -104,6 +105,7 @@ def drain(reader):
 
 def main():
     own_namespace()
+    ahead_of_others()
     rounds, late = int(sys.argv[2]) if len(sys.argv) > 2 else 5, []
     export.prepare(lines(3, "10.1.0.2"))
     daemon = export.start(sys.argv[1])

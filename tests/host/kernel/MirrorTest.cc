@@ -9,6 +9,7 @@
 
 // The mirror's logic, on a clock of its own.
 
+using namespace host;
 using namespace host::kernel;
 using Kind = Mirror::Action::Kind;
 

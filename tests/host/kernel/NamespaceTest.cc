@@ -11,6 +11,7 @@
 
 // The mirror against a real kernel, and what it means by a route against what the kernel does.
 
+using namespace host;
 using namespace host::kernel;
 
 namespace {

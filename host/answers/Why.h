@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "mrib/Agent.h"
+
+namespace host {
+
+/// Why a configured route does not resolve, in a sentence without a full stop: as the agent says it, but for
+/// stand-ins of interfaces, which nobody needs to know of.
+std::string whyOf(const mrib::Unresolved& unresolved);
+
+}  // namespace host

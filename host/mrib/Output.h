@@ -1,0 +1,47 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "Backend.h"
+#include "Commands.h"
+
+/// What the command prints: documents for programs, text for people.
+namespace host {
+
+inline constexpr int schemaVersion = 2;
+
+/// On standard output, at once. Throws Error.
+void print(const std::string& text);
+
+/// In ASCII, so that nothing in it moves a terminal; with a negative indent on one line.
+std::string dump(const Json& document, int indent);
+
+/// An answer as the command prints it: with who gave it.
+Json documentOf(const Backend& backend, const Json& answer);
+
+/// The exit code of an answer that may be stale.
+int codeOf(const Request& request, bool isStale, int code = found);
+
+/// A document with long lists, printed while their parts come: JSON has one element a line.
+class Listing {
+ public:
+  using PartText = std::function<std::string(const Json&)>;
+
+  Listing(const Request& request, Backend& backend) : request_(request), backend_(backend) {}
+
+  /// Prints a list; in text, by what `text` makes of its parts. Returns how many elements it had.
+  std::size_t list(const std::string& method, const Json& parameters, const char* name, const PartText& text);
+  /// Ends the document.
+  void end() const;
+  bool isStale() const { return stale_; }
+
+ private:
+  void begin(const Json& part, const char* name);
+
+  const Request& request_;
+  Backend& backend_;
+  bool begun_ = false;
+  bool stale_ = false;
+};
+
+}  // namespace host

@@ -1,0 +1,64 @@
+#include "WhoAnswers.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "Call.h"
+#include "Client.h"
+#include "ConfigReader.h"
+#include "Escape.h"
+#include "Zan/Trace.h"
+
+namespace host {
+
+namespace {
+
+/// Prints a trace with everything that a terminal might take for a command escaped.
+void printTrace(void*, const Zan::TraceMessage& m) {
+  std::fprintf(stderr, "%.*s %u %s\n", static_cast<int>(m.handle.size()), m.handle.data(), m.level,
+               escaped(m.text).c_str());
+}
+
+void traceUpTo(int level) {
+  if (level < 0) return;
+  for (Zan::TraceHandle* handle : Zan::TraceHandle::handles()) handle->levelsUpToIs(static_cast<U32>(level));
+  Zan::traceSinkIs(printTrace, nullptr);
+}
+
+std::unique_ptr<OwnReading> once(const Request& request) {
+  OnceOptions options{request.from, request.config, std::nullopt, request.sample, request.tableNumber};
+  const bool ownMachine = request.from.empty();
+  if (options.config.empty() && !options.sample && ownMachine && access(defaultConfig, F_OK) == 0) {
+    options.config = defaultConfig;
+  }
+  return readOnce(options, [&] { traceUpTo(request.traceLevel); });
+}
+
+}  // namespace
+
+std::string namedSocket(const Request& request) {
+  const char* named = std::getenv("MRIB_SOCKET");
+  return !request.socket.empty() ? request.socket : named ? named : "";
+}
+
+std::unique_ptr<Backend> daemonFor(const Request& request) {
+  const std::string socket = namedSocket(request);
+  return daemonAt(socket.empty() ? control::defaultSocket : socket);
+}
+
+std::unique_ptr<Backend> backendFor(const Request& request) {
+  const bool own = request.once || request.sample || request.table || request.traceLevel >= 0 ||
+                   !request.from.empty() || !request.config.empty() || !request.inspect.sets.empty() ||
+                   !request.inspect.calls.empty();
+  if (own) return once(request);
+  try {
+    return daemonFor(request);
+  } catch (const control::NotAnswering&) {
+    if (!namedSocket(request).empty()) throw;
+    return once(request);
+  }
+}
+
+}  // namespace host
