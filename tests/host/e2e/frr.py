@@ -182,7 +182,7 @@ def alone(mrib, mribd, tree, traffic):
 
 def most(limit, what, columns):
     """While FRRouting is busy with other routes, what it needs for its own counts, too."""
-    return max(limit, max(columns[Own.name][what][1])) if what.endswith(MEANWHILE) else limit
+    return limit + max(columns[Own.name][what][1]) if what.endswith(MEANWHILE) else limit
 
 
 def report(columns):
