@@ -71,12 +71,6 @@ std::vector<const Mroutes::Node*> sortedNodes(const Mroutes& config) {
   return nodes;
 }
 
-Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& line) {
-  Mroute m{prefix, Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)), line.preference, line.origin};
-  if (line.byName) m.rpf = config.name(line.rpf).text;
-  return m;
-}
-
 bool isSame(const Mroute& a, const Mroute& b) {
   return a.preference == b.preference && a.rpf == b.rpf;
 }
@@ -86,7 +80,7 @@ bool isSame(const Mroute& a, const Mroute& b) {
 std::vector<Mroute> Agent::Impl::mroutes() const {
   std::vector<Mroute> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
-    for (const Line& line : node->lines) all.push_back(mrouteOf(config, node->prefix, line));
+    for (const Line& line : node->lines) all.push_back(config.mrouteOf(node->prefix, line));
   }
   return all;
 }
@@ -106,7 +100,7 @@ const Route* Agent::Impl::configured(const Mroutes::Node& node) const {
 Unresolved Agent::Impl::faultOf(const Lumo::Prefix& prefix, const Line& line, const Probe& probed,
                                 const Route* installed) const {
   const Link* down = line.byName ? linkOf(line) : nullptr;
-  Unresolved u{mrouteOf(config, prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
+  Unresolved u{config.mrouteOf(prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
   u.installed = installed ? installed->preference : U8{0};
   u.anotherResolves = u.installed == line.preference;
   u.linkIsDown = down && !(down->up && down->carrier);
@@ -132,7 +126,7 @@ std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, 
 
 Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& line,
                                      const Route* installed) const {
-  Resolution r{mrouteOf(config, prefix, line), {}, {}, {}, {}, false};
+  Resolution r{config.mrouteOf(prefix, line), {}, {}, {}, {}, false};
   const auto rpf = rpfOf(config, line);
   const Probe probed = probe(prefix, line);
   if (rpf && probed.verdict != Verdict::noAddress) r.address = probed.hop;
@@ -157,9 +151,9 @@ std::vector<Mroute> Agent::Impl::circle(const Mroute& heldBack) const {
   const Mroutes::Node* node = config.find({heldBack.prefix.address.v4Addr(), heldBack.prefix.length});
   if (!node) return circle;
   for (const Line& line : node->lines) {
-    if (!line.held || !isSame(mrouteOf(config, node->prefix, line), heldBack)) continue;
+    if (!line.held || !isSame(config.mrouteOf(node->prefix, line), heldBack)) continue;
     for (const auto& [place, each] : config.circleOf(*node, line)) {
-      circle.push_back(mrouteOf(config, config.all()[place].prefix, each));
+      circle.push_back(config.mrouteOf(config.all()[place].prefix, each));
     }
   }
   return circle;

@@ -89,6 +89,11 @@ struct Resolution {
 /// Owns the engine with all of its inputs and outputs. Has no loop, no thread and no I/O; all calls come from
 /// one thread at a time.
 ///
+/// Memory may run out anywhere. Then a commit or a settling throws (std::bad_alloc, or what the shared-memory
+/// tables throw), and nothing has changed: `rpf`, `route` and `routes` answer as before at once, all else
+/// makes the agent anew first, from what it had been told before, and throws as long as there is no memory
+/// for that.
+///
 /// The right answer, whatever happened before: the route of a configured prefix has, at its lowest preference
 /// with an RPF that resolves, the next hops of all RPFs that resolve there, each through the longest match
 /// among connected routes and configured routes that have next hops. Nothing resolves through itself, through
@@ -166,7 +171,9 @@ class ZAN_EXPORT Agent {
 
  private:
   class Impl;
-  std::unique_ptr<Impl> impl_;
+  Impl& whole() const;
+
+  mutable std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace mrib

@@ -40,6 +40,8 @@ std::string nobodyKnows(const Router& router, const Decision& d) {
   const LookupMode mode = router.configuration().lookupMode;
   const RpfAnswer other = mode == LookupMode::mribOnly ? router.inUnicast(d.source) : router.inMrib(d.source);
   if (other.status == RpfAnswer::Status::noRoute) {
+    if (d.source.af() != Lumo::ipv4())
+      return ": the unicast table has no route to it, and the MRIB is of IPv4";
     return ": neither the MRIB nor the unicast table has a route to it, and no line covers it";
   }
   const bool isUnicast = other.table == RpfAnswer::Table::unicast;

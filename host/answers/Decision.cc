@@ -36,6 +36,7 @@ std::string_view wordsFor(kernel::Answer::Kind kind) {
 /// Why the unicast table's route counts, and not the MRIB's.
 std::string whyUnicast(const Router& router, const Lumo::IpGenAddr& source) {
   const LookupMode mode = router.configuration().lookupMode;
+  if (source.af() != Lumo::ipv4()) return ", and the MRIB is of IPv4";
   if (mode == LookupMode::uribOnly) return fmt::format(", and {} lets no other table answer", nameOf(mode));
   const RpfAnswer multicast = router.inMrib(source);
   if (!multicast.route) return ", and the MRIB has no route";

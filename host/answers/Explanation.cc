@@ -191,7 +191,7 @@ void Explainer::addInterface(U32 index, unsigned depth) {
   const kernel::Topology& topology = router_.mirror().topology();
   const kernel::Link* link = topology.link(index);
   if (!link) return;
-  Explanation::Interface& interface = add(Kind::interface, depth)->interface.emplace();
+  Explanation::Interface interface;
   interface.index = index;
   interface.name = link->name;
   interface.up = link->up;
@@ -203,6 +203,7 @@ void Explainer::addInterface(U32 index, unsigned depth) {
     if (a.local.af() != e_.decision.source.af()) continue;
     interface.addresses.push_back(a.local.stringValue() + '/' + std::to_string(a.length));
   }
+  add(Kind::interface, depth)->interface = std::move(interface);
 }
 
 const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address) {

@@ -145,8 +145,10 @@ std::string forwardingText(const KernelVerdict& v) {
 std::string hintFor(const Router& router, Lumo::IpAddr address) {
   if (const kernel::Address* subnet = subnetOf(router, address)) {
     const kernel::Link* link = router.mirror().topology().link(subnet->link);
-    return fmt::format("; it is on the subnet of {}, which {}", linkName(router, subnet->link),
-                       link && !link->up ? "is down" : "has no connected route");
+    const std::string_view state = !link || !link->up ? "is down"
+                                   : !link->lowerUp   ? "has no carrier"
+                                                      : "has no connected route";
+    return fmt::format("; it is on the subnet of {}, which {}", linkName(router, subnet->link), state);
   }
   const RpfAnswer unicast = router.inUnicast(Lumo::IpGenAddr(address));
   if (unicast.status != RpfAnswer::Status::found) return "";
@@ -172,7 +174,8 @@ std::string textOf(const Router& router, const Explanation& e, const Step& step)
   switch (step.kind) {
     case Kind::lookupMode: {
       const LookupMode mode = router.configuration().lookupMode;
-      return fmt::format("{}: {}", nameOf(mode), textOf(mode));
+      const bool isIpv4 = e.decision.source.af() == Lumo::ipv4();
+      return fmt::format("{}: {}{}", nameOf(mode), textOf(mode), isIpv4 ? "" : "; the MRIB is of IPv4");
     }
     case Kind::match:
       if (!step.route) return fmt::format("the MRIB has no route to {}", source);

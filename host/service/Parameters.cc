@@ -3,8 +3,8 @@
 #include "Documents.h"
 #include "Escape.h"
 #include "Lumo/Prefix.h"
-#include "Zan/Exception.h"
 #include "StandardErrors.h"
+#include "Zan/Exception.h"
 
 namespace host {
 

@@ -45,6 +45,9 @@ NETWORKS = [
      "fail on eth2 and must come in by eth1: mrib.conf:1"),
     ("asymmetric paths, strict", [f"route add {P} nexthop via 10.0.0.7 nexthop via 10.0.2.7", STRICT], [TO_1], S, 0,
      "drops them there: rp_filter is 1 and the unicast route to 203.0.113.9 leaves by eth0 or eth2"),
+    ("asymmetric paths, next-hop objects", ["nexthop add id 1 via 10.0.0.7 dev eth0", "nexthop add id 2 via 10.0.2.7 dev eth2",
+     "nexthop add id 3 group 1/2", f"route add {P} nhid 3", "sysctl .. nexthop_compat_mode=0", STRICT], [TO_1], S, 0,
+     "leaves by eth0 or eth2"),
     ("next hop is the router's own address", [], [f"ip mroute {P} 10.0.1.1"], S, 0, "10.0.1.1 .* is this router's own address"),
     ("source is the router's own address", [], [], "10.0.1.1 --in eth1", 4, "10.0.1.1 is this router's own address"),
     ("own address, taken by settings", ["sysctl eth1 accept_local=1"], [TO_1], "10.0.2.1 --in eth1", 4, "fail on eth1 and must come in by eth2"),
@@ -73,6 +76,8 @@ NETWORKS = [
      "by eth0: .*mrib.conf:1 .* no MRIB route leads to 10.0.1.7; it is on the subnet of eth1, which is down$"),
     ("link of an interface RPF down", ["link set eth1 down"], [f"ip mroute {P} eth1"], S, 0, "the interface has no connected route; it is down"),
     ("carrier lost", ["link set eth1p down"], [TO_1], S, 0, "by eth1: .* decides; eth1 has no carrier"),
+    ("carrier lost, routes left alone", ["sysctl eth1 ignore_routes_with_linkdown=1", "link set eth1p down", "until dead"], [TO_1], S, 0,
+     "no MRIB route leads to 10.0.1.7; it is on the subnet of eth1, which has no carrier"),
     ("interface without any route", ["tunnel"], [f"ip mroute {P} tun0"], S, 0, "mrib.conf:1 .* the interface has no IPv4 address"),
     ("circle held back", [], ["ip mroute 10.0.1.0/24 10.0.2.7", "ip mroute 10.0.2.0/24 eth1"], "10.0.2.9", 0,
      "mrib.conf:2 .* held back: .* circle, with mrib.conf:1"),
@@ -117,6 +122,9 @@ def build(lines):
         with open("/proc/sys/net/ipv4/conf/" + where.replace(" ", "/"), "w", encoding="ascii") as file:
             file.write(value)
     for line in lines:
+        if line.startswith("until "):
+            wait_for_routes(line[6:])
+            continue
         assert line in ("tunnel", "no daemon") or line.startswith("sysctl ") or ip(line), line
     if daemon:
         router = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)
@@ -126,6 +134,15 @@ def build(lines):
             router.setsockopt(socket.IPPROTO_IP, MRT_ADD_VIF, vifctl)
         kept.append(router)
     return kept
+
+
+def wait_for_routes(word):
+    """Carrier loss takes the kernel a second to tell its routes."""
+    for _ in range(500):
+        if word in subprocess.run(["ip", "route"], capture_output=True, text=True, check=True).stdout:
+            return
+        time.sleep(0.01)
+    raise SystemExit(f"no route says {word}")
 
 
 def links():
@@ -157,6 +174,15 @@ def explained(mrib, question, *options):
                           capture_output=True)
 
 
+def explained_from_files(mrib, question):
+    """The last line that another machine prints from what `ip` saves here."""
+    for words, file in (("link", "link"), ("addr", "addr"), ("route", "route"), ("nexthop", "nexthop"), ("-4 netconf", "netconf")):
+        with open(file + ".json", "w", encoding="utf-8") as saved:
+            subprocess.run(["ip", "-j", *words.split()], stdout=saved, check=True)
+    command = [mrib, "--from", ".", "-c", "mrib.conf", "explain", *question.split()]
+    return subprocess.run(command, text=True, capture_output=True, check=False).stdout.splitlines()[-1]
+
+
 def faults(mrib, lines, config, question, code, expected):
     kept = build(lines)
     with open("mrib.conf", "w", encoding="utf-8") as file:
@@ -165,6 +191,8 @@ def faults(mrib, lines, config, question, code, expected):
     last = said.stdout.splitlines()[-1] if said.stdout else said.stderr
     if said.returncode != code or not re.search(expected, last):
         yield f"{said.returncode}: {last}"
+    if not re.search("rule|local", " ".join(lines)) and (from_files := explained_from_files(mrib, question)) != last:
+        yield f"from files: {from_files}"
     source = question.split()[0]
     for link in links():
         document = json.loads(explained(mrib, f"{source} --in {link}", "-j").stdout)
@@ -183,12 +211,14 @@ def has_carrier(link):
 
 def main(mrib):
     mrib = os.path.abspath(mrib)
-    os.chdir(tempfile.mkdtemp(prefix="mrib-broken-"))
     failed = 0
-    for name, *network in NETWORKS:
-        found = list(faults(mrib, *network))
-        failed += bool(found)
-        print(f"{'FAILED' if found else 'named'}: {name}", *found, sep="\n  " if found else "")
+    with tempfile.TemporaryDirectory(prefix="mrib-broken-") as folder:
+        os.chdir(folder)
+        for name, *network in NETWORKS:
+            found = list(faults(mrib, *network))
+            failed += bool(found)
+            print(f"{'FAILED' if found else 'named'}: {name}", *found, sep="\n  " if found else "")
+        os.chdir("/")
     sys.exit(1 if failed else 0)
 
 

@@ -1,10 +1,14 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <chrono>
+#include <mutex>
+#include <random>
 #include <thread>
 
 #include "QuarnRecords.h"
+#include "Zan/Ptr.h"
 
 // Readers and writers in processes and threads of their own, and what the system may do to them.
 
@@ -84,15 +88,54 @@ class WriterProcess {
   pid_t pid_;
 };
 
-TEST(QuarnProcesses, ReaderSeesEveryRecordWholeWhileAnotherOneWrites) {
+/// For MRIB_SECONDS.
+TEST(QuarnProcesses, FourReadersSeeEveryRecordWholeWhileAnotherOneWrites) {
   Tables tables;
   tables.change(0);
-  const std::jthread writer([&](const std::stop_token& stop) {
-    for (U32 g = 1; !stop.stop_requested(); ++g) tables.change(g);
-  });
-  const Readers readers(tables);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
-  while (std::chrono::steady_clock::now() < end) readers.readAll();
+  std::atomic<U64> reads = 0;
+  U32 writes = 0;
+  const U64 seconds = valueOf("MRIB_SECONDS", 2);
+  {
+    std::vector<std::jthread> threads(4);
+    for (std::jthread& thread : threads) {
+      thread = std::jthread([&](const std::stop_token& stop) {
+        for (const Readers readers(tables); !stop.stop_requested(); reads += 2 * (stableRoutes + stableFecs))
+          readers.readAll();
+      });
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (std::chrono::steady_clock::now() < end) tables.change(++writes);
+  }
+  std::cout << reads << " records read while " << writes << " times " << stableRoutes + stableFecs
+            << " were written\n";
+  EXPECT_GT(reads, 20000 * seconds);
+  EXPECT_GT(writes, 10 * seconds);
+}
+
+struct Counted : Zan::VFPtrInterface {
+  U64 value = 0;
+};
+
+TEST(QuarnProcesses, CountedReferencesGoFromThreadToThread) {
+  const auto shared = Zan::create<Counted>();
+  const U64 inUse = Zan::ZanMemPool::bytesInUse();
+  {
+    std::array<std::pair<std::mutex, Zan::Ptr<Counted>>, 3> places;
+    std::vector<std::jthread> threads;
+    for (U32 t = 0; t < 4; ++t) {
+      threads.emplace_back([&, random = std::mt19937(t)]() mutable {
+        for (U32 i = 0; i < 20000; ++i) {
+          auto mine = i % 2 == 0 ? shared : Zan::create<Counted>();
+          if (mine != shared) mine->value = i;
+          auto& [lock, place] = places[random() % places.size()];
+          const std::lock_guard guard(lock);
+          std::swap(place, mine);
+        }
+      });
+    }
+  }
+  EXPECT_EQ(Zan::ZanMemPool::bytesInUse(), inUse);
+  EXPECT_EQ(shared->references(), 1u);
 }
 
 /// Whether the writer is in a slot of the forwarding table.

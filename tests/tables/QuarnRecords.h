@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <vector>
 
 #include "Quarn/Crc32c.h"
@@ -22,6 +23,12 @@ using Quarn::Fib::Route;
 using Quarn::Fib::RouteStatus;
 using Quarn::Fib::RouteStatusWriter;
 using Routing::Fib::RouteType;
+
+/// A number from the environment.
+inline U64 valueOf(const char* name, U64 usual) {
+  const char* text = std::getenv(name);
+  return text ? std::strtoull(text, nullptr, 10) : usual;
+}
 
 inline Lumo::Prefix prefixOf(U32 n) {
   return {Lumo::IpAddr::fromHost(n << 8), 24};
