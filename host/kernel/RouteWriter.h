@@ -17,6 +17,7 @@ struct UserRule {
   U32 user = 0;
   U32 table = 0;
   U8 protocol = 0;
+  friend bool operator==(const UserRule&, const UserRule&) = default;
 };
 
 /// Writes IPv4 routes over RTNETLINK. Linux does what it is asked before the call that asks returns, so
@@ -32,12 +33,16 @@ class RouteWriter {
   std::vector<RouteFault> write(std::span<const RouteOp> ops);
   /// Adds or deletes a rule. What is so already is no fault; otherwise its text.
   std::string rule(const UserRule& rule, bool add);
+  /// Those that there are, by whoever adds rules of this protocol.
+  std::vector<UserRule> rules(U8 protocol);
 
  private:
   struct Close {
     void operator()(mnl_socket* socket) const;
   };
   void send(std::size_t count);
+  template <class F>
+  void forAnswers(F each);
   void readAnswers(std::size_t first, std::vector<RouteFault>& faults);
 
   std::unique_ptr<mnl_socket, Close> socket_;

@@ -15,8 +15,8 @@ import time
 SKIPPED = 77
 
 
-def own_namespace():
-    """Runs the calling program again in a user and network namespace of its own."""
+def own_namespace(*more):
+    """Runs the calling program again in a user and network namespace of its own, and more of unshare's."""
     if os.environ.get("MRIB_NAMESPACE") == "own":
         subprocess.run("ip link set lo up", shell=True, check=True)
         return
@@ -25,7 +25,7 @@ def own_namespace():
     if subprocess.run(["unshare", *options, "ip", "link", "add", "type", "veth"], capture_output=True).returncode:
         print("skipped: no network namespace of its own, or no veth links in it")
         sys.exit(SKIPPED)
-    os.execvp("unshare", ["unshare", *options, sys.executable, *sys.argv])
+    os.execvp("unshare", ["unshare", *options, *more, sys.executable, *sys.argv])
 
 
 def ip(*lines):
