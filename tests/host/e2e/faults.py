@@ -1,0 +1,487 @@
+#!/usr/bin/env python3
+"""Faults beside a running daemon, one row each. After each one, and again when the world is as it was, the daemon has
+to say what a fresh start says, within a second and without a restart; its descriptors and its memory have to be what
+they were, and its log has to name the fault in one line. The rows that take long only with --all.
+
+usage: faults.py MRIB MRIBD [--all] [WORD OF A ROW'S NAME ...]
+"""
+
+import inspect
+import os
+import random
+import re
+import resource
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import threading
+import time
+import traceback
+from contextlib import contextmanager
+from dataclasses import dataclass
+
+from varlink import Daemon, add_link, ip, own_namespace
+
+LIMIT = 1.0  # seconds
+LINES = """ip mroute 203.0.113.0/24 10.1.0.2
+ip mroute 203.0.113.0/24 d2 250
+ip mroute 203.0.113.128/25 203.0.113.7
+ip mroute 100.64.0.0/10 99.0.0.1
+"""
+LINKS = ("d0", "d1", "d2")
+WAYS = [*(f"addr add 10.{i}.0.1/24 dev d{i}" for i in range(3)), "addr add 10.1.0.3/24 dev d1",
+        "nexthop add id 1 via 10.1.0.2 dev d1", "nexthop add id 2 via 10.2.0.2 dev d2", "nexthop add id 3 group 1/2",
+        "route add 192.0.2.0/24 nhid 3", "route add 198.51.100.0/24 via 10.1.0.2"]
+HOSTILE = [b'a"b', b"\\x41'", b"\x1b[2J", b"\xff\xfe", b"$(reboot)", b"<b>&amp;", b"!#;,|", b"1.2.3.4", b"null", b"..a"]
+FEW = ("setpriv", "--bounding-set=-all", "--inh-caps=-all")  # and a receive buffer of the ordinary size
+MANAGER = f"mrib-faults-{os.getpid()}"
+
+
+def nets(count):
+    return [f"{20 + (i >> 16)}.{i >> 8 & 255}.{i & 255}.0/24" for i in range(count)]
+
+
+def mroutes(count):
+    return "".join(f"ip mroute {net} 10.1.0.2\n" for net in nets(count))
+
+
+class World:
+    def __init__(self, mrib, mribd, prefix, limit):
+        self.mrib, self.limit = mrib, limit
+        self.folder = subprocess.check_output(["mktemp", "-d"], text=True).strip()
+        self.etc = self.folder + "/etc"
+        os.mkdir(self.etc)
+        self.config = self.etc + "/mrib.conf"
+        self.daemon = None
+        self.rebuild()
+        self.daemon = Daemon(mribd, self.config, ("setpriv", "--pdeathsig=KILL", *prefix))
+        self.heard = len(self.daemon.messages())
+
+    # ---- What is there ----
+
+    def rebuild(self):
+        """The world as it was; the links of a group go at once."""
+        names = {os.fsencode(name) for _, name in socket.if_nameindex()} - {b"lo"}
+        odd = names.intersection(HOSTILE)
+        ip(*(f"link set {name.decode()} group 7" for name in names - odd), "link del group 7")
+        for name in odd:
+            subprocess.run([b"ip", b"link", b"del", name], check=True)
+        assert all([add_link(name) for name in LINKS]) and ip(*WAYS)
+        self.write(LINES)
+
+    def write(self, text, reload=True):
+        subprocess.run(["rm", "-rf", self.config], check=True)
+        with open(self.config, "w") as file:
+            file.write(text)
+        return self.reload() if self.daemon and reload else None
+
+    def reload(self):
+        connection = self.daemon.connect()
+        connection.send("Reload")
+        return connection.next()
+
+    @property
+    def pid(self):
+        return self.daemon.process.pid
+
+    @contextmanager
+    def stopped(self):
+        os.kill(self.pid, signal.SIGSTOP)
+        yield
+        os.kill(self.pid, signal.SIGCONT)
+
+    def kill(self, number=signal.SIGKILL):
+        os.kill(self.pid, number)
+        return self.daemon.process.wait(5)
+
+    def restart(self):
+        """Seconds until it says what a fresh start says."""
+        begin = time.monotonic()
+        self.daemon.start()
+        took = time.monotonic() - begin
+        return took + self.equal()
+
+    # ---- What has to be so ----
+
+    def running(self):
+        with open(self.folder + "/running", "w") as file:
+            file.write(self.daemon.connect().whole("GetConfiguration", "text", ""))
+        return file.name
+
+    def says(self, *where):
+        """All answers, without what differs by nature: who answers, the generation, the names of files."""
+        asked = [subprocess.Popen([self.mrib, *where, "-j", *words], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+                 for words in ([], ["unicast"])]
+        said = b"".join([each.communicate()[0] for each in asked])
+        said = re.sub(rb'^  "(answeredBy|generation|stale)":.*\n', b"", said, flags=re.M)
+        return re.sub(rb'"[^"]*(mrib\.conf|running):\d+', b'"', said)
+
+    def equal(self):
+        """Seconds until the daemon's answer is that which turns out to be the right one."""
+        begin, last = time.monotonic(), None
+        while True:
+            asked, answers = time.monotonic(), self.says("--socket", self.daemon.path)
+            if answers != last:
+                since, last = asked, answers
+            if last == self.says("--once", "-c", self.running()) == self.says("--socket", self.daemon.path):
+                assert since - begin < self.limit, f"equal only after {since - begin:.2f} s"
+                return since - begin
+            assert asked - begin < self.limit + 9, f"not equal: {answers}\n\n{self.says('--once', '-c', self.running())}"
+
+    def state(self):
+        """What a fault must leave as it found it."""
+        status = self.daemon.connect().call("GetStatus")
+        counts = {name: status[name] for name in ("routes", "configured", "unresolved", "links", "unicastRoutes")}
+        return {**counts, "pid": self.pid, "answers": self.says("--socket", self.daemon.path)}
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+    def resident(self):
+        with open(f"/proc/{self.pid}/statm") as file:
+            return int(file.read().split()[1]) * resource.getpagesize()
+
+    def until(self, what, holds, limit=LIMIT):
+        end = time.monotonic() + limit
+        while not holds():
+            assert time.monotonic() < end, f"{what}: not within {limit} s"
+            time.sleep(0.01)
+
+    def new_log(self):
+        """Lines that have come since the start, of warnings and worse; and all of them."""
+        lines = self.daemon.messages()[self.heard:].splitlines()
+        return [line for line in lines if line[1:2] in "01234"], lines
+
+
+# ---- Faults that need more than a line ----
+
+def far(w):
+    other = subprocess.Popen(["unshare", "-n", "sleep", "inf"])
+    w.until("another namespace", lambda: os.readlink(f"/proc/{other.pid}/ns/net") != os.readlink("/proc/self/ns/net"))
+    assert ip(f"link set d1 netns {other.pid}")
+    w.equal()
+    other.kill()
+    other.wait()
+
+
+def overrun(w):
+    with w.stopped():
+        ip(*(f"route add {net} dev d0" for net in nets(7000)), *(f"route del {net}" for net in nets(3000)))
+
+
+def overrun_in_resync(w):
+    for _ in range(6):
+        overrun(w)
+        time.sleep(random.uniform(0.05, 0.08))  # a reading begins 50 ms after the first cause
+    assert w.daemon.connect().call("GetStatus")["mirror"]["overruns"] > 2
+
+
+def comes_and_goes(w):
+    w.write(LINES + "ip mroute 198.18.0.0/15 new0\nip mroute 198.18.0.0/15 d0 7\n")
+    for line in ("link add new0 type bridge", "link set new0 up", "addr add 10.9.0.1/24 dev new0", "link set new0 down",
+                 "link set new0 name new1", "link set new1 name new0", "link set new0 up", "link del new0"):
+        assert ip(line)
+        w.equal()
+
+
+def hostile(w):
+    for i, name in enumerate(HOSTILE, 1):
+        for words in (b"link add name %s type bridge", b"link set %s up", b"addr add 10.9.%d.1/24 dev %%s" % i,
+                      b"route add 20.%d.0.0/24 dev %%s" % i):
+            subprocess.run([b"ip"] + [name if word == b"%s" else word for word in words.split()], check=True)
+    routes = w.daemon.connect().whole("ListRoutes", "routes", [])
+    ways = {r["prefix"]: r["vias"][0]["interface"] for r in routes if r["prefix"].startswith("20.")}
+    assert len(set(ways.values())) == len(HOSTILE)
+    lines = "".join(f'ip mroute {prefix} "{re.sub(chr(34), chr(92) * 2 + chr(34), way)}"\n' for prefix, way in ways.items())
+    text = subprocess.run([w.mrib, "--socket", w.daemon.path], capture_output=True, check=True).stdout
+    assert all(32 <= byte < 127 or byte == 10 for byte in text), text
+    return lines
+
+
+def killed(w):
+    """At random times, also while it starts or writes its configuration."""
+    w.write(mroutes(10000))
+    times = []
+    for i in range(7):
+        saving = subprocess.Popen([w.mrib, "--socket", w.daemon.path, "configure", "--save",
+                                   f"ip mroute 100.{i}.0.0/16 10.0.0.9"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        time.sleep(random.uniform(0, 0.1))
+        w.kill()
+        saving.wait()
+        ip(f"link set d2 {['up', 'down'][i % 2]}")
+        w.daemon.process = subprocess.Popen(w.daemon.command, stderr=w.daemon.log)
+        time.sleep(random.uniform(0, 0.1))
+        w.kill()
+        times.append(w.restart())
+    print(f"back and equal: median {1e3 * statistics.median(times):.0f} ms, worst {1e3 * max(times):.0f} ms")
+    assert statistics.median(times) < 0.5
+
+
+def cut(w):
+    for end in range(len(LINES)):
+        before = open(w.running()).read()
+        refused = "error" in w.write(LINES[:end])
+        if refused:
+            assert open(w.running()).read() == before
+        elif end % 8 == 0 or LINES[end - 1] == "\n":
+            w.equal()
+
+
+def full_disk(w):
+    subprocess.run(f"mount -t tmpfs -o size=16k none {w.etc} && cp {w.folder}/running {w.config}; "
+                   f"cat /dev/zero >{w.etc}/big 2>/dev/null", shell=True, check=False)
+    before, names = open(w.config).read(), os.listdir(w.etc)
+    connection = w.daemon.connect()
+    connection.send("Configure", commands=[f"ip mroute {net} 10.1.0.9" for net in nets(300)], save=True)
+    assert "No space left" in str(connection.next())
+    assert open(w.config).read() == before == open(w.running()).read() and os.listdir(w.etc) == names
+    subprocess.run(["umount", w.etc], check=True)
+
+
+def no_descriptors(w):
+    most = resource.prlimit(w.pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(w.pid, resource.RLIMIT_NOFILE, (w.descriptors() + 1, most[1]))
+    clients = [w.daemon.connect() for _ in range(5)]
+    w.until("the log", lambda: "no client can be accepted" in w.daemon.messages())
+    ip("link set d1 down")
+    time.sleep(0.2)
+    resource.prlimit(w.pid, resource.RLIMIT_NOFILE, most)
+    assert all(not each.call("GetStatus")["stale"] for each in clients)
+
+
+def no_memory(w):
+    with open(f"/proc/{w.pid}/statm") as file:
+        size = int(file.read().split()[0]) * resource.getpagesize()
+    resource.prlimit(w.pid, resource.RLIMIT_AS, (size + (2 << 20), resource.RLIM_INFINITY))
+    ip(*(f"route add {net} dev d0" for net in nets(30000)))
+    assert w.daemon.process.wait(5) == 2
+    assert w.restart() < 0.5
+
+
+def rude(request, gap, limit):
+    """Begins before the other rows and ends after them: such a client is dropped when its time is over."""
+    def run(w):
+        connection = w.daemon.connect()
+        connection.socket.setblocking(False)
+
+        def send():
+            for byte in request:
+                connection.socket.send(bytes([byte]))
+                time.sleep(gap)
+        threading.Thread(target=send, daemon=True).start()
+        yield
+        w.until("the log", lambda: "is dropped" in w.daemon.messages(), limit)
+    return run
+
+
+def malicious(w):
+    for bad in (b'{"method":"org.mrib.Lookup","parameters":{"addresses":["' + b"9" * 60000 + b'"]}}', b'{"method":1}',
+                b'{"method":"org.mrib.Lookup","parameters":{"addresses":' + b"[" * 30 + b"]" * 30 + b"}}",
+                b'{"method":"org.mrib.Configure","parameters":{"commands":["no ip mroute 203.0.113.0/24 \\u0000"]}}',
+                b'{"method":"org.mrib.ListRoutes","parameters":{"prefix":"1.2.3.4/33","longer":7}}',
+                b"\xff\xfe", b"[" * 60000, b"x" * 70000, b"\0" * 60000):
+        connection = w.daemon.connect()
+        connection.socket.sendall(bad + b"\0")
+        assert "error" in connection.next(), bad[:60]
+
+
+def connections(w):
+    begin = time.monotonic()
+    for i in range(10000):
+        connection = w.daemon.connect()
+        if i % 2:
+            connection.send("ListUnicastRoutes", more=True)
+        connection.socket.close()
+    w.until("served", lambda: w.descriptors() < 30)
+    print(f"{10000 / (time.monotonic() - begin):.0f} connections a second")
+
+
+def vanishes(w):
+    ip(*(f"route add {net} dev d0" for net in nets(5000)))
+    for i in range(50):
+        connection = w.daemon.connect()
+        for _ in range(20):
+            connection.send("ListUnicastRoutes", more=True)
+        connection.socket.recv(1 + i * 999)
+        connection.socket.close()
+
+
+def signals(w):
+    for i in range(3000):
+        os.kill(w.pid, [signal.SIGHUP, signal.SIGPIPE, signal.SIGCONT, signal.SIGWINCH, signal.SIGCHLD, signal.SIGURG][i % 6])
+
+
+def stuck(w):
+    manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    manager.bind("\0" + MANAGER)
+    manager.settimeout(0.3)  # a watchdog of 200 ms, with patience
+
+    def hears():
+        try:
+            return b"WATCHDOG=1" in manager.recv(999) or hears()
+        except TimeoutError:
+            return False
+    assert hears() and hears() and hears()
+    os.kill(w.pid, signal.SIGSTOP)
+    while hears():
+        pass
+    w.kill(signal.SIGKILL)
+    assert w.restart() < 0.5 and hears()
+
+
+def million_lines(w):
+    assert "error" not in w.write(mroutes(1000000))
+
+
+def million_routes(w):
+    ip(*(f"route add {net} via 10.0.0.{2 + i % 200}" for i, net in enumerate(nets(1000000))))
+
+
+def ten_thousand_links(w):
+    ip(*(f"link add p{i} type veth peer name q{i}" for i in range(5000)), *(f"link set q{i} up" for i in range(5000)),
+       *(f"link set p{i} up" for i in range(5000)), *(f"addr add 10.9.{i >> 6}.{4 * (i & 63) + 1}/30 dev p{i}" for i in range(5000)))
+
+
+@dataclass
+class Row:
+    name: str
+    fault: object  # lines of ip, or of a shell after "$ ", or a function of the world
+    says: str = None  # what one line of the log has
+    prefix: tuple = ()
+    restarts: bool = False
+    turns: int = 2  # the second one finds the memory that the first one took
+    limit: float = LIMIT
+    heavy: bool = False
+
+
+READ_AGAIN = "configuration read again"
+ROWS = [
+    Row("client never reads", rude(b'{"method":"org.mrib.GetConfiguration"}\0' * 9000, 0, 40), "nothing read", turns=1),
+    Row("client writes a byte a second", rude(b'{"method":"org.mrib.GetConfiguration"}', 1, 20), "half a request", turns=1),
+    Row("link down", "link set d1 down"),
+    Row("link down and up", "link set d1 down\nlink set d1 up"),
+    Row("link deleted", "link del d1"),
+    Row("link in a bridge", "link add br0 type bridge\nlink set d1 master br0\nlink set br0 up\nlink del br0"),
+    Row("link moved to another namespace", far),
+    Row("address deleted, and its secondary", "addr del 10.1.0.1/24 dev d1"),
+    Row("addresses flushed", "addr flush dev d1"),
+    Row("next hop deleted", "nexthop del id 1"),
+    Row("next hops flushed", "nexthop flush"),
+    Row("carrier lost", "link set d1p down"),
+    Row("carrier lost, and not to be used", "$ echo 1 >/proc/sys/net/ipv4/conf/d1/ignore_routes_with_linkdown; ip link set d1p down"),
+    Row("route flushed", "route flush table main"),
+    Row("name used again", "link set d1 name old\nlink add d1 type veth peer name d9\nlink set d1 up\naddr add 10.1.0.1/24 dev d1"),
+    Row("index used again", "$ i=$(cat /proc/net/if_inet6 | wc -l); n=$(ip -o link show d1 | cut -d: -f1); ip link del d1;"
+        "ip link add d1 index $n type bridge; ip link set d1 up; ip addr add 10.2.0.9/24 dev d1"),
+    Row("names exchanged", "link set d1 name x\nlink set d2 name d1\nlink set x name d2"),
+    Row("configured interface comes and goes", comes_and_goes),
+    Row("hostile names", hostile),
+    Row("129 next hops", "route add 20.0.0.0/8" + "".join(f" nexthop via 10.0.0.{i + 2}" for i in range(129))),
+    Row("overrun", overrun, "lost", FEW),
+    Row("overrun in a resync", overrun_in_resync, "lost", FEW),
+    Row("no privileges", "link set d1 down\nroute add 20.0.0.0/8 via 10.2.0.2", None, FEW),
+    Row("killed", killed, restarts=True, turns=1),
+    Row("stuck, and the watchdog", stuck, prefix=("env", "NOTIFY_SOCKET=@" + MANAGER, "WATCHDOG_USEC=200000"), restarts=True, turns=1),
+    Row("memory exhausted", no_memory, "out of memory", restarts=True, turns=1),
+    Row("no descriptors", no_descriptors, "no client can be accepted"),
+    Row("configuration cut", cut),
+    *(Row("configuration: " + what, f"$ {how}; kill -HUP {{w.pid}}; sleep 0.1", says) for what, how, says in (
+        ("renamed over", "echo ip mroute 9.0.0.0/8 d1 >{w.etc}/new; mv {w.etc}/new {w.config}", READ_AGAIN),
+        ("truncated", ": >{w.config}", READ_AGAIN),
+        ("a symlink", "mv {w.config} {w.etc}/x; echo ip mroute 9.0.0.0/8 d2 >>{w.etc}/x; ln -s x {w.config}", READ_AGAIN),
+        ("a circle", "ln -sf mrib.conf {w.config}", "not reloaded: .*symbolic links"),
+        ("gone", "rm {w.config}", "not reloaded: .*No such file"),
+        ("a directory", "rm {w.config}; mkdir {w.config}", READ_AGAIN),
+        ("a FIFO", "rm {w.config}; mkfifo {w.config}", "not reloaded: .*it is a FIFO"),
+        ("endless zeros", "ln -sf /dev/zero {w.config}", "not reloaded: .*it is a device"),
+        ("sparse zeros", "truncate -s 60M {w.config}", "not reloaded: .*NUL byte"))),
+    Row("disk full", full_disk),
+    Row("malicious requests", malicious),
+    Row("client vanishes", vanishes),
+    Row("10,000 connections", connections),
+    Row("signals", signals, READ_AGAIN),
+    Row("a million lines", million_lines, limit=60, turns=1, heavy=True),
+    Row("a million routes", million_routes, limit=30, turns=1, heavy=True),
+    Row("10,000 links", ten_thousand_links, limit=10, turns=1, heavy=True),
+]
+
+
+def perform(row, w):
+    """One fault."""
+    if callable(row.fault):
+        return row.fault(w)
+    if row.fault.startswith("$ "):
+        subprocess.run(row.fault[2:].format(w=w), shell=True, check=True)
+    else:
+        assert ip(*row.fault.split("\n")), row.fault
+    return None
+
+
+def check_log(row, w):
+    bad, lines = w.new_log()
+    found = [line for line in lines if row.says and re.search(row.says, line)]
+    assert len(found) == bool(row.says), lines
+    assert not [line for line in bad if line not in found], lines
+
+
+def play(row, w, begun=None):
+    w.equal()
+    before, memory = w.state(), None
+    time.sleep(0.05)  # until those who asked are gone
+    fds = w.descriptors()
+    for turn in range(row.turns):
+        begin = time.monotonic()
+        for _ in begun or perform(row, w) or ():
+            pass
+        w.equal()
+        if turn == 0:
+            check_log(row, w)
+        w.rebuild()
+        w.equal()
+        after = w.state()
+        if row.restarts:
+            before["pid"] = after["pid"]
+        assert after == before, (after, before)
+        w.until("descriptors", lambda: w.descriptors() == fds)
+        assert memory is None or w.resident() < memory + (512 << 10), f"{w.resident() - memory} bytes more"
+        memory = w.resident()
+    print(f"{row.name}: {time.monotonic() - begin:.1f} s", flush=True)
+
+
+def main():
+    own_namespace()
+    words = [word for word in sys.argv[3:] if word != "--all"]
+    rows = [row for row in ROWS if ("--all" in sys.argv or not row.heavy) and all(word in row.name for word in words)]
+    seed = int(os.environ.get("MRIB_SEED", "1"))
+    random.seed(seed)
+    waiting = []
+    for row in rows:
+        print(row.name, flush=True) if os.environ.get("V") else None
+        w = World(*sys.argv[1:3], row.prefix, row.limit)
+        if inspect.isgeneratorfunction(row.fault):
+            begun = row.fault(w)
+            next(begun)
+            waiting.append((row, w, begun))
+        else:
+            finish(row, w)
+    for row, w, begun in waiting:
+        finish(row, w, begun)
+    print(f"{len(rows)} faults")
+
+
+def finish(row, w, begun=None):
+    try:
+        play(row, w, begun)
+        assert w.daemon.stop() == (0, [])
+    except AssertionError as e:
+        where = traceback.extract_tb(e.__traceback__)[-1]
+        raise SystemExit(f"FAILED: {row.name}: line {where.lineno}, {where.line}: {e}\n{w.daemon.messages()}") from e
+    finally:
+        w.daemon.process.kill()
+        subprocess.run(["rm", "-rf", w.folder], check=True)
+
+
+if __name__ == "__main__":
+    main()
