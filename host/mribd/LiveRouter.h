@@ -37,6 +37,7 @@ class LiveRouter : public daemon::Application {
   void end();
 
  private:
+  void logLosses(Nanos now);
   void logDifference(const ConfigurationChange& change, Nanos now);
   void warn(const std::vector<std::string>& warnings, Nanos now);
 
@@ -46,6 +47,7 @@ class LiveRouter : public daemon::Application {
   daemon::Log& log_;
   std::optional<LiveExport> export_;
   bool wasReady_ = false;
+  std::array<U64, kernel::reasonCount> resyncs_{};  // that the log knows of
 };
 
 }  // namespace host
