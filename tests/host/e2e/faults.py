@@ -19,7 +19,7 @@ import sys
 import threading
 import time
 import traceback
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from dataclasses import dataclass
 
 from varlink import Daemon, add_link, ip, own_namespace
@@ -128,13 +128,17 @@ class World:
             if last == self.says("--once", "-c", self.running()) == self.says("--socket", self.daemon.path):
                 assert since - begin < self.limit, f"equal only after {since - begin:.2f} s"
                 return since - begin
-            assert asked - begin < self.limit + 9, f"not equal: {answers}\n\n{self.says('--once', '-c', self.running())}"
+            if asked - begin > self.limit + 9:
+                fresh = self.says("--once", "-c", self.running())
+                one, other = set(last.splitlines()), set(fresh.splitlines())
+                raise AssertionError(f"only the daemon: {list(one - other)[:9]}\nonly the kernel: {list(other - one)[:9]}\n"
+                                     f"in another order: {one == other}; {self.daemon.connect().call('GetStatus')}")
 
     def state(self):
         """What a fault must leave as it found it."""
         status = self.daemon.connect().call("GetStatus")
         counts = {name: status[name] for name in ("routes", "configured", "unresolved", "links", "unicastRoutes")}
-        return {**counts, "pid": self.pid, "answers": self.says("--socket", self.daemon.path)}
+        return {**counts, "answers": self.says("--socket", self.daemon.path)}
 
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
@@ -167,15 +171,20 @@ def far(w):
 
 
 def overrun(w):
+    """Messages of 2.5 KiB: of smaller ones more would be needed, and the kernel yields the processor for each."""
+    with socket.socket(socket.AF_NETLINK, socket.SOCK_RAW) as like:
+        like.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
+        room = like.getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF) // 2500
+    large = " nexthop via 10.0.0.2" * 160
     with w.stopped():
-        ip(*(f"route add {net} dev d0" for net in nets(7000)), *(f"route del {net}" for net in nets(3000)))
+        assert ip(*(f"route replace {net}{large}" for net in nets(room // 2)), *(f"route del {net}" for net in nets(room // 2)[9:]))
 
 
 def overrun_in_resync(w):
-    for _ in range(6):
+    for _ in range(3):
         overrun(w)
         time.sleep(random.uniform(0.05, 0.08))  # a reading begins 50 ms after the first cause
-    assert w.daemon.connect().call("GetStatus")["mirror"]["overruns"] > 2
+    assert w.daemon.connect().call("GetStatus")["mirror"]["overruns"] == 3
 
 
 def comes_and_goes(w):
@@ -194,10 +203,15 @@ def hostile(w):
     routes = w.daemon.connect().whole("ListRoutes", "routes", [])
     ways = {r["prefix"]: r["vias"][0]["interface"] for r in routes if r["prefix"].startswith("20.")}
     assert len(set(ways.values())) == len(HOSTILE)
-    lines = "".join(f'ip mroute {prefix} "{re.sub(chr(34), chr(92) * 2 + chr(34), way)}"\n' for prefix, way in ways.items())
+    w.write("".join(f'ip mroute {prefix} {written(name)}\n' for prefix, name in zip(sorted(ways, key=len), HOSTILE)))
+    w.equal()
     text = subprocess.run([w.mrib, "--socket", w.daemon.path], capture_output=True, check=True).stdout
     assert all(32 <= byte < 127 or byte == 10 for byte in text), text
-    return lines
+    assert w.daemon.connect().call("ListUnresolved")["unresolved"] == []
+
+
+def written(name):
+    return '"' + "".join(f"\\x{byte:02x}" if byte in b'"\\' or not 32 <= byte < 127 else chr(byte) for byte in name) + '"'
 
 
 def killed(w):
@@ -254,22 +268,22 @@ def no_descriptors(w):
 def no_memory(w):
     with open(f"/proc/{w.pid}/statm") as file:
         size = int(file.read().split()[0]) * resource.getpagesize()
-    resource.prlimit(w.pid, resource.RLIMIT_AS, (size + (2 << 20), resource.RLIM_INFINITY))
-    ip(*(f"route add {net} dev d0" for net in nets(30000)))
+    resource.prlimit(w.pid, resource.RLIMIT_AS, (size + (1 << 20), resource.RLIM_INFINITY))
+    ip(*(f"route add {net} dev d0" for net in nets(12000)))
     assert w.daemon.process.wait(5) == 2
     assert w.restart() < 0.5
 
 
-def rude(request, gap, limit):
+def rude(request, piece, limit):
     """Begins before the other rows and ends after them: such a client is dropped when its time is over."""
     def run(w):
         connection = w.daemon.connect()
-        connection.socket.setblocking(False)
 
         def send():
-            for byte in request:
-                connection.socket.send(bytes([byte]))
-                time.sleep(gap)
+            with suppress(OSError):
+                for i in range(0, len(request), piece):
+                    connection.socket.sendall(request[i:i + piece])
+                    time.sleep(1)
         threading.Thread(target=send, daemon=True).start()
         yield
         w.until("the log", lambda: "is dropped" in w.daemon.messages(), limit)
@@ -350,6 +364,7 @@ class Row:
     fault: object  # lines of ip, or of a shell after "$ ", or a function of the world
     says: str = None  # what one line of the log has
     prefix: tuple = ()
+    lines: int = 1  # of the log
     restarts: bool = False
     turns: int = 2  # the second one finds the memory that the first one took
     limit: float = LIMIT
@@ -358,7 +373,7 @@ class Row:
 
 READ_AGAIN = "configuration read again"
 ROWS = [
-    Row("client never reads", rude(b'{"method":"org.mrib.GetConfiguration"}\0' * 9000, 0, 40), "nothing read", turns=1),
+    Row("client never reads", rude(b'{"method":"org.mrib.GetConfiguration"}\0' * 9000, 1 << 20, 40), "nothing read", turns=1),
     Row("client writes a byte a second", rude(b'{"method":"org.mrib.GetConfiguration"}', 1, 20), "half a request", turns=1),
     Row("link down", "link set d1 down"),
     Row("link down and up", "link set d1 down\nlink set d1 up"),
@@ -371,7 +386,6 @@ ROWS = [
     Row("next hops flushed", "nexthop flush"),
     Row("carrier lost", "link set d1p down"),
     Row("carrier lost, and not to be used", "$ echo 1 >/proc/sys/net/ipv4/conf/d1/ignore_routes_with_linkdown; ip link set d1p down"),
-    Row("route flushed", "route flush table main"),
     Row("name used again", "link set d1 name old\nlink add d1 type veth peer name d9\nlink set d1 up\naddr add 10.1.0.1/24 dev d1"),
     Row("index used again", "$ i=$(cat /proc/net/if_inet6 | wc -l); n=$(ip -o link show d1 | cut -d: -f1); ip link del d1;"
         "ip link add d1 index $n type bridge; ip link set d1 up; ip addr add 10.2.0.9/24 dev d1"),
@@ -379,8 +393,8 @@ ROWS = [
     Row("configured interface comes and goes", comes_and_goes),
     Row("hostile names", hostile),
     Row("129 next hops", "route add 20.0.0.0/8" + "".join(f" nexthop via 10.0.0.{i + 2}" for i in range(129))),
-    Row("overrun", overrun, "lost", FEW),
-    Row("overrun in a resync", overrun_in_resync, "lost", FEW),
+    Row("overrun", overrun, "lost track of the kernel .overrun", FEW),
+    Row("overrun in a resync", overrun_in_resync, "lost track of the kernel .overrun", FEW, turns=1),
     Row("no privileges", "link set d1 down\nroute add 20.0.0.0/8 via 10.2.0.2", None, FEW),
     Row("killed", killed, restarts=True, turns=1),
     Row("stuck, and the watchdog", stuck, prefix=("env", "NOTIFY_SOCKET=@" + MANAGER, "WATCHDOG_USEC=200000"), restarts=True, turns=1),
@@ -393,12 +407,12 @@ ROWS = [
         ("a symlink", "mv {w.config} {w.etc}/x; echo ip mroute 9.0.0.0/8 d2 >>{w.etc}/x; ln -s x {w.config}", READ_AGAIN),
         ("a circle", "ln -sf mrib.conf {w.config}", "not reloaded: .*symbolic links"),
         ("gone", "rm {w.config}", "not reloaded: .*No such file"),
-        ("a directory", "rm {w.config}; mkdir {w.config}", READ_AGAIN),
+        ("a directory", "rm {w.config}; mkdir {w.config}", "not reloaded: .*it is a directory"),
         ("a FIFO", "rm {w.config}; mkfifo {w.config}", "not reloaded: .*it is a FIFO"),
         ("endless zeros", "ln -sf /dev/zero {w.config}", "not reloaded: .*it is a device"),
         ("sparse zeros", "truncate -s 60M {w.config}", "not reloaded: .*NUL byte"))),
     Row("disk full", full_disk),
-    Row("malicious requests", malicious),
+    Row("malicious requests", malicious, "is dropped: no request", lines=3),
     Row("client vanishes", vanishes),
     Row("10,000 connections", connections),
     Row("signals", signals, READ_AGAIN),
@@ -422,13 +436,13 @@ def perform(row, w):
 def check_log(row, w):
     bad, lines = w.new_log()
     found = [line for line in lines if row.says and re.search(row.says, line)]
-    assert len(found) == bool(row.says), lines
+    assert len(found) == (row.lines if row.says else 0), lines
     assert not [line for line in bad if line not in found], lines
 
 
 def play(row, w, begun=None):
     w.equal()
-    before, memory = w.state(), None
+    before, pid, memory = w.state(), w.pid, None
     time.sleep(0.05)  # until those who asked are gone
     fds = w.descriptors()
     for turn in range(row.turns):
@@ -440,18 +454,18 @@ def play(row, w, begun=None):
             check_log(row, w)
         w.rebuild()
         w.equal()
-        after = w.state()
-        if row.restarts:
-            before["pid"] = after["pid"]
-        assert after == before, (after, before)
+        w.until("as it was", lambda: w.state() == before, 3)  # links are not up at once
+        assert row.restarts or w.pid == pid
         w.until("descriptors", lambda: w.descriptors() == fds)
-        assert memory is None or w.resident() < memory + (512 << 10), f"{w.resident() - memory} bytes more"
+        assert memory is None or w.resident() < memory + (1 << 20), f"{w.resident() - memory} bytes more"
         memory = w.resident()
     print(f"{row.name}: {time.monotonic() - begin:.1f} s", flush=True)
 
 
 def main():
     own_namespace()
+    with open("/proc/sys/net/ipv6/conf/default/addr_gen_mode", "w") as file:
+        file.write("1")  # no addresses that come by themselves, and late
     words = [word for word in sys.argv[3:] if word != "--all"]
     rows = [row for row in ROWS if ("--all" in sys.argv or not row.heavy) and all(word in row.name for word in words)]
     seed = int(os.environ.get("MRIB_SEED", "1"))
