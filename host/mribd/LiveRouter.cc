@@ -53,11 +53,11 @@ Nanos LiveRouter::turn(Nanos now) {
   return std::min({table, mirror, router, exported});
 }
 
-/// Readings of the kernel that no change of a link or an address is the cause of.
+/// Readings of the kernel whose cause is no change.
 void LiveRouter::logLosses(Nanos now) {
   using enum kernel::Reason;
   const auto resyncs = live_.mirror().counters().resyncs;
-  for (const kernel::Reason reason : {overrun, malformed, truncated, interrupted, refused}) {
+  for (const kernel::Reason reason : {overrun, malformed, truncated, refused}) {
     const auto i = static_cast<std::size_t>(reason);
     if (std::exchange(resyncs_[i], resyncs[i]) == resyncs[i]) continue;
     log_.write(Level::warning, fmt::format("lost track of the kernel ({}): reads it again", nameOf(reason)),
