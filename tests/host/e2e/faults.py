@@ -420,7 +420,7 @@ ROWS = [
     Row("signals", signals, READ_AGAIN),
     Row("a million lines", million_lines, READ_AGAIN, limit=60, turns=1, heavy=True),
     Row("a million routes", million_routes, limit=30, turns=1, heavy=True),
-    Row("10,000 links", ten_thousand_links, limit=10, turns=1, heavy=True),
+    Row("10,000 links", ten_thousand_links, limit=60, turns=1, heavy=True),
 ]
 
 
