@@ -69,6 +69,10 @@ std::vector<Resolution> Agent::resolutions(const Lumo::Prefix& prefix) const {
   return impl_->resolutions(prefix);
 }
 
+std::vector<Mroute> Agent::circle(const Mroute& heldBack) const {
+  return impl_->circle(heldBack);
+}
+
 U64 Agent::subscribe(Listener listener) {
   impl_->subscriptions.push_back({++impl_->lastSubscription, std::move(listener)});
   return impl_->lastSubscription;

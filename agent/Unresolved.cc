@@ -77,6 +77,10 @@ Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& l
   return m;
 }
 
+bool isSame(const Mroute& a, const Mroute& b) {
+  return a.preference == b.preference && a.rpf == b.rpf;
+}
+
 }  // namespace
 
 std::vector<Mroute> Agent::Impl::mroutes() const {
@@ -146,6 +150,19 @@ Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& lin
   r.nextHops.assign(hops.data(), hops.data() + hops.size());
   r.inForce = installed && installed->preference == line.preference;
   return r;
+}
+
+std::vector<Mroute> Agent::Impl::circle(const Mroute& heldBack) const {
+  std::vector<Mroute> circle;
+  const Mroutes::Node* node = config.find({heldBack.prefix.address.v4Addr(), heldBack.prefix.length});
+  if (!node) return circle;
+  for (const Line& line : node->lines) {
+    if (!line.held || !isSame(mrouteOf(config, node->prefix, line), heldBack)) continue;
+    for (const auto& [place, each] : config.circleOf(*node, line)) {
+      circle.push_back(mrouteOf(config, config.all()[place].prefix, each));
+    }
+  }
+  return circle;
 }
 
 const Link* Agent::Impl::linkOf(const Line& line) const {

@@ -1,10 +1,11 @@
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 
 #include "Message.h"
 #include "Mirror.h"
+#include "Target.h"
 
+using fuzz::must;
 using namespace host;
 using namespace host::kernel;
 
@@ -13,10 +14,6 @@ using namespace host::kernel;
 // nothing, the mirror must come to rest with nothing. Aborts when it does not.
 
 namespace {
-
-void must(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// Takes the input as steps of a head of three bytes (what, how long) and a datagram.
 class Run {
@@ -94,9 +91,6 @@ class Run {
   Mirror mirror_{Mirror::Settings(), 0};
 };
 
-}  // namespace
+const fuzz::Target target("kernel", [](fuzz::Bytes bytes) { Run(bytes).all(); });
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Run({data, size}).all();
-  return 0;
-}
+}  // namespace

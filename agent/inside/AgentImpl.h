@@ -22,6 +22,7 @@ class Agent::Impl {
   std::vector<Mroute> mroutes() const;
   std::vector<Unresolved> unresolved() const;
   std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   Options options;
   Interfaces interfaces;

@@ -90,6 +90,9 @@ class Mroutes {
   std::optional<Lumo::IpAddr> addressOf(const Line& line) const {
     return line.byName ? names_[line.rpf].address : Lumo::IpAddr::fromHost(line.rpf);
   }
+  /// The shortest circle on which a line of a prefix lies that is held back: it and those that it leads on
+  /// to, each with the place of its prefix. Empty for other lines.
+  std::vector<std::pair<U32, Line>> circleOf(const Node& start, const Line& line) const;
   /// All prefixes, those first through which others could resolve. Valid until something is staged.
   std::vector<const Node*> inOrder();
   /// Calls `f(address, prefix)` for the prefixes with a line that resolves by an address in `range`, by

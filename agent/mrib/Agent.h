@@ -150,6 +150,9 @@ class ZAN_EXPORT Agent {
   /// What each configured route of this very prefix comes to, by preference and RPF. A look-up in the trie
   /// for each.
   std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  /// For a configured route that is held back: the shortest circle that it lies on, beginning with itself.
+  /// Each could resolve through the prefix of the next, the last through that of the first. Empty for others.
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   /// Calls `listener` after every commit that was applied and every settling that healed, in order, also when
   /// no route changed. It may subscribe and unsubscribe (itself too), and ask everything; it may not commit,

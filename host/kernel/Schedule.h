@@ -31,9 +31,9 @@ std::string_view nameOf(Reason reason);
 ///
 /// Changes come in bursts, so a reading waits for 50 ms after the first. Readings of a small table may follow
 /// each other at once; those of a large one must not take more than a fifth of the time, and never start
-/// within a second of each other unless they are worth less than a twentieth of it. A kernel that was busy with
-/// itself (as with taking down ten thousand links) lets a reading take long that is short work, so the pause has
-/// an end.
+/// within a second of each other unless they are worth less than a twentieth of it. A kernel that is busy
+/// with itself (it takes down ten thousand links) lets a reading take long that is little work, so there is
+/// an end to the pause.
 class Schedule {
  public:
   struct Settings {

@@ -10,9 +10,11 @@
 #include "ConfigReader.h"
 #include "Escape.h"
 #include "LiveMirror.h"
+#include "LiveReversePath.h"
 #include "RibService.h"
 #include "Sample.h"
 #include "Saved.h"
+#include "SavedReversePath.h"
 
 namespace host {
 
@@ -51,9 +53,11 @@ class Once : public OwnReading {
     if (options.from.empty()) {
       live_ = std::make_unique<kernel::LiveMirror>(settingsFor(options), monotonicNow());
       readAll(*live_);
+      kernel_ = std::make_unique<kernel::LiveReversePath>(live_->mirror());
     } else {
       saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
       readSaved(options.from, *saved_);
+      kernel_ = std::make_unique<kernel::SavedReversePath>(options.from, *saved_);
     }
     prepare();
     router_ = std::make_unique<Router>(mirror(), monotonicNow);
@@ -65,8 +69,9 @@ class Once : public OwnReading {
     if (router_->agent().mayDiffer()) router_->agent().settle();
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
-    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
-                                            RibService::Setting{name(), monotonicNow()});
+    RibService::Setting setting{name(), monotonicNow()};
+    setting.kernel = kernel_.get();
+    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow, std::move(setting));
   }
 
   ~Once() override;
@@ -140,6 +145,7 @@ class Once : public OwnReading {
   std::string source_;
   std::unique_ptr<kernel::LiveMirror> live_;
   std::unique_ptr<kernel::Mirror> saved_;
+  std::unique_ptr<kernel::ReversePath> kernel_;
   std::unique_ptr<Router> router_;
   std::unique_ptr<Configurator> configurator_;
   std::unique_ptr<RibService> service_;

@@ -21,6 +21,9 @@ int configure(const Request& request);
 int checkConfig(const Request& request);
 int runningConfig(const Request& request);
 
+// ExplainCommand.cc
+int explain(const Request& request);
+
 // InspectCommand.cc
 int inspect(const Request& request);
 

@@ -11,6 +11,7 @@ int execute(const Request& request) {
   static const std::map<std::string, int (*)(const Request&)> all{{"", routes},
                                                                   {"check-config", checkConfig},
                                                                   {"configure", configure},
+                                                                  {"explain", explain},
                                                                   {"inspect", commands::inspect},
                                                                   {"monitor", monitor},
                                                                   {"reload", reload},

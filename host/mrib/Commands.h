@@ -7,7 +7,7 @@
 
 namespace host {
 
-enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, stale = 5 };
+enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, notTakenIn = 4, stale = 5 };
 
 /// What the user asks for.
 struct Request {
@@ -18,6 +18,7 @@ struct Request {
   bool unresolved = false;  ///< with the routes
   bool waiting = false;
   std::string type;
+  std::string incoming;  ///< interface
   bool dryRun = false;
   bool save = false;
   bool notes = false;

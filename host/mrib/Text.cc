@@ -123,6 +123,18 @@ std::string ofUnresolved(const Json& unresolved) {
   return text;
 }
 
+/// Its texts are escaped already.
+std::string ofExplanation(const Json& explanation) {
+  const Json& steps = explanation.at("steps");
+  const std::size_t width = std::to_string(steps.size()).size();
+  std::string text;
+  for (const Json& step : steps) {
+    text += fmt::format("{:>{}}. {:{}}{}\n", step.at("number").get<U64>(), width, "",
+                        step.at("depth").get<std::size_t>() * 2, step.at("text").get<std::string>());
+  }
+  return text + '\n' + explanation.at("conclusion").get<std::string>() + '\n';
+}
+
 std::string ofStatus(const Json& status) {
   const auto line = [](std::string_view name, const std::string& value) {
     return fmt::format("{:<22}{}\n", name, value);

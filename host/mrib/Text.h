@@ -27,6 +27,8 @@ class RouteTable {
 std::string ofAnswer(const Json& answer);
 /// One line for each that is not in force.
 std::string ofUnresolved(const Json& unresolved);
+/// The steps, numbered and indented, and in the last line what they come to.
+std::string ofExplanation(const Json& explanation);
 std::string ofStatus(const Json& status);
 /// A line of `mrib monitor`.
 std::string ofChange(const Json& change, bool settled);

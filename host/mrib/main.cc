@@ -67,6 +67,11 @@ void addQuestions(CLI::App& app, Request& request) {
   route.add_flag("--unresolved", request.unresolved, "Also the configured routes that are not resolved");
   auto& rpf = addCommand(app, request, "rpf", "The RPF route, next hop and interface for sources");
   rpf.add_option("ADDRESS", request.arguments, "Sources; - reads them from standard input")->required();
+  auto& explain = addCommand(app, request, "explain", "Why packets from a source must come in by their way");
+  explain.add_option("ADDRESS", request.arguments, "The source")->required()->expected(1);
+  explain.add_option("--in", request.incoming, "Also whether those that come in by this interface pass")
+      ->type_name("INTERFACE")
+      ->check(notEmpty);
   auto& unicast = addCommand(app, request, "unicast", "The unicast table as the router uses it");
   unicast.add_option("PREFIX|ADDRESS", request.arguments)->expected(0, 1);
   unicast.add_flag("--longer", request.longer, "Also all routes within the prefix");
@@ -177,7 +182,9 @@ int main(int argc, char** argv) {
   addInspect(app, request);
   app.footer(
       "Without a command: all of the MRIB. Commands may be shortened.\n"
-      "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 5 stale (--fresh).");
+      "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 4 not taken in (explain "
+      "--in), "
+      "5 stale (--fresh).");
   try {
     std::vector<std::string> words(argv + 1, argv + argc);
     words = host::commandInFull(std::move(words),

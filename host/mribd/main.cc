@@ -10,6 +10,7 @@
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "Escape.h"
+#include "LiveReversePath.h"
 #include "LiveRouter.h"
 #include "Loop.h"
 #include "RibService.h"
@@ -95,9 +96,10 @@ void serve(const Options& options, host::daemon::Log& log) {
   if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), monotonicNow());
   LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
+  const kernel::LiveReversePath kernel(live.mirror());
   RibService service(application.router(), &application.configurator(), monotonicNow,
                      {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
-                      exportStatus(application.exported())});
+                      exportStatus(application.exported()), &kernel});
   control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());

@@ -73,6 +73,9 @@ class Router {
 
   /// Of IPv6 sources only the unicast table knows something.
   RpfAnswer lookUp(const Lumo::IpGenAddr& source) const;
+  /// What either table says for itself, whatever the look-up mode.
+  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
+  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
   /// The MRIB by prefix, without what nobody needs to know of (the routes to stand-ins).
   std::vector<mrib::Route> routes() const;
   /// How many these are.
@@ -98,8 +101,6 @@ class Router {
   void tell(std::span<const mrib::Change> changes, bool settled);
   void renameMroutes(mrib::Transaction& t);
   Nanos settle(Nanos now);
-  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
-  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
 
   kernel::Mirror& mirror_;
   Clock clock_;

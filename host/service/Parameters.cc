@@ -2,9 +2,30 @@
 
 #include "Documents.h"
 #include "Escape.h"
+#include "Lumo/Prefix.h"
 #include "StandardErrors.h"
+#include "Zan/Exception.h"
 
 namespace host {
+
+using Lumo::IpGenAddr;
+
+namespace {
+
+const Lumo::Prefix groups("224.0.0.0/4");
+
+std::optional<std::string> faultOfSource(const IpGenAddr& address) {
+  if (address.af() == Lumo::ipv4()) {
+    const Lumo::IpAddr a = address.v4Addr();
+    if (groups.contains(a)) return "it is a group address; RPF is a question about a source";
+    if (a.host() >> 24 == 0 || a.host() == ~U32{0}) return "no host has it";
+  } else if (address.stringValue().starts_with("ff")) {
+    return "it is a group address; RPF is a question about a source";
+  }
+  return std::nullopt;
+}
+
+}  // namespace
 
 control::Reply errorReply(std::string name, const nlohmann::ordered_json& parameters) {
   return {documents::textOf(parameters), std::move(name), false};
@@ -61,6 +82,21 @@ void Parameters::done() const {
   for (const auto& item : json_.items()) {
     if (!asked_.contains(item.key())) refuse(jsonText(item.key()));
   }
+}
+
+IpGenAddr sourceOf(const std::string& text) {
+  const auto refuse = [&](std::string_view why) {
+    throw errorReply("org.mrib.InvalidAddress", {{"address", jsonText(text)}, {"why", why}});
+  };
+  IpGenAddr address;
+  try {
+    address = IpGenAddr(std::string_view(text));
+  } catch (const Zan::RangeException&) {
+    refuse("it is not an address");
+  }
+  if (address == IpGenAddr()) refuse("it is not an address");
+  if (const auto fault = faultOfSource(address)) refuse(*fault);
+  return address;
 }
 
 }  // namespace host

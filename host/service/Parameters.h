@@ -4,11 +4,15 @@
 #include <set>
 
 #include "Call.h"
+#include "Lumo/IpGenAddr.h"
 
 namespace host {
 
 /// An answer that is an error.
 control::Reply errorReply(std::string name, const nlohmann::ordered_json& parameters);
+
+/// An address that packets can come from, of either family. Throws the reply that says why it is none.
+Lumo::IpGenAddr sourceOf(const std::string& text);
 
 /// The parameters of a call. What has a wrong type, or what the method does not know, is refused by throwing
 /// the reply that says so.

@@ -24,34 +24,6 @@ using Lumo::IpGenPrefix;
 
 namespace {
 
-const Lumo::Prefix groups("224.0.0.0/4");
-
-std::optional<std::string> faultOfSource(const IpGenAddr& address) {
-  if (address.af() == Lumo::ipv4()) {
-    const Lumo::IpAddr a = address.v4Addr();
-    if (groups.contains(a)) return "it is a group address; RPF is a question about a source";
-    if (a.host() >> 24 == 0 || a.host() == ~U32{0}) return "no host has it";
-  } else if (address.stringValue().starts_with("ff")) {
-    return "it is a group address; RPF is a question about a source";
-  }
-  return std::nullopt;
-}
-
-IpGenAddr sourceOf(const std::string& text) {
-  const auto refuse = [&](std::string_view why) {
-    throw errorReply("org.mrib.InvalidAddress", {{"address", jsonText(text)}, {"why", why}});
-  };
-  IpGenAddr address;
-  try {
-    address = IpGenAddr(std::string_view(text));
-  } catch (const Zan::RangeException&) {
-    refuse("it is not an address");
-  }
-  if (address == IpGenAddr()) refuse("it is not an address");
-  if (const auto fault = faultOfSource(address)) refuse(*fault);
-  return address;
-}
-
 IpGenPrefix prefixOf(const std::string& text) {
   IpGenPrefix prefix;
   std::string why = "it is not a prefix";
@@ -105,6 +77,7 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
   static const std::map<std::string_view, Method> methods{
       {"org.mrib.GetStatus", &RibService::getStatus},
       {"org.mrib.Lookup", &RibService::lookup},
+      {"org.mrib.Explain", &RibService::explain},
       {"org.mrib.ListRoutes", &RibService::listRoutes},
       {"org.mrib.ListUnicastRoutes", &RibService::listUnicastRoutes},
       {"org.mrib.ListUnresolved", &RibService::listUnresolved},

@@ -9,6 +9,7 @@
 #include "Exporter.h"
 #include "Parameters.h"
 #include "PrefixHash.h"
+#include "ReversePath.h"
 #include "Streams.h"
 
 namespace host {
@@ -29,6 +30,7 @@ class RibService : public control::Handler {
     Nanos startedAt = 0;
     std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
     std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
+    const kernel::ReversePath* kernel = nullptr;           ///< what the kernel's own checks go by
   };
 
   /// `configurator` is null where the configuration cannot be changed.
@@ -51,6 +53,7 @@ class RibService : public control::Handler {
 
   control::Answer getStatus(Call& call);
   control::Answer lookup(Call& call);
+  control::Answer explain(Call& call);  // Explain.cc
   control::Answer listRoutes(Call& call);
   control::Answer listUnicastRoutes(Call& call);
   control::Answer listUnresolved(Call& call);

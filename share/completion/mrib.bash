@@ -20,6 +20,7 @@ _mrib() {
     --from) mapfile -t COMPREPLY < <(compgen -d -- "$word") && return ;;
     --trace) words="0 1 2 3 4 5 6 7 8 9" ;;
     --type) words="connected static" ;;
+    --in) words=$(ip -br link 2>/dev/null | cut -d ' ' -f 1 | cut -d @ -f 1) ;;
     --vrf) words=$(ip -br link show type vrf 2>/dev/null | cut -d ' ' -f 1) ;;
     --table | --set | --call | --depth) return ;;
   esac
@@ -30,8 +31,9 @@ _mrib() {
   words="-h --help -j --json --socket --once --from -c --config --sample --fresh --notes --trace --table --vrf --version"
   command=$(_mrib_command)
   case $command in
-    "") words+=" route rpf unicast unresolved status monitor watch reload configure running-config check-config inspect show" ;;
+    "") words+=" route rpf explain unicast unresolved status monitor watch reload configure running-config check-config inspect show" ;;
     route) words+=" --longer --type --unresolved" ;;
+    explain) words+=" --in" ;;
     unicast) words+=" --longer" ;;
     unresolved) words+=" --waiting" ;;
     reload) words+=" --dry-run" ;;
