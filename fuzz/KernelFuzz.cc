@@ -3,6 +3,7 @@
 
 #include "Message.h"
 #include "Mirror.h"
+#include "MulticastCache.h"
 #include "Target.h"
 
 using fuzz::must;
@@ -38,6 +39,7 @@ class Run {
     const U8 what = input_[0];
     const Bytes bytes = datagram();
     now_ += milliseconds(what >> 3);
+    forwarding(bytes);
     switch (what & 7) {
       case 0:
       case 1:
@@ -53,6 +55,13 @@ class Run {
         return;
       default:
         mirror_.takeChanges(what >> 3);
+    }
+  }
+  static void forwarding(Bytes bytes) {
+    MulticastState state;
+    try {
+      parseMulticast(bytes, state);
+    } catch (const MalformedBytes&) {
     }
   }
   /// The input can hardly know the sequence number of a request.

@@ -259,24 +259,14 @@ void parseBody(Event& event, U16 type, Bytes body, const EventSink& sink) {
   }
 }
 
-/// One message off the front of the datagram.
-void parseMessage(Bytes& datagram, const EventSink& sink) {
-  Bytes rest = datagram;
-  const auto header = take<nlmsghdr>(rest, "message");
-  if (header.nlmsg_len < sizeof header || header.nlmsg_len > datagram.size()) {
-    throw MalformedBytes("message: wrong length");
-  }
-  Event event{header.nlmsg_seq, header.nlmsg_flags, {}};
-  const Bytes body = rest.first(header.nlmsg_len - sizeof header);
-  datagram = datagram.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), datagram.size()));
-  parseBody(event, header.nlmsg_type, body, sink);
-}
-
 }  // namespace
 
 void parseMessages(Bytes datagram, const EventSink& sink) {
   try {
-    while (!datagram.empty()) parseMessage(datagram, sink);
+    forMessages(datagram, [&](const nlmsghdr& header, Bytes body) {
+      Event event{header.nlmsg_seq, header.nlmsg_flags, {}};
+      parseBody(event, header.nlmsg_type, body, sink);
+    });
   } catch (const MalformedBytes& fault) {
     sink(Event{0, 0, Malformed{fault.what()}});
   }

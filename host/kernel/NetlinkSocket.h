@@ -31,6 +31,8 @@ class NetlinkSocket {
   void subscribe();
   /// Asks for a dump; of routes those of `table` only, where the kernel can tell them apart.
   void request(Dump dump, U32 sequence, U32 table);
+  /// Likewise: all that a type of request and a header without attributes mean.
+  void request(U16 type, Bytes header, U32 sequence);
   /// One datagram, into `buffer`.
   Received receive(std::span<U8> buffer);
 
@@ -38,6 +40,9 @@ class NetlinkSocket {
   struct Close {
     void operator()(mnl_socket* socket) const;
   };
+  template <class AddBody>
+  void send(U16 type, U32 sequence, AddBody addBody);
+
   std::unique_ptr<mnl_socket, Close> socket_;
 };
 

@@ -53,10 +53,12 @@ class Once : public OwnReading {
     if (options.from.empty()) {
       live_ = std::make_unique<kernel::LiveMirror>(settingsFor(options), monotonicNow());
       readAll(*live_);
+      cache_ = std::make_unique<kernel::LiveMulticastCache>();
       kernel_ = std::make_unique<kernel::LiveReversePath>(live_->mirror());
     } else {
       saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
       readSaved(options.from, *saved_);
+      cache_ = std::make_unique<kernel::SavedMulticastCache>(options.from, *saved_);
       kernel_ = std::make_unique<kernel::SavedReversePath>(options.from, *saved_);
     }
     prepare();
@@ -71,6 +73,7 @@ class Once : public OwnReading {
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
     RibService::Setting setting{name(), monotonicNow()};
     setting.kernel = kernel_.get();
+    setting.cache = cache_.get();
     service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow, std::move(setting));
   }
 
@@ -97,7 +100,7 @@ class Once : public OwnReading {
     for (;;) {
       const auto reply = stream.next();
       if (reply && (!each(parse(*reply)) || !reply->continues)) return;
-      if (!reply && !wait()) return;
+      if (!reply && !wait(stream.due())) return;
     }
   }
 
@@ -130,11 +133,12 @@ class Once : public OwnReading {
       throw control::RemoteError(reply.error, nlohmann::json::parse(reply.parameters));
     return Json::parse(reply.parameters);
   }
-  /// Until the kernel has changed. False when it cannot.
-  bool wait() {
-    if (!live_) return false;
+  /// Until a time has come or the kernel has changed. False when it cannot.
+  bool wait(Nanos due) {
     const Nanos now = monotonicNow();
-    const Nanos until = std::min(live_->turn(now), router_->turn(now));
+    if (due <= now) return true;
+    if (!live_) return false;
+    const Nanos until = std::min({due, live_->turn(now), router_->turn(now)});
     if (until <= now) return true;
     pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
     const auto patience = static_cast<int>(std::min<Nanos>((until - now) / milliseconds(1) + 1, 60000));
@@ -146,6 +150,7 @@ class Once : public OwnReading {
   std::unique_ptr<kernel::LiveMirror> live_;
   std::unique_ptr<kernel::Mirror> saved_;
   std::unique_ptr<kernel::ReversePath> kernel_;
+  std::unique_ptr<kernel::MulticastCache> cache_;
   std::unique_ptr<Router> router_;
   std::unique_ptr<Configurator> configurator_;
   std::unique_ptr<RibService> service_;

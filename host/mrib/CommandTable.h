@@ -15,6 +15,10 @@ int status(const Request& request);
 int monitor(const Request& request);
 int watch(const Request& request);
 
+// ForwardingCommands.cc
+int check(const Request& request);
+int metrics(const Request& request);
+
 // ConfigCommands.cc
 int reload(const Request& request);
 int configure(const Request& request);

@@ -9,10 +9,12 @@ namespace host {
 int execute(const Request& request) {
   using namespace commands;
   static const std::map<std::string, int (*)(const Request&)> all{{"", routes},
+                                                                  {"check", check},
                                                                   {"check-config", checkConfig},
                                                                   {"configure", configure},
                                                                   {"explain", explain},
                                                                   {"inspect", commands::inspect},
+                                                                  {"metrics", metrics},
                                                                   {"monitor", monitor},
                                                                   {"reload", reload},
                                                                   {"route", routes},

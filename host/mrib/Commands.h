@@ -19,6 +19,8 @@ struct Request {
   bool waiting = false;
   std::string type;
   std::string incoming;  ///< interface
+  double interval = 1;   ///< seconds between two readings
+  bool follow = false;
   bool dryRun = false;
   bool save = false;
   bool notes = false;

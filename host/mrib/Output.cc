@@ -71,15 +71,15 @@ void Listing::end() const {
 void Listing::begin(const Json& part, const char* name) {
   const bool isFirst = !std::exchange(begun_, true);
   std::string out;
+  for (const auto& [key, value] : part.items()) {
+    if (isFirst && key != name) head_[key] = value;
+  }
   if (isFirst && request_.json) {
     out = fmt::format("{{\n  \"schemaVersion\": {},\n  \"answeredBy\": {}", schemaVersion,
                       line(jsonText(backend_.name())));
-    for (const auto& [key, value] : part.items()) {
-      if (key != name) out += fmt::format(",\n  \"{}\": {}", key, line(value));
-    }
+    for (const auto& [key, value] : head_.items()) out += fmt::format(",\n  \"{}\": {}", key, line(value));
   }
   if (request_.json) out += fmt::format(",\n  \"{}\": [", name);
-  if (isFirst) stale_ = part.value("stale", false);
   print(out);
 }
 

@@ -33,7 +33,9 @@ class Listing {
   std::size_t list(const std::string& method, const Json& parameters, const char* name, const PartText& text);
   /// Ends the document.
   void end() const;
-  bool isStale() const { return stale_; }
+  bool isStale() const { return head_.value("stale", false); }
+  /// What stands before the first list.
+  const Json& head() const { return head_; }
 
  private:
   void begin(const Json& part, const char* name);
@@ -41,7 +43,7 @@ class Listing {
   const Request& request_;
   Backend& backend_;
   bool begun_ = false;
-  bool stale_ = false;
+  Json head_ = Json::object();
 };
 
 }  // namespace host

@@ -76,17 +76,8 @@ std::string RouteTable::part(const Json& routes) {
   for (const Json& route : routes) {
     for (Row& row : rowsOf(route)) rows.push_back(std::move(row));
   }
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths_[i] = std::max(widths_[i], row[i].size());
-  }
   std::string text;
-  for (const Row& row : rows) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      if (widths_[i] != 0) line += fmt::format("{:<{}}  ", row[i], widths_[i]);
-    }
-    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
-  }
+  for (const std::string& line : columns_.lines(rows)) text += line;
   return text;
 }
 

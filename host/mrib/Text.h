@@ -1,28 +1,43 @@
 #pragma once
 
-#include <array>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
+
+#include "Columns.h"
 
 /// The documents of the control protocol as text for people. Everything is escaped.
 namespace host::text {
 
 using Json = nlohmann::ordered_json;
 
-/// A table of routes, made while they come: columns are as wide as the first part needs, or a later one.
+/// A table of routes, made while they come.
 class RouteTable {
  public:
   /// The lines of some routes, after those of the columns' names when they are the first.
   std::string part(const Json& routes);
 
  private:
-  using Row = std::array<std::string, 7>;
+  using Row = Columns<7>::Row;
   static std::vector<Row> rowsOf(const Json& route);
 
   bool begun_ = false;
-  std::array<std::size_t, 7> widths_{};
+  Columns<7> columns_;
 };
+
+/// A table of what is in the kernel's multicast forwarding cache; likewise.
+class FlowTable {
+ public:
+  std::string part(const Json& flows);
+
+ private:
+  bool begun_ = false;
+  Columns<7> columns_;
+};
+/// How many flows a summary is about.
+std::size_t flowsIn(const Json& summary);
+/// "8 flows: 1 wrong, 7 right".
+std::string ofSummary(const Json& summary);
+
 /// An answer as routers print it.
 std::string ofAnswer(const Json& answer);
 /// One line for each that is not in force.

@@ -83,6 +83,21 @@ void addQuestions(CLI::App& app, Request& request) {
   watch.add_option("ADDRESS|PREFIX", request.arguments)->required();
 }
 
+void addForwarding(CLI::App& app, Request& request) {
+  constexpr double longest = 86400;
+  auto& check = addCommand(app, request, "check", "The kernel's multicast forwarding, against the MRIB");
+  check.add_option("SOURCE|GROUP|PREFIX", request.arguments, "Only these flows")->expected(0, 1);
+  check.add_flag("--watch", request.follow, "Then each flow whose verdict changes, until interrupted");
+  auto& metrics = addCommand(app, request, "metrics", "The counters of status and check, for Prometheus");
+  for (CLI::App* command : {&check, &metrics}) {
+    command
+        ->add_option("--interval", request.interval,
+                     "Between the readings that are compared (1); 0: one reading")
+        ->check(CLI::Range(0.0, longest))
+        ->type_name("SECONDS");
+  }
+}
+
 void addChanges(CLI::App& app, Request& request) {
   auto& reload = addCommand(app, request, "reload", "The daemon reads its configuration again");
   reload.add_flag("--dry-run", request.dryRun, "Say what would change, and change nothing");
@@ -134,7 +149,8 @@ std::string textOf(const host::control::RemoteError& e) {
   const auto word = [&](const char* name) { return host::escaped(p.value(name, std::string())); };
   if (e.name() == "org.mrib.InvalidAddress") return '"' + word("address") + "\": " + word("why");
   if (e.name() == "org.mrib.InvalidPrefix") return '"' + word("prefix") + "\": " + word("why");
-  if (e.name() == "org.mrib.NotFound") return p.value("why", std::string());
+  if (e.name() == "org.mrib.NotFound" || e.name() == "org.mrib.NoForwardingCache")
+    return p.value("why", std::string());
   if (e.name() == "org.mrib.NoConfigurationFile") return "the daemon has no configuration file";
   if (e.name() == "org.varlink.service.PermissionDenied") {
     return "only root and members of the group mrib may change the configuration";
@@ -178,12 +194,13 @@ int main(int argc, char** argv) {
       app.add_option("--table", table, "Unicast routes are those of this table; main")->type_name("NAME|ID");
   app.add_option("--vrf", vrf, "... of the table of this VRF")->type_name("NAME")->excludes(named);
   addQuestions(app, request);
+  addForwarding(app, request);
   addChanges(app, request);
   addInspect(app, request);
   app.footer(
       "Without a command: all of the MRIB. Commands may be shortened.\n"
       "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 4 not taken in (explain "
-      "--in), "
+      "--in, check), "
       "5 stale (--fresh).");
   try {
     std::vector<std::string> words(argv + 1, argv + argc);

@@ -96,10 +96,11 @@ void serve(const Options& options, host::daemon::Log& log) {
   if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), monotonicNow());
   LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
+  const kernel::LiveMulticastCache cache;
   const kernel::LiveReversePath kernel(live.mirror());
   RibService service(application.router(), &application.configurator(), monotonicNow,
                      {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
-                      exportStatus(application.exported()), &kernel});
+                      exportStatus(application.exported()), &kernel, &cache});
   control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());

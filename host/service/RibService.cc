@@ -87,7 +87,9 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
       {"org.mrib.GetConfiguration", &RibService::getConfiguration},
       {"org.mrib.Reload", &RibService::reload},
       {"org.mrib.Configure", &RibService::configure},
-      {"org.mrib.Inspect", &RibService::inspect}};
+      {"org.mrib.Inspect", &RibService::inspect},
+      {"org.mrib.Check", &RibService::check},
+      {"org.mrib.ListMulticastInterfaces", &RibService::listMulticastInterfaces}};
   const auto found = methods.find(method);
   if (found == methods.end()) return std::nullopt;
   Call call{Parameters(parameters), more, peer};

@@ -7,6 +7,7 @@
 #include "Configurator.h"
 #include "Documents.h"
 #include "Exporter.h"
+#include "MulticastCache.h"
 #include "Parameters.h"
 #include "PrefixHash.h"
 #include "ReversePath.h"
@@ -31,6 +32,7 @@ class RibService : public control::Handler {
     std::function<U64()> foreign = [] { return U64{0}; };  ///< datagrams of other processes
     std::optional<Exported> exported{};                    ///< the MRIB in a kernel table
     const kernel::ReversePath* kernel = nullptr;           ///< what the kernel's own checks go by
+    const kernel::MulticastCache* cache = nullptr;         ///< of multicast forwarding; null: not known
   };
 
   /// `configurator` is null where the configuration cannot be changed.
@@ -64,7 +66,10 @@ class RibService : public control::Handler {
   control::Answer reload(Call& call);
   control::Answer configure(Call& call);
   control::Answer inspect(Call& call);
+  control::Answer check(Call& call);
+  control::Answer listMulticastInterfaces(Call& call);
 
+  const kernel::MulticastCache& cache() const;
   const std::string& answerBody(const RpfAnswer& answer);
   void appendAnswer(const std::string& source, std::string& out);
   std::vector<mrib::Route> routesFor(Call& call) const;

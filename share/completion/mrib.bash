@@ -22,7 +22,7 @@ _mrib() {
     --type) words="connected static" ;;
     --in) words=$(ip -br link 2>/dev/null | cut -d ' ' -f 1 | cut -d @ -f 1) ;;
     --vrf) words=$(ip -br link show type vrf 2>/dev/null | cut -d ' ' -f 1) ;;
-    --table | --set | --call | --depth) return ;;
+    --table | --set | --call | --depth | --interval) return ;;
   esac
   if [ -n "$words" ]; then
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
@@ -31,9 +31,11 @@ _mrib() {
   words="-h --help -j --json --socket --once --from -c --config --sample --fresh --notes --trace --table --vrf --version"
   command=$(_mrib_command)
   case $command in
-    "") words+=" route rpf explain unicast unresolved status monitor watch reload configure running-config check-config inspect show" ;;
+    "") words+=" route rpf explain check metrics unicast unresolved status monitor watch reload configure running-config check-config inspect show" ;;
     route) words+=" --longer --type --unresolved" ;;
     explain) words+=" --in" ;;
+    check) words+=" --watch --interval" ;;
+    metrics) words+=" --interval" ;;
     unicast) words+=" --longer" ;;
     unresolved) words+=" --waiting" ;;
     reload) words+=" --dry-run" ;;

@@ -32,12 +32,18 @@ struct Numbers : Stream {
   const bool& open;
 };
 
+struct Later : Numbers {
+  using Numbers::Numbers;
+  Nanos due() const override { return 7 * second; }
+};
+
 struct Methods : Handler {
   const std::vector<Interface>& interfaces() const override { return list; }
   std::optional<Answer> call(std::string_view method, const json& parameters, bool, const Peer&) override {
     if (method == "t.Echo") return Reply{parameters.dump(), {}, false};
     if (method == "t.Long") return Reply{json{{"x", std::string(length, 'x')}}.dump(), {}, false};
     if (method == "t.Fail") return Reply{"{}", "t.Failed", true};
+    if (method == "t.Due") return std::make_unique<Later>(1, open);
     if (method == "t.Count") return std::make_unique<Numbers>(parameters["n"].get<int>(), open);
     return std::nullopt;
   }
@@ -272,6 +278,16 @@ struct One {
   Server server{methods, {"v", "p", "1", "u"}};
   Server::Id id = *server.connect({});
 };
+
+TEST(Server, AsksAStreamAgainWhenItIsDue) {
+  One one;
+  one.methods.open = false;
+  EXPECT_EQ(one.say(std::string(R"({"method":"t.Due","more":true})") + '\0', 1), "");
+  EXPECT_EQ(one.server.turn(2 * second).deadline, 7 * second);
+  one.methods.open = true;
+  EXPECT_EQ(one.why(7), "");
+  EXPECT_EQ(one.take(7), R"({"parameters":{"n":0}})");
+}
 
 TEST(Server, AnswersWhatIsNoRequest) {
   const std::string deep(31, '['), end(31, ']');
