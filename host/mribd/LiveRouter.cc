@@ -38,6 +38,7 @@ Nanos LiveRouter::turn(Nanos now) {
   const Nanos mirror = live_.turn(now);
   const Nanos router = router_.turn(now);
   const Nanos exported = export_ ? export_->write(now) : ~Nanos{0};
+  logLosses(now);
   for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
   if (router_.isReady() && !std::exchange(wasReady_, true)) {
     history_.emplace(router_, History::Clocks{wallNow, monotonicNow});
@@ -51,6 +52,18 @@ Nanos LiveRouter::turn(Nanos now) {
     log_.write(Level::info, status(), now);
   }
   return std::min({table, mirror, router, exported});
+}
+
+/// Readings of the kernel whose cause is no change.
+void LiveRouter::logLosses(Nanos now) {
+  using enum kernel::Reason;
+  const auto resyncs = live_.mirror().counters().resyncs;
+  for (const kernel::Reason reason : {overrun, malformed, truncated, refused}) {
+    const auto i = static_cast<std::size_t>(reason);
+    if (std::exchange(resyncs_[i], resyncs[i]) == resyncs[i]) continue;
+    log_.write(Level::warning, fmt::format("lost track of the kernel ({}): reads it again", nameOf(reason)),
+               now);
+  }
 }
 
 void LiveRouter::warn(const std::vector<std::string>& warnings, Nanos now) {

@@ -40,6 +40,7 @@ class LiveRouter : public daemon::Application {
   void end();
 
  private:
+  void logLosses(Nanos now);
   void logDifference(const ConfigurationChange& change, Nanos now);
   void warn(const std::vector<std::string>& warnings, Nanos now);
 
@@ -50,6 +51,7 @@ class LiveRouter : public daemon::Application {
   std::optional<LiveExport> export_;
   std::optional<History> history_;
   bool wasReady_ = false;
+  std::array<U64, kernel::reasonCount> resyncs_{};  // that the log knows of
 };
 
 }  // namespace host

@@ -157,6 +157,9 @@ int main(int argc, char** argv) {
   try {
     serve(options, log);
     return ended;
+  } catch (const std::bad_alloc&) {
+    log.write(host::daemon::Level::error, "out of memory: ends", host::monotonicNow());
+    return systemError;
   } catch (const std::exception& e) {
     log.write(host::daemon::Level::error, e.what(), host::monotonicNow());
     return systemError;
