@@ -188,6 +188,9 @@ Exporter::Batch Exporter::withdrawal() const {
     batch.push_back({false, route});
     batch.back().route.table = table_.settings().table;
   });
+  for (const auto& [prefix, entry] : entries_) {  // the mirror may not have heard of the last of them
+    if (entry.wanted.isRoute()) batch.push_back({false, routeFor(prefix, entry.wanted)});
+  }
   return batch;
 }
 
