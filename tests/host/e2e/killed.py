@@ -15,9 +15,9 @@ import threading
 import time
 
 import export
-from netlink import RTM_DELROUTE
 from varlink import ip, own_namespace
 
+RTM_DELROUTE = 25  # linux/rtnetlink.h
 STEADY = [f"ip mroute 30.0.{i}.0/24 10.1.0.2" for i in range(250)]
 RESTLESS = [f"ip mroute 31.{i >> 8}.{i & 255}.0/24 10.2.0.2" for i in range(1000)]
 BACKUP = [line.replace("10.2.0.2", "10.1.0.3 7") for line in RESTLESS]

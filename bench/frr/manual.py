@@ -17,7 +17,7 @@ from machine import NAMESPACES, Machine, cable
 from network import GROUP, SOURCE, Network, compiled
 from varlink import own_namespace
 
-PROJECT = os.path.dirname(os.path.abspath(__file__)) + "/../../.."
+PROJECT = os.path.dirname(os.path.abspath(__file__)) + "/../.."
 LOOKS = re.compile(r"vtysh -c 'show|mrib (route|status)|ip (route|rule|mroute) show")
 # What a machine has that is installed and has a service manager.
 INSTALLED = r"""
