@@ -57,5 +57,6 @@ set(CPACK_COMPONENT_PROGRAMS_DEPENDS lib)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_DEPENDS passwd)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles
   ${PROJECT_SOURCE_DIR}/packaging/postinst ${PROJECT_SOURCE_DIR}/packaging/prerm ${PROJECT_SOURCE_DIR}/packaging/postrm)
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SUGGESTS graphviz)  # mrib graph --format svg, mrib report
 
 include(CPack)

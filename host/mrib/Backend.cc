@@ -14,6 +14,7 @@
 #include "RibService.h"
 #include "Sample.h"
 #include "Saved.h"
+#include "StandardErrors.h"
 #include "SavedReversePath.h"
 
 namespace host {
@@ -126,7 +127,8 @@ class Once : public OwnReading {
 
   control::Answer ask(const std::string& method, const Json& parameters, bool more) {
     const control::Peer self{0, true};
-    return std::move(service_->call(method, parameters, more, self).value());
+    auto answer = service_->call(method, parameters, more, self);
+    return answer ? std::move(*answer) : control::methodNotFound(method);
   }
   static Json parse(const control::Reply& reply) {
     if (!reply.error.empty())

@@ -15,6 +15,12 @@ int status(const Request& request);
 int monitor(const Request& request);
 int watch(const Request& request);
 
+// PictureCommands.cc
+int graph(const Request& request);
+
+// ReportCommand.cc
+int report(const Request& request);
+
 // ForwardingCommands.cc
 int check(const Request& request);
 int metrics(const Request& request);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "ConfigSave.h"
 #include "Error.h"
 #include "Escape.h"
 
@@ -27,6 +28,14 @@ std::string line(const Json& value) {
 
 void print(const std::string& text) {
   if (!write(text)) throw Error(std::string("standard output: ") + std::strerror(errno));
+}
+
+void put(const std::string& file, const std::string& text) {
+  if (file.empty() || file == "-") {
+    print(text);
+  } else {
+    save(file, text);
+  }
 }
 
 std::string dump(const Json& document, int indent) {

@@ -13,6 +13,9 @@ inline constexpr int schemaVersion = 2;
 /// On standard output, at once. Throws Error.
 void print(const std::string& text);
 
+/// Into a file, which is the old one until it is the whole new one; without a name, and for -, as above.
+void put(const std::string& file, const std::string& text);
+
 /// In ASCII, so that nothing in it moves a terminal; with a negative indent on one line.
 std::string dump(const Json& document, int indent);
 

@@ -88,6 +88,31 @@ void addQuestions(CLI::App& app, Request& request) {
   watch.add_option("ADDRESS|PREFIX", request.arguments)->required();
 }
 
+void addOutput(CLI::App& command, Request& request) {
+  command.add_option("-o,--output", request.output, "Write FILE; - is standard output")
+      ->type_name("FILE")
+      ->check(notEmpty);
+}
+
+void addPictures(CLI::App& app, Request& request) {
+  auto& graph =
+      addCommand(app, request, "graph", "What leads where in the MRIB, and what depends on it, drawn");
+  graph.add_option("PREFIX|SOURCE", request.arguments, "Only what it leads through, and what depends on it")
+      ->expected(0, 1);
+  graph
+      .add_option("--format", request.format,
+                  "tree, dot, svg, mermaid or json; by default as FILE is named, or tree")
+      ->check(CLI::IsMember({"tree", "dot", "svg", "mermaid", "json"}))
+      ->type_name("FORMAT");
+  addOutput(graph, request);
+  graph
+      .add_option("--most", request.most, "Draw what is alike as one when there are more nodes than N (200)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 20000));
+  addOutput(addCommand(app, request, "report", "All there is to see, in one HTML page for a ticket"),
+            request);
+}
+
 void addImagined(CLI::App& app, Request& request) {
   auto& whatIf = addCommand(app, request, "what-if", "What changes would come to; nothing is changed");
   whatIf.add_option(
@@ -221,6 +246,7 @@ int main(int argc, char** argv) {
       app.add_option("--table", table, "Unicast routes are those of this table; main")->type_name("NAME|ID");
   app.add_option("--vrf", vrf, "... of the table of this VRF")->type_name("NAME")->excludes(named);
   addQuestions(app, request);
+  addPictures(app, request);
   addForwarding(app, request);
   addImagined(app, request);
   addHistory(app, request);

@@ -172,15 +172,15 @@ void appendAnswered(std::string& out, const Router& router, const RpfAnswer& ans
   out += "null";
 }
 
+std::string_view nameOf(RpfAnswer::Status status) {
+  constexpr std::string_view names[] = {"found", "unreachable", "noRoute"};
+  return names[static_cast<std::size_t>(status)];
+}
+
 std::string_view nameOf(mrib::Reason reason) {
   constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
                                         "coveredBy",   "heldBack",  "waiting", "unsettled"};
   return names[static_cast<std::size_t>(reason)];
-}
-
-std::string_view nameOf(RpfAnswer::Status status) {
-  constexpr std::string_view names[] = {"found", "unreachable", "noRoute"};
-  return names[static_cast<std::size_t>(status)];
 }
 
 std::string_view nameOf(RpfAnswer::Table table) {

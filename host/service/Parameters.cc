@@ -121,4 +121,10 @@ IpGenPrefix prefixOf(const std::string& text) {
   return prefix;
 }
 
+Lumo::Prefix v4PrefixOf(const std::string& text) {
+  const Lumo::IpGenPrefix prefix = prefixOf(text);
+  if (prefix.af() == Lumo::ipv4()) return prefix.v4Prefix();
+  throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", "the MRIB is of IPv4"}});
+}
+
 }  // namespace host

@@ -14,6 +14,9 @@ control::Reply errorReply(std::string name, const nlohmann::ordered_json& parame
 
 /// An address that packets can come from, of either family. Throws the reply that says why it is none.
 Lumo::IpGenAddr sourceOf(const std::string& text);
+/// A prefix of either family; of IPv4. Throw likewise.
+Lumo::IpGenPrefix prefixOf(const std::string& text);
+Lumo::Prefix v4PrefixOf(const std::string& text);
 
 Lumo::IpGenPrefix prefixOf(const std::string& text);
 

@@ -59,6 +59,8 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
       {"org.mrib.ListRoutes", &RibService::listRoutes},
       {"org.mrib.ListUnicastRoutes", &RibService::listUnicastRoutes},
       {"org.mrib.ListUnresolved", &RibService::listUnresolved},
+      {"org.mrib.ListInterfaces", &RibService::listInterfaces},
+      {"org.mrib.Graph", &RibService::graph},
       {"org.mrib.GetWarnings", &RibService::getWarnings},
       {"org.mrib.Monitor", &RibService::monitor},
       {"org.mrib.Watch", &RibService::watch},
@@ -196,14 +198,7 @@ Answer RibService::lookup(Call& call) {
 Answer RibService::watch(Call& call) {
   const std::vector<std::string> addresses = call.parameters.texts("addresses");
   std::vector<Lumo::Prefix> prefixes;
-  for (const std::string& text : call.parameters.texts("prefixes")) {
-    const IpGenPrefix prefix = prefixOf(text);
-    if (prefix.af() != Lumo::ipv4()) {
-      throw errorReply("org.mrib.InvalidPrefix",
-                       {{"prefix", jsonText(text)}, {"why", "the MRIB is of IPv4"}});
-    }
-    prefixes.push_back(prefix.v4Prefix());
-  }
+  for (const std::string& text : call.parameters.texts("prefixes")) prefixes.push_back(v4PrefixOf(text));
   call.parameters.done();
   for (const std::string& address : addresses) sourceOf(address);
   auto stream = std::make_unique<WatchStream>(

@@ -65,6 +65,8 @@ class RibService : public control::Handler {
   control::Answer listRoutes(Call& call);
   control::Answer listUnicastRoutes(Call& call);
   control::Answer listUnresolved(Call& call);
+  control::Answer listInterfaces(Call& call);
+  control::Answer graph(Call& call);
   control::Answer getWarnings(Call& call);
   control::Answer monitor(Call& call);
   control::Answer watch(Call& call);
