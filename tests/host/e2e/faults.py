@@ -365,7 +365,7 @@ ROWS = [
     Row("hostile names", hostile),
     Row("129 next hops", "route add 20.0.0.0/8" + "".join(f" nexthop via 10.0.0.{i + 2}" for i in range(129))),
     Row("overrun", overrun, "lost track of the kernel .overrun", FEW, limit=3),
-    Row("overrun in a resync", overrun_in_resync, "lost track of the kernel .overrun", FEW, turns=1, limit=3),
+    Row("overrun in a resync", overrun_in_resync, "lost track of the kernel .overrun", FEW, turns=1, limit=3, heavy=True),
     Row("no privileges", "link set d1 down\nroute add 20.0.0.0/8 via 10.2.0.2", None, FEW),
     Row("killed", killed, restarts=True, turns=1),
     Row("stuck, and the watchdog", stuck, prefix=("env", "NOTIFY_SOCKET=@" + MANAGER, "WATCHDOG_USEC=200000"), restarts=True, turns=1),
