@@ -14,8 +14,8 @@
 #include "RibService.h"
 #include "Sample.h"
 #include "Saved.h"
-#include "StandardErrors.h"
 #include "SavedReversePath.h"
+#include "StandardErrors.h"
 
 namespace host {
 

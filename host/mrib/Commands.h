@@ -18,9 +18,9 @@ struct Request {
   bool unresolved = false;  ///< with the routes
   bool waiting = false;
   std::string type;
-  std::string format;  ///< of a picture; empty: what the file's name says
-  std::string output;  ///< a file; empty or -: standard output
-  U32 most = 0;        ///< nodes of a picture; 0: as many as are readable
+  std::string format;    ///< of a picture; empty: what the file's name says
+  std::string output;    ///< a file; empty or -: standard output
+  U32 most = 0;          ///< nodes of a picture; 0: as many as are readable
   std::string incoming;  ///< interface
   double interval = 1;   ///< seconds between two readings
   bool follow = false;

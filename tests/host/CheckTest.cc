@@ -33,7 +33,10 @@ class StrictKernel : public ReversePath {
 
 class CheckTest : public testing::Test {
  protected:
-  CheckTest() : mirror({}, 0), router(mirror, [] { return Nanos{0}; }), exporter(mirror) {
+  CheckTest()
+      : mirror({}, 0),
+        router(mirror, [] { return Nanos{0}; }),
+        exporter(mirror, host::Exporter::Readers::follow) {
     folder.write("link.json", R"([{"ifindex":1,"ifname":"e1","flags":["UP","LOWER_UP"]},
 {"ifindex":2,"ifname":"e2","flags":["UP","LOWER_UP"]},{"ifindex":3,"ifname":"e3","flags":["UP","LOWER_UP"]},
 {"ifindex":4,"ifname":"pimreg","flags":["UP"]},{"ifindex":5,"ifname":"e5","flags":["UP","LOWER_UP"]}])");

@@ -274,7 +274,8 @@ TEST_F(RouterTest, HistoryLeadsBackToEachEarlierMrib) {
         const auto matches = history.matchesBefore(source, history.firstAfterGeneration(at->first));
         const std::string past =
             matches.empty() ? "" : matches[0].prefix.stringValue() + ' ' + wordsOf(matches[0].route);
-        if (at->first > begin) ASSERT_EQ(past, answerOf(at->second, source));
+        if (at->first <= begin) continue;
+        ASSERT_EQ(past, answerOf(at->second, source));
       }
       right.erase(begin);
       std::set<U64> told;
