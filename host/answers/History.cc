@@ -34,20 +34,20 @@ History::History(Router& router, Clocks clocks, std::size_t most)
   subscription_ = router.subscribe([this](const Router::News& news) { heard(news); });
 }
 
+/// A moment with more changes than are kept is kept no more than those before it.
 void History::heard(const Router::News& news) {
-  bool isFirst = true;
-  for (const mrib::Change& change : news.update.changes) {
-    if (KernelFeed::isStandIn(change.prefix())) continue;
-    if (std::exchange(isFirst, false)) {
-      moments_.push_back({news.update.generation, clocks_.wall(), clocks_.monotonic(), news.cause()});
-    }
-    add(change);
+  const auto isOurs = [](const mrib::Change& change) { return !KernelFeed::isStandIn(change.prefix()); };
+  const auto& changes = news.update.changes;
+  if (std::none_of(changes.begin(), changes.end(), isOurs)) return;
+  moments_.push_back({news.update.generation, clocks_.wall(), clocks_.monotonic(), news.cause()});
+  const std::size_t had = entries_.size();
+  for (const mrib::Change& change : changes) {
+    if (isOurs(change)) add(change);
   }
   forget(routes_, lastBefore_);  // the same next hop may have another name next time
   forget(routes_, lastAfter_);
-  const bool isEmpty =
-      !isFirst && (entries_.empty() || entries_.back().moment - firstMoment_ + 1 != moments_.size());
-  if (isEmpty) moments_.pop_back();  // nothing came of it
+  if (entries_.size() == had) moments_.pop_back();
+  while (entries_.size() > most_) makeRoom();
 }
 
 void History::add(const mrib::Change& change) {
@@ -57,9 +57,7 @@ void History::add(const mrib::Change& change) {
     routes_.drop(before);
     return routes_.drop(after);
   }
-  const auto moment = static_cast<U32>(firstMoment_ + moments_.size() - 1);
-  entries_.push_back({change.prefix(), moment, before, after});
-  if (entries_.size() > most_) makeRoom();
+  entries_.push_back({change.prefix(), static_cast<U32>(firstMoment_ + moments_.size() - 1), before, after});
 }
 
 PastRoute History::pastOf(const mrib::Route& route, KernelFeed::When when) const {
@@ -85,15 +83,15 @@ U32 History::numberOf(const mrib::Route& route, KernelFeed::When when, Last& las
   return last.number;
 }
 
-/// The oldest change goes, and its moment with the last change of it.
+/// The oldest moment goes, with all its changes: before the others the MRIB was as it left it.
 void History::makeRoom() {
-  const Entry& oldest = entries_.front();
-  const U32 moment = oldest.moment;
-  routes_.drop(oldest.before);
-  routes_.drop(oldest.after);
-  entries_.pop_front();
-  ++forgotten_;
-  if (entries_.front().moment == moment) return;
+  const U32 oldest = entries_.front().moment;
+  while (!entries_.empty() && entries_.front().moment == oldest) {
+    routes_.drop(entries_.front().before);
+    routes_.drop(entries_.front().after);
+    entries_.pop_front();
+    ++forgotten_;
+  }
   begin_ = std::move(moments_.front());
   moments_.pop_front();
   ++firstMoment_;

@@ -96,7 +96,7 @@ void ImaginedKernel::addAddress(U32 link, IpAddr local, U8 length) {
   }
   addresses_.push_back(address);
   connect(address);
-  if (links_.at(link).up) flagHops(link);
+  if (links_.at(link).up) flagHops(link, Hop::dead);
 }
 
 void ImaginedKernel::erase(const Address& address) {

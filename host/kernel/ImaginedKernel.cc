@@ -180,7 +180,7 @@ void ImaginedKernel::comeUp(Link& link) {
   link.lowerUp = link.running = hasCarrier(link);
   link.operState = link.lowerUp ? IF_OPER_UP : IF_OPER_DOWN;
   for (const Address* address : addressesOf(link.index)) connect(*address);
-  flagHops(link.index);
+  flagHops(link.index, Hop::dead);
   forDependents(link, [&](Link& other) {
     const bool follows = other.follows == Link::Follows::state && other.lower == link.index;
     if (follows && !other.up) return comeUp(other);
@@ -190,10 +190,11 @@ void ImaginedKernel::comeUp(Link& link) {
 
 void ImaginedKernel::loseCarrier(Link& link) {
   if (!link.lowerUp) return;
+  const U8 had = flagsOver(link);
   link.lowerUp = link.running = false;
   link.operState = IF_OPER_LOWERLAYERDOWN;
   eraseNextHopsOver(link.index);
-  flagHops(link.index);
+  flagHops(link.index, had);
   forDependents(link, [&](Link& other) {
     if (!hasCarrier(other)) loseCarrier(other);
   });
@@ -201,9 +202,10 @@ void ImaginedKernel::loseCarrier(Link& link) {
 
 void ImaginedKernel::gainCarrier(Link& link) {
   if (!link.up || link.lowerUp || !hasCarrier(link)) return;
+  const U8 had = flagsOver(link);
   link.lowerUp = link.running = true;
   link.operState = IF_OPER_UP;
-  flagHops(link.index);
+  flagHops(link.index, had);
   forDependents(link, [&](Link& other) { gainCarrier(other); });
 }
 
@@ -237,13 +239,16 @@ void ImaginedKernel::killHops(U32 link, bool alsoOwn) {
   });
 }
 
-/// Legs over a link that is up: what they show.
-void ImaginedKernel::flagHops(U32 link) {
+/// Legs over a link that is up show how it is. `had` are the flags that they showed: those that were dead by
+/// themselves stay so.
+void ImaginedKernel::flagHops(U32 link, U8 had) {
   const U8 flags = flagsOver(links_.at(link));
   for (auto& [prefix, list] : routes_) {
     for (Route& route : list) {
       for (Hop& hop : route.hops) {
-        if (hop.link == link) hop.flags = static_cast<U8>((hop.flags & Hop::onlink) | flags);
+        if (hop.link != link) continue;
+        const int own = Hop::onlink | (Hop::dead & ~had);
+        hop.flags = static_cast<U8>((hop.flags & own) | flags);
       }
     }
   }

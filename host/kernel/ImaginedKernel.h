@@ -81,7 +81,7 @@ class ImaginedKernel {
   U8 flagsOver(const Link& link) const;
   bool isDead(const Hop& hop) const;
   void killHops(U32 link, bool alsoOwn);
-  void flagHops(U32 link);
+  void flagHops(U32 link, U8 had);
   void eraseNextHopsOver(U32 link);
   void eraseNextHop(U32 id);
   void eraseRoutesIf(const std::function<bool(Route&)>& matches);

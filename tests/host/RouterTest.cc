@@ -250,7 +250,7 @@ TEST_F(RouterTest, HistoryLeadsBackToEachEarlierMrib) {
     const U64 begin = history.begin().generation;
     states.erase(states.begin(), states.lower_bound(begin));
     ASSERT_LE(history.size(), kept);
-    ASSERT_EQ(history.size() == kept, history.forgotten() > 0);
+    ASSERT_GT(history.forgotten(), 0U);
 
     State state = stateOf(router);
     std::size_t left = history.size();
