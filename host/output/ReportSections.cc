@@ -115,7 +115,7 @@ std::string findingsOf(const ReportContent& content) {
   const std::size_t wrong = wrongFlows(content);
   if (wrong != 0) {
     list += finding("bad", "wrong",
-                    fmt::format("<a href=\"#flows\">{}</a> not forwarded as the MRIB says",
+                    fmt::format("<a href=\"#flows\">{} not forwarded as the MRIB says</a>",
                                 counted(wrong, "flow is", "flows are")));
   }
   if (unresolved != 0) {
