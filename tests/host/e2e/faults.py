@@ -23,6 +23,8 @@ from dataclasses import dataclass
 from varlink import Daemon, add_link, add_tunnel, ip, own_namespace
 
 LIMIT = 1.0  # seconds
+SANITIZED = "libasan" in subprocess.run(["ldd", *sys.argv[2:3]], capture_output=True, text=True).stdout
+ROOM = 1 << (26 if SANITIZED else 20)  # bytes that the daemon may hold more; a sanitizer keeps what is freed
 LINES = """ip mroute 203.0.113.0/24 10.1.0.2
 ip mroute 203.0.113.0/24 d2 250
 ip mroute 203.0.113.128/25 203.0.113.7
@@ -427,7 +429,7 @@ def play(row, w):
         w.until("as it was", lambda: w.state() == before, 3)  # links are not up at once
         assert row.restarts or w.pid == pid
         w.until("descriptors", lambda: w.descriptors() == fds)
-        assert memory is None or w.memory() < memory + (1 << 20), f"{w.memory() - memory} bytes more"
+        assert memory is None or w.memory() < memory + ROOM, f"{w.memory() - memory} bytes more"
         memory = w.memory()
     print(row.name, flush=True)
 
@@ -440,6 +442,8 @@ def main():
     rows = [row for row in ROWS if ("--all" in sys.argv or not row.heavy) and all(word in row.name for word in words)]
     random.seed(int(os.environ.get("MRIB_SEED", "1")))
     for row in rows:
+        if SANITIZED and row.name == "memory exhausted":
+            continue  # a sanitizer ends the process itself
         w = World(*sys.argv[1:3], row.prefix, row.limit)
         try:
             play(row, w)
