@@ -4,3 +4,5 @@
 
 /// How often the program has called operator new.
 U64 allocations();
+/// How many of these it has not given back.
+U64 liveAllocations();

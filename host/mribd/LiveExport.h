@@ -2,7 +2,6 @@
 
 #include "LiveMirror.h"
 #include "Log.h"
-#include "RouteWriter.h"
 #include "WantedRoutes.h"
 
 namespace host {
@@ -17,7 +16,8 @@ class LiveExport {
   };
 
   /// Refers to all of them. Throws Error.
-  LiveExport(const Options& options, Router& router, daemon::Log& log);
+  LiveExport(const Options& options, Router& router, daemon::Log& log, const kernel::Access& access,
+             Nanos now);
   ~LiveExport();
   LiveExport(const LiveExport&) = delete;
   LiveExport& operator=(const LiveExport&) = delete;
@@ -29,10 +29,12 @@ class LiveExport {
   /// Writes what is due. To be called after the router's turn.
   Nanos write(Nanos now);
   /// Takes the routes and the rule away, unless they are to stay.
-  void end();
+  void end(Nanos now);
 
   const Options& options() const { return options_; }
   const Exporter& exporter() const { return exporter_; }
+  /// What is known of the table.
+  const kernel::Mirror& mirror() const { return live_.mirror(); }
 
  private:
   void look();
@@ -48,7 +50,7 @@ class LiveExport {
   Router& router_;
   daemon::Log& log_;
   kernel::LiveMirror live_;
-  kernel::RouteWriter writer_;
+  std::unique_ptr<kernel::Writer> writer_;
   Exporter exporter_;
   WantedRoutes wanted_;
   U64 subscription_;

@@ -1,0 +1,328 @@
+#include <fmt/format.h>
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/netconf.h>
+#include <linux/nexthop.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "Datagram.h"
+#include "VirtualKernel.h"
+
+// What a virtual kernel says and hears.
+
+using namespace host::kernel;
+
+namespace {
+
+std::vector<U8> bytesOf(const IpGenAddr& address) {
+  const U32 network = address.v4Addr().network();
+  std::vector<U8> bytes(sizeof network);
+  std::memcpy(bytes.data(), &network, sizeof network);
+  return bytes;
+}
+
+void putAddress(Datagram& d, U16 type, const IpGenAddr& address) {
+  if (address != IpGenAddr()) d.attribute(type, bytesOf(address).data(), sizeof(U32));
+}
+
+/// Attributes without the message that they are in.
+std::vector<U8> nested(Datagram& d) {
+  return {d.bytes().begin() + sizeof(nlmsghdr), d.bytes().end()};
+}
+
+void put(Datagram& d, const LinkChange& c, U16 flags, U32 sequence) {
+  const Link& l = c.link;
+  const U32 state = l.up * U32{IFF_UP} | l.lowerUp * U32{IFF_LOWER_UP} | l.running * U32{IFF_RUNNING};
+  d.message(c.gone ? RTM_DELLINK : RTM_NEWLINK,
+            ifinfomsg{AF_UNSPEC, 0, 1, static_cast<int>(l.index), state, 0}, flags, sequence);
+  d.attribute(IFLA_IFNAME, l.name).attribute(IFLA_OPERSTATE, l.operState);
+  Datagram names;
+  names.message(0, U32{0});
+  for (const std::string& name : l.alternativeNames) names.attribute(IFLA_ALT_IFNAME, name);
+  const auto list = nested(names);
+  d.attribute(IFLA_PROP_LIST, list.data() + sizeof(U32), list.size() - sizeof(U32));
+}
+
+void put(Datagram& d, const AddressChange& c, U16 flags, U32 sequence) {
+  const Address& a = c.address;
+  const U8 state = a.secondary ? IFA_F_SECONDARY : 0;
+  d.message(c.gone ? RTM_DELADDR : RTM_NEWADDR, ifaddrmsg{AF_INET, a.length, state, a.scope, a.link}, flags,
+            sequence);
+  putAddress(d, IFA_LOCAL, a.local);
+  putAddress(d, IFA_ADDRESS, a.peer);
+}
+
+void put(Datagram& d, const NextHopChange& c, U16 flags, U32 sequence) {
+  const NextHop& n = c.nextHop;
+  d.message(c.gone ? RTM_DELNEXTHOP : RTM_NEWNEXTHOP, nhmsg{AF_INET, 0, 0, 0, n.hop.flags}, flags, sequence);
+  d.attribute(NHA_ID, n.id);
+  std::vector<nexthop_grp> group;
+  for (const U32 id : n.group) group.push_back({id, 0, 0, 0});
+  if (!group.empty()) d.attribute(NHA_GROUP, group.data(), group.size() * sizeof group[0]);
+  if (n.hop.link != 0) d.attribute(NHA_OIF, n.hop.link);
+  putAddress(d, NHA_GATEWAY, n.hop.gateway);
+}
+
+void put(Datagram& d, const RouteChange& c, U16 flags, U32 sequence) {
+  const Route& r = c.route;
+  const bool one = r.hops.size() == 1;
+  d.message(c.gone ? RTM_DELROUTE : RTM_NEWROUTE,
+            rtmsg{AF_INET, r.prefix.length(), 0, r.tos, static_cast<U8>(r.table), r.protocol, r.scope,
+                  static_cast<U8>(r.type), one ? r.hops[0].flags : 0u},
+            flags, sequence);
+  d.attribute(RTA_TABLE, r.table).attribute(RTA_PRIORITY, r.metric);
+  putAddress(d, RTA_DST, IpGenAddr(r.prefix.v4Prefix().address()));
+  if (r.nextHop != 0) d.attribute(RTA_NH_ID, r.nextHop);
+  if (one) d.attribute(RTA_OIF, r.hops[0].link), putAddress(d, RTA_GATEWAY, r.hops[0].gateway);
+  std::vector<U8> legs;
+  for (const Hop& h : one ? std::vector<Hop>() : r.hops) {
+    const U16 size = sizeof(rtnexthop) + (h.gateway == IpGenAddr() ? 0 : 8);
+    Datagram leg;
+    leg.message(0, rtnexthop{size, h.flags, 0, static_cast<int>(h.link)});
+    putAddress(leg, RTA_GATEWAY, h.gateway);
+    const auto bytes = nested(leg);
+    legs.insert(legs.end(), bytes.begin(), bytes.end());
+  }
+  if (!legs.empty()) d.attribute(RTA_MULTIPATH, legs.data(), legs.size());
+}
+
+void put(Datagram& d, const SettingChange&, U16 flags, U32 sequence) {
+  d.message(RTM_NEWNETCONF, netconfmsg{AF_INET}, flags, sequence);
+}
+
+void put(Datagram& d, const DumpEnd& end, U16 flags, U32 sequence) {
+  d.message(NLMSG_DONE, end.error, flags, sequence);
+}
+
+void put(Datagram& d, const Refused& refused, U16 flags, U32 sequence) {
+  d.message(NLMSG_ERROR, nlmsgerr{refused.error, {}}, flags, sequence);
+}
+
+template <class Other>
+void put(Datagram&, const Other&, U16, U32) {}
+
+std::string textOf(const LinkChange& c) {
+  return fmt::format("link {} {}{}{}", c.link.index, c.link.name, c.link.up ? " up" : " down",
+                     c.link.lowerUp ? "" : " no carrier") +
+         (c.gone ? " gone" : "");
+}
+std::string textOf(const AddressChange& c) {
+  return fmt::format("address {} on {}{}", c.address.local.stringValue(), c.address.link,
+                     c.gone ? " gone" : "");
+}
+std::string textOf(const NextHopChange& c) {
+  return fmt::format("next hop {} of {} on {}{}", c.nextHop.id, c.nextHop.group.size(), c.nextHop.hop.link,
+                     c.gone ? " gone" : "");
+}
+std::string textOf(const RouteChange& c) {
+  std::string hops;
+  for (const Hop& h : c.route.hops) hops += fmt::format(" {}@{}", h.gateway.stringValue(), h.link);
+  return fmt::format("route {} table {} type {} metric {} tos {} object {}{}{}", c.route.prefix.stringValue(),
+                     c.route.table, static_cast<int>(c.route.type), c.route.metric, c.route.tos,
+                     c.route.nextHop, hops, c.gone ? " gone" : "");
+}
+template <class Other>
+std::string textOf(const Other&) {
+  return "else";
+}
+
+}  // namespace
+
+// ---- Messages ----
+
+void VirtualKernel::tell(const Body& body, U16 flags) {
+  Datagram d;
+  std::visit([&](const auto& b) { put(d, b, flags, 0); }, body);
+  if (isLoud)
+    fmt::print(stderr, "    {} {:x}\n", std::visit([](const auto& b) { return textOf(b); }, body), flags);
+  changes_ += !std::holds_alternative<RouteChange>(body);
+  const bool twice = faulty_ && !std::holds_alternative<RouteChange>(body) && dice_(10) == 0;
+  for (int n = 0; n <= twice; ++n) inFlight_.push_back(d.bytes());
+  if (!faulty_ || dice_(4) != 0) deliver();
+}
+
+/// A dump does not wait for the messages about what it shows.
+class VirtualKernel::Socket : public Channel {
+ public:
+  explicit Socket(VirtualKernel& kernel) : kernel_(kernel) { kernel_.sockets_.push_back(this); }
+  ~Socket() override { std::erase(kernel_.sockets_, this); }
+
+  int fd() const override { return -1; }
+  void subscribe() override { isSubscribed = true; }
+  bool request(Dump dump, U32 sequence, U32 table) override;
+  Received receive(std::span<U8> buffer) override;
+
+  void deliver(const std::vector<U8>& bytes) {
+    if (!isSubscribed) return;
+    overrun |= queue.size() >= (kernel_.faulty_ ? room_ : ~std::size_t{0});
+    if (!overrun) queue.push_back(bytes);
+  }
+  host::Nanos readableAt() const {
+    if (overrun || !queue.empty()) return kernel_.now_;
+    return isDumping_ ? std::max(partAt_, kernel_.now_) : ~host::Nanos{0};
+  }
+
+  bool isSubscribed = false;
+  bool overrun = false;
+  std::deque<std::vector<U8>> queue;
+
+ private:
+  bool fails(U32 oneIn) const { return kernel_.faulty_ && kernel_.dice_(oneIn) == 0; }
+  std::vector<U8> part();
+
+  VirtualKernel& kernel_;
+  std::size_t room_ = 3 + kernel_.dice_(30);
+  bool isDumping_ = false;
+  Dump dump_{};
+  U32 sequence_ = 0;
+  U32 table_ = 0;
+  host::Nanos partAt_ = 0;
+  U64 startedAt_ = 0;  // in changes of the kernel
+  std::size_t at_ = 0;
+  IpGenPrefix after_;
+};
+
+bool VirtualKernel::Socket::request(Dump dump, U32 sequence, U32 table) {
+  if (fails(30)) return kernel_.refusedAt_ = kernel_.now_, false;
+  if (isDumping_ || fails(30)) {
+    Datagram d;
+    put(d, Refused{-EBUSY}, 0, sequence);
+    queue.push_back(d.bytes());
+    kernel_.refusedAt_ = kernel_.now_;
+    return true;
+  }
+  isDumping_ = true;
+  dump_ = dump;
+  sequence_ = sequence;
+  table_ = table;
+  at_ = 0;
+  after_ = {};
+  startedAt_ = kernel_.changes_;
+  partAt_ = kernel_.now_;
+  return true;
+}
+
+/// While somebody reads, others change what there is.
+Channel::Received VirtualKernel::Socket::receive(std::span<U8> buffer) {
+  if (fails(12) && !std::exchange(kernel_.inChange_, true)) {
+    kernel_.change();
+    kernel_.inChange_ = false;
+  }
+  if (fails(4) || !kernel_.faulty_) kernel_.deliver();
+  const bool hasPart = isDumping_ && kernel_.now_ >= partAt_;
+  if (fails(100)) return {Outcome::foreign, {}};
+  if (std::exchange(overrun, false)) return {Outcome::lost, {}};
+  if (queue.empty() && !hasPart) return {};
+  std::vector<U8> bytes = queue.empty() ? part() : queue.front();
+  if (!queue.empty()) queue.pop_front();
+  if (fails(100))
+    return kernel_.refusedAt_ = kernel_.now_,
+           Received{kernel_.dice_(2) ? Outcome::truncated : Outcome::lost, {}};
+  if (!bytes.empty() && fails(100)) bytes.resize(bytes.size() - 1), kernel_.refusedAt_ = kernel_.now_;
+  std::copy(bytes.begin(), bytes.end(), buffer.begin());
+  return {Outcome::datagram, buffer.first(bytes.size())};
+}
+
+/// Those after the last that was told, a few at a time.
+std::vector<U8> VirtualKernel::Socket::part() {
+  Datagram d;
+  std::size_t count = kernel_.faulty_ ? 1 + kernel_.dice_(4) : ~std::size_t{0};
+  const bool isOfRoutes = dump_ >= Dump::routes4;
+  const bool isTorn = !isOfRoutes && startedAt_ != kernel_.changes_;
+  const U16 flags = static_cast<U16>(NLM_F_MULTI | (isTorn ? NLM_F_DUMP_INTR : 0));
+  const auto tell = [&](const auto& change) { put(d, change, flags, sequence_); };
+  const auto tellSome = [&](const auto& records, auto changeOf) {
+    for (auto it = records.begin(); it != records.end(); ++it) {
+      if (static_cast<std::size_t>(std::distance(records.begin(), it)) < at_ || count == 0) continue;
+      if (!isTorn || !fails(4)) tell(changeOf(*it));  // one that is torn leaves some out
+      ++at_, --count;
+    }
+  };
+  if (dump_ == Dump::links) tellSome(kernel_.links_, [](const auto& l) { return LinkChange{l.second}; });
+  if (dump_ == Dump::addresses) tellSome(kernel_.addresses_, [](const auto& a) { return AddressChange{a}; });
+  if (dump_ == Dump::nextHops)
+    tellSome(kernel_.nextHops_, [](const auto& n) { return NextHopChange{n.second}; });
+  if (dump_ == Dump::routes4) {
+    const Table& table = kernel_.tables_[table_];
+    for (auto it = after_.empty() ? table.begin() : table.upper_bound(after_); it != table.end() && count > 0;
+         ++it) {
+      for (const Route& r : it->second) tell(RouteChange{r});
+      after_ = it->first;
+      count -= !it->second.empty();
+    }
+  }
+  if (count > 0) {
+    const bool fault = fails(100);
+    if (fault) kernel_.refusedAt_ = kernel_.now_;
+    tell(DumpEnd{fault ? -ENOBUFS : 0});
+    isDumping_ = false;
+  }
+  partAt_ = kernel_.now_ + (fails(3) ? host::milliseconds(1) / 2 : 0);
+  return d.bytes();
+}
+
+void VirtualKernel::deliver() {
+  for (const auto& bytes : inFlight_) {
+    for (Socket* socket : sockets_) socket->deliver(bytes);
+  }
+  inFlight_.clear();
+}
+
+void VirtualKernel::loseEvents() {
+  inFlight_.clear();
+  for (Socket* socket : sockets_) {
+    socket->overrun |= socket->isSubscribed;
+    if (socket->isSubscribed) socket->queue.clear();
+  }
+}
+
+void VirtualKernel::faultyIs(bool faulty) {
+  faulty_ = faulty;
+  if (!faulty) deliver();
+}
+
+host::Nanos VirtualKernel::readableAt() const {
+  host::Nanos at = ~host::Nanos{0};
+  for (const Socket* socket : sockets_) at = std::min(at, socket->readableAt());
+  return at;
+}
+
+bool VirtualKernel::isHeard() const {
+  return inFlight_.empty() && std::none_of(sockets_.begin(), sockets_.end(), [](const Socket* s) {
+           return s->isSubscribed && (s->overrun || !s->queue.empty());
+         });
+}
+
+// ---- Writing ----
+
+class VirtualKernel::Writer : public host::kernel::Writer {
+ public:
+  explicit Writer(VirtualKernel& kernel) : kernel_(kernel) {}
+
+  std::vector<RouteFault> write(std::span<const RouteOp> ops) override {
+    if (kernel_.onWrite) kernel_.onWrite(ops);
+    std::vector<RouteFault> faults;
+    const bool none = fails(12);
+    for (std::size_t i = 0; i < ops.size(); ++i) {
+      const int error = none ? ENOBUFS : fails(20) ? ENOMEM : kernel_.write(ops[i]);
+      if (error == ENOBUFS || error == ENOMEM) kernel_.refusedAt_ = kernel_.now_;
+      if (error != 0) faults.push_back({i, error, std::strerror(error)});
+    }
+    return faults;
+  }
+  std::string rule(const UserRule&, bool) override { return fails(2) ? "no room" : ""; }
+  std::vector<UserRule> rules(U8) override { return {}; }
+
+ private:
+  bool fails(U32 oneIn) const { return kernel_.faulty_ && kernel_.dice_(oneIn) == 0; }
+
+  VirtualKernel& kernel_;
+};
+
+Access VirtualKernel::access() {
+  return {[this] { return std::make_unique<Socket>(*this); },
+          [this] { return std::make_unique<Writer>(*this); }};
+}
