@@ -71,18 +71,6 @@ std::vector<const Mroutes::Node*> sortedNodes(const Mroutes& config) {
   return nodes;
 }
 
-/// The lines of a prefix, by preference and RPF: addresses by value, then names by text.
-std::vector<Line> sortedLines(const Mroutes& config, const Mroutes::Node& node) {
-  std::vector<Line> lines(node.lines.begin(), node.lines.end());
-  if (lines.size() < 2) return lines;
-  std::sort(lines.begin(), lines.end(), [&](const Line& a, const Line& b) {
-    if (a.preference != b.preference) return a.preference < b.preference;
-    if (!a.byName || !b.byName) return a.byName != b.byName ? b.byName : a.rpf < b.rpf;
-    return config.name(a.rpf).text < config.name(b.rpf).text;
-  });
-  return lines;
-}
-
 bool isSame(const Mroute& a, const Mroute& b) {
   return a.preference == b.preference && a.rpf == b.rpf;
 }
@@ -92,7 +80,7 @@ bool isSame(const Mroute& a, const Mroute& b) {
 std::vector<Mroute> Agent::Impl::mroutes() const {
   std::vector<Mroute> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
-    for (const Line& line : sortedLines(config, *node)) all.push_back(config.mrouteOf(node->prefix, line));
+    for (const Line& line : node->lines) all.push_back(config.mrouteOf(node->prefix, line));
   }
   return all;
 }
@@ -180,7 +168,7 @@ std::vector<Unresolved> Agent::Impl::unresolved() const {
   std::vector<Unresolved> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
     const Route* installed = configured(*node);
-    for (const Line& line : sortedLines(config, *node)) {
+    for (const Line& line : node->lines) {
       auto u = unresolvedOf(node->prefix, line, installed);
       if (u) all.push_back(std::move(*u));
     }
@@ -193,7 +181,7 @@ std::vector<Resolution> Agent::Impl::resolutions(const Lumo::Prefix& prefix) con
   const Mroutes::Node* node = config.find(prefix);
   if (!node) return all;
   const Route* installed = configured(*node);
-  for (const Line& line : sortedLines(config, *node)) all.push_back(resolutionOf(prefix, line, installed));
+  for (const Line& line : node->lines) all.push_back(resolutionOf(prefix, line, installed));
   return all;
 }
 

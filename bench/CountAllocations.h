@@ -4,5 +4,3 @@
 
 /// How often the program has called operator new.
 U64 allocations();
-/// How many of these it has not given back.
-U64 liveAllocations();

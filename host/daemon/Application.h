@@ -28,27 +28,4 @@ class Application {
   virtual std::string status() const { return {}; }
 };
 
-/// When an application has its turns: when a descriptor of it is readable, when a client has woken it, and
-/// when it asked to be called again.
-class Turns {
- public:
-  explicit Turns(Application& application) : application_(application) {}
-
-  /// A descriptor is, or a turn is wanted whatever else.
-  void readable() { readable_ = true; }
-  /// Gives it a turn if one is due. Returns when the next one is at the latest.
-  Nanos turn(Nanos now) {
-    if (readable_ || now >= due_ || application_.isWoken()) {
-      readable_ = false;
-      due_ = application_.turn(now);
-    }
-    return due_;
-  }
-
- private:
-  Application& application_;
-  bool readable_ = true;
-  Nanos due_ = 0;
-};
-
 }  // namespace host::daemon

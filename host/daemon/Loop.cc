@@ -51,6 +51,7 @@ class Runner {
  private:
   void onSignal(int signal);
   void turn();
+  Nanos turnOfApplication();
   void reload();
   Nanos tellManager(Nanos now);
   void waitUntil(Nanos due);
@@ -58,25 +59,24 @@ class Runner {
   Parts parts_;
   UvLoop loop_;
   Clients clients_;
-  Turns turns_;
   std::list<Poll> polls_;  // of the application
   uv_prepare_t prepare_{};
   uv_idle_t idle_{};  // runs when the loop is not to wait
   uv_timer_t timer_{};
   std::array<uv_signal_t, 3> signals_{};
+  bool readable_ = true;
   bool reload_ = false;
   bool ready_ = false;
+  Nanos applicationDue_ = 0;
   Nanos statusDue_ = 0;
   std::exception_ptr failure_;
 };
 
 Runner::Runner(const Parts& parts)
-    : parts_(parts),
-      clients_(loop_.get(), parts.server, parts.listener, parts.log),
-      turns_(parts.application) {
+    : parts_(parts), clients_(loop_.get(), parts.server, parts.listener, parts.log) {
   uv_loop_t* loop = &loop_.get();
   for (const int fd : parts_.application.descriptors()) {
-    polls_.emplace_back(*loop, fd, [this](int) { turns_.readable(); }).want(UV_READABLE);
+    polls_.emplace_back(*loop, fd, [this](int) { readable_ = true; }).want(UV_READABLE);
   }
   uv_prepare_init(loop, &prepare_);
   prepare_.data = this;
@@ -120,7 +120,7 @@ void Runner::onSignal(int signal) {
 void Runner::turn() {
   try {
     if (reload_) reload();
-    const Nanos due = turns_.turn(monotonicNow());
+    const Nanos due = turnOfApplication();
     const Nanos now = monotonicNow();
     const Nanos clients = clients_.turn(now);
     const Nanos woken = parts_.application.isWoken() ? now : never;
@@ -129,6 +129,15 @@ void Runner::turn() {
     failure_ = std::current_exception();
     uv_stop(&loop_.get());
   }
+}
+
+Nanos Runner::turnOfApplication() {
+  const Nanos now = monotonicNow();
+  if (readable_ || now >= applicationDue_ || parts_.application.isWoken()) {
+    readable_ = false;
+    applicationDue_ = parts_.application.turn(now);
+  }
+  return applicationDue_;
 }
 
 void Runner::reload() {
@@ -140,7 +149,7 @@ void Runner::reload() {
   } catch (const Error& e) {
     parts_.log.write(Level::error, fmt::format("not reloaded: {}", e.what()), now);
   }
-  turns_.readable();
+  readable_ = true;
   ready_ = false;  // says so again
 }
 

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "Access.h"
-
 namespace host {
 
 using kernel::Hop;
@@ -99,17 +97,13 @@ void Exporter::wake(Nanos now) {
 
 Nanos Exporter::due() const {
   if (begun_ && !queue_.empty()) return 0;
-  return resting_.empty() ? retryAt_ : std::min(retryAt_, resting_.begin()->first);
+  return resting_.empty() ? ~Nanos{0} : resting_.begin()->first;
 }
 
 // ---- What is to be written ----
 
 Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
   Batch batch;
-  if (now >= retryAt_) {
-    retryAt_ = ~Nanos{0};
-    checkRefused();
-  }
   wake(now);
   for (std::size_t looks = 10 * limit; begun_ && !queue_.empty() && batch.size() < limit && looks > 0;
        --looks) {
@@ -180,7 +174,6 @@ void Exporter::written(const Batch& batch, std::span<const kernel::RouteFault> f
 
 void Exporter::failed(const kernel::RouteOp& op, const kernel::RouteFault& fault, Entry& entry) {
   if (!op.add && fault.error == ESRCH) return;  // gone already
-  if (kernel::isPassing(fault.error)) retryAt_ = std::min(retryAt_, entry.writtenAt + retry);
   if (!(op.add && entry.probed && fault.error == EEXIST)) {
     return refusalIs(op.route.prefix.v4Prefix(), entry, fault.text);
   }

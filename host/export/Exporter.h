@@ -45,7 +45,6 @@ class Exporter {
   static constexpr Nanos doubt = milliseconds(4);
   /// For how long what is written answers the change of a link.
   static constexpr Nanos news = milliseconds(100);
-  static constexpr Nanos retry = milliseconds(500);  ///< of what the kernel had no room for
 
   enum class Why : U8 {
     none,      ///< never
@@ -151,7 +150,6 @@ class Exporter {
   std::unordered_map<U32, Nanos> linkChanges_;  // when
   std::size_t right_ = 0;
   std::size_t refused_ = 0;
-  Nanos retryAt_ = ~Nanos{0};
   Counters counters_;
 };
 

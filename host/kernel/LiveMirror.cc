@@ -24,21 +24,17 @@ constexpr U64 mostRefusals = 3;    // before a one-shot reading gives up
 
 }  // namespace
 
-LiveMirror::LiveMirror(const Mirror::Settings& settings, Nanos now, const Access& access)
-    : mirror_(settings, now),
-      events_(access.channel()),
-      answers_(access.channel()),
-      eventBuffer_(bufferSize),
-      answerBuffer_(bufferSize) {}
+LiveMirror::LiveMirror(const Mirror::Settings& settings, Nanos now)
+    : mirror_(settings, now), eventBuffer_(bufferSize), answerBuffer_(bufferSize) {}
 
 /// An answer is handled when all events that came before it have been: then what it says beyond them is what
 /// no event told. But it does not wait for ever.
 Nanos LiveMirror::turn(Nanos now) {
-  if (answer_.outcome == Channel::Outcome::nothing) readAnswer();
+  if (answer_.outcome == NetlinkSocket::Outcome::nothing) readAnswer();
   current_ = readEvents(now);
   if (!current_ && ++postponed_ < mostPostponed) return now;
   postponed_ = 0;
-  const bool answered = answer_.outcome != Channel::Outcome::nothing;
+  const bool answered = answer_.outcome != NetlinkSocket::Outcome::nothing;
   if (answered) handleAnswer(now);
   const auto until = act(now);
   return answered ? now : until.value_or(now);
@@ -46,9 +42,9 @@ Nanos LiveMirror::turn(Nanos now) {
 
 /// True when none is left.
 bool LiveMirror::readEvents(Nanos now) {
-  using Outcome = Channel::Outcome;
+  using Outcome = NetlinkSocket::Outcome;
   for (int i = 0; i < eventsATurn; ++i) {
-    const auto received = events_->receive(eventBuffer_);
+    const auto received = events_.receive(eventBuffer_);
     if (received.outcome == Outcome::nothing) return true;
     if (received.outcome == Outcome::lost) mirror_.lost(Reason::overrun, now);
     if (received.outcome == Outcome::truncated) mirror_.lost(Reason::truncated, now);
@@ -59,11 +55,11 @@ bool LiveMirror::readEvents(Nanos now) {
 }
 
 void LiveMirror::readAnswer() {
-  answer_ = answers_->receive(answerBuffer_);
+  answer_ = answers_.receive(answerBuffer_);
 }
 
 void LiveMirror::handleAnswer(Nanos now) {
-  using Outcome = Channel::Outcome;
+  using Outcome = NetlinkSocket::Outcome;
   const auto received = std::exchange(answer_, {});
   foreign_ += received.outcome == Outcome::foreign;
   if (received.outcome == Outcome::lost || received.outcome == Outcome::truncated) {
@@ -78,12 +74,10 @@ std::optional<Nanos> LiveMirror::act(Nanos now) {
     const Mirror::Action action = mirror_.next(now);
     switch (action.kind) {
       case Mirror::Action::Kind::subscribe:
-        events_->subscribe();
+        events_.subscribe();
         break;
       case Mirror::Action::Kind::dump:
-        if (!answers_->request(action.dump, action.sequence, mirror_.settings().table)) {
-          mirror_.answered({action.sequence, 0, Refused{-ENOBUFS}}, now);
-        }
+        answers_.request(action.dump, action.sequence, mirror_.settings().table);
         break;
       case Mirror::Action::Kind::proceed:
         return std::nullopt;

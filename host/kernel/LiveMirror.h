@@ -2,24 +2,24 @@
 
 #include <optional>
 
-#include "Access.h"
+#include "NetlinkSocket.h"
 
 namespace host::kernel {
 
-/// A mirror of a kernel, by default of the one that this process runs on. It has no loop: its owner polls two
-/// descriptors for reading and calls `turn` when one is ready or a time has come. No privilege is needed;
-/// with CAP_NET_ADMIN larger bursts of changes are taken without loss.
+/// A mirror of the kernel that this process runs on (of its network namespace). It has no loop: its owner
+/// polls two descriptors for reading and calls `turn` when one is ready or a time has come. No privilege is
+/// needed; with CAP_NET_ADMIN larger bursts of changes are taken without loss.
 class LiveMirror {
  public:
-  LiveMirror(const Mirror::Settings& settings, Nanos now, const Access& access = thisKernel());
+  LiveMirror(const Mirror::Settings& settings, Nanos now);
 
   /// Reads a bounded amount of what there is, and does what is due. Returns when to be called again at the
   /// latest, `now` for at once. About a millisecond at most. Throws Error when a socket fails.
   Nanos turn(Nanos now);
 
   /// Of notifications, and of answers to requests; the same ones as long as this lives.
-  int eventFd() const { return events_->fd(); }
-  int answerFd() const { return answers_->fd(); }
+  int eventFd() const { return events_.fd(); }
+  int answerFd() const { return answers_.fd(); }
 
   /// Whether the last turn came to the end of all events that there were.
   bool isCurrent() const { return current_; }
@@ -36,11 +36,11 @@ class LiveMirror {
   std::optional<Nanos> act(Nanos now);
 
   Mirror mirror_;
-  std::unique_ptr<Channel> events_;
-  std::unique_ptr<Channel> answers_;
+  NetlinkSocket events_;
+  NetlinkSocket answers_;
   std::vector<U8> eventBuffer_;
   std::vector<U8> answerBuffer_;
-  Channel::Received answer_;  // received and not yet handled
+  NetlinkSocket::Received answer_;  // received and not yet handled
   U32 postponed_ = 0;
   bool current_ = false;
   U64 foreign_ = 0;

@@ -1,6 +1,5 @@
 #include "Mirror.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace host::kernel {
@@ -60,10 +59,7 @@ bool Mirror::put(const Address& address, bool dumped) {
 /// One that was in doubt may lead somewhere again without being another one.
 bool Mirror::put(const NextHop& nextHop, bool dumped) {
   const auto* known = topology_.nextHops.find(nextHop.id);
-  const bool wasInDoubt = known && (known->epoch <= topology_.lastLoss ||
-                                    std::any_of(nextHop.group.begin(), nextHop.group.end(), [&](U32 member) {
-                                      return topology_.isYounger(member, known->epoch);
-                                    }));
+  const bool wasInDoubt = known && known->epoch <= topology_.lastLoss;
   const bool isNew = dumped ? topology_.nextHops.putDumped(nextHop.id, nextHop)
                             : topology_.nextHops.put(nextHop.id, nextHop, epoch_);
   if (isNew || wasInDoubt) reconsiderAll();

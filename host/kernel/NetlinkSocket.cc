@@ -78,28 +78,26 @@ void NetlinkSocket::subscribe() {
   }
 }
 
-bool NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
-  return send(requestTypes[static_cast<std::size_t>(dump)], sequence,
+void NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
+  send(requestTypes[static_cast<std::size_t>(dump)], sequence,
        [&](nlmsghdr* request) { addHeader(request, dump, table); });
 }
 
-bool NetlinkSocket::request(U16 type, Bytes header, U32 sequence) {
-  return send(type, sequence, [&](nlmsghdr* request) {
+void NetlinkSocket::request(U16 type, Bytes header, U32 sequence) {
+  send(type, sequence, [&](nlmsghdr* request) {
     std::memcpy(mnl_nlmsg_put_extra_header(request, header.size()), header.data(), header.size());
   });
 }
 
 template <class AddBody>
-bool NetlinkSocket::send(U16 type, U32 sequence, AddBody addBody) {
+void NetlinkSocket::send(U16 type, U32 sequence, AddBody addBody) {
   alignas(nlmsghdr) std::array<char, 128> buffer{};
   nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
   request->nlmsg_type = type;
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   request->nlmsg_seq = sequence;
   addBody(request);
-  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return true;
-  if (!isPassing(errno)) failed("request");
-  return false;
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failed("request");
 }
 
 NetlinkSocket::Received NetlinkSocket::receive(std::span<U8> buffer) {
@@ -112,8 +110,8 @@ NetlinkSocket::Received NetlinkSocket::receive(std::span<U8> buffer) {
   message.msg_iovlen = 1;
   const ssize_t size = recvmsg(fd(), &message, 0);
   if (size < 0) {
+    if (errno == ENOBUFS) return {Outcome::lost, {}};
     if (errno == EAGAIN || errno == EINTR) return {};
-    if (isPassing(errno)) return {Outcome::lost, {}};
     failed("receive");
   }
   if (message.msg_namelen != sizeof sender || sender.nl_pid != 0) return {Outcome::foreign, {}};

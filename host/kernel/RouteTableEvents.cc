@@ -58,8 +58,7 @@ RouteTable::Rank RouteTable::rankOf(const List& list, const Route& route) const 
 /// Confirms a record and takes over what may change about it. True when something did.
 bool RouteTable::refresh(U32 node, U32 number, const Route& route, Epoch epoch) {
   Record& r = records_[number];
-  const bool wasInDoubt =
-      r.epoch <= topology_.lastLoss || (r.nextHop != 0 && topology_.isYounger(r.nextHop, r.epoch));
+  const bool wasInDoubt = r.epoch <= topology_.lastLoss;
   r.epoch = std::max(r.epoch, epoch);
   if (wasInDoubt) wait(node);
   if (hops_[r.hops] == route.hops) return false;

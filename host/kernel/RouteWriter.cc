@@ -139,11 +139,8 @@ std::vector<RouteFault> RouteWriter::write(std::span<const RouteOp> ops) {
     const bool isLast = i + 1 == ops.size();
     if (!isLast && (bytes < bytesAtOnce / 2 || ops[i + 1].add) && bytes < bytesAtOnce) continue;
     request->nlmsg_flags |= NLM_F_ACK;
-    if (const int error = send(bytes)) {
-      for (std::size_t op = first; op <= i; ++op) faults.push_back({op, error, std::strerror(error)});
-    } else {
-      readAnswers(first, faults);
-    }
+    send(bytes);
+    readAnswers(first, faults);
     sequence_ += static_cast<U32>(i - first) + 1;
     first = i + 1;
     bytes = 0;
@@ -151,11 +148,8 @@ std::vector<RouteFault> RouteWriter::write(std::span<const RouteOp> ops) {
   return faults;
 }
 
-/// 0, or the errno of a system that has no room for them.
-int RouteWriter::send(std::size_t count) {
-  if (mnl_socket_sendto(socket_.get(), requests_.data(), count) >= 0) return 0;
-  if (!isPassing(errno)) failed("write");
-  return errno;
+void RouteWriter::send(std::size_t count) {
+  if (mnl_socket_sendto(socket_.get(), requests_.data(), count) < 0) failed("write");
 }
 
 /// All are there. Those for which there was no room are not known; the table's mirror will tell.
@@ -164,7 +158,7 @@ void RouteWriter::forAnswers(F each) {
   for (;;) {
     const ssize_t size = mnl_socket_recvfrom(socket_.get(), answers_.data(), answers_.size());
     if (size < 0 && errno == EAGAIN) return;
-    if (size < 0 && !isPassing(errno)) failed("answers");
+    if (size < 0 && errno != ENOBUFS && errno != EINTR) failed("answers");
     Bytes rest(answers_.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     while (rest.size() >= sizeof(nlmsghdr)) {
       Bytes body = rest;
@@ -194,7 +188,7 @@ std::vector<UserRule> RouteWriter::rules(U8 protocol) {
   fib_rule_hdr header{};
   header.family = AF_INET;
   putHeader(request, header);
-  if (send(request->nlmsg_len) != 0) return {};
+  send(request->nlmsg_len);
   std::vector<UserRule> found;
   forAnswers([&](const nlmsghdr& answer, Bytes body) {
     if (answer.nlmsg_type != RTM_NEWRULE) return;
@@ -220,7 +214,7 @@ std::string RouteWriter::rule(const UserRule& rule, bool add) {
   mnl_attr_put_u8(request, FRA_PROTOCOL, rule.protocol);
   const fib_rule_uid_range range{rule.user, rule.user};
   mnl_attr_put(request, FRA_UID_RANGE, sizeof range, &range);
-  if (const int error = send(request->nlmsg_len)) return std::strerror(error);
+  send(request->nlmsg_len);
   std::vector<RouteFault> faults;
   readAnswers(0, faults);
   ++sequence_;

@@ -53,12 +53,6 @@ class Topology {
   /// Whether packets can go by this next hop of a record confirmed at `epoch`. Carrier loss alone does not
   /// hinder them, unless it shall here: otherwise, where it shall, the kernel says dead.
   bool isUsable(const Hop& hop, Epoch epoch) const;
-  /// Whether a next-hop object became known after what leads to it was last confirmed, which counts again
-  /// when it is confirmed once more.
-  bool isYounger(U32 nextHop, Epoch epoch) const {
-    const auto* entry = nextHops.find(nextHop);
-    return entry && entry->born > epoch;
-  }
   /// Adds to `hops` those of a next-hop object that can be used by a route confirmed at `epoch`. False when
   /// the object is a blackhole.
   bool addUsable(U32 nextHop, Epoch epoch, std::vector<Hop>& hops) const;

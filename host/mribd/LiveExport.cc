@@ -27,13 +27,11 @@ kernel::Mirror::Settings settingsFor(U32 table) {
 
 }  // namespace
 
-LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log, const kernel::Access& access,
-                       Nanos now)
+LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log)
     : options_(options),
       router_(router),
       log_(log),
-      live_(settingsFor(options.table.table), now, access),
-      writer_(access.writer()),
+      live_(settingsFor(options.table.table), monotonicNow()),
       exporter_(live_.mirror(),
                 options.table.user == ExportFor::frr ? Exporter::Readers::follow : Exporter::Readers::lookUp),
       wanted_(router, options.table.user),
@@ -110,9 +108,9 @@ void LiveExport::begin(Nanos now) {
 
 /// Of a former run that was killed, for another user or another table.
 void LiveExport::removeLeftRules(Nanos now) {
-  for (const kernel::UserRule& left : writer_->rules(Exporter::protocol)) {
+  for (const kernel::UserRule& left : writer_.rules(Exporter::protocol)) {
     if (left == rule()) continue;
-    const std::string fault = writer_->rule(left, false);
+    const std::string fault = writer_.rule(left, false);
     log_.write(Level::notice,
                fmt::format("a rule is left of a former run, for user {} and table {}: {}", left.user,
                            left.table, fault.empty() ? "removed" : fault),
@@ -123,7 +121,7 @@ void LiveExport::removeLeftRules(Nanos now) {
 void LiveExport::writeBatches(Nanos now) {
   const Exporter::Batch batch = exporter_.next(now, routesATurn);
   if (batch.empty()) return;
-  exporter_.written(batch, writer_->write(batch));
+  exporter_.written(batch, writer_.write(batch));
   logRefusals(now);
 }
 
@@ -142,7 +140,7 @@ void LiveExport::logRefusals(Nanos now) {
 
 void LiveExport::ruleIs(bool there, Nanos now) {
   if (!rule()) return;
-  const std::string fault = writer_->rule(*rule(), there);
+  const std::string fault = writer_.rule(*rule(), there);
   if (!fault.empty()) log_.write(Level::warning, "the rule of the exported table: " + fault, now);
 }
 
@@ -151,10 +149,11 @@ std::optional<kernel::UserRule> LiveExport::rule() const {
   return kernel::UserRule{*options_.user, options_.table.table, Exporter::protocol};
 }
 
-void LiveExport::end(Nanos now) {
+void LiveExport::end() {
+  const Nanos now = monotonicNow();
   if (options_.keep) return log_.write(Level::info, "the exported routes stay", now);
   ruleIs(false, now);
-  writer_->write(exporter_.withdrawal());
+  writer_.write(exporter_.withdrawal());
 }
 
 }  // namespace host

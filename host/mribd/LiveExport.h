@@ -2,6 +2,7 @@
 
 #include "LiveMirror.h"
 #include "Log.h"
+#include "RouteWriter.h"
 #include "WantedRoutes.h"
 
 namespace host {
@@ -16,8 +17,7 @@ class LiveExport {
   };
 
   /// Refers to all of them. Throws Error.
-  LiveExport(const Options& options, Router& router, daemon::Log& log, const kernel::Access& access,
-             Nanos now);
+  LiveExport(const Options& options, Router& router, daemon::Log& log);
   ~LiveExport();
   LiveExport(const LiveExport&) = delete;
   LiveExport& operator=(const LiveExport&) = delete;
@@ -29,12 +29,10 @@ class LiveExport {
   /// Writes what is due. To be called after the router's turn.
   Nanos write(Nanos now);
   /// Takes the routes and the rule away, unless they are to stay.
-  void end(Nanos now);
+  void end();
 
   const Options& options() const { return options_; }
   const Exporter& exporter() const { return exporter_; }
-  /// What is known of the table.
-  const kernel::Mirror& mirror() const { return live_.mirror(); }
 
  private:
   void look();
@@ -50,7 +48,7 @@ class LiveExport {
   Router& router_;
   daemon::Log& log_;
   kernel::LiveMirror live_;
-  std::unique_ptr<kernel::Writer> writer_;
+  kernel::RouteWriter writer_;
   Exporter exporter_;
   WantedRoutes wanted_;
   U64 subscription_;

@@ -5,23 +5,20 @@
 #include <algorithm>
 
 #include "ConfigText.h"
-#include "Why.h"
 
 namespace host {
 
 using daemon::Level;
 
 LiveRouter::LiveRouter(Options options, daemon::Log& log)
-    : clock_(options.clock),
-      live_(options.mirror, clock_(), options.access),
-      router_(live_.mirror(), clock_),
-      configurator_(router_, options.path, clock_),
-      log_(log),
-      mostHistory_(options.history) {
+    : live_(options.mirror, monotonicNow()),
+      router_(live_.mirror(), monotonicNow),
+      configurator_(router_, options.path, monotonicNow),
+      log_(log) {
   configurator_.keepExportTable();
-  const auto refusals = router_.configurationIs(std::move(options.configuration), clock_());
+  const auto refusals = router_.configurationIs(std::move(options.configuration), monotonicNow());
   if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
-  if (options.exported) export_.emplace(*options.exported, router_, log_, options.access, clock_());
+  if (options.exported) export_.emplace(*options.exported, router_, log_);
 }
 
 std::vector<int> LiveRouter::descriptors() const {
@@ -33,7 +30,7 @@ std::vector<int> LiveRouter::descriptors() const {
 }
 
 void LiveRouter::end() {
-  if (export_) export_->end(clock_());
+  if (export_) export_->end();
 }
 
 Nanos LiveRouter::turn(Nanos now) {
@@ -44,7 +41,7 @@ Nanos LiveRouter::turn(Nanos now) {
   logLosses(now);
   for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
   if (router_.isReady() && !std::exchange(wasReady_, true)) {
-    history_.emplace(router_, History::Clocks{wallNow, clock_}, mostHistory_);
+    history_.emplace(router_, History::Clocks{wallNow, monotonicNow});
     // What was configured before the kernel was read cannot be refused for its addresses; they may change.
     std::vector<std::string> warnings;
     for (const ConfigError& e : impossibleNextHops(router_.configuration(), ownSubnetsOf(live_.mirror()))) {
@@ -100,7 +97,7 @@ void LiveRouter::logDifference(const ConfigurationChange& change, Nanos now) {
   for (const MrouteLine& line : difference.gone) lines.push_back("- " + textOf(line));
   for (const auto& [before, after] : difference.changed) lines.push_back("~ " + textOf(after));
   for (const mrib::Unresolved& u : change.unresolved) {
-    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + whyOf(u));
+    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + u.text());
   }
   if (lines.size() > ConfigurationError::mostPrinted) lines.resize(ConfigurationError::mostPrinted);
   for (const std::string& line : lines) log_.write(Level::notice, line, now);

@@ -9,7 +9,7 @@
 
 namespace host {
 
-/// The live MRIB of a kernel, as the loop drives it.
+/// The live MRIB of the kernel that this process runs on, as the loop drives it.
 class LiveRouter : public daemon::Application {
  public:
   struct Options {
@@ -17,9 +17,6 @@ class LiveRouter : public daemon::Application {
     std::string path;  ///< of the configuration; empty: there is none
     Configuration configuration;
     std::optional<LiveExport::Options> exported;
-    kernel::Access access = kernel::thisKernel();
-    Router::Clock clock = monotonicNow;
-    std::size_t history = History::usualSize;  ///< changes that are remembered
   };
 
   /// Throws Error. `log` outlives this.
@@ -47,13 +44,11 @@ class LiveRouter : public daemon::Application {
   void logDifference(const ConfigurationChange& change, Nanos now);
   void warn(const std::vector<std::string>& warnings, Nanos now);
 
-  Router::Clock clock_;
   kernel::LiveMirror live_;
   Router router_;
   Configurator configurator_;
   daemon::Log& log_;
   std::optional<LiveExport> export_;
-  std::size_t mostHistory_;
   std::optional<History> history_;
   bool wasReady_ = false;
   std::array<U64, kernel::reasonCount> resyncs_{};  // that the log knows of

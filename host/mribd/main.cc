@@ -14,7 +14,6 @@
 #include "LiveRouter.h"
 #include "Loop.h"
 #include "RibService.h"
-#include "RouteWriter.h"
 
 // Leaves a daemon running: reads the options, and puts the parts together.
 
