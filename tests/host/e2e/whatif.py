@@ -142,7 +142,7 @@ class Test(live.Test):
             after = self.state()
             is_right = all(after[part] == rows for part, rows in right.items())
             if is_right and not self.connection.call("GetStatus")["stale"]:
-                return after
+                return self.state()  # all of it at rest
             if time.monotonic() > end:
                 break
             time.sleep(0.02)
