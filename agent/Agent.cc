@@ -10,12 +10,18 @@ Agent::Agent() : Agent(Options{}) {}
 Agent::Agent(const Options& options) : impl_(std::make_unique<Impl>(options)) {}
 Agent::~Agent() = default;
 
+/// What can be worked with.
+Agent::Impl& Agent::whole() const {
+  if (impl_->isHalf()) impl_ = impl_->madeAnew();
+  return *impl_;
+}
+
 CommitResult Agent::commit(const Transaction& t) {
-  return impl_->commit(t);
+  return whole().commit(t);
 }
 
 SettleResult Agent::settle() {
-  return impl_->settle();
+  return whole().settle();
 }
 
 bool Agent::mayDiffer() const {
@@ -32,7 +38,8 @@ U64 Agent::generation() const {
 
 const Route* Agent::rpf(Lumo::IpAddr source) const {
   impl_->published.prefetchMatch(source);
-  const int length = impl_->run->trie().matchLength(source);
+  const EngineRun* run = impl_->run.get();
+  const int length = run ? run->trie().matchLength(source) : impl_->published.matchLength(source);
   return length < 0 ? nullptr : impl_->published.find({source, static_cast<U32>(length)});
 }
 
@@ -45,28 +52,32 @@ Routes Agent::routes() const {
 }
 
 const Link* Agent::link(U32 index) const {
-  const Intf* intf = impl_->interfaces.find(index);
+  const Intf* intf = whole().interfaces.find(index);
   return intf && intf->exists() ? &intf->link : nullptr;
 }
 
 std::vector<Link> Agent::links() const {
   std::vector<Link> links;
-  for (const auto& [index, intf] : impl_->interfaces.all()) {
+  for (const auto& [index, intf] : whole().interfaces.all()) {
     if (intf.exists()) links.push_back(intf.link);
   }
   return links;
 }
 
 std::vector<Mroute> Agent::mroutes() const {
-  return impl_->mroutes();
+  return whole().mroutes();
 }
 
 std::vector<Unresolved> Agent::unresolved() const {
-  return impl_->unresolved();
+  return whole().unresolved();
 }
 
 std::vector<Resolution> Agent::resolutions(const Lumo::Prefix& prefix) const {
-  return impl_->resolutions(prefix);
+  return whole().resolutions(prefix);
+}
+
+std::vector<Mroute> Agent::circle(const Mroute& heldBack) const {
+  return whole().circle(heldBack);
 }
 
 U64 Agent::subscribe(Listener listener) {
@@ -84,7 +95,7 @@ void Agent::unsubscribe(U64 subscription) {
 }
 
 const Zan::Ptr<Routing::Multicast::Rib::MribSm>& Agent::engine() const {
-  return impl_->run->mribSm();
+  return whole().run->mribSm();
 }
 
 }  // namespace mrib

@@ -11,17 +11,6 @@ int checkNoCallback(const char* function, const mrib_agent& agent) noexcept {
   return fail(MRIB_ERROR_BUSY, "%s: not from inside a callback", function);
 }
 
-/// For what must not stop half way: if it does, the agent is broken.
-template <class F>
-void whole(mrib_agent& agent, F f) {
-  try {
-    f();
-  } catch (...) {
-    agent.broken = true;
-    throw;
-  }
-}
-
 mrib_update updateOf(const mrib_agent& agent, U64 generation, const mrib_changes& changes, bool settled) {
   mrib_update update{};
   update.size = sizeof update;
@@ -102,8 +91,7 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
       return fail(MRIB_ERROR_REFUSED, "%s: changes were not taken for want of memory", function);
     }
     if (given.faultCount > 0) return fail(MRIB_ERROR_REFUSED, std::move(given.faults));
-    mrib::CommitResult committed;
-    mrib::whole(*agent, [&] { committed = agent->agent.commit(given.transaction); });
+    mrib::CommitResult committed = agent->agent.commit(given.transaction);
     if (!committed) return fail(MRIB_ERROR_REFUSED, std::move(committed.refusals));
     mrib::handOut(*agent, std::move(committed.changes), false, result);
     return MRIB_OK;
@@ -113,8 +101,7 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
 int mrib_settle(mrib_agent* agent, mrib_update* result) {
   return with(__func__, agent, [&](const char* function) -> int {
     if (const int code = mrib::checkChange(function, *agent, result); code != MRIB_OK) return code;
-    mrib::SettleResult settled;
-    mrib::whole(*agent, [&] { settled = agent->agent.settle(); });
+    mrib::SettleResult settled = agent->agent.settle();
     mrib::handOut(*agent, std::move(settled.changes), true, result);
     return MRIB_OK;
   });

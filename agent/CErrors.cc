@@ -50,6 +50,8 @@ int failCaught(const char* function) noexcept {
     return fail(MRIB_ERROR_MEMORY, "%s: no memory is left", function);
   } catch (const Zan::RangeException& e) {
     return fail(MRIB_ERROR_ARGUMENT, "%s: %s", function, e.what());
+  } catch (const Zan::Exception& e) {  // the shared-memory tables can't be had
+    return fail(MRIB_ERROR_MEMORY, "%s: %s", function, e.what());
   } catch (const std::exception& e) {
     return fail(MRIB_ERROR_BROKEN, "%s: %s", function, e.what());
   } catch (...) {

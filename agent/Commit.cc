@@ -33,6 +33,20 @@ bool isConnected(const Unicast::Move& move) {
   return !move.op || (move.op->present && move.op->type == RouteType::connected);
 }
 
+/// An engine that has no memory to follow a change goes on as if it had, and would not get far: what it
+/// throws goes no further than to who has told it. So this throws it anew, behind each step.
+class EachStep {
+ public:
+  template <class F>
+  void operator()(F step) const {
+    step();
+    if (Zan::notificationsWithoutMemory() != before_) throw std::bad_alloc();
+  }
+
+ private:
+  const U64 before_ = Zan::notificationsWithoutMemory();
+};
+
 }  // namespace
 
 NextHop nextHopOf(const Routing::Fib::Via& via) {
@@ -59,32 +73,42 @@ CommitResult Agent::Impl::commit(const Transaction& t) {
     return refused(std::move(refusals), t.refusalCount(), generation);
   }
   const Busy guard(busy);
-  Plan plan{t, interfaces.stage(t.linkOps()), {}};
+  auto plan = std::unique_ptr<Plan>(new Plan{t, interfaces.stage(t.linkOps())});
+  CommitResult result;
+  try {
+    carryOut(*plan, result);
+  } catch (...) {
+    failed(result.changes, std::move(plan));
+    throw;
+  }
+  if (result.accepted) tell({generation, result.changes, false});
+  return result;
+}
+
+void Agent::Impl::carryOut(Plan& plan, CommitResult& result) {
   std::vector<Refusal> refusals = stage(plan);
   if (!refusals.empty()) {
     config.rollBack();
     const std::size_t count = refusals.size();
-    return refused(std::move(refusals), count, generation);
+    result = refused(std::move(refusals), count, generation);
+    return;
   }
-  CommitResult result;
+  result.notes = plan.t.notes();
+  plan.begun = true;
+  bool differs = false;
   if (isRebuild(plan)) {
     rebuild(plan);
-    config.keep();
     publishAll(result.changes);
-    mayDiffer = false;
   } else {
     const std::vector<Lumo::Prefix> changed = config.changed();
     follow(plan, changed);
-    config.keep();
     publishTouched(result.changes);
-    mayDiffer = mayDiffer || !isRight(changed);
+    differs = mayDiffer || !isRight(changed);
   }
+  config.keep();
   result.accepted = true;
   result.generation = ++generation;
-  result.mayDiffer = mayDiffer;
-  result.notes = t.notes();
-  tell({generation, result.changes, false});
-  return result;
+  result.mayDiffer = mayDiffer = differs;
 }
 
 // ---- Staging ----
@@ -93,6 +117,9 @@ std::vector<Refusal> Agent::Impl::stage(Plan& plan) {
   std::vector<Refusal> refusals;
   for (std::string& fault : interfaces.faults(plan.links)) refusals.push_back({std::move(fault), {}});
   if (!refusals.empty()) return refusals;
+  for (const auto& [index, intf] : plan.links) {
+    if (const Intf* present = interfaces.find(index)) Interfaces::tell(index, *present, plan.before);
+  }
   config.stage(plan.t, interfaces);
   stageNames(plan.links);
   std::set<U32> replaced;
@@ -100,6 +127,9 @@ std::vector<Refusal> Agent::Impl::stage(Plan& plan) {
     if (interfaces.replaces(index, intf)) replaced.insert(index);
   }
   plan.moves = unicast.plan(plan.t, replaced);
+  for (const Unicast::Move& move : plan.moves) {
+    if (move.op) unicast.tell(move.prefix, plan.before);
+  }
   // A configured route that takes the place of a connected one is put upon it again.
   for (const Unicast::Move& move : plan.moves) {
     if (isConnected(move) || unicast.copied(move.prefix)) config.stageAnew(move.prefix);
@@ -141,6 +171,7 @@ std::span<const EngineRun::Offer> Agent::Impl::offersOf(const Mroutes::Node* nod
 }
 
 std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
+  const EachStep step;
   auto fresh = std::make_unique<EngineRun>(config.size());
   const std::vector<const Mroutes::Node*> nodes = config.inOrder();
   std::vector<const Mroutes::Node*> others;
@@ -149,13 +180,13 @@ std::unique_ptr<EngineRun> Agent::Impl::freshRun() {
     const Mroutes::Node* node = nodes[i];
     if (i + lead < nodes.size()) fresh->expect(nodes[i + lead]->prefix);
     if (node->leaf && !unicast.copied(node->prefix)) {
-      fresh->configure(node->prefix, offersOf(node));
+      step([&] { fresh->configure(node->prefix, offersOf(node)); });
     } else {
       others.push_back(node);
     }
   }
-  fresh->start(interfaces, unicast);
-  for (const Mroutes::Node* node : others) fresh->configure(node->prefix, offersOf(node));
+  step([&] { fresh->start(interfaces, unicast); });
+  for (const Mroutes::Node* node : others) step([&] { fresh->configure(node->prefix, offersOf(node)); });
   return fresh;
 }
 
@@ -172,16 +203,19 @@ void Agent::Impl::rebuild(const Plan& plan) {
 /// With the engine that is there: what changes is taken out first, dependants before what they resolve
 /// through, and put in anew the other way round.
 void Agent::Impl::follow(const Plan& plan, const std::vector<Lumo::Prefix>& changed) {
+  const EachStep step;
   run->listenIs(true);
   run->forgetTouched();
-  for (auto at = changed.rbegin(); at != changed.rend(); ++at) run->unconfigure(*at);
-  for (const Unicast::Move& move : plan.moves) unicast.withdraw(move);
-  interfaces.apply(plan.links);
-  for (const Unicast::Move& move : plan.moves) unicast.announce(move, plan.t);
-  restoreConnected();
-  for (const Lumo::Prefix& prefix : changed) run->configure(prefix, offersOf(config.find(prefix)));
-  run->refresh();
-  restoreConnected();
+  for (auto at = changed.rbegin(); at != changed.rend(); ++at) step([&] { run->unconfigure(*at); });
+  for (const Unicast::Move& move : plan.moves) step([&] { unicast.withdraw(move); });
+  step([&] { interfaces.apply(plan.links); });
+  for (const Unicast::Move& move : plan.moves) step([&] { unicast.announce(move, plan.t); });
+  step([&] { restoreConnected(); });
+  for (const Lumo::Prefix& prefix : changed)
+    step([&] { run->configure(prefix, offersOf(config.find(prefix))); });
+  step([&] { run->refresh(); });
+  step([&] { restoreConnected(); });
+  if (!run->allHeard()) throw std::bad_alloc();
 }
 
 /// Announces the connected routes again that went with a configured one of their prefix.
@@ -231,7 +265,9 @@ void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, st
   } else if (now) {
     Route after{prefix};
     copy(*now, after);
-    if (*before != after) changes.push_back({std::exchange(*before, after), after});
+    if (*before == after) return;
+    changes.push_back({*before, after});
+    *before = std::move(after);
   } else if (before) {
     Change& lost = changes.emplace_back();
     lost.before = std::move(*before);
@@ -240,13 +276,27 @@ void Agent::Impl::publish(const Lumo::Prefix& prefix, const EngineRoute* now, st
   }
 }
 
-void Agent::Impl::tell(const Update& update) {
-  telling = true;
-  const std::size_t present = subscriptions.size();
-  for (std::size_t i = 0; i < present; ++i) {
-    if (subscriptions[i].id != 0) subscriptions[i].listener(update);
+/// The other way, which needs no memory: nothing that was published takes more than it did. The last of the
+/// changes may not have been made.
+void Agent::Impl::unpublish(std::vector<Change>& changes) {
+  for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
+    Route* now = published.find(change->prefix());
+    if (!change->added()) {
+      (now ? *now : published.insert(change->prefix())) = std::move(change->before);
+    } else if (now) {
+      published.erase(*now);
+    }
   }
-  telling = false;
+}
+
+void Agent::Impl::tell(const Update& update) {
+  {
+    const Busy guard(telling);
+    const std::size_t present = subscriptions.size();
+    for (std::size_t i = 0; i < present; ++i) {
+      if (subscriptions[i].id != 0) subscriptions[i].listener(update);
+    }
+  }
   std::erase_if(subscriptions, [](const Subscription& s) { return s.id == 0; });
 }
 

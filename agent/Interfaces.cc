@@ -30,6 +30,12 @@ const Intf* Interfaces::find(const std::string& name) const {
   return found == byName_.end() ? nullptr : find(found->second);
 }
 
+void Interfaces::tell(U32 index, const Intf& intf, Transaction& into) {
+  if (intf.exists()) into.link(intf.link);
+  for (const Intf::Held& held : intf.addresses)
+    into.address({index, Lumo::IpGenAddr(held.address), held.secondary});
+}
+
 // ---- Staging ----
 
 Interfaces::Staged Interfaces::stage(const std::vector<Transaction::LinkOp>& ops) const {

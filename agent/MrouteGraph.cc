@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 
 #include "inside/Mroutes.h"
 
@@ -300,6 +301,37 @@ bool Mroutes::isOnCircle(const Node& node, const Line& line) const {
     forEachMatch(node.prefix, line, [&](U32 place) { on |= nodes_.at(place).circle == node.circle; });
   }
   return on;
+}
+
+/// Breadth first along lines that are held back, since all on a circle are.
+std::vector<std::pair<U32, Line>> Mroutes::circleOf(const Node& start, const Line& line) const {
+  struct Step {
+    U32 place;
+    Line line;
+    std::size_t from;
+  };
+  const U32 origin = nodes_.placeOf(start);
+  std::vector<Step> steps{{origin, line, 0}};
+  std::set<U32> met;
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    bool closes = false;
+    const Step step = steps[i];
+    forEachMatch(nodes_.at(step.place).prefix, step.line, [&](U32 place) {
+      closes |= place == origin;
+      if (!met.insert(place).second) return;
+      for (const Line& next : nodes_.at(place).lines) {
+        if (next.held) steps.push_back({place, next, i});
+      }
+    });
+    if (!closes) continue;
+    std::vector<std::pair<U32, Line>> circle;
+    for (std::size_t at = i; at != 0; at = steps[at].from)
+      circle.emplace_back(steps[at].place, steps[at].line);
+    circle.emplace_back(origin, line);
+    std::reverse(circle.begin(), circle.end());
+    return circle;
+  }
+  return {};
 }
 
 /// Holds back the lines that close circles, and no others any more. Prefixes for which that is a change are

@@ -142,6 +142,7 @@ void Mroutes::dropUnchanged() {
 /// them before they are indexed.
 void Mroutes::swapLines() {
   for (Staged& s : staged_) std::swap(nodes_.at(s.place).lines, s.other);
+  swapped_ = !swapped_;
 }
 
 void Mroutes::swapNames() {
@@ -171,16 +172,17 @@ void Mroutes::noteHeld(const Node& node) {
 
 void Mroutes::keep() {
   std::vector<Lumo::Prefix> gone;
-  forEachStaged([&](Node& node) {
-    node.staged = 0;
+  forEachStaged([&](const Node& node) {
     if (holdsChange_) noteHeld(node);
     if (node.lines.empty()) gone.push_back(node.prefix);
   });
+  forEachStaged([](Node& node) { node.staged = 0; });  // from here on it needs no memory
   for (const Lumo::Prefix& prefix : gone) nodes_.erase(*nodes_.find(prefix));
   staged_.clear();
   new_.clear();
   stagedNames_.clear();
   order_.clear();
+  swapped_ = false;
   entered_ = false;
   holdsChange_ = false;
 }
@@ -197,6 +199,21 @@ void Mroutes::rollBack() {
   }
   for (const U32 place : new_) nodes_.at(place).lines.clear();
   keep();
+}
+
+void Mroutes::tellBefore(Transaction& into) const {
+  for (const Node& node : nodes_.values()) {
+    if (node.staged == isNew) continue;
+    const bool isAfter = node.staged != 0 && !swapped_;
+    for (const Line& line : isAfter ? staged_[node.staged - 1].other : node.lines)
+      into.mroute(mrouteOf(node.prefix, line));
+  }
+}
+
+Mroute Mroutes::mrouteOf(const Lumo::Prefix& prefix, const Line& line) const {
+  Mroute m{prefix, Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)), line.preference, line.origin};
+  if (line.byName) m.rpf = name(line.rpf).text;
+  return m;
 }
 
 }  // namespace mrib

@@ -7,9 +7,15 @@ namespace mrib {
 SettleResult Agent::Impl::settle() {
   if (busy) return {generation, {}};
   const Busy guard(busy);
-  std::unique_ptr<EngineRun> present = std::exchange(run, freshRun());
+  std::unique_ptr<EngineRun> present;
   SettleResult result;
-  publishAll(result.changes);
+  try {
+    present = std::exchange(run, freshRun());
+    publishAll(result.changes);
+  } catch (...) {
+    failed(result.changes, nullptr);
+    throw;
+  }
   // One that is published alike may yet be made up of interfaces that are no more.
   if (result.changes.empty() && !mayDiffer) run = std::move(present);
   mayDiffer = false;

@@ -125,6 +125,13 @@ void Transaction::route(const Net& prefix, RouteType type, U8 preference, std::s
   routes_.push_back({v4(prefix), type, preference, true, first, kept});
 }
 
+void Transaction::routeAgain(const Lumo::Prefix& prefix, RouteType type, U8 preference,
+                             std::span<const NextHop> hops) {
+  routes_.push_back(
+      {prefix, type, preference, true, static_cast<U32>(hops_.size()), static_cast<U32>(hops.size())});
+  hops_.insert(hops_.end(), hops.begin(), hops.end());
+}
+
 void Transaction::routeDel(const Net& prefix) {
   if (isPrefix(prefix, "route")) routes_.push_back({v4(prefix), RouteType::unknown, 0, false, 0, 0});
 }

@@ -28,6 +28,11 @@ std::optional<Unicast::Copy> Unicast::copied(const Lumo::Prefix& prefix) const {
   return Copy{entry->preference, hopsOf(*entry)};
 }
 
+void Unicast::tell(const Lumo::Prefix& prefix, Transaction& into) const {
+  const Entry* entry = routes_.find(prefix);
+  if (entry) into.routeAgain(prefix, entry->type, entry->preference, hopsOf(*entry));
+}
+
 // ---- What a transaction changes ----
 
 std::vector<Unicast::Move> Unicast::plan(const Transaction& t, const std::set<U32>& replacedLinks) const {

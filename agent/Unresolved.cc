@@ -83,10 +83,8 @@ std::vector<Line> sortedLines(const Mroutes& config, const Mroutes::Node& node) 
   return lines;
 }
 
-Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& line) {
-  Mroute m{prefix, Lumo::IpGenAddr(Lumo::IpAddr::fromHost(line.rpf)), line.preference, line.origin};
-  if (line.byName) m.rpf = config.name(line.rpf).text;
-  return m;
+bool isSame(const Mroute& a, const Mroute& b) {
+  return a.preference == b.preference && a.rpf == b.rpf;
 }
 
 }  // namespace
@@ -94,7 +92,7 @@ Mroute mrouteOf(const Mroutes& config, const Lumo::Prefix& prefix, const Line& l
 std::vector<Mroute> Agent::Impl::mroutes() const {
   std::vector<Mroute> all;
   for (const Mroutes::Node* node : sortedNodes(config)) {
-    for (const Line& line : sortedLines(config, *node)) all.push_back(mrouteOf(config, node->prefix, line));
+    for (const Line& line : sortedLines(config, *node)) all.push_back(config.mrouteOf(node->prefix, line));
   }
   return all;
 }
@@ -114,7 +112,7 @@ const Route* Agent::Impl::configured(const Mroutes::Node& node) const {
 Unresolved Agent::Impl::faultOf(const Lumo::Prefix& prefix, const Line& line, const Probe& probed,
                                 const Route* installed) const {
   const Link* down = line.byName ? linkOf(line) : nullptr;
-  Unresolved u{mrouteOf(config, prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
+  Unresolved u{config.mrouteOf(prefix, line), reasonOf(probed.verdict), probed.hop, probed.lpm.v4Prefix()};
   u.installed = installed ? installed->preference : U8{0};
   u.anotherResolves = u.installed == line.preference;
   u.linkIsDown = down && !(down->up && down->carrier);
@@ -140,7 +138,7 @@ std::optional<Unresolved> Agent::Impl::unresolvedOf(const Lumo::Prefix& prefix, 
 
 Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& line,
                                      const Route* installed) const {
-  Resolution r{mrouteOf(config, prefix, line), {}, {}, {}, {}, false};
+  Resolution r{config.mrouteOf(prefix, line), {}, {}, {}, {}, false};
   const auto rpf = rpfOf(config, line);
   const Probe probed = probe(prefix, line);
   if (rpf && probed.verdict != Verdict::noAddress) r.address = probed.hop;
@@ -158,6 +156,19 @@ Resolution Agent::Impl::resolutionOf(const Lumo::Prefix& prefix, const Line& lin
   r.nextHops.assign(hops.data(), hops.data() + hops.size());
   r.inForce = installed && installed->preference == line.preference;
   return r;
+}
+
+std::vector<Mroute> Agent::Impl::circle(const Mroute& heldBack) const {
+  std::vector<Mroute> circle;
+  const Mroutes::Node* node = config.find({heldBack.prefix.address.v4Addr(), heldBack.prefix.length});
+  if (!node) return circle;
+  for (const Line& line : node->lines) {
+    if (!line.held || !isSame(config.mrouteOf(node->prefix, line), heldBack)) continue;
+    for (const auto& [place, each] : config.circleOf(*node, line)) {
+      circle.push_back(config.mrouteOf(config.all()[place].prefix, each));
+    }
+  }
+  return circle;
 }
 
 const Link* Agent::Impl::linkOf(const Line& line) const {

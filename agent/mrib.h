@@ -73,8 +73,8 @@ enum mrib_code {
   MRIB_ERROR_STATE = -3, /* no transaction is open, or one is already */
   MRIB_ERROR_REFUSED = -4, /* the transaction, as a whole; there may be several texts */
   MRIB_ERROR_BUSY = -5,    /* not from inside a callback */
-  MRIB_ERROR_MEMORY = -6,  /* there is none left */
-  MRIB_ERROR_BROKEN = -7   /* a commit or a settling has failed half way: this agent can only be freed */
+  MRIB_ERROR_MEMORY = -6,  /* there is none left; nothing has changed, and it may be tried again */
+  MRIB_ERROR_BROKEN = -7   /* a fault of this library; nothing has changed */
 };
 
 /* ---- Values ---- */

@@ -1,9 +1,10 @@
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 
 #include "Server.h"
+#include "Target.h"
 
+using fuzz::must;
 using namespace host;
 using namespace host::control;
 
@@ -12,10 +13,6 @@ using namespace host::control;
 // stay within their limits, and clients that half ask or do not read are gone in the end. Aborts when not.
 
 namespace {
-
-void must(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// Says `left` things, now and then nothing.
 class Countdown : public Stream {
@@ -49,7 +46,7 @@ class Methods : public Handler {
 
 class Run {
  public:
-  Run(const std::uint8_t* data, std::size_t size) : input_(reinterpret_cast<const char*>(data), size) {}
+  explicit Run(fuzz::Bytes input) : input_(fuzz::textOf(input)) {}
 
   void all() {
     while (input_.size() >= 2) step();
@@ -110,9 +107,6 @@ class Run {
   Nanos now_ = 0;
 };
 
-}  // namespace
+const fuzz::Target target("control", [](fuzz::Bytes bytes) { Run(bytes).all(); });
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Run(data, size).all();
-  return 0;
-}
+}  // namespace

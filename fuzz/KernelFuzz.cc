@@ -1,10 +1,12 @@
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 
 #include "Message.h"
 #include "Mirror.h"
+#include "MulticastCache.h"
+#include "Target.h"
 
+using fuzz::must;
 using namespace host;
 using namespace host::kernel;
 
@@ -13,10 +15,6 @@ using namespace host::kernel;
 // nothing, the mirror must come to rest with nothing. Aborts when it does not.
 
 namespace {
-
-void must(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// Takes the input as steps of a head of three bytes (what, how long) and a datagram.
 class Run {
@@ -41,6 +39,7 @@ class Run {
     const U8 what = input_[0];
     const Bytes bytes = datagram();
     now_ += milliseconds(what >> 3);
+    forwarding(bytes);
     switch (what & 7) {
       case 0:
       case 1:
@@ -56,6 +55,13 @@ class Run {
         return;
       default:
         mirror_.takeChanges(what >> 3);
+    }
+  }
+  static void forwarding(Bytes bytes) {
+    MulticastState state;
+    try {
+      parseMulticast(bytes, state);
+    } catch (const MalformedBytes&) {
     }
   }
   /// The input can hardly know the sequence number of a request.
@@ -94,9 +100,6 @@ class Run {
   Mirror mirror_{Mirror::Settings(), 0};
 };
 
-}  // namespace
+const fuzz::Target target("kernel", [](fuzz::Bytes bytes) { Run(bytes).all(); });
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Run({data, size}).all();
-  return 0;
-}
+}  // namespace

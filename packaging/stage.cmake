@@ -26,6 +26,10 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   if(EXISTS ${root}/usr/share/zsh/site-functions) # where zsh looks in /usr/local; in /usr it is another place
     file(RENAME ${root}/usr/share/zsh/site-functions ${root}/usr/share/zsh/vendor-completions)
   endif()
+  if(EXISTS ${root}/usr/share/doc/mrib/examples/mrib.rt_protos) # where ip(8) looks, whatever the prefix
+    file(MAKE_DIRECTORY ${root}/etc/iproute2/rt_protos.d)
+    file(RENAME ${root}/usr/share/doc/mrib/examples/mrib.rt_protos ${root}/etc/iproute2/rt_protos.d/mrib.conf)
+  endif()
   file(GLOB compressed ${root}/usr/share/man/man*/* ${root}/usr/share/doc/*/changelog*)
   execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
   execute_process(COMMAND find ${root} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +

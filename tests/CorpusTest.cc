@@ -5,23 +5,26 @@
 #include <iterator>
 #include <random>
 
-// What the fuzzer of this program's part has found interesting, and some random bytes.
+#include "../fuzz/Target.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+// What the fuzzers of this program's targets have found interesting, and some random bytes.
 
 TEST(Corpus, IsReadWithoutFault) {
-  int files = 0;
-  for (const auto& file : std::filesystem::directory_iterator(MRIB_CORPUS)) {
-    std::ifstream in(file.path(), std::ios::binary);
-    const std::vector<char> bytes(std::istreambuf_iterator<char>(in), {});
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-    ++files;
-  }
-  EXPECT_GT(files, 0);
-  std::mt19937 random(1);
-  for (int run = 0; run < 200; ++run) {
-    std::vector<std::uint8_t> bytes(random() % 400);
-    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  for (const fuzz::Target& target : fuzz::Target::all()) {
+    int files = 0;
+    for (const auto& file :
+         std::filesystem::directory_iterator(std::filesystem::path(MRIB_CORPUS) / target.name)) {
+      std::ifstream in(file.path(), std::ios::binary);
+      const std::vector<char> bytes(std::istreambuf_iterator<char>(in), {});
+      target.run({reinterpret_cast<const U8*>(bytes.data()), bytes.size()});
+      ++files;
+    }
+    EXPECT_GT(files, 0) << target.name;
+    std::mt19937 random(1);
+    for (int run = 0; run < 200; ++run) {
+      std::vector<U8> bytes(random() % 400);
+      for (U8& byte : bytes) byte = static_cast<U8>(random());
+      target.run(bytes);
+    }
   }
 }

@@ -14,6 +14,12 @@ class Agent::Impl {
  public:
   explicit Impl(const Options& options);
 
+  /// Whether a commit or a settling has failed half way, for want of memory: what is published stands as it
+  /// was before, and nothing else is to be relied on.
+  bool isHalf() const { return !run && !busy; }
+  /// An agent that is told all that this one was told before it failed, with what is published by this one.
+  std::unique_ptr<Impl> madeAnew();
+
   // Commit.cc
   CommitResult commit(const Transaction& t);
   // Settle.cc
@@ -22,6 +28,7 @@ class Agent::Impl {
   std::vector<Mroute> mroutes() const;
   std::vector<Unresolved> unresolved() const;
   std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   Options options;
   Interfaces interfaces;
@@ -43,7 +50,7 @@ class Agent::Impl {
   bool telling = false;
 
  private:
-  /// While it lives, a commit or a settling is under way.
+  /// While it lives, a commit or a settling is under way, or listeners are told.
   class Busy {
    public:
     explicit Busy(bool& busy) : busy_(busy) { busy_ = true; }
@@ -54,13 +61,18 @@ class Agent::Impl {
    private:
     bool& busy_;
   };
-  /// A transaction on its way.
+  /// A transaction on its way, and what it takes the place of, to which the configuration adds its own.
   struct Plan {
     const Transaction& t;
     Interfaces::Staged links;
-    std::vector<Unicast::Move> moves;
+    std::vector<Unicast::Move> moves{};
+    Transaction before{};
+    bool begun = false;  // all of that is there, and the inputs are being changed
   };
 
+  void carryOut(Plan& plan, CommitResult& result);
+  void failed(std::vector<Change>& changes, std::unique_ptr<Plan> plan);
+  Transaction toldBefore() const;
   std::vector<Refusal> stage(Plan& plan);
   void stageNames(const Interfaces::Staged& links);
   bool isRebuild(const Plan& plan) const;
@@ -73,6 +85,7 @@ class Agent::Impl {
   void publishTouched(std::vector<Change>& changes);
   void publishAll(std::vector<Change>& changes);
   void publish(const Lumo::Prefix& prefix, const EngineRun::EngineRoute* now, std::vector<Change>& changes);
+  void unpublish(std::vector<Change>& changes);
   void tell(const Update& update);
 
   // Unresolved.cc
@@ -92,6 +105,7 @@ class Agent::Impl {
   bool isRight(const Lumo::Prefix& prefix);
   bool isRightOnce(const Lumo::Prefix& prefix);
 
+  std::unique_ptr<Plan> halfDone_;  // the commit that failed, if it was one
   std::vector<EngineRun::Offer> offers_;
   std::vector<Routing::Fib::Via> vias_;
   std::vector<U32> judged_;  // by place in the configuration: the round in which it was

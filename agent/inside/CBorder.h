@@ -35,7 +35,6 @@ struct mrib_agent {
   Pending pending;    // the open one
   Pending committed;  // the last one that was committed: another may be opened while listeners hear of it
   bool open = false;
-  bool broken = false;
   U32 callbacks = 0;                  // that are under way
   std::vector<mrib::Change> changes;  // of the last commit or settling
   mrib_changes handedOut{};           // the same
@@ -60,12 +59,9 @@ int caught(const char* function, F f) noexcept {
     return failCaught(function);
   }
 }
-/// Whether an agent can be worked with; if not, the code of what is wrong.
+/// Whether there is an agent; if not, the code of that.
 inline int check(const char* function, const mrib_agent* agent) noexcept {
-  if (!agent) return failNull(function, "agent");
-  if (agent->broken)
-    return fail(MRIB_ERROR_BROKEN, "%s: the agent is broken and can only be freed", function);
-  return MRIB_OK;
+  return agent ? int{MRIB_OK} : failNull(function, "agent");
 }
 template <class F>
 int with(const char* function, const mrib_agent* agent, F f) noexcept {

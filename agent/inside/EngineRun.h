@@ -43,12 +43,19 @@ class EngineRun {
   /// Every prefix of the MRIB that something was written to since `forgetTouched`, once or more often.
   const std::vector<Lumo::Prefix>& touched() const { return touched_; }
   void forgetTouched() { touched_.clear(); }
+  /// Whether there was memory for all of them.
+  bool allHeard() const { return allHeard_; }
   /// Whether touched prefixes are collected.
   void listenIs(bool listen);
 
  private:
-  void hear(const Lumo::Prefix& prefix) {
-    if (touched_.empty() || touched_.back() != prefix) touched_.push_back(prefix);
+  /// Throws nothing: the one who writes does not reckon with it.
+  void hear(const Lumo::Prefix& prefix) noexcept {
+    try {
+      if (touched_.empty() || touched_.back() != prefix) touched_.push_back(prefix);
+    } catch (const std::bad_alloc&) {
+      allHeard_ = false;
+    }
   }
   class Twin;
 
@@ -57,6 +64,7 @@ class EngineRun {
   Zan::Ptr<Routing::Multicast::Rib::MribSm> mribSm_;
   Zan::Ptr<Routing::TrieGen const> trie_;
   std::vector<Lumo::Prefix> touched_;
+  bool allHeard_ = true;
   Zan::Tap<Lumo::Prefix> tap_ = Zan::Tap<Lumo::Prefix>::to<&EngineRun::hear>(this);
 };
 

@@ -44,6 +44,8 @@ class Interfaces {
   const Intf* find(U32 index) const;
   const Intf* find(const std::string& name) const;
   const std::map<U32, Intf>& all() const { return intfs_; }
+  /// Says to a transaction what is known of an interface.
+  static void tell(U32 index, const Intf& intf, Transaction& into);
 
   const Zan::Ptr<Interface::AllIntfStatusDir>& directory() const { return directory_; }
   const Zan::Ptr<Routing::Multicast::Rib::InterfaceInfo>& info() const { return info_; }

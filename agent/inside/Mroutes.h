@@ -79,6 +79,9 @@ class Mroutes {
   std::size_t changedCount() const { return staged_.size() + new_.size(); }
   void keep();
   void rollBack();
+  /// Says to a transaction what was configured before anything was staged, also where memory has run out in
+  /// the midst of all this.
+  void tellBefore(Transaction& into) const;
 
   // ---- Queries ----
   const Node* find(const Lumo::Prefix& prefix) const { return nodes_.find(prefix); }
@@ -86,10 +89,14 @@ class Mroutes {
   U32 size() const { return nodes_.size(); }
   U32 placeOf(const Node& node) const { return nodes_.placeOf(node); }
   const Name& name(U32 id) const { return names_[id]; }
+  Mroute mrouteOf(const Lumo::Prefix& prefix, const Line& line) const;
   /// The address that a line resolves by, if there is one.
   std::optional<Lumo::IpAddr> addressOf(const Line& line) const {
     return line.byName ? names_[line.rpf].address : Lumo::IpAddr::fromHost(line.rpf);
   }
+  /// The shortest circle on which a line of a prefix lies that is held back: it and those that it leads on
+  /// to, each with the place of its prefix. Empty for other lines.
+  std::vector<std::pair<U32, Line>> circleOf(const Node& start, const Line& line) const;
   /// All prefixes, those first through which others could resolve. Valid until something is staged.
   std::vector<const Node*> inOrder();
   /// Calls `f(address, prefix)` for the prefixes with a line that resolves by an address in `range`, by
@@ -182,6 +189,7 @@ class Mroutes {
   std::vector<Staged> staged_;
   std::vector<U32> new_;                           // the places of staged prefixes that were not configured
   std::vector<std::pair<U32, Name>> stagedNames_;  // in place of those with these numbers
+  bool swapped_ = false;                           // the staged prefixes have the lines before
   bool entered_ = false;                           // the staged lines are in force
   bool holdsChange_ = false;                       // the lines that are held back may be others than before
   std::vector<U32> order_;  // in which the check has met prefixes: all, or those that change and a few more

@@ -42,8 +42,8 @@ class PrefixTable {
   /// Adds a value under a key that is not there.
   T& insert(T value) {
     if ((values_.size() + 1) * 2 > index_.size()) grow(values_.size() + 1);
-    enter(value.key().hash(), size());
     values_.push_back(std::move(value));
+    enter(values_.back().key().hash(), size() - 1);
     return values_.back();
   }
   /// The value under a key; one that is not there is made, without its key, and the second is true.
@@ -55,8 +55,9 @@ class PrefixTable {
       if ((index_[i] ^ h) >> 32 == 0 && values_[placeIn(i)].key() == key)
         return {&values_[placeIn(i)], false};
     }
-    index_[i] = entry(h, size());
-    return {&values_.emplace_back(), true};
+    values_.emplace_back();
+    index_[i] = entry(h, size() - 1);
+    return {&values_.back(), true};
   }
   void erase(const T& value) {
     const U32 place = placeOf(value);

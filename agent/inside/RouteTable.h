@@ -34,13 +34,19 @@ class RouteTable {
   [[gnu::always_inline]] void prefetchMatch(Lumo::IpAddr address) const {
     prefetch({address, commonLength_});
   }
+  /// The length of the longest match of an address, or -1. Slower than a trie that knows it.
+  int matchLength(Lumo::IpAddr address) const {
+    int length = Lumo::Prefix::maxLength;
+    while (length >= 0 && !find({address, static_cast<U32>(length)})) --length;
+    return length;
+  }
   /// Adds a route under a prefix that is not there. It gets a type, which is not `unknown`, before anything
   /// else is done here.
   Route& insert(const Lumo::Prefix& prefix) {
     if (room() == size()) grow(size() + 1 + size() / 2);
+    order_.push_back(0);
     ++lengths_[prefix.length()];
     if (lengths_[prefix.length()] > lengths_[commonLength_]) commonLength_ = prefix.length();
-    order_.push_back(0);
     Route& slot = slots_[take(prefix, size() - 1)];
     slot.prefix = prefix;
     return slot;
@@ -82,8 +88,8 @@ class RouteTable {
 inline void RouteTable::grow(std::size_t count) {
   const std::size_t slots = (count / 3 + 2) * 4;
   LargeVector<Route> old(slots);
+  places_.assign(slots, 0);  // before anything else has changed: there may be no memory
   old.swap(slots_);
-  places_.assign(slots, 0);
   for (U32 place = 0; place < size(); ++place) {
     Route& route = old[order_[place]];
     slots_[take(route.prefix, place)] = std::move(route);

@@ -44,6 +44,14 @@ class Unicast {
   /// The connected route with a next hop under this prefix, which the MRIB copies.
   std::optional<Copy> copied(const Lumo::Prefix& prefix) const;
   U32 size() const { return routes_.size(); }
+  /// Says to a transaction what is known of a prefix, or of all for which `isMeant` holds.
+  void tell(const Lumo::Prefix& prefix, Transaction& into) const;
+  template <class F>
+  void tellAll(F isMeant, Transaction& into) const {
+    for (const Entry& entry : routes_.values()) {
+      if (isMeant(entry.prefix)) tell(entry.prefix, into);
+    }
+  }
 
   const Zan::Ptr<Routing::Shadow::Status>& shadow() const { return shadow_; }
 

@@ -89,6 +89,11 @@ struct Resolution {
 /// Owns the engine with all of its inputs and outputs. Has no loop, no thread and no I/O; all calls come from
 /// one thread at a time.
 ///
+/// Memory may run out anywhere. Then a commit or a settling throws (std::bad_alloc, or what the shared-memory
+/// tables throw), and nothing has changed: `rpf`, `route` and `routes` answer as before at once, all else
+/// makes the agent anew first, from what it had been told before, and throws as long as there is no memory
+/// for that.
+///
 /// The right answer, whatever happened before: the route of a configured prefix has, at its lowest preference
 /// with an RPF that resolves, the next hops of all RPFs that resolve there, each through the longest match
 /// among connected routes and configured routes that have next hops. Nothing resolves through itself, through
@@ -150,6 +155,9 @@ class ZAN_EXPORT Agent {
   /// What each configured route of this very prefix comes to, by preference and RPF. A look-up in the trie
   /// for each.
   std::vector<Resolution> resolutions(const Lumo::Prefix& prefix) const;
+  /// For a configured route that is held back: the shortest circle that it lies on, beginning with itself.
+  /// Each could resolve through the prefix of the next, the last through that of the first. Empty for others.
+  std::vector<Mroute> circle(const Mroute& heldBack) const;
 
   /// Calls `listener` after every commit that was applied and every settling that healed, in order, also when
   /// no route changed. It may subscribe and unsubscribe (itself too), and ask everything; it may not commit,
@@ -163,7 +171,9 @@ class ZAN_EXPORT Agent {
 
  private:
   class Impl;
-  std::unique_ptr<Impl> impl_;
+  Impl& whole() const;
+
+  mutable std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace mrib

@@ -67,7 +67,6 @@ class Few {
   }
   void clear() { size_ = 0; }
   void assign(const T* first, const T* last) {
-    clear();
     const auto count = static_cast<U32>(last - first);
     if (count > room()) grow(count);
     std::copy(first, last, begin());

@@ -89,6 +89,10 @@ class ZAN_EXPORT Transaction {
   const std::vector<std::string>& names() const { return names_; }
 
  private:
+  friend class Unicast;
+
+  /// Adds a route that was taken before: it needs no check.
+  void routeAgain(const Lumo::Prefix& prefix, RouteType type, U8 preference, std::span<const NextHop> hops);
   void refuse(std::string text, U64 origin = 0);
   bool isLink(U32 index, const char* what);
   bool isAddress(const Lumo::IpGenAddr& address, const std::string& what, U64 origin = 0);

@@ -4,9 +4,22 @@
 
 namespace host {
 
-Nanos monotonicNow() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+namespace {
+
+template <class Clock>
+Nanos read() {
+  const auto now = Clock::now().time_since_epoch();
   return static_cast<Nanos>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+}  // namespace
+
+Nanos monotonicNow() {
+  return read<std::chrono::steady_clock>();
+}
+
+Nanos wallNow() {
+  return read<std::chrono::system_clock>();
 }
 
 }  // namespace host

@@ -14,7 +14,8 @@ constexpr Nanos seconds(U64 n) {
   return n * 1'000'000'000;
 }
 
-/// The clock of this machine. Only programs read it.
+/// The clocks of this machine; that on the wall since 1970. Only programs read them.
 Nanos monotonicNow();
+Nanos wallNow();
 
 }  // namespace host

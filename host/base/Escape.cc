@@ -25,11 +25,11 @@ std::size_t sequenceLength(std::string_view s) {
 }
 
 /// Whether a sequence of three bytes turns writing round, hides something or ends a line: U+200B to 200F,
-/// 2028 to 202E, 2060 to 206F, FEFF.
+/// 2028 to 202E, 2060 to 206F, FEFF; or is no character at all, as XML has it: U+FFFE and FFFF.
 bool deceives(std::string_view s) {
   const auto second = static_cast<unsigned char>(s[1]);
   const auto third = static_cast<unsigned char>(s[2]);
-  if (s[0] == '\xEF') return second == 0xBB && third == 0xBF;
+  if (s[0] == '\xEF') return (second == 0xBB && third == 0xBF) || (second == 0xBF && third >= 0xBE);
   if (s[0] != '\xE2') return false;
   if (second == 0x81) return third >= 0xA0 && third <= 0xAF;
   return second == 0x80 && ((third >= 0x8B && third <= 0x8F) || (third >= 0xA8 && third <= 0xAE));
@@ -43,9 +43,8 @@ bool isControl(std::string_view s, std::size_t n) {
   return n == 3 && deceives(s);
 }
 
-}  // namespace
-
-std::string escaped(std::string_view text) {
+/// `marked` get a backslash.
+std::string escapedBut(std::string_view text, std::string_view marked) {
   std::string out;
   while (!text.empty()) {
     const char c = text.front();
@@ -54,12 +53,22 @@ std::string escaped(std::string_view text) {
       out += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
       n = 1;
     } else {
-      if (c == '"' || c == '\\') out += '\\';
+      if (marked.find(c) != marked.npos) out += '\\';
       out += text.substr(0, n);
     }
     text.remove_prefix(n);
   }
   return out;
+}
+
+}  // namespace
+
+std::string escaped(std::string_view text) {
+  return escapedBut(text, "\"\\");
+}
+
+std::string harmless(std::string_view sentence) {
+  return escapedBut(sentence, "");
 }
 
 std::string jsonText(std::string_view text) {

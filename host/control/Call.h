@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "Zan/Types.h"
+#include "Clock.h"
 
 /// The control protocol: Varlink (varlink.org), of which this layer knows everything but the methods.
 namespace host::control {
@@ -35,6 +35,8 @@ class Stream {
   virtual ~Stream() = default;
   /// The next reply, if there is one by now. After one that does not continue it is not asked again.
   virtual std::optional<Reply> next() = 0;
+  /// When to ask again at the latest: 0 for at once, ~0 for when something else has happened.
+  virtual Nanos due() const { return ~Nanos{0}; }
 };
 
 using Answer = std::variant<Reply, std::unique_ptr<Stream>>;

@@ -86,7 +86,7 @@ void Connection::note(const Limits& limits, Nanos now) {
 
 Nanos Connection::deadline(const Limits& limits, Nanos now) const {
   if (!idle_) return now;
-  Nanos at = ~Nanos{0};
+  Nanos at = stream_ && hasRoom(limits) ? stream_->due() : ~Nanos{0};
   if (unread_) at = std::min(at, *unread_ + limits.reading);
   if (unfinished_) at = std::min(at, *unfinished_ + limits.finishing);
   return at;

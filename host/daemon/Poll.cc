@@ -23,13 +23,20 @@ Poll::~Poll() {
 }
 
 void Poll::want(int events) {
-  if (std::exchange(wanted_, events) == events) return;
-  if (events == 0) {
+  if (std::exchange(wanted_, events) != events) watch();
+}
+
+/// The loop stops watching a descriptor in error, but an error need not be the end: that of a netlink socket
+/// says that messages were lost, and more will come.
+void Poll::watch() {
+  if (wanted_ == 0) {
     uv_poll_stop(handle_);
     return;
   }
-  uv_poll_start(handle_, events, [](uv_poll_t* handle, int status, int ready) {
-    static_cast<Poll*>(handle->data)->callback_(status < 0 ? 0 : ready);
+  uv_poll_start(handle_, wanted_, [](uv_poll_t* handle, int status, int ready) {
+    Poll& self = *static_cast<Poll*>(handle->data);
+    if (status < 0) self.watch();
+    self.callback_(status < 0 ? 0 : ready);
   });
 }
 

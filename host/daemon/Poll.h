@@ -9,7 +9,8 @@ namespace host::daemon {
 /// Watches a descriptor by a loop; not after its destruction. The callback must not destroy it.
 class Poll {
  public:
-  /// With UV_READABLE and so on, or 0 when the descriptor is in error.
+  /// With UV_READABLE and so on, or 0 when the descriptor is in error, which is watched on until its owner
+  /// says otherwise.
   using Callback = std::function<void(int events)>;
 
   /// Throws Error.
@@ -22,6 +23,8 @@ class Poll {
   void want(int events);
 
  private:
+  void watch();
+
   uv_poll_t* handle_;  // of the loop, until that has closed it
   Callback callback_;
   int wanted_ = 0;

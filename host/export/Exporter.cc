@@ -17,16 +17,24 @@ using Lumo::Prefix;
 
 namespace {
 
+constexpr U8 mostRepeats = 2;  // soon, and after a rest
+
 /// The same ways; how they were made known to the kernel, and whether they are in use, does not matter.
 bool sameWays(const std::vector<Hop>& a, const std::vector<Hop>& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](const Hop& x, const Hop& y) { return x.gateway == y.gateway && x.link == y.link; });
 }
 
+void addOther(std::vector<Route>& others, Route route) {
+  for (Hop& hop : route.hops) hop.flags = 0;
+  others.push_back(std::move(route));
+}
+
 }  // namespace
 
 std::string_view nameOf(Exporter::Why why) {
-  constexpr std::array<std::string_view, 5> names{"none", "changed", "leftover", "putRight", "retried"};
+  constexpr std::array<std::string_view, 6> names{"none",     "changed", "leftover",
+                                                  "putRight", "retried", "repeated"};
   return names[static_cast<std::size_t>(why)];
 }
 
@@ -48,8 +56,11 @@ void Exporter::want(const Prefix& prefix, Wanted wanted) {
 
 void Exporter::check(const Prefix& prefix) {
   const auto known = entries_.find(prefix);
-  if (known != entries_.end()) return enqueue(prefix, known->second);
-  if (!find(prefix, {}).routes.empty()) enqueue(prefix, entries_[prefix]);
+  Found found = find(prefix, {});
+  if (known == entries_.end() && found.routes.empty()) return;
+  Entry& entry = known == entries_.end() ? entries_[prefix] : known->second;
+  noteOthers(entry, std::move(found.others));
+  enqueue(prefix, entry);
 }
 
 void Exporter::begin() {
@@ -67,13 +78,19 @@ void Exporter::enqueue(const Prefix& prefix, Entry& entry) {
   if (!std::exchange(entry.queued, true) && !entry.resting) queue_.push_back(prefix);
 }
 
-/// Those that were asked for while they rested are queued now; those that are no more are forgotten.
+/// Those that were asked for while they rested are queued now; those that are no more are forgotten. What is
+/// only to be repeated need not rest as long as what has changed.
 void Exporter::wake(Nanos now) {
-  for (; !resting_.empty() && resting_.front().first <= now; resting_.pop_front()) {
-    const Prefix& prefix = resting_.front().second;
+  for (; !resting_.empty() && resting_.begin()->first <= now; resting_.erase(resting_.begin())) {
+    const Prefix prefix = resting_.begin()->second;
     Entry& entry = entries_[prefix];
+    const Nanos rested = entry.writtenAt + rest;
+    if (entry.changed && now < rested) {
+      resting_.emplace(rested, prefix);
+      continue;
+    }
     entry.resting = false;
-    if (entry.queued || !entry.wanted.isRoute()) {
+    if (entry.queued || entry.repeats > 0 || !entry.wanted.isRoute()) {
       entry.queued = true;
       queue_.push_back(prefix);
     }
@@ -82,7 +99,7 @@ void Exporter::wake(Nanos now) {
 
 Nanos Exporter::due() const {
   if (begun_ && !queue_.empty()) return 0;
-  return resting_.empty() ? retryAt_ : std::min(retryAt_, resting_.front().first);
+  return resting_.empty() ? retryAt_ : std::min(retryAt_, resting_.begin()->first);
 }
 
 // ---- What is to be written ----
@@ -109,36 +126,41 @@ Exporter::Batch Exporter::next(Nanos now, std::size_t limit) {
 /// A route that may have gone with its link is added, not deleted first: if it is there, that fails and
 /// nothing was missing. Over a link that is down, the next news is of something else that is wanted.
 void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos now) {
-  const Found found = find(prefix, entry.wanted);
+  Found found = find(prefix, entry.wanted);
+  noteOthers(entry, std::move(found.others));
   rightIs(entry, found.right && found.certain && entry.wanted.isRoute());
-  if (found.right && found.certain) {
+  const bool again = isToBeAgain(entry);
+  if (found.right && found.certain && !again) {
     entry.probed = entry.changed = false;
     refusalIs(prefix, entry, {});
     if (!entry.wanted.isRoute() && entry.wanted.fault.empty()) entries_.erase(prefix);
     return;
   }
-  if (found.right && (entry.probed || !canStand(entry.wanted))) return;
-  entry.probed = found.right;
-  if (!found.right) {
+  if (found.right && ((entry.probed && !again) || !canStand(entry.wanted))) return;
+  entry.changed &= !found.right;
+  entry.probed = found.right && !again;
+  if (!entry.probed) {
     for (const Route& route : found.routes) batch.push_back({false, route});
   }
   if (entry.wanted.isRoute()) batch.push_back({true, routeFor(prefix, entry.wanted)});
-  wrote(prefix, entry, now);
+  wrote(prefix, entry, found, now);
 }
 
-void Exporter::wrote(const Prefix& prefix, Entry& entry, Nanos now) {
+void Exporter::wrote(const Prefix& prefix, Entry& entry, const Found& before, Nanos now) {
   entry.why = reasonOf(entry);
   entry.writtenAt = now;
-  entry.changed = false;
+  entry.changed = entry.crossed = false;
   ++counters_.written;
   counters_.putRight += entry.why == Why::putRight;
+  noteRepeats(entry, before, now);
   entry.resting = true;
-  resting_.push_back({now + rest, prefix});
+  resting_.emplace_hint(resting_.end(), now + (entry.repeats == mostRepeats ? doubt : rest), prefix);
 }
 
 Exporter::Why Exporter::reasonOf(const Entry& entry) const {
   if (leftovers_ > 0 && !entry.wanted.isRoute()) return Why::leftover;
   if (entry.changed) return Why::changed;
+  if (entry.repeats > 0 && !entry.crossed) return Why::repeated;
   return entry.refused ? Why::retried : Why::putRight;
 }
 
@@ -173,6 +195,9 @@ Exporter::Batch Exporter::withdrawal() const {
     batch.push_back({false, route});
     batch.back().route.table = table_.settings().table;
   });
+  for (const auto& [prefix, entry] : entries_) {  // the mirror may not have heard of the last of them
+    if (entry.wanted.isRoute()) batch.push_back({false, routeFor(prefix, entry.wanted)});
+  }
   return batch;
 }
 
@@ -184,7 +209,7 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
   std::size_t certain = 0;
   std::size_t rightOnes[2] = {0, 0};
   table_.routes(Lumo::ipv4()).forEachOf(prefix, [&](const Route& route, bool isCertain) {
-    if (route.protocol != protocol) return;
+    if (route.protocol != protocol) return addOther(found.others, route);
     found.routes.push_back(route);
     found.routes.back().table = table_.settings().table;
     certain += isCertain;
@@ -203,6 +228,38 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
 bool Exporter::isRight(const Route& route, const Wanted& wanted) const {
   return route.type == wanted.type && route.metric == metric && route.tos == 0 && route.nextHop == 0 &&
          (route.rest == 0 || route.hops.size() > 1) && sameWays(route.hops, wanted.hops);
+}
+
+void Exporter::noteOthers(Entry& entry, std::vector<Route> others) {
+  entry.crossed |= others != entry.others;
+  entry.others = std::move(others);
+}
+
+/// One of our own metric would keep ours from being added again.
+bool Exporter::isToBeAgain(const Entry& entry) const {
+  if (readers_ != Readers::follow || !entry.wanted.isRoute()) return false;
+  return (entry.crossed || entry.repeats > 0) &&
+         std::none_of(entry.others.begin(), entry.others.end(),
+                      [](const Route& other) { return other.metric == metric && other.tos == 0; });
+}
+
+void Exporter::noteRepeats(Entry& entry, const Found& before, Nanos now) const {
+  if (entry.repeats > 0) {
+    --entry.repeats;
+  } else if (readers_ == Readers::follow && entry.wanted.isRoute() &&
+             (haveChanged(entry.wanted.hops, now) ||
+              std::any_of(before.routes.begin(), before.routes.end(),
+                          [&](const Route& route) { return haveChanged(route.hops, now); }))) {
+    entry.repeats = mostRepeats;
+  }
+}
+
+/// The links.
+bool Exporter::haveChanged(const std::vector<Hop>& hops, Nanos now) const {
+  return std::any_of(hops.begin(), hops.end(), [&](const Hop& hop) {
+    const auto change = linkChanges_.find(hop.link);
+    return change != linkChanges_.end() && now < change->second + news;
+  });
 }
 
 bool Exporter::canStand(const Wanted& wanted) const {

@@ -74,9 +74,15 @@ void WantedRoutes::addHop(const IpGenAddr& gateway, U32 link, Wanted& wanted) co
   if (std::find(wanted.hops.begin(), wanted.hops.end(), hop) == wanted.hops.end()) wanted.hops.push_back(hop);
 }
 
+/// By an address of the router's: by a route alone it is to the kernel, and not to daemons that read the
+/// table.
 bool WantedRoutes::isOnLink(const IpGenAddr& gateway, U32 link) const {
+  bool isInSubnet = false;
+  router_.mirror().topology().forEachIpv4Of(link, [&](const kernel::Address& a) {
+    isInSubnet |= Prefix(a.peer.v4Addr(), a.length).contains(gateway.v4Addr());
+  });
   const kernel::Answer& answer = router_.mirror().answer(router_.mirror().longestMatch(gateway));
-  return answer.kind == kernel::Answer::Kind::attached &&
+  return isInSubnet && answer.kind == kernel::Answer::Kind::attached &&
          std::any_of(answer.hops.begin(), answer.hops.end(), [&](const Hop& h) { return h.link == link; });
 }
 

@@ -41,6 +41,7 @@ struct UserRule {
   U32 user = 0;
   U32 table = 0;
   U8 protocol = 0;
+  friend bool operator==(const UserRule&, const UserRule&) = default;
 };
 
 /// What changes a kernel's routes.
@@ -51,6 +52,8 @@ class Writer {
   virtual std::vector<RouteFault> write(std::span<const RouteOp> ops) = 0;
   /// Adds or deletes a rule. What is so already is no fault; otherwise its text.
   virtual std::string rule(const UserRule& rule, bool add) = 0;
+  /// Those that there are, by whoever adds rules of this protocol.
+  virtual std::vector<UserRule> rules(U8 protocol) = 0;
 };
 
 /// How a kernel is reached.

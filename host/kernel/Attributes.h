@@ -1,5 +1,8 @@
 #pragma once
 
+#include <linux/netlink.h>
+
+#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -58,6 +61,20 @@ void forAttributes(Bytes bytes, F each) {
     }
     each(static_cast<U16>(header.type & typeMask), rest.first(header.length - sizeof header));
     bytes = bytes.subspan(std::min<std::size_t>((header.length + 3u) & ~3u, bytes.size()));
+  }
+}
+
+/// Calls `each(header, body)` for every message of a datagram, which must consist of messages.
+template <class F>
+void forMessages(Bytes datagram, F each) {
+  while (!datagram.empty()) {
+    Bytes rest = datagram;
+    const auto header = take<nlmsghdr>(rest, "message");
+    if (header.nlmsg_len < sizeof header || header.nlmsg_len > datagram.size()) {
+      throw MalformedBytes("message: wrong length");
+    }
+    each(header, rest.first(header.nlmsg_len - sizeof header));
+    datagram = datagram.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), datagram.size()));
   }
 }
 

@@ -20,6 +20,10 @@ class Interned {
     ++entries_[it->second - 1].holders;
     return it->second;
   }
+  /// Once more one that is held.
+  void holdAgain(U32 number) {
+    if (number != 0) ++entries_[number - 1].holders;
+  }
   void drop(U32 number) {
     if (number == 0 || --entries_[number - 1].holders > 0) return;
     numbers_.erase(numbers_.find(*entries_[number - 1].value));

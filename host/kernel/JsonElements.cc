@@ -42,6 +42,13 @@ U32 JsonObject::numberOr(const char* key, U32 absent, U32 least, U32 most) const
   return has(key) ? number(key, least, most) : absent;
 }
 
+U64 JsonObject::count(const char* key) const {
+  const auto it = value_.find(key);
+  if (it == value_.end()) return 0;
+  if (!it->is_number_unsigned()) refuse(key, "a number that counts");
+  return it->get<U64>();
+}
+
 std::string JsonObject::text(const char* key) const {
   const auto it = value_.find(key);
   if (it == value_.end() || !it->is_string()) refuse(key, "a text");

@@ -19,6 +19,7 @@ class JsonObject {
   bool empty() const { return value_.empty(); }
   U32 number(const char* key, U32 least, U32 most) const;
   U32 numberOr(const char* key, U32 absent, U32 least, U32 most) const;
+  U64 count(const char* key) const;  ///< 0 when absent
   std::string text(const char* key) const;
   std::string textOr(const char* key, const char* absent) const;
   bool flag(const char* key) const;  ///< false when absent, here and below: none

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "Names.h"
 #include "Zan/Hash.h"
 
 namespace host::kernel {
@@ -42,18 +43,20 @@ U32 hashOf(U32 seed, U16 type, Bytes payload) {
   return static_cast<U32>(hash) | 1;
 }
 
-/// Of a VRF device its table; 0 for any other kind.
-U32 vrfTable(Bytes linkInfo) {
+/// The kind of a link, and of a VRF device its table.
+void takeLinkInfo(Link& link, Bytes linkInfo) {
   bool isVrf = false;
-  U32 table = 0;
   forAttributes(linkInfo, [&](U16 type, Bytes payload) {
-    if (type == IFLA_INFO_KIND) isVrf = text(payload, "link kind") == "vrf";
+    if (type == IFLA_INFO_KIND) {
+      const std::string kind = text(payload, "link kind");
+      isVrf = kind == "vrf";
+      link.follows = followsOf(kind);
+    }
     if (type != IFLA_INFO_DATA || !isVrf) return;
     forAttributes(payload, [&](U16 inner, Bytes value) {
-      if (inner == IFLA_VRF_TABLE) table = number<U32>(value, "VRF table");
+      if (inner == IFLA_VRF_TABLE) link.vrfTable = number<U32>(value, "VRF table");
     });
   });
-  return table;
 }
 
 /// Bridges report their ports as links of a family of their own, wireless drivers report scans: neither says
@@ -66,15 +69,19 @@ std::optional<Link> parseLink(Bytes body) {
   const auto info = take<ifinfomsg>(body, "link");
   Link link;
   bool wireless = false;
+  bool isLowerElsewhere = false;  // in another namespace, where indices are others
   link.index = static_cast<U32>(info.ifi_index);
   link.up = (info.ifi_flags & IFF_UP) != 0;
   link.lowerUp = link.up && (info.ifi_flags & IFF_LOWER_UP) != 0;
   link.running = link.up && (info.ifi_flags & IFF_RUNNING) != 0;
+  link.loopback = (info.ifi_flags & IFF_LOOPBACK) != 0;
   forAttributes(body, [&](U16 type, Bytes payload) {
     if (type == IFLA_IFNAME) link.name = text(payload, "link name");
     if (type == IFLA_OPERSTATE) link.operState = number<U8>(payload, "operational state");
     if (type == IFLA_MASTER) link.master = number<U32>(payload, "master");
-    if (type == IFLA_LINKINFO) link.vrfTable = vrfTable(payload);
+    if (type == IFLA_LINKINFO) takeLinkInfo(link, payload);
+    if (type == IFLA_LINK) link.lower = number<U32>(payload, "lower link");
+    if (type == IFLA_LINK_NETNSID) isLowerElsewhere = true;
     if (type == IFLA_WIRELESS) wireless = true;
     if (type == IFLA_PROP_LIST) {
       forAttributes(payload, [&](U16 inner, Bytes name) {
@@ -83,6 +90,7 @@ std::optional<Link> parseLink(Bytes body) {
     }
   });
   if (isAside(info, wireless)) return std::nullopt;
+  if (link.follows == Link::Follows::nothing || isLowerElsewhere) link.lower = 0;
   if (info.ifi_index <= 0 || link.name.empty()) throw MalformedBytes("link: without index or name");
   return link;
 }
@@ -98,6 +106,7 @@ std::optional<Address> parseAddress(Bytes body) {
   forAttributes(body, [&](U16 type, Bytes payload) {
     if (type == IFA_LOCAL) result.local = address(payload, "local address");
     if (type == IFA_ADDRESS) result.peer = address(payload, "address");
+    if (type == IFA_RT_PRIORITY) result.metric = number<U32>(payload, "metric of an address");
     if (type == IFA_FLAGS) flags = number<U32>(payload, "address flags");
   });
   // IPv6 gives the local address only beside a peer.
@@ -109,6 +118,7 @@ std::optional<Address> parseAddress(Bytes body) {
     throw MalformedBytes("address: family, link or length");
   }
   result.secondary = info.ifa_family == AF_INET && (flags & IFA_F_SECONDARY) != 0;
+  result.noPrefixRoute = (flags & IFA_F_NOPREFIXROUTE) != 0;
   result.tentative = (flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) != 0 && (flags & IFA_F_OPTIMISTIC) == 0;
   return result;
 }
@@ -200,9 +210,8 @@ std::optional<Route> parseRoute(Bytes body) {
     if (type == RTA_PRIORITY) route.metric = number<U32>(payload, "metric");
     if (type == RTA_OIF) hop.link = number<U32>(payload, "link");
     if (type == RTA_NH_ID) route.nextHop = number<U32>(payload, "next-hop id");
-    if (type == RTA_PREFSRC || type == RTA_METRICS || type == RTA_FLOW) {
-      route.rest ^= hashOf(0, type, payload);
-    }
+    if (type == RTA_PREFSRC) route.source = address(payload, "preferred source");
+    if (type == RTA_METRICS || type == RTA_FLOW) route.rest ^= hashOf(0, type, payload);
     if (type == RTA_MULTIPATH) {
       multipath = true;
       route.hops = parseMultipath(payload, weights);
@@ -259,24 +268,14 @@ void parseBody(Event& event, U16 type, Bytes body, const EventSink& sink) {
   }
 }
 
-/// One message off the front of the datagram.
-void parseMessage(Bytes& datagram, const EventSink& sink) {
-  Bytes rest = datagram;
-  const auto header = take<nlmsghdr>(rest, "message");
-  if (header.nlmsg_len < sizeof header || header.nlmsg_len > datagram.size()) {
-    throw MalformedBytes("message: wrong length");
-  }
-  Event event{header.nlmsg_seq, header.nlmsg_flags, {}};
-  const Bytes body = rest.first(header.nlmsg_len - sizeof header);
-  datagram = datagram.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), datagram.size()));
-  parseBody(event, header.nlmsg_type, body, sink);
-}
-
 }  // namespace
 
 void parseMessages(Bytes datagram, const EventSink& sink) {
   try {
-    while (!datagram.empty()) parseMessage(datagram, sink);
+    forMessages(datagram, [&](const nlmsghdr& header, Bytes body) {
+      Event event{header.nlmsg_seq, header.nlmsg_flags, {}};
+      parseBody(event, header.nlmsg_type, body, sink);
+    });
   } catch (const MalformedBytes& fault) {
     sink(Event{0, 0, Malformed{fault.what()}});
   }

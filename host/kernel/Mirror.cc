@@ -90,6 +90,9 @@ void Mirror::nextHopGone() {
 // Events
 
 void Mirror::tell(LinkChange& change, U16, Nanos now) {
+  const auto* known = topology_.links.find(change.link.index);
+  const Link* before = known ? &known->value.link : nullptr;
+  if (change.gone ? before != nullptr : !before || *before != change.link) news_.link(before, change);
   if (!change.gone) {
     put(std::move(change.link), now, false);
   } else if (topology_.links.erase(change.link.index)) {
@@ -101,8 +104,11 @@ void Mirror::tell(LinkChange& change, U16, Nanos now) {
 void Mirror::tell(AddressChange& change, U16, Nanos now) {
   if (!change.gone) {
     const bool isFirst = !topology_.hasIpv4(change.address.link);
-    if (put(change.address, false) && isFirst) dirty(Reason::addressNew, now);
+    if (!put(change.address, false)) return;
+    news_.address(change, topology_);
+    if (isFirst) dirty(Reason::addressNew, now);
   } else if (topology_.addresses.erase(Topology::keyOf(change.address))) {
+    news_.address(change, topology_);
     addressGone(change.address.link);
     dirty(Reason::addressGone, now);
   }
@@ -110,8 +116,9 @@ void Mirror::tell(AddressChange& change, U16, Nanos now) {
 
 void Mirror::tell(NextHopChange& change, U16, Nanos now) {
   if (!change.gone) {
-    put(change.nextHop, false);
+    if (put(change.nextHop, false)) news_.nextHop(change);
   } else if (topology_.nextHops.erase(change.nextHop.id)) {
+    news_.nextHop(change);
     nextHopGone();
     dirty(Reason::nextHopGone, now);
   }
@@ -136,6 +143,7 @@ void Mirror::keepOwnPart(Route& route) const {
 void Mirror::tell(RouteChange& change, U16 flags, Nanos now) {
   if (!isOurs(change.route)) return;
   keepOwnPart(change.route);
+  news_.route(change, topology_);
   const bool fits = tableOf(change.route).change(change.route, flags, change.gone, epoch_);
   if (!fits && synced_) dirty(Reason::mismatch, now);
 }
@@ -190,6 +198,12 @@ Mirror::Changes Mirror::takeChanges(std::size_t limit) {
   changes.complete = done4 && done6;
   changes.named = anyNamed && !v4_.hasNamed() && !v6_.hasNamed();
   return changes;
+}
+
+News Mirror::takeNews() {
+  const U64 healed = counters().healed;
+  news_.healed(healed - std::exchange(healedTold_, healed));
+  return std::exchange(news_, {});
 }
 
 Mirror::Counters Mirror::counters() const {

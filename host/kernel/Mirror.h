@@ -1,8 +1,10 @@
 #pragma once
 
 #include <set>
+#include <utility>
 
 #include "Event.h"
+#include "News.h"
 #include "RouteTable.h"
 #include "Schedule.h"
 #include "Topology.h"
@@ -70,6 +72,9 @@ class Mirror {
   /// Looks at up to `limit` prefixes. Cost: a look-up or two each.
   Changes takeChanges(std::size_t limit = ~std::size_t{0});
 
+  /// What has been told since it was last taken, whether it changes an answer or not.
+  News takeNews();
+
   /// The links that the next changes are about: whoever knows what depends on them can hurry it.
   const std::set<U32>& changedLinks() const { return changes_.links; }
   /// Takes a prefix before those that only may have changed.
@@ -129,6 +134,8 @@ class Mirror {
   bool ownMayDiffer_ = false;
   bool knowsNextHops_ = true;
   Changes changes_;
+  News news_;
+  U64 healedTold_ = 0;
 
   Epoch epoch_ = 1;
   Phase phase_ = Phase::idle;

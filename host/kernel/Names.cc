@@ -108,6 +108,13 @@ std::optional<U8> operStateNumber(std::string_view name) {
   return byte(find(operStates, name));
 }
 
+Link::Follows followsOf(std::string_view kind) {
+  constexpr std::string_view carriers[] = {"veth", "macvlan", "macvtap", "ipvlan", "ipvtap", "macsec"};
+  if (kind == "vlan") return Link::Follows::state;
+  const bool isOne = std::find(std::begin(carriers), std::end(carriers), kind) != std::end(carriers);
+  return isOne ? Link::Follows::carrier : Link::Follows::nothing;
+}
+
 std::optional<U32> tableNumber(std::string_view name) {
   const auto known = find(tables, name);
   return known ? known : findOnMachine("rt_tables", name);

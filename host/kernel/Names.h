@@ -17,6 +17,8 @@ std::optional<U8> scopeNumber(std::string_view name);
 std::optional<U8> tosNumber(std::string_view name);
 std::optional<RouteType> routeTypeNumber(std::string_view name);
 std::optional<U8> operStateNumber(std::string_view name);
+/// What a link of a kind, as IFLA_INFO_KIND and `ip` call it, does with the one below it.
+Link::Follows followsOf(std::string_view kind);
 /// A table by number or by name: local, main, default, or one of this machine's /etc/iproute2/rt_tables.
 std::optional<U32> tableNumber(std::string_view name);
 

@@ -79,12 +79,24 @@ void NetlinkSocket::subscribe() {
 }
 
 bool NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
+  return send(requestTypes[static_cast<std::size_t>(dump)], sequence,
+       [&](nlmsghdr* request) { addHeader(request, dump, table); });
+}
+
+bool NetlinkSocket::request(U16 type, Bytes header, U32 sequence) {
+  return send(type, sequence, [&](nlmsghdr* request) {
+    std::memcpy(mnl_nlmsg_put_extra_header(request, header.size()), header.data(), header.size());
+  });
+}
+
+template <class AddBody>
+bool NetlinkSocket::send(U16 type, U32 sequence, AddBody addBody) {
   alignas(nlmsghdr) std::array<char, 128> buffer{};
   nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
-  request->nlmsg_type = requestTypes[static_cast<std::size_t>(dump)];
+  request->nlmsg_type = type;
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   request->nlmsg_seq = sequence;
-  addHeader(request, dump, table);
+  addBody(request);
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return true;
   if (!isPassing(errno)) failed("request");
   return false;

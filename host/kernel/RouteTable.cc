@@ -43,7 +43,8 @@ U32 RouteTable::record(const Route& route, Epoch epoch) {
   }
   records_[number] = {
       none,       hops_.hold(route.hops), route.metric, route.nextHop, route.rest, epoch, route.tos,
-      route.type, route.protocol,         route.scope,  false};
+      route.type, route.protocol,         route.scope,  false,         0};
+  records_[number].source = sources_.hold(route.source) & 0x7FFFFFFF;
   ++routes_;
   return number;
 }
@@ -51,6 +52,7 @@ U32 RouteTable::record(const Route& route, Epoch epoch) {
 void RouteTable::release(U32 number) {
   if (!records_[number].own) --routes_;
   hops_.drop(records_[number].hops);
+  sources_.drop(records_[number].source);
   freeRecords_.push_back(number);
 }
 
@@ -64,6 +66,7 @@ Route RouteTable::routeOf(const Node& node, const Record& r) const {
   route.scope = r.scope;
   route.nextHop = r.nextHop;
   route.rest = r.rest;
+  route.source = sources_[r.source];
   route.hops = hops_[r.hops];
   return route;
 }

@@ -82,6 +82,17 @@ class RouteTable {
       if (!records_[at].own) each(routeOf(nodes_[node], records_[at]), isCertain(records_[at]));
     }
   }
+  /// Calls `each(prefix)` for every prefix with a route of which `wanted(nextHop, hops)` is true.
+  template <class Wanted, class F>
+  void forEachPrefix(Wanted wanted, F each) const {
+    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+      U32 at = nodes_[i].first;
+      while (at != none && (records_[at].own || !wanted(records_[at].nextHop, hops_[records_[at].hops]))) {
+        at = records_[at].next;
+      }
+      if (at != none) each(nodes_[i].prefix);
+    }
+  }
   /// Calls `each(prefix, answer)` for every prefix that has an answer.
   template <class F>
   void forEachAnswer(F each) const {
@@ -105,7 +116,8 @@ class RouteTable {
     RouteType type;
     U8 protocol;
     U8 scope;
-    bool own;  // an address of the router, not a route
+    U32 own : 1;  // an address of the router, not a route
+    U32 source : 31;
   };
   struct Node {
     IpGenPrefix prefix;  // empty: free
@@ -169,6 +181,10 @@ class RouteTable {
   List freeRecords_;
   PrefixIndex index_;
   Interned<std::vector<Hop>, HopsHash> hops_;
+  struct AddressHash {
+    std::size_t operator()(const IpGenAddr& a) const { return a.hash(); }
+  };
+  Interned<IpGenAddr, AddressHash> sources_;
   Interned<Answer, AnswerHash> answers_;
   std::array<U32, 129> answersOfLength_{};
   std::vector<U32> waiting_;      // nodes to consider

@@ -39,16 +39,15 @@ bool isV6(const Route& route) {
 bool RouteTable::isSame(const Record& r, const Route& route) const {
   return !r.own && r.tos == route.tos && r.metric == route.metric && r.type == route.type &&
          r.protocol == route.protocol && r.scope == route.scope && r.nextHop == route.nextHop &&
-         r.rest == route.rest && sameHops(hops_[r.hops], route.hops);
+         r.rest == route.rest && sources_[r.source] == route.source && sameHops(hops_[r.hops], route.hops);
 }
 
 /// Where the routes with the same TOS and metric lie: higher TOS first, then lower metrics.
 RouteTable::Rank RouteTable::rankOf(const List& list, const Route& route) const {
-  const auto key = [](U8 tos, U32 metric) { return U64{0xFFu - tos} << 32 | metric; };
   const auto before = [&](U32 n, U64 k) {
-    return records_[n].own || key(records_[n].tos, records_[n].metric) < k;
+    return records_[n].own || host::kernel::rankOf(records_[n].tos, records_[n].metric) < k;
   };
-  const U64 k = key(route.tos, route.metric);
+  const U64 k = host::kernel::rankOf(route.tos, route.metric);
   const auto first = std::partition_point(list.begin(), list.end(), [&](U32 n) { return before(n, k); });
   const auto end = std::partition_point(first, list.end(), [&](U32 n) { return before(n, k + 1); });
   const auto same = std::find_if(first, end, [&](U32 n) { return isSame(records_[n], route); });
@@ -180,7 +179,7 @@ void RouteTable::own(const IpGenPrefix& address, U32 link) {
     route.hops.push_back({IpGenAddr(), link, 0});
     route.protocol = protocolKernel;
     const U32 number = record(route, 0);
-    records_[number].own = true;
+    records_[number].own = 1;
     --routes_;
     list.insert(list.begin(), number);
   }

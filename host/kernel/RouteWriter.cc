@@ -84,6 +84,21 @@ std::string textOf(S32 error, Bytes attributes) {
   return said.empty() ? system : system + ": " + said;
 }
 
+std::optional<UserRule> userRule(Bytes body) {
+  UserRule rule;
+  bool ofUser = false;
+  take<fib_rule_hdr>(body, "rule");
+  forAttributes(body, [&](U16 type, Bytes payload) {
+    if (type == FRA_TABLE) rule.table = number<U32>(payload, "table of a rule");
+    if (type == FRA_PROTOCOL) rule.protocol = number<U8>(payload, "protocol of a rule");
+    if (type != FRA_UID_RANGE) return;
+    const auto range = number<fib_rule_uid_range>(payload, "users of a rule");
+    ofUser = range.start == range.end;
+    rule.user = range.start;
+  });
+  return ofUser ? std::optional(rule) : std::nullopt;
+}
+
 }  // namespace
 
 void RouteWriter::Close::operator()(mnl_socket* socket) const {
@@ -144,7 +159,8 @@ int RouteWriter::send(std::size_t count) {
 }
 
 /// All are there. Those for which there was no room are not known; the table's mirror will tell.
-void RouteWriter::readAnswers(std::size_t first, std::vector<RouteFault>& faults) {
+template <class F>
+void RouteWriter::forAnswers(F each) {
   for (;;) {
     const ssize_t size = mnl_socket_recvfrom(socket_.get(), answers_.data(), answers_.size());
     if (size < 0 && errno == EAGAIN) return;
@@ -156,12 +172,36 @@ void RouteWriter::readAnswers(std::size_t first, std::vector<RouteFault>& faults
       if (header.nlmsg_len < sizeof header || header.nlmsg_len > rest.size()) break;
       body = body.first(header.nlmsg_len - sizeof header);
       rest = rest.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), rest.size()));
-      if (header.nlmsg_type != NLMSG_ERROR) continue;
-      const auto error = take<nlmsgerr>(body, "answer");
-      if (error.error == 0) continue;
-      faults.push_back({first + (header.nlmsg_seq - sequence_), -error.error, textOf(-error.error, body)});
+      each(header, body);
     }
   }
+}
+
+void RouteWriter::readAnswers(std::size_t first, std::vector<RouteFault>& faults) {
+  forAnswers([&](const nlmsghdr& header, Bytes body) {
+    if (header.nlmsg_type != NLMSG_ERROR) return;
+    const auto error = take<nlmsgerr>(body, "answer");
+    if (error.error == 0) return;
+    faults.push_back({first + (header.nlmsg_seq - sequence_), -error.error, textOf(-error.error, body)});
+  });
+}
+
+std::vector<UserRule> RouteWriter::rules(U8 protocol) {
+  nlmsghdr* request = mnl_nlmsg_put_header(requests_.data());
+  request->nlmsg_type = RTM_GETRULE;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = sequence_++;
+  fib_rule_hdr header{};
+  header.family = AF_INET;
+  putHeader(request, header);
+  if (send(request->nlmsg_len) != 0) return {};
+  std::vector<UserRule> found;
+  forAnswers([&](const nlmsghdr& answer, Bytes body) {
+    if (answer.nlmsg_type != RTM_NEWRULE) return;
+    const auto rule = userRule(body);
+    if (rule && rule->protocol == protocol) found.push_back(*rule);
+  });
+  return found;
 }
 
 std::string RouteWriter::rule(const UserRule& rule, bool add) {

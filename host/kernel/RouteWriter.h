@@ -17,12 +17,15 @@ class RouteWriter : public Writer {
   /// Some system calls in all.
   std::vector<RouteFault> write(std::span<const RouteOp> ops) override;
   std::string rule(const UserRule& rule, bool add) override;
+  std::vector<UserRule> rules(U8 protocol) override;
 
  private:
   struct Close {
     void operator()(mnl_socket* socket) const;
   };
   int send(std::size_t count);
+  template <class F>
+  void forAnswers(F each);
   void readAnswers(std::size_t first, std::vector<RouteFault>& faults);
 
   std::unique_ptr<mnl_socket, Close> socket_;

@@ -123,17 +123,21 @@ Link SavedReader::linkOf(const JsonObject& element) {
   link.up = contains(flags, "UP");
   link.lowerUp = link.up && contains(flags, "LOWER_UP");
   link.running = link.up && !contains(flags, "NO-CARRIER");
+  link.loopback = contains(flags, "LOOPBACK");
   link.operState = named(element, "operstate", "UNKNOWN", operStateNumber, "an operational state");
   link.alternativeNames = element.texts("altnames");
-  if (const auto info = element.object("linkinfo"); info && info->textOr("info_kind", "") == "vrf") {
-    if (const auto data = info->object("info_data")) link.vrfTable = data->numberOr("table", 0, 0, most32);
+  if (const auto info = element.object("linkinfo")) {
+    const std::string kind = info->textOr("info_kind", "");
+    const auto data = info->object("info_data");
+    if (kind == "vrf" && data) link.vrfTable = data->numberOr("table", 0, 0, most32);
+    link.follows = followsOf(kind);
   }
   if (!linkByIndex_.emplace(link.index, link.name).second) element.refuse("ifindex", "an index of its own");
   if (!linkByName_.emplace(link.name, link.index).second) element.refuse("ifname", "a name of its own");
   return link;
 }
 
-/// A master may stand behind its links, so the file is read once more for them.
+/// A master or a lower link may stand behind its links, so the file is read once more for them.
 void SavedReader::readLinks() {
   std::vector<Link> links;
   forElements(path("link.json"), [&](const JsonObject& element) { links.push_back(linkOf(element)); });
@@ -142,6 +146,8 @@ void SavedReader::readLinks() {
     if (at == links.size()) element.refuse("the file changes while it is read");
     Link& link = links[at++];
     if (element.has("master")) link.master = linkNamed(element, "master");
+    const bool hasLower = link.follows != Link::Follows::nothing && element.has("link");
+    if (hasLower) link.lower = linkNamed(element, "link");
   });
   for (Link& link : links) give(LinkChange{std::move(link), false});
 }
@@ -172,6 +178,8 @@ Address SavedReader::addressOf(const JsonObject& info) const {
   address.length = static_cast<U8>(info.number("prefixlen", 0, v4 ? 32 : 128));
   address.scope = named(info, "scope", "global", scopeNumber, "a scope");
   address.secondary = v4 && info.flag("secondary");
+  address.noPrefixRoute = info.flag("noprefixroute");
+  address.metric = info.numberOr("metric", 0, 0, most32);
   address.tentative = (info.flag("tentative") || info.flag("dadfailed")) && !info.flag("optimistic");
   return address;
 }
@@ -246,6 +254,7 @@ void SavedReader::readRoute(const JsonObject& element, bool v6, bool fileOfV6) {
   route.protocol = protocolNumber(element.textOr("protocol", "boot")).value_or(RTPROT_UNSPEC);
   route.metric = element.numberOr("metric", 0, 0, most32);
   route.nextHop = element.numberOr("nhid", 0, 1, most32);
+  if (element.has("prefsrc")) route.source = addressIn(element, "prefsrc");
   route.hops = hopsOf(element);
   if (v6) std::sort(route.hops.begin(), route.hops.end());
   const bool needsHop = route.type == RouteType::unicast && route.hops.empty();

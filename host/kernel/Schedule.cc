@@ -42,7 +42,7 @@ void Schedule::ended(Nanos now) {
   runningForCause_ = false;
   lastDuration_ = now - startedAt_;
   const Nanos least = std::min(settings_.interval, lastDuration_ * smallShare);
-  earliest_ = startedAt_ + std::max(lastDuration_ * largeShare, least);
+  earliest_ = std::min(startedAt_ + std::max(lastDuration_ * largeShare, least), now + settings_.rest);
   auditAt_ = now + settings_.audit;
 }
 

@@ -31,13 +31,16 @@ std::string_view nameOf(Reason reason);
 ///
 /// Changes come in bursts, so a reading waits for 50 ms after the first. Readings of a small table may follow
 /// each other at once; those of a large one must not take more than a fifth of the time, and never start
-/// within a second of each other unless they are worth less than a twentieth of it.
+/// within a second of each other unless they are worth less than a twentieth of it. A kernel that is busy
+/// with itself (it takes down ten thousand links) lets a reading take long that is little work, so there is
+/// an end to the pause.
 class Schedule {
  public:
   struct Settings {
     Nanos coalesce = milliseconds(50);
     Nanos interval = seconds(1);
     Nanos audit = seconds(60);
+    Nanos rest = seconds(10);  ///< at most, after a reading that took long
   };
 
   explicit Schedule(const Settings& settings) : settings_(settings) {}

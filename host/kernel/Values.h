@@ -15,6 +15,13 @@ using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
 
 struct Link {
+  /// What becomes of a link when the one below it goes down.
+  enum class Follows : U8 {
+    nothing,
+    state,   ///< it goes down, too, and comes up again with it (VLAN)
+    carrier  ///< it loses its carrier (macvlan, the other end of a veth pair)
+  };
+
   U32 index = 0;
   std::string name;
   std::vector<std::string> alternativeNames;
@@ -24,6 +31,9 @@ struct Link {
   U8 operState = 0;      ///< IF_OPER_*
   U32 master = 0;        ///< index of the bridge, bond or VRF it belongs to, or 0
   U32 vrfTable = 0;      ///< the table of a VRF device; 0 for every other link
+  U32 lower = 0;         ///< index of the link that it follows, or 0
+  Follows follows = Follows::nothing;
+  bool loopback = false;
   friend bool operator==(const Link&, const Link&) = default;
 };
 
@@ -34,7 +44,9 @@ struct Address {
   U8 length = 0;   ///< of the subnet, or of the peer's prefix
   U8 scope = 0;
   bool secondary = false;
-  bool tentative = false;  ///< IPv6, not the router's own until duplicate detection is through
+  bool noPrefixRoute = false;  ///< the kernel makes no connected route of it
+  U32 metric = 0;              ///< of its connected route
+  bool tentative = false;      ///< IPv6, not the router's own until duplicate detection is through
   friend bool operator==(const Address&, const Address&) = default;
 };
 
@@ -77,14 +89,20 @@ struct Route {
   U32 metric = 0;
   U8 tos = 0;
   RouteType type = RouteType::unicast;
-  U8 protocol = 0;  ///< RTPROT_*
-  U8 scope = 0;     ///< RT_SCOPE_*
-  U32 nextHop = 0;  ///< identifier of a next-hop object, or 0
-  /// A hash of what tells routes to one prefix apart but matters to nobody here (preferred source, metrics,
-  /// weights). 0 where it is not known, as in files.
+  U8 protocol = 0;   ///< RTPROT_*
+  U8 scope = 0;      ///< RT_SCOPE_*
+  U32 nextHop = 0;   ///< identifier of a next-hop object, or 0
+  IpGenAddr source;  ///< that the router prefers on it; the route goes with that address. Empty: any
+  /// A hash of what tells routes to one prefix apart but matters to nobody here (metrics, weights). 0 where
+  /// it is not known, as in files.
   U32 rest = 0;
   std::vector<Hop> hops;  ///< with a next-hop object: what the kernel says it stands for, if it does
   friend bool operator==(const Route&, const Route&) = default;
 };
+
+/// Routes to one prefix are tried in this order: those for a TOS first, then by metric.
+constexpr U64 rankOf(U8 tos, U32 metric) {
+  return U64{0xFFu - tos} << 32 | metric;
+}
 
 }  // namespace host::kernel

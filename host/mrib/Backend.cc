@@ -10,9 +10,12 @@
 #include "ConfigReader.h"
 #include "Escape.h"
 #include "LiveMirror.h"
+#include "LiveReversePath.h"
 #include "RibService.h"
 #include "Sample.h"
 #include "Saved.h"
+#include "SavedReversePath.h"
+#include "StandardErrors.h"
 
 namespace host {
 
@@ -51,22 +54,28 @@ class Once : public OwnReading {
     if (options.from.empty()) {
       live_ = std::make_unique<kernel::LiveMirror>(settingsFor(options), monotonicNow());
       readAll(*live_);
+      cache_ = std::make_unique<kernel::LiveMulticastCache>();
+      kernel_ = std::make_unique<kernel::LiveReversePath>(live_->mirror());
     } else {
       saved_ = std::make_unique<kernel::Mirror>(settingsFor(options), 0);
       readSaved(options.from, *saved_);
+      cache_ = std::make_unique<kernel::SavedMulticastCache>(options.from, *saved_);
+      kernel_ = std::make_unique<kernel::SavedReversePath>(options.from, *saved_);
     }
     prepare();
     router_ = std::make_unique<Router>(mirror(), monotonicNow);
-    while (router_->turn(monotonicNow()) <= monotonicNow()) {
-    }
+    router_->conclude(monotonicNow());
     if (options.configuration) configure(*options.configuration);
     if (!options.config.empty()) configure(readConfiguration(options.config));
     if (options.sample && options.config.empty()) takeSample();
-    if (router_->agent().mayDiffer()) router_->agent().settle();
+    router_->conclude(monotonicNow());
     if (!options.config.empty()) source_ += ", configuration " + escaped(options.config);
     configurator_ = std::make_unique<Configurator>(*router_, options.config, monotonicNow);
-    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow,
-                                            RibService::Setting{name(), monotonicNow()});
+    RibService::Setting setting{name(), monotonicNow()};
+    if (live_) setting.linkSwitch = kernel::isSwitchedOn;
+    setting.kernel = kernel_.get();
+    setting.cache = cache_.get();
+    service_ = std::make_unique<RibService>(*router_, configurator_.get(), monotonicNow, std::move(setting));
   }
 
   ~Once() override;
@@ -92,7 +101,7 @@ class Once : public OwnReading {
     for (;;) {
       const auto reply = stream.next();
       if (reply && (!each(parse(*reply)) || !reply->continues)) return;
-      if (!reply && !wait()) return;
+      if (!reply && !wait(stream.due())) return;
     }
   }
 
@@ -118,18 +127,20 @@ class Once : public OwnReading {
 
   control::Answer ask(const std::string& method, const Json& parameters, bool more) {
     const control::Peer self{0, true};
-    return std::move(service_->call(method, parameters, more, self).value());
+    auto answer = service_->call(method, parameters, more, self);
+    return answer ? std::move(*answer) : control::methodNotFound(method);
   }
   static Json parse(const control::Reply& reply) {
     if (!reply.error.empty())
       throw control::RemoteError(reply.error, nlohmann::json::parse(reply.parameters));
     return Json::parse(reply.parameters);
   }
-  /// Until the kernel has changed. False when it cannot.
-  bool wait() {
-    if (!live_) return false;
+  /// Until a time has come or the kernel has changed. False when it cannot.
+  bool wait(Nanos due) {
     const Nanos now = monotonicNow();
-    const Nanos until = std::min(live_->turn(now), router_->turn(now));
+    if (due <= now) return true;
+    if (!live_) return false;
+    const Nanos until = std::min({due, live_->turn(now), router_->turn(now)});
     if (until <= now) return true;
     pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
     const auto patience = static_cast<int>(std::min<Nanos>((until - now) / milliseconds(1) + 1, 60000));
@@ -140,6 +151,8 @@ class Once : public OwnReading {
   std::string source_;
   std::unique_ptr<kernel::LiveMirror> live_;
   std::unique_ptr<kernel::Mirror> saved_;
+  std::unique_ptr<kernel::ReversePath> kernel_;
+  std::unique_ptr<kernel::MulticastCache> cache_;
   std::unique_ptr<Router> router_;
   std::unique_ptr<Configurator> configurator_;
   std::unique_ptr<RibService> service_;

@@ -26,8 +26,9 @@ std::string inFull(const std::string& word, const std::vector<std::string>& name
 /// As messages list them.
 const std::vector<std::string>& commandNames() {
   static const std::vector<std::string> names{
-      "route", "rpf",    "unicast",   "unresolved",     "status",       "monitor",
-      "watch", "reload", "configure", "running-config", "check-config", "inspect"};
+      "route",   "rpf",       "unicast",        "unresolved",   "status",  "monitor", "watch",
+      "reload",  "configure", "running-config", "check-config", "explain", "check",   "metrics",
+      "inspect", "what-if",   "history",        "graph",        "report"};
   return names;
 }
 

@@ -7,7 +7,7 @@
 
 namespace host {
 
-enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, stale = 5 };
+enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, notTakenIn = 4, stale = 5 };
 
 /// What the user asks for.
 struct Request {
@@ -18,6 +18,12 @@ struct Request {
   bool unresolved = false;  ///< with the routes
   bool waiting = false;
   std::string type;
+  std::string format;    ///< of a picture; empty: what the file's name says
+  std::string output;    ///< a file; empty or -: standard output
+  U32 most = 0;          ///< nodes of a picture; 0: as many as are readable
+  std::string incoming;  ///< interface
+  double interval = 1;   ///< seconds between two readings
+  bool follow = false;
   bool dryRun = false;
   bool save = false;
   bool notes = false;
@@ -30,6 +36,10 @@ struct Request {
   std::string config;
   std::string socket;
   U32 tableNumber = 254;
+  bool eachLink = false;
+  U32 last = 0;  ///< so many changes; 0: all
+  std::string since;
+  std::string at;  ///< a time or a generation
   InspectRequest inspect;
 };
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "ConfigSave.h"
 #include "Error.h"
 #include "Escape.h"
 
@@ -27,6 +28,14 @@ std::string line(const Json& value) {
 
 void print(const std::string& text) {
   if (!write(text)) throw Error(std::string("standard output: ") + std::strerror(errno));
+}
+
+void put(const std::string& file, const std::string& text) {
+  if (file.empty() || file == "-") {
+    print(text);
+  } else {
+    save(file, text);
+  }
 }
 
 std::string dump(const Json& document, int indent) {
@@ -71,15 +80,15 @@ void Listing::end() const {
 void Listing::begin(const Json& part, const char* name) {
   const bool isFirst = !std::exchange(begun_, true);
   std::string out;
+  for (const auto& [key, value] : part.items()) {
+    if (isFirst && key != name) head_[key] = value;
+  }
   if (isFirst && request_.json) {
     out = fmt::format("{{\n  \"schemaVersion\": {},\n  \"answeredBy\": {}", schemaVersion,
                       line(jsonText(backend_.name())));
-    for (const auto& [key, value] : part.items()) {
-      if (key != name) out += fmt::format(",\n  \"{}\": {}", key, line(value));
-    }
+    for (const auto& [key, value] : head_.items()) out += fmt::format(",\n  \"{}\": {}", key, line(value));
   }
   if (request_.json) out += fmt::format(",\n  \"{}\": [", name);
-  if (isFirst) stale_ = part.value("stale", false);
   print(out);
 }
 

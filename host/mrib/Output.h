@@ -13,6 +13,9 @@ inline constexpr int schemaVersion = 2;
 /// On standard output, at once. Throws Error.
 void print(const std::string& text);
 
+/// Into a file, which is the old one until it is the whole new one; without a name, and for -, as above.
+void put(const std::string& file, const std::string& text);
+
 /// In ASCII, so that nothing in it moves a terminal; with a negative indent on one line.
 std::string dump(const Json& document, int indent);
 
@@ -33,7 +36,9 @@ class Listing {
   std::size_t list(const std::string& method, const Json& parameters, const char* name, const PartText& text);
   /// Ends the document.
   void end() const;
-  bool isStale() const { return stale_; }
+  bool isStale() const { return head_.value("stale", false); }
+  /// What stands before the first list.
+  const Json& head() const { return head_; }
 
  private:
   void begin(const Json& part, const char* name);
@@ -41,7 +46,7 @@ class Listing {
   const Request& request_;
   Backend& backend_;
   bool begun_ = false;
-  bool stale_ = false;
+  Json head_ = Json::object();
 };
 
 }  // namespace host

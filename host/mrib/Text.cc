@@ -40,12 +40,12 @@ std::string viasText(const Json& route) {
   return isUsable(route) ? "no next hop" : textOf(route.at("type"));
 }
 
-std::string routeText(const Json& route) {
+}  // namespace
+
+std::string ofRoute(const Json& route) {
   if (route.is_null()) return "no route";
   return fmt::format("{} [{}] {}", textOf(route.at("type")), textOf(route.at("preference")), viasText(route));
 }
-
-}  // namespace
 
 std::vector<RouteTable::Row> RouteTable::rowsOf(const Json& route) {
   Row row{textOf(route.at("prefix")), textOf(route.at("type")), textOf(route.at("preference"))};
@@ -76,17 +76,8 @@ std::string RouteTable::part(const Json& routes) {
   for (const Json& route : routes) {
     for (Row& row : rowsOf(route)) rows.push_back(std::move(row));
   }
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths_[i] = std::max(widths_[i], row[i].size());
-  }
   std::string text;
-  for (const Row& row : rows) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      if (widths_[i] != 0) line += fmt::format("{:<{}}  ", row[i], widths_[i]);
-    }
-    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
-  }
+  for (const std::string& line : columns_.lines(rows)) text += line;
   return text;
 }
 
@@ -121,6 +112,18 @@ std::string ofUnresolved(const Json& unresolved) {
                         u.at("why").get<std::string>());
   }
   return text;
+}
+
+/// Its texts are escaped already.
+std::string ofExplanation(const Json& explanation) {
+  const Json& steps = explanation.at("steps");
+  const std::size_t width = std::to_string(steps.size()).size();
+  std::string text;
+  for (const Json& step : steps) {
+    text += fmt::format("{:>{}}. {:{}}{}\n", step.at("number").get<U64>(), width, "",
+                        step.at("depth").get<std::size_t>() * 2, step.at("text").get<std::string>());
+  }
+  return text + '\n' + explanation.at("conclusion").get<std::string>() + '\n';
 }
 
 std::string ofStatus(const Json& status) {
@@ -165,8 +168,8 @@ std::string ofChange(const Json& change, bool settled) {
   const Json& before = change.at("before");
   const Json& after = change.at("after");
   std::string text = before.is_null() ? "+ " : after.is_null() ? "- " : "~ ";
-  text += textOf(change.at("prefix")) + ' ' + routeText(after.is_null() ? before : after);
-  if (!before.is_null() && !after.is_null()) text += ", was " + routeText(before);
+  text += textOf(change.at("prefix")) + ' ' + ofRoute(after.is_null() ? before : after);
+  if (!before.is_null() && !after.is_null()) text += ", was " + ofRoute(before);
   return text + (settled ? " (settled)\n" : "\n");
 }
 
@@ -180,7 +183,13 @@ std::string ofWatched(const Json& answer) {
 
 std::string ofWatchedPrefix(const Json& watched) {
   const Json& route = watched.at("route");
-  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + routeText(route)) + '\n';
+  return textOf(watched.at("prefix")) + (route.is_null() ? ": no route" : ' ' + ofRoute(route)) + '\n';
+}
+
+std::string ofFlow(const Json& change) {
+  return fmt::format("  {} ({}, {}) in by {}: {} then\n", change.at("verdict").get<std::string>(),
+                     textOf(change.at("source")), textOf(change.at("group")), textOf(change.at("interface")),
+                     ofRoute(change.at("after")));
 }
 
 std::string ofDifference(const Json& difference) {

@@ -1,38 +1,59 @@
 #pragma once
 
-#include <array>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
+
+#include "Columns.h"
 
 /// The documents of the control protocol as text for people. Everything is escaped.
 namespace host::text {
 
 using Json = nlohmann::ordered_json;
 
-/// A table of routes, made while they come: columns are as wide as the first part needs, or a later one.
+/// A table of routes, made while they come.
 class RouteTable {
  public:
   /// The lines of some routes, after those of the columns' names when they are the first.
   std::string part(const Json& routes);
 
  private:
-  using Row = std::array<std::string, 7>;
+  using Row = Columns<7>::Row;
   static std::vector<Row> rowsOf(const Json& route);
 
   bool begun_ = false;
-  std::array<std::size_t, 7> widths_{};
+  Columns<7> columns_;
 };
+/// "static [1] via 10.0.1.7 on eth0", without its prefix.
+std::string ofRoute(const Json& route);
+
+/// A table of what is in the kernel's multicast forwarding cache; likewise.
+class FlowTable {
+ public:
+  std::string part(const Json& flows);
+
+ private:
+  bool begun_ = false;
+  Columns<7> columns_;
+};
+/// How many flows a summary is about.
+std::size_t flowsIn(const Json& summary);
+/// "8 flows: 1 wrong, 7 right".
+std::string ofSummary(const Json& summary);
+
 /// An answer as routers print it.
 std::string ofAnswer(const Json& answer);
 /// One line for each that is not in force.
 std::string ofUnresolved(const Json& unresolved);
+/// The steps, numbered and indented, and in the last line what they come to.
+std::string ofExplanation(const Json& explanation);
 std::string ofStatus(const Json& status);
 /// A line of `mrib monitor`.
 std::string ofChange(const Json& change, bool settled);
 /// A line of `mrib watch`.
 std::string ofWatched(const Json& answer);
 std::string ofWatchedPrefix(const Json& watched);
+/// A line of `mrib what-if` about a flow.
+std::string ofFlow(const Json& change);
 std::string ofDifference(const Json& difference);
 /// What does not resolve by it, and its warnings.
 std::string ofConsequences(const Json& difference);

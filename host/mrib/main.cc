@@ -67,6 +67,16 @@ void addQuestions(CLI::App& app, Request& request) {
   route.add_flag("--unresolved", request.unresolved, "Also the configured routes that are not resolved");
   auto& rpf = addCommand(app, request, "rpf", "The RPF route, next hop and interface for sources");
   rpf.add_option("ADDRESS", request.arguments, "Sources; - reads them from standard input")->required();
+  auto& explain = addCommand(app, request, "explain", "Why packets from a source must come in by their way");
+  explain.add_option("ADDRESS", request.arguments, "The source")->required()->expected(1);
+  auto* incoming =
+      explain.add_option("--in", request.incoming, "Also whether those that come in by this interface pass")
+          ->type_name("INTERFACE")
+          ->check(notEmpty);
+  explain.add_option("--at", request.at, "As the MRIB was in a generation or at a time (as history --since)")
+      ->type_name("TIME|GENERATION")
+      ->check(notEmpty)
+      ->excludes(incoming);
   auto& unicast = addCommand(app, request, "unicast", "The unicast table as the router uses it");
   unicast.add_option("PREFIX|ADDRESS", request.arguments)->expected(0, 1);
   unicast.add_flag("--longer", request.longer, "Also all routes within the prefix");
@@ -76,6 +86,66 @@ void addQuestions(CLI::App& app, Request& request) {
   addCommand(app, request, "monitor", "The MRIB, then each change, until interrupted");
   auto& watch = addCommand(app, request, "watch", "The answers for sources or prefixes, then each change");
   watch.add_option("ADDRESS|PREFIX", request.arguments)->required();
+}
+
+void addOutput(CLI::App& command, Request& request) {
+  command.add_option("-o,--output", request.output, "Write FILE; - is standard output")
+      ->type_name("FILE")
+      ->check(notEmpty);
+}
+
+void addPictures(CLI::App& app, Request& request) {
+  auto& graph =
+      addCommand(app, request, "graph", "What leads where in the MRIB, and what depends on it, drawn");
+  graph.add_option("PREFIX|SOURCE", request.arguments, "Only what it leads through, and what depends on it")
+      ->expected(0, 1);
+  graph
+      .add_option("--format", request.format,
+                  "tree, dot, svg, mermaid or json; by default as FILE is named, or tree")
+      ->check(CLI::IsMember({"tree", "dot", "svg", "mermaid", "json"}))
+      ->type_name("FORMAT");
+  addOutput(graph, request);
+  graph
+      .add_option("--most", request.most, "Draw what is alike as one when there are more nodes than N (200)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 20000));
+  addOutput(addCommand(app, request, "report", "All there is to see, in one HTML page for a ticket"),
+            request);
+}
+
+void addImagined(CLI::App& app, Request& request) {
+  auto& whatIf = addCommand(app, request, "what-if", "What changes would come to; nothing is changed");
+  whatIf.add_option(
+      "CHANGE", request.arguments,
+      "link NAME down|up, address NAME add|del ADDRESS/LENGTH, route add|del ... as ip route has "
+      "it, ip mroute ..., no ip mroute ...; several: with commas behind words, or each in quotes");
+  whatIf.add_flag("--each-link", request.eachLink, "Every link down in turn, by what depends on it");
+}
+
+void addHistory(CLI::App& app, Request& request) {
+  auto& history =
+      addCommand(app, request, "history", "The daemon's last changes of the MRIB, and what led to each");
+  history.add_option("PREFIX|ADDRESS", request.arguments, "Only those of a prefix, or those for a source")
+      ->expected(0, 1);
+  history.add_option("--last", request.last, "At most so many")->type_name("N")->check(CLI::PositiveNumber);
+  history.add_option("--since", request.since, "Later ones: 14:03, \"2026-03-01 14:03:20\" or 10m (ago)")
+      ->type_name("TIME")
+      ->check(notEmpty);
+}
+
+void addForwarding(CLI::App& app, Request& request) {
+  constexpr double longest = 86400;
+  auto& check = addCommand(app, request, "check", "The kernel's multicast forwarding, against the MRIB");
+  check.add_option("SOURCE|GROUP|PREFIX", request.arguments, "Only these flows")->expected(0, 1);
+  check.add_flag("--watch", request.follow, "Then each flow whose verdict changes, until interrupted");
+  auto& metrics = addCommand(app, request, "metrics", "The counters of status and check, for Prometheus");
+  for (CLI::App* command : {&check, &metrics}) {
+    command
+        ->add_option("--interval", request.interval,
+                     "Between the readings that are compared (1); 0: one reading")
+        ->check(CLI::Range(0.0, longest))
+        ->type_name("SECONDS");
+  }
 }
 
 void addChanges(CLI::App& app, Request& request) {
@@ -119,7 +189,7 @@ void holdStandardDescriptors() {
 
 int codeOf(const host::control::RemoteError& e) {
   const bool badArgument = e.name() == "org.mrib.InvalidAddress" || e.name() == "org.mrib.InvalidPrefix" ||
-                           e.name() == "org.mrib.NotFound";
+                           e.name() == "org.mrib.NotFound" || e.name() == "org.mrib.InvalidChange";
   return badArgument ? host::usageError : host::inputError;
 }
 
@@ -129,7 +199,10 @@ std::string textOf(const host::control::RemoteError& e) {
   const auto word = [&](const char* name) { return host::escaped(p.value(name, std::string())); };
   if (e.name() == "org.mrib.InvalidAddress") return '"' + word("address") + "\": " + word("why");
   if (e.name() == "org.mrib.InvalidPrefix") return '"' + word("prefix") + "\": " + word("why");
-  if (e.name() == "org.mrib.NotFound") return p.value("why", std::string());
+  for (const char* known : {"NotFound", "InvalidChange", "NoForwardingCache"}) {
+    if (e.name() == std::string("org.mrib.") + known) return p.value("why", std::string());
+  }
+  if (e.name() == "org.mrib.NoHistory") return "it has not read the kernel yet, and has no history";
   if (e.name() == "org.mrib.NoConfigurationFile") return "the daemon has no configuration file";
   if (e.name() == "org.varlink.service.PermissionDenied") {
     return "only root and members of the group mrib may change the configuration";
@@ -173,11 +246,17 @@ int main(int argc, char** argv) {
       app.add_option("--table", table, "Unicast routes are those of this table; main")->type_name("NAME|ID");
   app.add_option("--vrf", vrf, "... of the table of this VRF")->type_name("NAME")->excludes(named);
   addQuestions(app, request);
+  addPictures(app, request);
+  addForwarding(app, request);
+  addImagined(app, request);
+  addHistory(app, request);
   addChanges(app, request);
   addInspect(app, request);
   app.footer(
       "Without a command: all of the MRIB. Commands may be shortened.\n"
-      "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 5 stale (--fresh).");
+      "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 4 not taken in (explain "
+      "--in, check), "
+      "5 stale (--fresh).");
   try {
     std::vector<std::string> words(argv + 1, argv + argc);
     words = host::commandInFull(std::move(words),

@@ -34,7 +34,8 @@ LiveExport::LiveExport(const Options& options, Router& router, daemon::Log& log,
       log_(log),
       live_(settingsFor(options.table.table), now, access),
       writer_(access.writer()),
-      exporter_(live_.mirror()),
+      exporter_(live_.mirror(),
+                options.table.user == ExportFor::frr ? Exporter::Readers::follow : Exporter::Readers::lookUp),
       wanted_(router, options.table.user),
       subscription_(router.agent().subscribe([this](const mrib::Update& update) {
         for (const mrib::Change& change : update.changes) changed_.push_back(change.prefix());
@@ -49,6 +50,9 @@ Nanos LiveExport::read(Nanos now) {
   if (!live_.mirror().isSynced()) return until;
   const auto changes = live_.mirror().takeChanges(prefixesATurn);
   for (const auto& prefix : changes.prefixes) exporter_.check(prefix.v4Prefix());
+  for (const U32 link : changes.links) {
+    if (begun_) exporter_.linkChanged(link, now);
+  }
   if (!changes.links.empty()) surveyAt_ = 0;
   return changes.complete ? until : now;
 }
@@ -100,7 +104,20 @@ void LiveExport::begin(Nanos now) {
              fmt::format("exports the MRIB to table {} for {}, as protocol {}", options_.table.table,
                          nameOf(options_.table.user), Exporter::protocol),
              now);
+  removeLeftRules(now);
   ruleIs(true, now);
+}
+
+/// Of a former run that was killed, for another user or another table.
+void LiveExport::removeLeftRules(Nanos now) {
+  for (const kernel::UserRule& left : writer_->rules(Exporter::protocol)) {
+    if (left == rule()) continue;
+    const std::string fault = writer_->rule(left, false);
+    log_.write(Level::notice,
+               fmt::format("a rule is left of a former run, for user {} and table {}: {}", left.user,
+                           left.table, fault.empty() ? "removed" : fault),
+               now);
+  }
 }
 
 void LiveExport::writeBatches(Nanos now) {
@@ -124,9 +141,14 @@ void LiveExport::logRefusals(Nanos now) {
 }
 
 void LiveExport::ruleIs(bool there, Nanos now) {
-  if (!options_.user) return;
-  const std::string fault = writer_->rule({*options_.user, options_.table.table, Exporter::protocol}, there);
+  if (!rule()) return;
+  const std::string fault = writer_->rule(*rule(), there);
   if (!fault.empty()) log_.write(Level::warning, "the rule of the exported table: " + fault, now);
+}
+
+std::optional<kernel::UserRule> LiveExport::rule() const {
+  if (!options_.user) return std::nullopt;
+  return kernel::UserRule{*options_.user, options_.table.table, Exporter::protocol};
 }
 
 void LiveExport::end(Nanos now) {

@@ -43,6 +43,8 @@ class LiveExport {
   void writeBatches(Nanos now);
   void logRefusals(Nanos now);
   void ruleIs(bool there, Nanos now);
+  void removeLeftRules(Nanos now);
+  std::optional<kernel::UserRule> rule() const;
 
   Options options_;
   Router& router_;

@@ -16,7 +16,8 @@ LiveRouter::LiveRouter(Options options, daemon::Log& log)
       live_(options.mirror, clock_(), options.access),
       router_(live_.mirror(), clock_),
       configurator_(router_, options.path, clock_),
-      log_(log) {
+      log_(log),
+      mostHistory_(options.history) {
   configurator_.keepExportTable();
   const auto refusals = router_.configurationIs(std::move(options.configuration), clock_());
   if (!refusals.empty()) throw Error(fmt::format("{}", fmt::join(refusals, "\n")));
@@ -40,8 +41,10 @@ Nanos LiveRouter::turn(Nanos now) {
   const Nanos mirror = live_.turn(now);
   const Nanos router = router_.turn(now);
   const Nanos exported = export_ ? export_->write(now) : ~Nanos{0};
+  logLosses(now);
   for (const std::string& fault : router_.takeFaults()) log_.write(Level::error, fault, now);
   if (router_.isReady() && !std::exchange(wasReady_, true)) {
+    history_.emplace(router_, History::Clocks{wallNow, clock_}, mostHistory_);
     // What was configured before the kernel was read cannot be refused for its addresses; they may change.
     std::vector<std::string> warnings;
     for (const ConfigError& e : impossibleNextHops(router_.configuration(), ownSubnetsOf(live_.mirror()))) {
@@ -52,6 +55,18 @@ Nanos LiveRouter::turn(Nanos now) {
     log_.write(Level::info, status(), now);
   }
   return std::min({table, mirror, router, exported});
+}
+
+/// Readings of the kernel whose cause is no change.
+void LiveRouter::logLosses(Nanos now) {
+  using enum kernel::Reason;
+  const auto resyncs = live_.mirror().counters().resyncs;
+  for (const kernel::Reason reason : {overrun, malformed, truncated, refused}) {
+    const auto i = static_cast<std::size_t>(reason);
+    if (std::exchange(resyncs_[i], resyncs[i]) == resyncs[i]) continue;
+    log_.write(Level::warning, fmt::format("lost track of the kernel ({}): reads it again", nameOf(reason)),
+               now);
+  }
 }
 
 void LiveRouter::warn(const std::vector<std::string>& warnings, Nanos now) {

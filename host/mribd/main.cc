@@ -10,6 +10,7 @@
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "Escape.h"
+#include "LiveReversePath.h"
 #include "LiveRouter.h"
 #include "Loop.h"
 #include "RibService.h"
@@ -96,9 +97,16 @@ void serve(const Options& options, host::daemon::Log& log) {
   if (!listener.note().empty()) log.write(daemon::Level::notice, listener.note(), monotonicNow());
   LiveRouter application(routerOptions(options, log), log);
   const kernel::LiveMirror& live = application.live();
-  RibService service(application.router(), &application.configurator(), monotonicNow,
-                     {"this machine's kernel", monotonicNow(), [&] { return live.foreign(); },
-                      exportStatus(application.exported())});
+  const kernel::LiveMulticastCache cache;
+  const kernel::LiveReversePath kernel(live.mirror());
+  RibService::Setting setting{"this machine's kernel", monotonicNow()};
+  setting.foreign = [&] { return live.foreign(); };
+  if (const auto exported = exportStatus(application.exported())) setting.exported.emplace(*exported);
+  setting.kernel = &kernel;
+  setting.cache = &cache;
+  setting.linkSwitch = kernel::isSwitchedOn;
+  setting.history = [&] { return application.history(); };
+  RibService service(application.router(), &application.configurator(), monotonicNow, std::move(setting));
   control::Server server(service, {"mrib", "mribd", version(), ""});
   daemon::Manager manager;
   log.write(daemon::Level::info, "serves at " + options.socket, monotonicNow());
@@ -150,6 +158,9 @@ int main(int argc, char** argv) {
   try {
     serve(options, log);
     return ended;
+  } catch (const std::bad_alloc&) {
+    log.write(host::daemon::Level::error, "out of memory: ends", host::monotonicNow());
+    return systemError;
   } catch (const std::exception& e) {
     log.write(host::daemon::Level::error, e.what(), host::monotonicNow());
     return systemError;

@@ -70,6 +70,12 @@ Nanos Router::turn(Nanos now) {
   return settle(now);
 }
 
+void Router::conclude(Nanos now) {
+  while (turn(now) <= now) {
+  }
+  if (agent_.mayDiffer()) agent_.settle();
+}
+
 /// What the mirror has changed goes to the agent when it is whole, unless it never is. What was named, by
 /// events or by the links that changed, need not wait for a walk over the whole table.
 void Router::follow(Nanos now) {
@@ -95,7 +101,8 @@ void Router::commit(Nanos now) {
   unicastChanged_ = false;
   ready_ = true;
   if (feed_.hasFormer()) addOtherwise(result.changes);
-  committed(result, now);
+  const kernel::News news = mirror_.takeNews();
+  committed(result, now, [&] { return news.text(); });
   feed_.forget();
 }
 
@@ -111,16 +118,22 @@ void Router::addOtherwise(std::vector<mrib::Change>& changes) const {
   }
 }
 
-void Router::committed(const mrib::CommitResult& result, Nanos now) {
+void Router::committed(const mrib::CommitResult& result, Nanos now, const Cause& cause) {
   changedAt_ = now;
   if (doubtSince_ == 0 && result.mayDiffer) doubtSince_ = now;
-  tell(result.changes, false);
+  tell(result.changes, false, cause);
 }
 
-void Router::tell(std::span<const mrib::Change> changes, bool settled) {
+U64 Router::subscribe(Listener listener) {
+  listeners_.emplace(++lastSubscription_, std::move(listener));
+  return lastSubscription_;
+}
+
+void Router::tell(std::span<const mrib::Change> changes, bool settled, const Cause& cause) {
   ++generation_;
   ++revision_;
-  if (listener_) listener_({generation_, changes, settled});
+  const News news{{generation_, changes, settled}, cause};
+  for (const auto& [subscription, listener] : listeners_) listener(news);
 }
 
 Nanos Router::settle(Nanos now) {
@@ -132,7 +145,7 @@ Nanos Router::settle(Nanos now) {
   const mrib::SettleResult result = agent_.settle();
   earliestSettle_ = now + (clock_() - start) * (restAfterSettling + 1);
   doubtSince_ = 0;
-  if (!result.changes.empty()) tell(result.changes, true);
+  if (!result.changes.empty()) tell(result.changes, true, [] { return "settled"; });
   return ~Nanos{0};
 }
 
@@ -144,7 +157,8 @@ void Router::renameMroutes(mrib::Transaction& t) {
   tellMroutes(t, configuration_, feed_);
 }
 
-std::vector<std::string> Router::configurationIs(Configuration configuration, Nanos now) {
+std::vector<std::string> Router::configurationIs(Configuration configuration, Nanos now,
+                                                 const std::string& cause) {
   mrib::Transaction t;
   tellMroutes(t, configuration, feed_);
   naming_ = &configuration;
@@ -154,7 +168,7 @@ std::vector<std::string> Router::configurationIs(Configuration configuration, Na
   configuration_ = std::move(configuration);
   woken_ = true;
   ++contextChanges_;
-  committed(result, now);
+  committed(result, now, [&] { return cause; });
   return {};
 }
 
@@ -252,6 +266,21 @@ RpfAnswer Router::lookUp(const Lumo::IpGenAddr& source) const {
                                ? unicast.prefix.length() > multicast.prefix.length()
                                : preferenceOf(unicast.answer->protocol) < multicast.route->preference;
   return unicastWins ? unicast : multicast;
+}
+
+void addOwnSubnet(std::vector<OwnSubnet>& subnets, const kernel::Address& a, const kernel::Link& link) {
+  if (a.local.af() != Lumo::ipv4()) return;
+  const bool isPointToPoint = a.peer != a.local;
+  subnets.push_back({a.local.v4Addr(), isPointToPoint ? U32{Lumo::Prefix::maxLength} : a.length, link.name});
+}
+
+std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror) {
+  std::vector<OwnSubnet> subnets;
+  for (const auto& [key, entry] : mirror.topology().addresses.all()) {
+    const kernel::Link* link = mirror.topology().link(entry.value.link);
+    if (link) addOwnSubnet(subnets, entry.value, *link);
+  }
+  return subnets;
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 
 #include "Configuration.h"
 #include "KernelFeed.h"
+#include "NextHopCheck.h"
 #include "mrib/Agent.h"
 
 namespace host {
@@ -42,6 +43,8 @@ class Router {
   /// Follows the mirror, some milliseconds' work at most, and settles when that is due. Returns when to be
   /// called again at the latest; `now` for at once.
   Nanos turn(Nanos now);
+  /// Follows the mirror to the end and settles, however long that takes.
+  void conclude(Nanos now);
   /// Whether a configuration has come since the last turn: the time that it returned no longer holds.
   bool isWoken() const { return woken_; }
   /// Whether the first whole state of the kernel is in.
@@ -55,12 +58,20 @@ class Router {
   /// Counts what may give next hops another meaning without a change of the MRIB: changes of links, addresses
   /// and the configuration.
   U64 contextChanges() const { return contextChanges_; }
-  /// Who hears what each generation changes in the MRIB.
-  using Listener = std::function<void(const mrib::Update&)>;
-  void listenerIs(Listener listener) { listener_ = std::move(listener); }
+  /// What each generation changes in the MRIB, and what led to it, in words without a full stop; the words
+  /// are made when they are asked for.
+  struct News {
+    mrib::Update update;
+    std::function<std::string()> cause;
+  };
+  using Listener = std::function<void(const News&)>;
+  /// Who hears of it, until it unsubscribes by the number that this returns. Listeners do neither meanwhile.
+  U64 subscribe(Listener listener);
+  void unsubscribe(U64 subscription) { listeners_.erase(subscription); }
 
-  /// Takes another configuration, or refuses it as a whole with the reasons.
-  std::vector<std::string> configurationIs(Configuration configuration, Nanos now);
+  /// Takes another configuration, or refuses it as a whole with the reasons. `cause` says where it is from.
+  std::vector<std::string> configurationIs(Configuration configuration, Nanos now,
+                                           const std::string& cause = "another configuration");
   const Configuration& configuration() const { return configuration_; }
   /// What would become of a configuration, found out with an agent of its own. Costs as much as a start.
   struct Trial {
@@ -73,6 +84,9 @@ class Router {
 
   /// Of IPv6 sources only the unicast table knows something.
   RpfAnswer lookUp(const Lumo::IpGenAddr& source) const;
+  /// What either table says for itself, whatever the look-up mode.
+  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
+  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
   /// The MRIB by prefix, without what nobody needs to know of (the routes to stand-ins).
   std::vector<mrib::Route> routes() const;
   /// How many these are.
@@ -93,13 +107,12 @@ class Router {
  private:
   void follow(Nanos now);
   void commit(Nanos now);
-  void committed(const mrib::CommitResult& result, Nanos now);
+  using Cause = std::function<std::string()>;
+  void committed(const mrib::CommitResult& result, Nanos now, const Cause& cause);
   void addOtherwise(std::vector<mrib::Change>& changes) const;
-  void tell(std::span<const mrib::Change> changes, bool settled);
+  void tell(std::span<const mrib::Change> changes, bool settled, const Cause& cause);
   void renameMroutes(mrib::Transaction& t);
   Nanos settle(Nanos now);
-  RpfAnswer inMrib(const Lumo::IpGenAddr& source) const;
-  RpfAnswer inUnicast(const Lumo::IpGenAddr& source) const;
 
   kernel::Mirror& mirror_;
   Clock clock_;
@@ -116,7 +129,8 @@ class Router {
   U64 generation_ = 0;
   U64 revision_ = 0;
   U64 contextChanges_ = 0;
-  Listener listener_;
+  std::map<U64, Listener> listeners_;
+  U64 lastSubscription_ = 0;
   U64 nameChanges_ = 0;
 
   Nanos doubtSince_ = 0;
@@ -124,5 +138,9 @@ class Router {
   Nanos earliestSettle_ = 0;
   std::vector<std::string> faults_;
 };
+
+/// The addresses of a mirror's links, for what can be no next hop; and one of them.
+void addOwnSubnet(std::vector<OwnSubnet>& subnets, const kernel::Address& address, const kernel::Link& link);
+std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror);
 
 }  // namespace host

@@ -7,49 +7,28 @@
 #include "ConfigReader.h"
 #include "ConfigSave.h"
 #include "ConfigText.h"
-#include "Documents.h"
+#include "Escape.h"
+#include "Why.h"
 
 namespace host {
 
 namespace {
 
-std::string keyOf(const mrib::Unresolved& u) {
-  return fmt::format("{} {} {}", u.mroute.prefix.stringValue(), documents::rpfOf(u.mroute),
-                     u.mroute.preference);
-}
-
-/// The errors among `after` that were none before.
-std::vector<mrib::Unresolved> newErrors(const std::vector<mrib::Unresolved>& before,
-                                        std::vector<mrib::Unresolved> after) {
-  std::set<std::string> known;
-  for (const mrib::Unresolved& u : before) {
-    if (u.isError()) known.insert(keyOf(u));
-  }
-  std::erase_if(after, [&](const auto& u) { return !u.isError() || known.contains(keyOf(u)); });
-  return after;
+std::string causeOf(std::span<const std::string> commands) {
+  if (commands.empty()) return "configured by hand";
+  const std::string first = "configured by hand: " + escaped(commands.front());
+  return commands.size() == 1 ? first
+                              : first + ", and " + std::to_string(commands.size() - 1) + " more lines";
 }
 
 }  // namespace
-
-std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror) {
-  std::vector<OwnSubnet> subnets;
-  for (const auto& [key, entry] : mirror.topology().addresses.all()) {
-    const kernel::Address& a = entry.value;
-    const kernel::Link* link = mirror.topology().link(a.link);
-    if (a.local.af() != Lumo::ipv4() || !link) continue;
-    const bool isPointToPoint = a.peer != a.local;
-    subnets.push_back(
-        {a.local.v4Addr(), isPointToPoint ? U32{Lumo::Prefix::maxLength} : a.length, link->name});
-  }
-  return subnets;
-}
 
 Configurator::Configurator(Router& router, std::string path, Router::Clock clock)
     : router_(router), path_(std::move(path)), clock_(std::move(clock)) {}
 
 ConfigurationChange Configurator::read(const std::string& path, bool dryRun) {
   try {
-    return change(readConfiguration(path), dryRun);
+    return change(readConfiguration(path), dryRun, "configuration " + escaped(path) + " read");
   } catch (const ConfigurationError& e) {
     return {messagesOf(e.errors()), {}, {}, {}, {}, {}};
   }
@@ -62,7 +41,7 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
   }
   ConfigurationChange result;
   try {
-    result = change(edited(before, commands), dryRun);
+    result = change(edited(before, commands), dryRun, causeOf(commands));
   } catch (const ConfigurationError& e) {
     result.reasons = messagesOf(e.errors());
   }
@@ -70,13 +49,13 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
   try {
     host::save(path_, textOf(router_.configuration()));
   } catch (const Error& e) {
-    router_.configurationIs(before, clock_());
+    router_.configurationIs(before, clock_(), "the configuration as it was: it cannot be saved");
     result.reasons = {e.what()};
   }
   return result;
 }
 
-ConfigurationChange Configurator::change(Configuration next, bool dryRun) {
+ConfigurationChange Configurator::change(Configuration next, bool dryRun, const std::string& cause) {
   ConfigurationChange result;
   result.reasons = messagesOf(impossibleNextHops(next, ownSubnetsOf(router_.mirror())));
   if (keepsExportTable_ && next.exportTable != router_.configuration().exportTable) {
@@ -92,7 +71,7 @@ ConfigurationChange Configurator::change(Configuration next, bool dryRun) {
     result.reasons = std::move(trial.refusals);
     result.unresolved = newErrors(unresolved, std::move(trial.unresolved));
   } else {
-    result.reasons = router_.configurationIs(std::move(next), clock_());
+    result.reasons = router_.configurationIs(std::move(next), clock_(), cause);
     result.unresolved = newErrors(unresolved, router_.agent().unresolved());
   }
   if (result.reasons.empty()) result.warnings = router_.warningsFor(result.after);

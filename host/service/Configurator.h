@@ -1,7 +1,6 @@
 #pragma once
 
 #include "ConfigEdit.h"
-#include "NextHopCheck.h"
 #include "Router.h"
 
 namespace host {
@@ -34,15 +33,12 @@ class Configurator {
 
  private:
   ConfigurationChange read(const std::string& path, bool dryRun);
-  ConfigurationChange change(Configuration next, bool dryRun);
+  ConfigurationChange change(Configuration next, bool dryRun, const std::string& cause);
 
   Router& router_;
   std::string path_;
   Router::Clock clock_;
   bool keepsExportTable_ = false;
 };
-
-/// The addresses of a router's links, for what can be no next hop.
-std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror);
 
 }  // namespace host

@@ -57,12 +57,6 @@ std::string_view nameOf(Answer::Kind kind) {
   return names[static_cast<std::size_t>(kind)];
 }
 
-std::string_view nameOf(mrib::Reason reason) {
-  constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
-                                        "coveredBy",   "heldBack",  "waiting", "unsettled"};
-  return names[static_cast<std::size_t>(reason)];
-}
-
 }  // namespace
 
 void appendRoute(std::string& out, const Router& router, const mrib::Route& route, KernelFeed::When when) {
@@ -95,12 +89,17 @@ void appendUnicast(std::string& out, const Router& router, const Lumo::IpGenPref
   vias.end();
 }
 
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute) {
   Json json;
-  json["prefix"] = u.mroute.prefix.stringValue();
-  json["rpf"] = jsonText(rpfOf(u.mroute));
-  json["preference"] = u.mroute.preference;
-  json["place"] = configuration.placeOf(u.mroute.origin);
+  json["prefix"] = mroute.prefix.stringValue();
+  json["rpf"] = jsonText(rpfOf(mroute));
+  json["preference"] = mroute.preference;
+  json["place"] = configuration.placeOf(mroute.origin);
+  return json;
+}
+
+Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+  Json json = ofMroute(configuration, u.mroute);
   json["reason"] = nameOf(u.reason);
   json["why"] = whyOf(u);
   return json;
@@ -176,6 +175,12 @@ void appendAnswered(std::string& out, const Router& router, const RpfAnswer& ans
 std::string_view nameOf(RpfAnswer::Status status) {
   constexpr std::string_view names[] = {"found", "unreachable", "noRoute"};
   return names[static_cast<std::size_t>(status)];
+}
+
+std::string_view nameOf(mrib::Reason reason) {
+  constexpr std::string_view names[] = {"noInterface", "noAddress", "noRoute", "onlyDefault", "itself",
+                                        "coveredBy",   "heldBack",  "waiting", "unsettled"};
+  return names[static_cast<std::size_t>(reason)];
 }
 
 std::string_view nameOf(RpfAnswer::Table table) {

@@ -11,6 +11,8 @@ namespace host::documents {
 
 using Json = nlohmann::ordered_json;
 
+/// A configured route, and where it was written.
+Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute);
 Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
 /// A route in force that an exported table has not, or not wholly.
 Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault);
@@ -28,6 +30,7 @@ void appendChange(std::string& out, const Router& router, const mrib::Change& ch
 /// The route of an answer; null when no table knows one.
 void appendAnswered(std::string& out, const Router& router, const RpfAnswer& answer);
 
+std::string_view nameOf(mrib::Reason reason);
 std::string_view nameOf(RpfAnswer::Status status);
 /// Empty for none.
 std::string_view nameOf(RpfAnswer::Table table);

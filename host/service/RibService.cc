@@ -24,60 +24,10 @@ using Lumo::IpGenPrefix;
 
 namespace {
 
-const Lumo::Prefix groups("224.0.0.0/4");
-
-std::optional<std::string> faultOfSource(const IpGenAddr& address) {
-  if (address.af() == Lumo::ipv4()) {
-    const Lumo::IpAddr a = address.v4Addr();
-    if (groups.contains(a)) return "it is a group address; RPF is a question about a source";
-    if (a.host() >> 24 == 0 || a.host() == ~U32{0}) return "no host has it";
-  } else if (address.stringValue().starts_with("ff")) {
-    return "it is a group address; RPF is a question about a source";
-  }
-  return std::nullopt;
-}
-
-IpGenAddr sourceOf(const std::string& text) {
-  const auto refuse = [&](std::string_view why) {
-    throw errorReply("org.mrib.InvalidAddress", {{"address", jsonText(text)}, {"why", why}});
-  };
-  IpGenAddr address;
-  try {
-    address = IpGenAddr(std::string_view(text));
-  } catch (const Zan::RangeException&) {
-    refuse("it is not an address");
-  }
-  if (address == IpGenAddr()) refuse("it is not an address");
-  if (const auto fault = faultOfSource(address)) refuse(*fault);
-  return address;
-}
-
-IpGenPrefix prefixOf(const std::string& text) {
-  IpGenPrefix prefix;
-  std::string why = "it is not a prefix";
-  try {
-    prefix = IpGenPrefix(std::string_view(text));
-  } catch (const Zan::RangeException& e) {
-    why = e.what();
-    const std::string name = '"' + text + "\" ";
-    if (why.starts_with(name)) why.replace(0, name.size(), "it ");
-  }
-  if (prefix.empty())
-    throw errorReply("org.mrib.InvalidPrefix", {{"prefix", jsonText(text)}, {"why", jsonText(why)}});
-  return prefix;
-}
-
 bool isWithin(const IpGenPrefix& inner, const IpGenPrefix& outer) {
   if (inner.af() != outer.af() || inner.length() < outer.length()) return false;
   if (inner.af() == Lumo::ipv4()) return outer.v4Prefix().contains(inner.v4Prefix().address());
   return Lumo::Ip6Prefix(inner.v6Prefix().address(), outer.length()) == outer.v6Prefix();
-}
-
-/// A list in parts, or at once for a client that takes one reply only.
-Answer answerWith(std::unique_ptr<ListStream> list, bool more) {
-  if (more) return list;
-  if (list->count() > elementsAtOnce) return errorReply("org.mrib.TooMany", {{"count", list->count()}});
-  return list->part(elementsAtOnce);
 }
 
 }  // namespace
@@ -93,11 +43,11 @@ RibService::RibService(Router& router, Configurator* configurator, Router::Clock
       setting_(std::move(setting)),
       interfaces_{{"org.mrib", orgMribDescription}},
       log_(std::make_shared<MonitorLog>(router)) {
-  router_.listenerIs([log = log_](const mrib::Update& update) { log->update(update); });
+  subscription_ = router_.subscribe([log = log_](const Router::News& news) { log->update(news.update); });
 }
 
 RibService::~RibService() {
-  router_.listenerIs(nullptr);
+  router_.unsubscribe(subscription_);
 }
 
 std::optional<Answer> RibService::call(std::string_view method, const nlohmann::json& parameters, bool more,
@@ -105,16 +55,26 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
   static const std::map<std::string_view, Method> methods{
       {"org.mrib.GetStatus", &RibService::getStatus},
       {"org.mrib.Lookup", &RibService::lookup},
+      {"org.mrib.Explain", &RibService::explain},
       {"org.mrib.ListRoutes", &RibService::listRoutes},
       {"org.mrib.ListUnicastRoutes", &RibService::listUnicastRoutes},
       {"org.mrib.ListUnresolved", &RibService::listUnresolved},
+      {"org.mrib.ListInterfaces", &RibService::listInterfaces},
+      {"org.mrib.Graph", &RibService::graph},
       {"org.mrib.GetWarnings", &RibService::getWarnings},
       {"org.mrib.Monitor", &RibService::monitor},
       {"org.mrib.Watch", &RibService::watch},
       {"org.mrib.GetConfiguration", &RibService::getConfiguration},
       {"org.mrib.Reload", &RibService::reload},
       {"org.mrib.Configure", &RibService::configure},
-      {"org.mrib.Inspect", &RibService::inspect}};
+      {"org.mrib.Inspect", &RibService::inspect},
+      {"org.mrib.WhatIf", &RibService::whatIf},
+      {"org.mrib.RankLinks", &RibService::rankLinks},
+      {"org.mrib.History", &RibService::history},
+      {"org.mrib.ExplainPast", &RibService::explainPast},
+
+      {"org.mrib.Check", &RibService::check},
+      {"org.mrib.ListMulticastInterfaces", &RibService::listMulticastInterfaces}};
   const auto found = methods.find(method);
   if (found == methods.end()) return std::nullopt;
   Call call{Parameters(parameters), more, peer};
@@ -238,14 +198,7 @@ Answer RibService::lookup(Call& call) {
 Answer RibService::watch(Call& call) {
   const std::vector<std::string> addresses = call.parameters.texts("addresses");
   std::vector<Lumo::Prefix> prefixes;
-  for (const std::string& text : call.parameters.texts("prefixes")) {
-    const IpGenPrefix prefix = prefixOf(text);
-    if (prefix.af() != Lumo::ipv4()) {
-      throw errorReply("org.mrib.InvalidPrefix",
-                       {{"prefix", jsonText(text)}, {"why", "the MRIB is of IPv4"}});
-    }
-    prefixes.push_back(prefix.v4Prefix());
-  }
+  for (const std::string& text : call.parameters.texts("prefixes")) prefixes.push_back(v4PrefixOf(text));
   call.parameters.done();
   for (const std::string& address : addresses) sourceOf(address);
   auto stream = std::make_unique<WatchStream>(

@@ -39,6 +39,28 @@ Reply ListStream::part(std::size_t most) {
   return {std::move(text), "", at_ < count_};
 }
 
+ListsStream::ListsStream(std::string head, std::vector<List> lists)
+    : head_(std::move(head)), lists_(std::move(lists)) {
+  for (const List& list : lists_) count_ += list.elements.size();
+}
+
+Reply ListsStream::part(std::size_t most) {
+  std::string text = '{' + head_;
+  const std::size_t end = std::min(count_, at_ + most);
+  std::size_t first = 0;  // of the list, counted through all
+  for (const List& list : lists_) {
+    text += fmt::format(R"(,"{}":[)", list.name);
+    const std::size_t last = std::min(end, first + list.elements.size());
+    for (bool isFirst = true; at_ >= first && at_ < last; ++at_) {
+      if (!std::exchange(isFirst, false)) text += ',';
+      text += list.elements[at_ - first];
+    }
+    text += ']';
+    first += list.elements.size();
+  }
+  return {text += '}', "", at_ < count_};
+}
+
 Reply TextStream::whole() {
   return {documents::textOf({{"text", text_}}), "", false};
 }

@@ -5,6 +5,7 @@
 
 #include "Call.h"
 #include "Documents.h"
+#include "Parameters.h"
 
 namespace host {
 
@@ -31,6 +32,34 @@ class ListStream : public control::Stream {
   Element element_;
   std::size_t at_ = 0;
 };
+
+/// Several lists in parts: `{HEAD,"NAME":[...],"OTHER":[...]}`. The elements are texts.
+class ListsStream : public control::Stream {
+ public:
+  struct List {
+    std::string name;
+    std::vector<std::string> elements;
+  };
+  ListsStream(std::string head, std::vector<List> lists);
+
+  std::optional<control::Reply> next() override { return part(elementsAReply); }
+  control::Reply part(std::size_t most);
+  std::size_t count() const { return count_; }
+
+ private:
+  std::string head_;
+  std::vector<List> lists_;
+  std::size_t count_ = 0;
+  std::size_t at_ = 0;  // counted through all lists
+};
+
+/// A list in parts, or at once for a client that takes one reply only.
+template <class Stream>
+control::Answer answerWith(std::unique_ptr<Stream> list, bool more) {
+  if (more) return list;
+  if (list->count() > elementsAtOnce) return errorReply("org.mrib.TooMany", {{"count", list->count()}});
+  return list->part(elementsAtOnce);
+}
 
 /// A long text in parts: `{"text":...}`, to be joined.
 class TextStream : public control::Stream {

@@ -89,6 +89,7 @@ class PrefixTrie {
 
   void rebuildIfUnfit();
   void rebuild();
+  void copyLiving(const U64* old);
   static Step step(const U64* from, const Node& node, U32 c);
   Node pruned(const U64* from, const Node& node);
   template <class Below>

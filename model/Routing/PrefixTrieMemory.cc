@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <new>
+#include <tuple>
 
 #include "Routing/PrefixTrieNode.h"
 
@@ -78,19 +79,28 @@ void PrefixTrie::rebuildIfUnfit() {
   if (sparse || outgrown || size_ == 0) rebuild();
 }
 
+/// Without memory for it, all stays as it is until the next change.
+void PrefixTrie::rebuild() {
+  const std::tuple had(units_, capacity_, used_, free_, empty_, topBits_, freeBlocks_, haveFree_);
+  U64* const old = std::exchange(units_, nullptr);
+  try {
+    copyLiving(old);
+    std::free(old);
+  } catch (const std::bad_alloc&) {
+    std::free(units_);
+    std::tie(units_, capacity_, used_, free_, empty_, topBits_, freeBlocks_, haveFree_) = had;
+  }
+}
+
 /// Copies what lives into new memory, with a top that fits, without what is empty and with every stretch in
 /// one node.
-void PrefixTrie::rebuild() {
-  U64* const old = std::exchange(units_, nullptr);
+void PrefixTrie::copyLiving(const U64* old) {
   const U32 hadTop = topBits_;
   const U32 live = used_ - free_;
   capacity_ = used_ = free_ = empty_ = 0;
   freeBlocks_.fill(0);
   haveFree_.fill(0);
-  if (size_ == 0) {
-    std::free(old);
-    return;
-  }
+  if (size_ == 0) return;
   capacity_ = live;  // makeTop reserves it
   makeTop(size_ >= wideFrom ? wideTop : narrowTop);
   const auto oldWord = [&](U32 i) { return old[(nodeUnits << wideTop) + i]; };
@@ -111,7 +121,6 @@ void PrefixTrie::rebuild() {
     }
     at(i * nodeUnits) = node;
   }
-  std::free(old);
 }
 
 /// What a node has for the six bits c: a word (0 if none) and a node (empty if none).

@@ -2,7 +2,7 @@
 
 #include "../EngineWorld.h"
 #include "../TraceRecorder.h"
-#include "../framework/QuarnRecords.h"
+#include "../tables/QuarnRecords.h"
 
 // A changed unicast route that cannot be read is not lost: it is followed when another one changes.
 

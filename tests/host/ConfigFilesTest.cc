@@ -99,15 +99,9 @@ TEST_F(ConfigFilesTest, WhatIsNoConfigurationIsRefusedAtOnce) {
   EXPECT_EQ(read(at("often.conf")),
             "D/often.conf:1001:9: too many: a configuration includes at most 1000 times");
   EXPECT_EQ(read(at("none\n")), "D/none\\x0A: can't read it: No such file or directory");
-  EXPECT_EQ(read(dir), "D: can't read it: it is a directory, not a file");
-  EXPECT_EQ(read("/dev/zero"), "/dev/zero: can't read it: it is a device, not a file");
   EXPECT_EQ(read("/dev/null"), "");
   EXPECT_EQ(read("/proc/self/mem"), "/proc/self/mem: can't read it: Input/output error");
-  ASSERT_EQ(mkfifo(at("fifo").c_str(), 0600), 0);
-  EXPECT_EQ(read(at("fifo")), "D/fifo: can't read it: it is a FIFO, not a file");
   write("zeros", "");
-  fs::resize_file(at("zeros"), 1u << 20);
-  EXPECT_EQ(read(at("zeros")), "D/zeros:1:1: a NUL byte: this is no text, and none of it is read");
   fs::resize_file(at("zeros"), 1u << 30);
   const std::string tooLong = "too long: a configuration has at most 64 MiB, all of its files together";
   EXPECT_EQ(read(at("zeros")), "D/zeros: " + tooLong);

@@ -215,6 +215,7 @@ LiveRouter::Options Simulation::options(bool isFresh) const {
   if (export_ && !isFresh) options.exported = {*export_};
   options.access = const_cast<VirtualKernel&>(kernel_).access();
   options.clock = [this] { return now_; };
+  options.history = 4;  // what is remembered must not look like what is lost
   return options;
 }
 
@@ -503,6 +504,7 @@ void Simulation::checkClients(bool isLong) {
 
 /// What is written is ours, is no nuisance to readers, and was not right before.
 void Simulation::checkWrite(std::span<const RouteOp> ops) {
+  const bool follows = export_->user == ExportFor::frr;  // such readers are told the same again
   for (const RouteOp& op : ops) {
     const Prefix prefix = op.route.prefix.v4Prefix();
     const auto& there = kernel_.table(VirtualKernel::exportTable)[op.route.prefix];
@@ -510,13 +512,15 @@ void Simulation::checkWrite(std::span<const RouteOp> ops) {
     if (!isOurs(op.route)) fail("somebody else's route is written");
     const auto* entry = daemon_ ? daemon_->live.exported()->exporter().entry(prefix) : nullptr;
     const bool isRight = entry && !daemon_->live.exported()->mirror().isStale() && kernel_.isHeard() &&
-                         entry->wanted.type == op.route.type && entry->wanted.hops == op.route.hops;
+                         entry->wanted.type == op.route.type && entry->wanted.hops == op.route.hops &&
+                         !follows;
     if (!op.add && isRight && op.route.metric == Exporter::metric &&
         std::count_if(there.begin(), there.end(), isOurs) == 1) {
       fail(prefix.stringValue() + " is missing for no reason");
     }
     if (const auto at = writtenAt_.find(prefix);
-        at != writtenAt_.end() && at->second != now_ && now_ < at->second + Exporter::rest) {
+        at != writtenAt_.end() && at->second != now_ &&
+        now_ < at->second + (follows ? Exporter::doubt : Exporter::rest)) {
       fail(prefix.stringValue() + " has no rest");
     }
     writtenAt_[prefix] = now_;

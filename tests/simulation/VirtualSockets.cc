@@ -314,6 +314,7 @@ class VirtualKernel::Writer : public host::kernel::Writer {
     return faults;
   }
   std::string rule(const UserRule&, bool) override { return fails(2) ? "no room" : ""; }
+  std::vector<UserRule> rules(U8) override { return {}; }
 
  private:
   bool fails(U32 oneIn) const { return kernel_.faulty_ && kernel_.dice_(oneIn) == 0; }

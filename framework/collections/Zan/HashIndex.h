@@ -88,6 +88,7 @@ class HashIndex {
 
     static Segment make(U32 bits, U32 depth);
     void destroy() { ::operator delete(&header(), std::align_val_t(alignment)); }
+    explicit operator bool() const { return word_ != 0; }
 
     U32 bits() const { return static_cast<U32>(alignment - word_ % alignment); }
     U32 size() const { return last() + 1; }
@@ -156,7 +157,7 @@ void HashIndex<V>::make(U64 count) {
 
 template <class V>
 void HashIndex<V>::clear() {
-  for (U32 i = 0; exists() && i < directorySize();) {
+  for (U32 i = 0; exists() && i < directorySize() && directory_[i];) {  // memory may have run out in `make`
     Segment segment = directory_[i];
     i += entriesFor(segment.header().depth);
     segment.destroy();
@@ -229,10 +230,15 @@ void HashIndex<V>::makeRoom(U64 h) {
   } else {
     if (depth == this->depth()) doubleDirectory();
     const U64 deciding = U64{1} << (63 - mostSlotBits - depth);
-    const Segment lower = Segment::make(full.bits(), depth + 1);
-    const Segment upper = Segment::make(full.bits(), depth + 1);
-    directoryLeadsTo(lower, h & ~deciding);
-    directoryLeadsTo(upper, h | deciding);
+    Segment halves[2];
+    try {
+      for (Segment& half : halves) half = Segment::make(full.bits(), depth + 1);
+    } catch (...) {
+      if (halves[0]) halves[0].destroy();
+      throw;
+    }
+    directoryLeadsTo(halves[0], h & ~deciding);
+    directoryLeadsTo(halves[1], h | deciding);
   }
   putAll(full.slots(), full.end());
   full.destroy();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <new>
+
 #include "Zan/Assert.h"
 #include "Zan/Bookmark.h"
 #include "Zan/HashIndex.h"
@@ -188,16 +190,14 @@ void HashMap<V, K>::insert(const Ptr<V>& member) {
   V* v = member.get();
   ZAN_ASSERT_TEXT(v && !v->isInCollection(), "member && !member->isInCollection()");
   ZAN_ASSERT_TEXT(Index::exists() || !lookup(v->fwkKey()), "!lookup(member->fwkKey())");
+  const bool indexed = Index::exists();
+  if (indexed) Index::enter(v, hash(*v));  // first: there may be no memory for it
   v->newReference();
   v->prev_ = last_ ? last_ : v;
   (last_ ? last_->next_ : first_) = v;
   last_ = v;
   ++size_;
-  if (Index::exists()) {
-    Index::enter(v, hash(*v));
-  } else {
-    fit();
-  }
+  if (!indexed) fit();
 }
 
 template <class V, class K>
@@ -238,7 +238,8 @@ void HashMap<V, K>::unlink(V* v) {
   --size_;
 }
 
-/// Makes or drops the index, or makes it smaller, with room between growing and shrinking.
+/// Makes or drops the index, or makes it smaller, with room between growing and shrinking. Without memory for
+/// it members are found by a walk, until there is some when the next one comes or goes.
 template <class V, class K>
 void HashMap<V, K>::fit() {
   const U64 wanted = std::max(U64{size_}, (U64{1} << requestedBits_) - 1);
@@ -247,8 +248,12 @@ void HashMap<V, K>::fit() {
     if (size_ <= scanned) return;
   }
   if (Index::exists() && !Index::isSparseFor(wanted)) return;
-  Index::make(wanted);
-  for (V* v = first_; v; v = v->next_) Index::enter(v, hash(*v));
+  try {
+    Index::make(wanted);
+    for (V* v = first_; v; v = v->next_) Index::enter(v, hash(*v));
+  } catch (const std::bad_alloc&) {
+    Index::clear();
+  }
 }
 
 }  // namespace Zan

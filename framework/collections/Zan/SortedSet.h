@@ -191,6 +191,11 @@ void SortedSet<T>::makeRoom(Many& m, std::size_t b, U32 place) {
     ::operator delete(full);
     return;
   }
+  const auto makeRoomForOne = [](auto& all) {
+    if (all.size() == all.capacity()) all.reserve(2 * all.size());
+  };
+  makeRoomForOne(m.blocks);  // so that nothing can throw while the block has no owner
+  makeRoomForOne(m.lasts);
   const U32 stay = place == full->newest + 1u ? std::min(place, blockSize - 1) : blockSize / 2;
   const auto at = static_cast<std::ptrdiff_t>(b);
   m.blocks.insert(m.blocks.begin() + at + 1, newBlock(blockSize, full->values() + stay, full->end()));

@@ -1,6 +1,7 @@
 #include "Zan/Activity.h"
 
 #include <mutex>
+#include <new>
 #include <unordered_map>
 
 #include "Zan/Hash.h"
@@ -62,7 +63,28 @@ bool PendingNotification::operator==(const PendingNotification& other) const {
          kind() == other.kind() && sameKey(other);
 }
 
+namespace {
+
+thread_local U64 withoutMemory = 0;
+
+/// Of the exception that is being handled.
+void countIfMemory() {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    ++withoutMemory;
+  } catch (...) {  // another one is the notifiee's own affair
+  }
+}
+
+}  // namespace
+
+U64 notificationsWithoutMemory() {
+  return withoutMemory;
+}
+
 void notificationFailed(PtrInterface::NotifieeConst& notifiee, AttributeId attribute) {
+  countIfMemory();
   try {
     notifiee.onNotificationException(attribute);
   } catch (...) {
@@ -71,6 +93,7 @@ void notificationFailed(PtrInterface::NotifieeConst& notifiee, AttributeId attri
 }
 
 void notificationFailed(PtrInterface::NotifieeConst& notifiee) {
+  countIfMemory();
   try {
     notifiee.onNotificationException();
   } catch (...) {

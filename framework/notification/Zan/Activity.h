@@ -25,6 +25,9 @@ struct HandlerClass<void (Class::*)(Args...)> {
 /// answers with, which is traced.
 ZAN_EXPORT void notificationFailed(PtrInterface::NotifieeConst& notifiee, AttributeId attribute);
 ZAN_EXPORT void notificationFailed(PtrInterface::NotifieeConst& notifiee);
+/// How many notifications have failed on this thread for want of memory. Who makes changes can learn from it
+/// that somebody who follows them has not got to the end.
+ZAN_EXPORT U64 notificationsWithoutMemory();
 
 /// Calls `Handler` on `notifiee`; what it throws is reported to the notifiee and goes no further.
 template <auto Handler, class... Args>

@@ -25,12 +25,12 @@ bool PtrInterface::NotifieeConst::isStreamAdapter() const {
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (registered == isRegisteredNotifiee() || !notifier_) return;
   const auto& entity = static_cast<const Entity&>(*notifier_);  // notifierIs let nothing else in
-  flagIs(registeredFlag, registered);
   if (registered) {
     entity.notifiees().add(this);
   } else {
     entity.notifiees().remove(this);
   }
+  flagIs(registeredFlag, registered);
 }
 
 void PtrInterface::NotifieeConst::zan_bitSetIs(U32) {}

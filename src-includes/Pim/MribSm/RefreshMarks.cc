@@ -1,6 +1,7 @@
 #include "Pim/MribSm/RefreshMarks.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace Routing::Multicast::Rib {
@@ -78,7 +79,11 @@ void RefreshMarks::hearAddress(const Ip::AddressChange& change) {
 
 void RefreshMarks::note(const Lumo::Prefix& prefix) {
   if (!listens()) return markAll();
-  touched_.push_back(prefix);
+  try {
+    touched_.push_back(prefix);
+  } catch (const std::bad_alloc&) {
+    return markAll();
+  }
   constexpr std::size_t fewNotes = 64;
   if (touched_.size() > std::max<std::size_t>(fewNotes, inputs_.config->routeCount())) markAll();
 }
@@ -149,8 +154,13 @@ bool RefreshMarks::isConfigured(const RouteKeyPrefix& entry) const {
 
 // ---- The marks ----
 
+/// Without memory for one mark, all are marked.
 void RefreshMarks::mark(const RouteKeyPrefix& entry) {
-  if (doubt_ != Doubt::all) marked_.insert({entry.order(), &entry});
+  try {
+    if (doubt_ != Doubt::all) marked_.insert({entry.order(), &entry});
+  } catch (const std::bad_alloc&) {
+    doubt_ = Doubt::all;
+  }
 }
 
 const RouteKeyPrefix* RefreshMarks::next(U64 order, const Lumo::IpGenPrefix& defaultPrefix) {

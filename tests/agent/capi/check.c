@@ -65,6 +65,5 @@ int main(void) {
   test_sizes();
   test_use();
   test_callbacks();
-  test_memory();
   return faults > 0;
 }

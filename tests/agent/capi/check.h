@@ -23,6 +23,5 @@ void test_arguments(void);
 void test_sizes(void);
 void test_use(void);
 void test_callbacks(void);
-void test_memory(void);
 
 #endif

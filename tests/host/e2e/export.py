@@ -19,7 +19,8 @@ SOCKET = f"/tmp/mrib-export-{os.getpid()}"
 CONFIG = SOCKET + ".conf"
 LINES = ["ip multicast export-table 250", "ip mroute 20.1.0.0/16 10.1.0.2", "ip mroute 20.1.0.0/16 10.2.0.2 2",
          "ip mroute 20.2.0.0/16 10.1.0.2", "ip mroute 20.2.0.0/16 10.2.0.2", "ip mroute 20.3.0.0/16 va neighbor 10.1.0.9",
-         "ip mroute 20.4.0.0/16 20.3.0.1", "ip mroute 20.5.0.0/16 vb 3", "ip mroute 20.6.0.0/16 va"]
+         "ip mroute 20.4.0.0/16 20.3.0.1", "ip mroute 20.5.0.0/16 vb 3", "ip mroute 20.6.0.0/16 va",
+         "ip mroute 20.7.0.0/16 vb neighbor 10.3.0.1"]
 FOREIGN = ["99.0.0.0/8 dev lo proto 99", "20.2.0.0/16 dev lo proto 99 metric 9"]
 
 
@@ -27,9 +28,22 @@ def output(command):
     return subprocess.run(command, shell=True, capture_output=True, text=True).stdout
 
 
-def start(mribd):
-    daemon = subprocess.Popen([mribd, "-c", CONFIG, "--socket", SOCKET, "--export-rule", "nobody"],
-                              stderr=subprocess.DEVNULL)
+def prepare(lines=()):
+    """The links, routes of others in the table, and a configuration."""
+    for number, link in enumerate(LINKS, 1):
+        add_link(link)
+        ip(f"addr add 10.{number}.0.1/24 dev {link}")
+    ip("addr add 10.2.9.1 peer 10.2.9.2/32 dev vb", "route add 10.3.0.1 dev vb", *(f"route add {route} table {TABLE}" for route in FOREIGN))
+    configure(lines)
+
+
+def configure(lines):
+    with open(CONFIG, "w") as file:
+        file.write("\n".join([*LINES, *lines]) + "\n")
+
+
+def start(mribd, *options):
+    daemon = subprocess.Popen([mribd, "-c", CONFIG, "--socket", SOCKET, *options], stderr=subprocess.DEVNULL)
     while True:
         try:
             Connection(SOCKET).call("GetStatus")
@@ -52,7 +66,8 @@ def table(proto):
 
 
 def wanted():
-    peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2"}
+    peers = {"20.3.0.0/16": "10.1.0.9", "20.4.0.0/16": "10.1.0.9", "20.5.0.0/16": "10.2.9.2",
+             "20.7.0.0/16": "10.3.0.1"}
     routes = {}
     without = {"20.6.0.0/16"} | (set() if "10.2.9.2" in output("ip addr show vb") else {"20.5.0.0/16"})
     for route in Connection(SOCKET).call("ListRoutes")["routes"]:
@@ -84,14 +99,16 @@ def until(route, since):
 def main():
     own_namespace()
     mribd, dice = sys.argv[2], random.Random(int(os.environ.get("MRIB_SEED", "1")))
-    for number, link in enumerate(LINKS, 1):
-        add_link(link)
-        ip(f"addr add 10.{number}.0.1/24 dev {link}")
-    ip("addr add 10.2.9.1 peer 10.2.9.2/32 dev vb", *(f"route add {route} table {TABLE}" for route in FOREIGN))
-    with open(CONFIG, "w") as file:
-        file.write("\n".join(LINES) + "\n")
-    daemon = start(mribd)
+    prepare()
+    left = [f"iif lo uidrange 1-1 lookup 251 pref 32000 protocol {protocol}" for protocol in (220, 99)]
+    ip(*("rule add " + rule for rule in left))
+    rule = ["--export-rule", "nobody"]
+    daemon = start(mribd, *rule)
     agree("the start")
+    if output("ip rule").count("uidrange 1-1") != 1:
+        sys.exit("FAILED: of the rules of others and of a former run are left " + output("ip rule"))
+    if "onlink" not in output(f"ip route show table {TABLE} exact 20.7.0.0/16"):
+        sys.exit("FAILED: to a reader of the table the gateway is nowhere")
     lookup = ["ip", "route", "get", "fibmatch", "20.1.0.1"]
     ip("route add default via 10.2.0.77")
     other = subprocess.run(["setpriv", "--reuid", "nobody", *lookup], capture_output=True, text=True).stdout
@@ -112,7 +129,7 @@ def main():
             daemon.kill()
             daemon.wait()
             ip(dice.choice(["link set va down", "link set vb up", f"route add 78.0.0.0/8 dev lo table {TABLE} proto 220"]))
-            daemon = start(mribd)
+            daemon = start(mribd, *rule)
         else:
             ip(*step.split("\n"))
         agree(step)
@@ -128,8 +145,9 @@ def main():
     print(f"down to written, as ip shows it: median {statistics.median(times) * 1e3:.1f} ms")
     daemon.terminate()
     daemon.wait()
-    if table(220) or "uidrange" in output("ip rule") or len(table(99)) != len(FOREIGN):
+    if table(220) or output("ip rule").count("uidrange") != 1 or len(table(99)) != len(FOREIGN):
         sys.exit("FAILED: what is left at the end")
 
 
-main()
+if __name__ == "__main__":
+    main()

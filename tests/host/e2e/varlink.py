@@ -15,8 +15,8 @@ import time
 SKIPPED = 77
 
 
-def own_namespace():
-    """Runs the calling program again in a user and network namespace of its own."""
+def own_namespace(*more):
+    """Runs the calling program again in a user and network namespace of its own, and more of unshare's."""
     if os.environ.get("MRIB_NAMESPACE") == "own":
         subprocess.run("ip link set lo up", shell=True, check=True)
         return
@@ -25,7 +25,7 @@ def own_namespace():
     if subprocess.run(["unshare", *options, "ip", "link", "add", "type", "veth"], capture_output=True).returncode:
         print("skipped: no network namespace of its own, or no veth links in it")
         sys.exit(SKIPPED)
-    os.execvp("unshare", ["unshare", *options, sys.executable, *sys.argv])
+    os.execvp("unshare", ["unshare", *options, *more, sys.executable, *sys.argv])
 
 
 def ip(*lines):
@@ -70,6 +70,16 @@ class Connection:
         self.send(method, **parameters)
         return self.next()["parameters"]
 
+    def whole(self, method, part, empty):
+        """What comes in several replies, in one piece."""
+        self.send(method, more=True)
+        more = True
+        while more:
+            reply = self.next()
+            empty += reply["parameters"][part]
+            more = reply.get("continues", False)
+        return empty
+
 
 class Monitor(threading.Thread):
     """Has the MRIB by applying what `Monitor` says, and keeps what did not fit."""
@@ -113,11 +123,14 @@ class Daemon:
     def __init__(self, mribd, config=None, prefix=()):
         self.folder = tempfile.mkdtemp(prefix="mrib-e2e-")
         self.path = self.folder + "/socket"
-        self.log = open(self.folder + "/log", "w+")
+        self.log = open(self.folder + "/log", "a+")
         options = ["-c", config] if config else []
-        command = [*prefix, mribd, "--foreground", "--socket", self.path, *options]
-        self.process = subprocess.Popen(command, stderr=self.log)
-        for _ in range(1200):
+        self.command = [*prefix, mribd, "--foreground", "--socket", self.path, *options]
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen(self.command, stderr=self.log)
+        for _ in range(6000):
             try:
                 if not self.connect().call("GetStatus")["stale"]:
                     return
@@ -125,7 +138,7 @@ class Daemon:
                 pass
             if self.process.poll() is not None:
                 break
-            time.sleep(0.05)
+            time.sleep(0.01)
         raise SystemExit("mribd does not come up: " + self.messages())
 
     def connect(self):

@@ -55,7 +55,9 @@ Datagram everything() {
       .attribute(NHA_OIF, U32{7})
       .attribute(NHA_GATEWAY, gateway4);
   auto legs = leg(7, RTNH_F_DEAD | RTNH_F_PERVASIVE, RTA_GATEWAY, gateway4, 4);
-  U8 via[18] = {AF_INET6, 0};
+  constexpr U16 family = AF_INET6;
+  U8 via[18];
+  std::memcpy(via, &family, sizeof family);
   std::memcpy(via + 2, gateway6, sizeof gateway6);
   const auto second = leg(8, RTNH_F_LINKDOWN, RTA_VIA, via, sizeof via);
   legs.insert(legs.end(), second.begin(), second.end());

@@ -188,11 +188,12 @@ TEST(Mirror, HoldsOwnAddressesForTheTableTheyAreFor) {
     s.links[1].master = 3;
     const auto address = [](U32 link, const char* text) {
       const IpGenAddr a{std::string_view(text)};
-      return Address{link, a, a, 24, 0, false, false};
+      return Address{link, a, a, 24};
     };
     s.addresses = {address(1, "1.0.0.1"), address(2, "2.0.0.1"), address(3, "3.0.0.1"),
                    address(1, "fe80::1")};
-    s.addresses.push_back({1, IpGenAddr("fe80::2"), IpGenAddr("fe80::2"), 64, 253, false, true});
+    s.addresses.push_back(address(1, "fe80::2"));
+    s.addresses.back().tentative = true;
     s.answer();
     s.changed();
     const bool isMain = table == 254;
