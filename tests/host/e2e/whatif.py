@@ -203,7 +203,7 @@ if __name__ == "__main__":
     test = Test(sys.argv[1], sys.argv[2], seed)
     os.environ["MRIB_SOCKET"] = test.daemon.path
     try:
-        test.run(int(os.environ.get("MRIB_STEPS", 100)))
+        test.run(int(os.environ.get("MRIB_STEPS", 30)))
         assert test.daemon.stop() == (0, [])
     finally:
         test.far.kill()
