@@ -35,7 +35,7 @@ void oneConnection(benchmark::State& state) {
   Echo echo;
   Server server(echo, {});
   const auto id = *server.connect({});
-  Nanos now = 0;
+  host::Nanos now = 0;
   for (auto _ : state) {
     server.received(id, request, ++now);
     server.sent(id, server.output(id).size(), now);
@@ -54,7 +54,7 @@ void pipelined(benchmark::State& state) {
   Echo echo;
   Server server(echo, {});
   const auto id = *server.connect({});
-  Nanos now = 0;
+  host::Nanos now = 0;
   for (auto _ : state) {
     server.received(id, bytes, ++now);
     do server.sent(id, server.output(id).size(), now);
