@@ -70,7 +70,6 @@ void KernelFeed::rename(U32 index, const std::string& name, std::set<U32>& conce
     concerned.insert(holders.begin(), holders.end());
     if (holders.empty()) byName_.erase(link.name);
   }
-  if (!link.name.empty()) formerNames_.try_emplace(index, link.name);
   link.name = name;
   if (name.empty()) return;
   std::set<U32>& holders = byName_[name];
@@ -81,13 +80,15 @@ void KernelFeed::rename(U32 index, const std::string& name, std::set<U32>& conce
 void KernelFeed::tellLink(U32 index, mrib::Transaction& t) {
   Link& link = links_[index];
   const kernel::Link* known = mirror_.topology().link(index);
-  if (known && !link.name.empty() && *byName_.at(link.name).rbegin() == index) {
+  const bool isTold = known && !link.name.empty() && *byName_.at(link.name).rbegin() == index;
+  const std::string had = std::exchange(link.toldName, isTold ? link.name : std::string());
+  if (had != link.toldName) formerNames_.try_emplace(index, had);
+  if (isTold) {
     t.link({index, link.name, known->up, known->lowerUp});
-    if (std::exchange(link.told, true)) return;
-    tellAddresses(index, t);
+    if (had.empty()) tellAddresses(index, t);
     return;
   }
-  if (std::exchange(link.told, false)) t.linkDel(index);
+  if (!had.empty()) t.linkDel(index);
   routeStandIn(link, index, false, t);
   if (link.standIn != 0) freeStandIns_.insert(std::exchange(link.standIn, 0));
   rpfAddresses_.erase({rpfAddressOf(link.addresses), index});
@@ -116,7 +117,7 @@ const std::string& KernelFeed::agentName(const std::string& name) const {
 
 void KernelFeed::tellAddresses(U32 index, mrib::Transaction& t) {
   const auto at = links_.find(index);
-  if (at == links_.end() || !at->second.told) return;
+  if (at == links_.end() || at->second.toldName.empty()) return;
   Link& link = at->second;
   Addresses now;
   mirror_.topology().forEachIpv4Of(index, [&](const kernel::Address& a) {
@@ -211,7 +212,7 @@ void KernelFeed::attach(const Prefix& prefix, const std::vector<U32>& links) {
 
 bool KernelFeed::needsStandIn(const Link& link, U32 index) const {
   const IpAddr address = rpfAddressOf(link.addresses);
-  if (!link.told || (link.attached.empty() && address == IpAddr())) return false;
+  if (link.toldName.empty() || (link.attached.empty() && address == IpAddr())) return false;
   if (address == IpAddr()) return true;
   for (U32 length = Prefix::maxLength; length > 0; --length) {
     const auto covering = attached_.find(Prefix(address, length));

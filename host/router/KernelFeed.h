@@ -32,7 +32,8 @@ class KernelFeed {
   /// Whether an interface holds an address, or it stands in for it: a next hop of that address is the
   /// interface itself.
   bool isOwn(U32 link, Lumo::IpAddr address, When when = When::now) const;
-  /// The name that a link had before what was told since the last `forget`; null when it has it still.
+  /// The name that the agent knew a link by before what was told since the last `forget`, empty when it did
+  /// not know it; null when that is as it was.
   const std::string* formerName(U32 link) const;
   /// Whether this next hop had another name or meaning before.
   bool isOtherwise(const mrib::NextHop& hop) const;
@@ -57,7 +58,7 @@ class KernelFeed {
   using Addresses = std::map<Lumo::IpAddr, bool>;  // as told, and whether each is secondary
   struct Link {
     std::string name;
-    bool told = false;  // the agent knows it
+    std::string toldName;  // by which the agent knows it; empty: not at all
     Addresses addresses;
     std::set<Lumo::Prefix> attached;
     U32 standIn = 0;        // the address, or 0

@@ -223,7 +223,7 @@ std::vector<mrib::Route> Router::routes() const {
 
 const std::string* Router::linkName(const mrib::NextHop& hop, KernelFeed::When when) const {
   const std::string* former = when == KernelFeed::When::before ? feed_.formerName(hop.link) : nullptr;
-  if (former) return former;
+  if (former) return former->empty() ? nullptr : former;
   const mrib::Link* link = agent_.link(hop.link);
   return link ? &link->name : nullptr;
 }
