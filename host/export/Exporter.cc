@@ -78,8 +78,9 @@ void Exporter::enqueue(const Prefix& prefix, Entry& entry) {
   if (!std::exchange(entry.queued, true) && !entry.resting) queue_.push_back(prefix);
 }
 
-/// Those that were asked for while they rested are queued now; those that are no more are forgotten. What is
-/// only to be repeated need not rest as long as what has changed.
+/// What rested is looked at: it may have gone again before the mirror heard of it, and is news to nobody then.
+/// What was refused is not, unless somebody asked for it. What is only to be repeated need not rest as long as
+/// what has changed.
 void Exporter::wake(Nanos now) {
   for (; !resting_.empty() && resting_.begin()->first <= now; resting_.erase(resting_.begin())) {
     const Prefix prefix = resting_.begin()->second;
@@ -90,7 +91,7 @@ void Exporter::wake(Nanos now) {
       continue;
     }
     entry.resting = false;
-    if (entry.queued || entry.repeats > 0 || !entry.wanted.isRoute()) {
+    if (entry.queued || !entry.refused || !entry.wanted.isRoute()) {
       entry.queued = true;
       queue_.push_back(prefix);
     }

@@ -86,15 +86,17 @@ void LiveExport::look() {
 /// the next time. True when done.
 bool LiveExport::survey(std::size_t count) {
   const mrib::Routes routes = router_.agent().routes();
-  if (surveyAt_ == 0) exporter_.want({}, wanted_.of({}));
-  for (; surveyAt_ < routes.size() && count > 0; ++surveyAt_, --count) {
-    const Lumo::Prefix prefix = routes[surveyAt_].prefix;
-    exporter_.want(prefix, wanted_.of(prefix));
-    exporter_.check(prefix);
-  }
+  if (surveyAt_ == 0) compare({});
+  for (; surveyAt_ < routes.size() && count > 0; ++surveyAt_, --count)
+    compare(routes[surveyAt_].prefix);
   if (surveyAt_ < routes.size()) return false;
   surveyAt_ = ~std::size_t{0};
   return true;
+}
+
+void LiveExport::compare(const Lumo::Prefix& prefix) {
+  exporter_.want(prefix, wanted_.of(prefix));
+  exporter_.check(prefix);
 }
 
 void LiveExport::begin(Nanos now) {

@@ -40,6 +40,7 @@ class LiveExport {
   void look();
   void begin(Nanos now);
   bool survey(std::size_t count);
+  void compare(const Lumo::Prefix& prefix);
   void writeBatches(Nanos now);
   void logRefusals(Nanos now);
   void ruleIs(bool there, Nanos now);
