@@ -33,9 +33,12 @@ bool hasJust(const EngineRun::EngineRoute& route, const std::vector<Via>& vias) 
 bool Agent::Impl::isRight(const std::vector<Lumo::Prefix>& changed) {
   ++round_;
   judged_.resize(std::max<std::size_t>(judged_.size(), config.size()));
-  const auto right = [&](const Lumo::Prefix& prefix) { return isRightWithUsers(prefix); };
-  return std::all_of(changed.begin(), changed.end(), [&](const auto& p) { return isRightOnce(p); }) &&
-         std::all_of(run->touched().begin(), run->touched().end(), right);
+  const auto rightWithUsers = [&](const Lumo::Prefix& prefix) { return isRightWithUsers(prefix); };
+  const bool right =
+      std::all_of(changed.begin(), changed.end(), [&](const auto& p) { return isRightOnce(p); }) &&
+      std::all_of(run->touched().begin(), run->touched().end(), rightWithUsers);
+  vias_.clear();  // they hold interfaces, which may go
+  return right;
 }
 
 /// A prefix that something was written to, and those with an RPF address that it may be the longest match of.
