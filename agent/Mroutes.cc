@@ -14,6 +14,12 @@ Routing::TrieKey keyOf(const Lumo::Prefix& prefix) {
 
 constexpr std::size_t manyOps = 256;
 
+/// Of lines that are the same otherwise.
+bool haveSameOrigins(const Few<Line>& a, const Few<Line>& b) {
+  return std::equal(a.begin(), a.end(), b.begin(),
+                    [](const Line& x, const Line& y) { return x.origin == y.origin; });
+}
+
 /// The places of the operations, by RPF; those with the same one as they come. A radix sort.
 std::vector<U32> orderByRpf(std::span<const Transaction::MrouteOp> ops) {
   struct Entry {
@@ -125,8 +131,13 @@ void Mroutes::stageName(const std::string& text, U32 link, std::optional<Lumo::I
   for (auto at = nameUsers_.iterator({id, {}}); at && at->name == id; ++at) stageAnew(at->prefix);
 }
 
-/// Forgets the staged prefixes that stay as they are; they may have lines with another origin.
+/// Forgets the staged prefixes that stay as they are; they may have lines with another origin, which is
+/// theirs again if all is rolled back.
 void Mroutes::dropUnchanged() {
+  for (const Staged& s : staged_) {
+    const Few<Line>& lines = nodes_.at(s.place).lines;
+    if (!s.anew && lines == s.other && !haveSameOrigins(lines, s.other)) reworded_.push_back(s);
+  }
   const auto isUnchanged = [&](const Staged& s) {
     Node& node = nodes_.at(s.place);
     if (!(node.lines == s.other)) return false;
@@ -179,6 +190,7 @@ void Mroutes::keep() {
   forEachStaged([](Node& node) { node.staged = 0; });  // from here on it needs no memory
   for (const Lumo::Prefix& prefix : gone) nodes_.erase(*nodes_.find(prefix));
   staged_.clear();
+  reworded_.clear();
   new_.clear();
   stagedNames_.clear();
   order_.clear();
@@ -198,6 +210,9 @@ void Mroutes::rollBack() {
     if (entered_) indexIs(nodes_.at(s.place), true);
   }
   for (const U32 place : new_) nodes_.at(place).lines.clear();
+  for (const Staged& s : reworded_) {
+    for (U32 i = 0; i < s.other.size(); ++i) nodes_.at(s.place).lines.begin()[i].origin = s.other[i].origin;
+  }
   keep();
 }
 

@@ -25,7 +25,7 @@ struct Failure : std::runtime_error {
 };
 
 constexpr Nanos atMost = seconds(1);  // until all is right again
-constexpr U64 slack = 60;             // room that containers keep
+constexpr U64 slack = 100;            // room that containers keep
 
 struct Held {
   U64 objectBytes;

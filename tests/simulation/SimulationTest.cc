@@ -52,11 +52,12 @@ TEST_P(SimulationTest, NothingIsLostWhateverHappens) {
   }
   const char* more = std::getenv("MRIB_SEEDS");
   const U64 seeds = more ? std::strtoull(more, nullptr, 10) : 200;
-  for (U64 seed = 1 + GetParam(); seed <= seeds; seed += 2) {
+  const char* from = std::getenv("MRIB_FROM");
+  for (U64 seed = (from ? std::strtoull(from, nullptr, 10) : 1) + GetParam(); seed <= seeds; seed += 2) {
     Simulation simulation(seed, folder.path);
     const std::string wrong = simulation.run(all);
     if (wrong.empty()) continue;
-    if (std::getenv("MRIB_QUICK")) FAIL() << seed << ' ' << wrong;
+    if (std::getenv("MRIB_QUICK")) FAIL() << "MRIB_SEED=" << seed << ' ' << wrong;
     const auto events = fewest(seed, folder, {all.begin(), all.begin() + simulation.last() + 1});
     FAIL() << "MRIB_SEED=" << seed << " MRIB_EVENTS='" << textOf(events) << "' "
            << testing::internal::GetArgvs()[0] << "\n"
