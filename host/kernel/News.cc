@@ -84,6 +84,7 @@ std::string News::text() const {
     add(fmt::format("the kernel was read again, and {} {} no event had told of", healed_,
                     healed_ == 1 ? "change was found that" : "changes were found that"));
   }
+  if (text.empty()) text = "the kernel was read again, and what was in doubt is as it was";
   return text;
 }
 

@@ -20,8 +20,8 @@ class News {
   /// So many links, addresses, next-hop objects and routes that a dump found to be others.
   void healed(U64 count) { healed_ += count; }
 
-  /// "link eth1 down; route 10.0.0.0/8 via 192.0.2.9 dev eth2 added, and 9 more routes"; empty: nothing.
-  /// Escaped, without a full stop.
+  /// "link eth1 down; route 10.0.0.0/8 via 192.0.2.9 dev eth2 added, and 9 more routes". Where nothing was
+  /// told, a dump has confirmed what a loss had put in doubt. Escaped, without a full stop.
   std::string text() const;
 
  private:
