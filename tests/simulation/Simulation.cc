@@ -10,6 +10,8 @@
 #include "../../bench/CountAllocations.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
+#include "Describe.h"
+#include "Past.h"
 #include "Zan/Hash.h"
 #include "Zan/MemPool.h"
 
@@ -25,7 +27,8 @@ struct Failure : std::runtime_error {
 };
 
 constexpr Nanos atMost = seconds(1);  // until all is right again
-constexpr U64 slack = 100;            // room that containers keep
+constexpr U64 slack = 100;            // room that containers keep,
+constexpr U64 slackAChange = 5;       // and what the history takes
 
 struct Held {
   U64 objectBytes;
@@ -44,18 +47,6 @@ control::Limits limits() {
   limits.room = 3000;
   limits.batch = 4;
   return limits;
-}
-
-std::string textOf(const std::vector<kernel::Hop>& hops) {
-  std::string text;
-  for (const kernel::Hop& h : hops) text += fmt::format(" {}@{}", h.gateway.stringValue(), h.link);
-  return text;
-}
-
-std::vector<std::string> textsOf(const std::vector<kernel::Route>& routes) {
-  std::vector<std::string> texts;
-  for (const auto& r : routes) texts.push_back(fmt::format("{}{}", static_cast<int>(r.type), textOf(r.hops)));
-  return texts;
 }
 
 Configuration configurationIn(const std::string& path) {
@@ -102,6 +93,7 @@ struct Simulation::Daemon {
   RibService service;
   control::Server server;
   daemon::Turns turns{live};
+  Past past{live.router()};
 };
 
 /// Watchers know the state by what they were told; the others count what they are owed.
@@ -149,6 +141,7 @@ std::string Simulation::run(const std::vector<U32>& events) {
   try {
     start();
     returnToStart();
+    daemon_->past.forget();
     const Held before = held();
     for (const U32 number : events) {
       last_ = number;
@@ -157,8 +150,10 @@ std::string Simulation::run(const std::vector<U32>& events) {
       turn();
     }
     returnToStart();
+    daemon_->past.forget();
     const Held now = held();
-    if (now.objectBytes != before.objectBytes || now.allocations > before.allocations + slack) {
+    if (now.objectBytes != before.objectBytes ||
+        now.allocations > before.allocations + slack + slackAChange * history_) {
       fail(fmt::format("{} bytes in objects were {}, {} allocations were {}", now.objectBytes,
                        before.objectBytes, now.allocations, before.allocations));
     }
@@ -215,7 +210,7 @@ LiveRouter::Options Simulation::options(bool isFresh) const {
   if (export_ && !isFresh) options.exported = {*export_};
   options.access = const_cast<VirtualKernel&>(kernel_).access();
   options.clock = [this] { return now_; };
-  options.history = 4;  // what is remembered must not look like what is lost
+  options.history = history_;
   return options;
 }
 
@@ -224,6 +219,7 @@ void Simulation::start() {
   say("starts");
   clients_.clear();
   writtenAt_.clear();
+  kernel_.forgetFollowed();
   daemon_.reset();
   const auto sink = [this](std::string_view line) { fault_ = line; };
   try {
@@ -439,7 +435,7 @@ void Simulation::probe() {
   const Router& router = daemon_->live.router();
   if (!kernel_.isHeard() || kernel_.isHiding() || router.isStale()) return;
   const Truth truth(kernel_, router.configuration(), options(true).mirror.needsCarrier);
-  const std::string wrong = Truth::difference(truth, Truth(router));
+  const std::string wrong = difference(truth.lines, Truth(router).lines);
   if (!wrong.empty()) fail("wrong and not stale:\n" + wrong);
 }
 
@@ -456,6 +452,8 @@ void Simulation::rest(bool isLong) {
   const Router& router = daemon_->live.router();
   if (router.isStale()) fail("stale for ever");
   probe();
+  const std::string otherwise = daemon_->past.difference(*daemon_->live.history(), sources);
+  if (!otherwise.empty()) fail(otherwise);
   Daemon fresh(options(true), [](auto) {});
   for (Nanos at = now_; fresh.live.router().isStale(); at += milliseconds(20)) fresh.live.turn(at);
   const std::pair<const char*, Json> questions[] = {{"ListRoutes", Json::object()},
@@ -548,6 +546,10 @@ void Simulation::checkExport(const Router& fresh, bool isLong) {
         ours.size() == 1 && ours[0].type == want.type && ours[0].metric == Exporter::metric &&
         std::equal(ours[0].hops.begin(), ours[0].hops.end(), want.hops.begin(), want.hops.end(), sameWay);
     right += want.isRoute() && isRight;
+    if (want.isRoute() && isRight && export_->user == ExportFor::frr &&
+        kernel_.followed(ours[0].prefix).value_or(Exporter::protocol) != Exporter::protocol) {
+      fail("who follows the exported table has lost " + prefix.stringValue());
+    }
     if (want.isRoute() ? isRight : ours.empty()) continue;
     const auto fault = exporter.faults().find(prefix);
     kernel::Route route;
@@ -557,8 +559,9 @@ void Simulation::checkExport(const Router& fresh, bool isLong) {
     route.hops = want.hops;
     const bool isRefused = ours.empty() && fault != exporter.faults().end() && fault->second.refused;
     if (!isRefused || (isLong && kernel_.faultOf(route) == 0)) {
-      fail(fmt::format("exported: {} is {}, wanted {} {}", prefix.stringValue(),
-                       fmt::join(textsOf(ours), " and "), static_cast<int>(want.type), textOf(want.hops)));
+      std::vector<std::string> texts{"wanted " + describe(route)};
+      for (const kernel::Route& r : ours) texts.push_back("there is " + describe(r));
+      fail(fmt::format("exported: {} {}", prefix.stringValue(), fmt::join(texts, ", ")));
     }
   }
   if (exporter.routes() != right) fail(fmt::format("{} exported routes, not {}", exporter.routes(), right));

@@ -1,5 +1,7 @@
 #include "Truth.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "Describe.h"
@@ -22,9 +24,14 @@ std::string textOf(const mrib::Route& route, const std::function<bool(const mrib
   for (const mrib::NextHop& hop : route.nextHops) {
     hops.insert((isAttached(hop) ? "" : hop.address.stringValue()) + '@' + std::to_string(hop.link) + ' ');
   }
-  std::string text = std::to_string(route.preference) + ": ";
+  std::string text = "mrib " + route.prefix.stringValue() + ' ' + std::to_string(route.preference) + ": ";
   for (const std::string& hop : hops) text += hop;
   return text;
+}
+
+std::string textOf(const IpGenPrefix& prefix, const Answer& answer) {
+  return fmt::format("unicast {} metric={} proto={}", describe(prefix, answer), answer.metric,
+                     answer.protocol);
 }
 
 class Reader {
@@ -67,6 +74,7 @@ class Reader {
 }  // namespace
 
 Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bool needsCarrier) {
+  std::map<IpGenPrefix, Answer> unicast;
   const Reader reader(kernel, needsCarrier);
   for (const auto& [prefix, routes] : kernel.table(VirtualKernel::mainTable)) {
     Answer answer;
@@ -116,29 +124,18 @@ Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bo
            });
   };
   for (const auto& [prefix, route] : right.mrib()) {
-    if (!host::KernelFeed::isStandIn(prefix)) mrib[prefix] = textOf(route, isAttached);
+    if (!host::KernelFeed::isStandIn(prefix)) lines.push_back(textOf(route, isAttached));
   }
+  for (const auto& [prefix, answer] : unicast) lines.push_back(textOf(prefix, answer));
+  std::sort(lines.begin(), lines.end());
 }
 
 Truth::Truth(const host::Router& router) {
   router.mirror().routes(Lumo::ipv4()).forEachAnswer([&](const IpGenPrefix& prefix, const Answer& answer) {
-    unicast[prefix] = answer;
+    lines.push_back(textOf(prefix, answer));
   });
   for (const mrib::Route& route : router.routes()) {
-    mrib[route.prefix] = textOf(route, [&](const mrib::NextHop& hop) { return router.isAttached(hop); });
+    lines.push_back(textOf(route, [&](const mrib::NextHop& hop) { return router.isAttached(hop); }));
   }
-}
-
-std::string Truth::difference(const Truth& expected, const Truth& actual) {
-  if (expected.unicast == actual.unicast && expected.mrib == actual.mrib) return {};
-  const auto lines = [](const Truth& truth) {
-    std::vector<std::string> all;
-    for (const auto& [prefix, a] : truth.unicast) {
-      all.push_back("unicast " + describe(prefix, a) + ' ' + std::to_string(a.metric));
-    }
-    for (const auto& [prefix, text] : truth.mrib) all.push_back("mrib " + prefix.stringValue() + ' ' + text);
-    std::sort(all.begin(), all.end());
-    return all;
-  };
-  return ::difference(lines(expected), lines(actual));
+  std::sort(lines.begin(), lines.end());
 }

@@ -6,12 +6,9 @@
 
 /// What a virtual kernel and a configuration come to, straight from their records: no history enters into it.
 struct Truth {
-  std::map<host::kernel::IpGenPrefix, host::kernel::Answer> unicast;
-  std::map<Lumo::Prefix, std::string> mrib;
+  std::vector<std::string> lines;  ///< of both tables, in order
 
   Truth(VirtualKernel& kernel, const host::Configuration& configuration, bool needsCarrier);
   /// The same of a router.
   explicit Truth(const host::Router& router);
-  /// The lines that only one of them has, for people.
-  static std::string difference(const Truth& expected, const Truth& actual);
 };

@@ -114,7 +114,13 @@ bool VirtualKernel::insert(Route r, U32 verb) {
     flags = static_cast<U16>(verb == 1 ? NLM_F_CREATE : NLM_F_CREATE | NLM_F_APPEND);
   }
   tell(RouteChange{r}, flags);
+  if (r.table == exportTable) followed_[r.prefix] = r.protocol;
   return true;
+}
+
+std::optional<U8> VirtualKernel::followed(const IpGenPrefix& prefix) const {
+  const auto at = followed_.find(prefix);
+  return at == followed_.end() ? std::nullopt : std::optional(at->second);
 }
 
 void VirtualKernel::erase(const Route& route) {
@@ -122,6 +128,7 @@ void VirtualKernel::erase(const Route& route) {
   const auto at = std::find_if(list.begin(), list.end(), [&](const Route& r) { return isSame(r, route); });
   if (at == list.end()) return;
   tell(RouteChange{*at, true});
+  if (route.table == exportTable) followed_[route.prefix] = 0;
   list.erase(at);
 }
 
@@ -131,16 +138,20 @@ void VirtualKernel::deleteRoute(U32 table) {
   if (!all.empty()) erase(all[dice_(static_cast<U32>(all.size()))]);
 }
 
-/// Somebody else writes to the table that the daemon exports to.
+/// Somebody else writes to the table that the daemon exports to, mostly where that has written.
 void VirtualKernel::changeExported() {
-  if (dice_(2) == 0) return deleteRoute(exportTable);
+  if (dice_(3) == 0) return deleteRoute(exportTable);
   Route r = route();
-  if (r.hops.empty() || faultOf(r) != 0) return;
   r.table = exportTable;
   r.tos = 0;
   r.protocol = dice_(2) ? 220 : 99;
-  r.metric = dice_(3) ? 220 : 5;
-  insert(r, 0);
+  r.metric = dice_(2) ? 220 : 5;
+  std::vector<IpGenPrefix> used;
+  for (const auto& [prefix, list] : tables_[exportTable]) {
+    if (!list.empty()) used.push_back(prefix);
+  }
+  if (!used.empty() && dice_(4) != 0) r.prefix = used[dice_(static_cast<U32>(used.size()))];
+  if (!r.hops.empty() && faultOf(r) == 0) insert(r, 0);
 }
 
 /// For want of room, only what it takes to tell good gateways from bad ones.
@@ -203,7 +214,11 @@ void VirtualKernel::legsAre(U32 link, U8 flag, bool set) {
 template <class F>
 void VirtualKernel::dropRoutesIf(F matches) {
   for (auto& [number, table] : tables_) {
-    for (auto& [prefix, list] : table) std::erase_if(list, matches);
+    for (auto& [prefix, list] : table) {
+      if (std::erase_if(list, matches) > 0 && number == exportTable && followed_.contains(prefix)) {
+        followed_[prefix] = 0;
+      }
+    }
   }
 }
 

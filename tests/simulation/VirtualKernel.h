@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <random>
 
 #include "Access.h"
@@ -57,6 +58,10 @@ class VirtualKernel {
   const std::vector<Address>& addresses() const { return addresses_; }
   const std::map<U32, host::kernel::NextHop>& nextHops() const { return nextHops_; }
   Table& table(U32 number) { return tables_[number]; }
+  /// Whose route to a prefix somebody has who follows what is written to the exported table: a protocol, 0
+  /// for nobody's. Nothing when the daemon cannot know.
+  std::optional<U8> followed(const host::kernel::IpGenPrefix& prefix) const;
+  void forgetFollowed() { followed_.clear(); }
 
   /// Called with each batch before it is written.
   std::function<void(std::span<const host::kernel::RouteOp>)> onWrite;
@@ -103,6 +108,7 @@ class VirtualKernel {
   std::vector<Address> addresses_;
   std::map<U32, host::kernel::NextHop> nextHops_;
   std::map<U32, Table> tables_;
+  std::map<host::kernel::IpGenPrefix, U8> followed_;
   std::deque<std::vector<U8>> inFlight_;
   std::vector<Socket*> sockets_;
   U64 changes_ = 0;

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "Datagram.h"
+#include "Describe.h"
 #include "VirtualKernel.h"
 
 // What a virtual kernel says and hears.
@@ -105,24 +106,17 @@ template <class Other>
 void put(Datagram&, const Other&, U16, U32) {}
 
 std::string textOf(const LinkChange& c) {
-  return fmt::format("link {} {}{}{}", c.link.index, c.link.name, c.link.up ? " up" : " down",
-                     c.link.lowerUp ? "" : " no carrier") +
-         (c.gone ? " gone" : "");
+  return describe(c.link) + (c.gone ? " gone" : "");
 }
 std::string textOf(const AddressChange& c) {
-  return fmt::format("address {} on {}{}", c.address.local.stringValue(), c.address.link,
-                     c.gone ? " gone" : "");
+  return describe(c.address) + (c.gone ? " gone" : "");
 }
 std::string textOf(const NextHopChange& c) {
-  return fmt::format("next hop {} of {} on {}{}", c.nextHop.id, c.nextHop.group.size(), c.nextHop.hop.link,
-                     c.gone ? " gone" : "");
+  return describe(c.nextHop) + (c.gone ? " gone" : "");
 }
 std::string textOf(const RouteChange& c) {
-  std::string hops;
-  for (const Hop& h : c.route.hops) hops += fmt::format(" {}@{}", h.gateway.stringValue(), h.link);
-  return fmt::format("route {} table {} type {} metric {} tos {} object {}{}{}", c.route.prefix.stringValue(),
-                     c.route.table, static_cast<int>(c.route.type), c.route.metric, c.route.tos,
-                     c.route.nextHop, hops, c.gone ? " gone" : "");
+  return fmt::format("route {} table {} {}{}", c.route.prefix.stringValue(), c.route.table, describe(c.route),
+                     c.gone ? " gone" : "");
 }
 template <class Other>
 std::string textOf(const Other&) {
@@ -158,7 +152,8 @@ class VirtualKernel::Socket : public Channel {
   void deliver(const std::vector<U8>& bytes) {
     if (!isSubscribed) return;
     overrun |= queue.size() >= (kernel_.faulty_ ? room_ : ~std::size_t{0});
-    if (!overrun) queue.push_back(bytes);
+    if (overrun) return kernel_.forgetFollowed();
+    queue.push_back(bytes);
   }
   host::Nanos readableAt() const {
     if (overrun || !queue.empty()) return kernel_.now_;
@@ -218,10 +213,11 @@ Channel::Received VirtualKernel::Socket::receive(std::span<U8> buffer) {
   if (queue.empty() && !hasPart) return {};
   std::vector<U8> bytes = queue.empty() ? part() : queue.front();
   if (!queue.empty()) queue.pop_front();
-  if (fails(100))
-    return kernel_.refusedAt_ = kernel_.now_,
-           Received{kernel_.dice_(2) ? Outcome::truncated : Outcome::lost, {}};
-  if (!bytes.empty() && fails(100)) bytes.resize(bytes.size() - 1), kernel_.refusedAt_ = kernel_.now_;
+  const bool isLost = fails(100);
+  const bool isCut = !isLost && !bytes.empty() && fails(100);
+  if (isLost || isCut) kernel_.refusedAt_ = kernel_.now_, kernel_.forgetFollowed();
+  if (isLost) return {kernel_.dice_(2) ? Outcome::truncated : Outcome::lost, {}};
+  if (isCut) bytes.resize(bytes.size() - 1);
   std::copy(bytes.begin(), bytes.end(), buffer.begin());
   return {Outcome::datagram, buffer.first(bytes.size())};
 }
@@ -273,6 +269,7 @@ void VirtualKernel::deliver() {
 
 void VirtualKernel::loseEvents() {
   inFlight_.clear();
+  forgetFollowed();
   for (Socket* socket : sockets_) {
     socket->overrun |= socket->isSubscribed;
     if (socket->isSubscribed) socket->queue.clear();
@@ -310,6 +307,10 @@ class VirtualKernel::Writer : public host::kernel::Writer {
       const int error = none ? ENOBUFS : fails(20) ? ENOMEM : kernel_.write(ops[i]);
       if (error == ENOBUFS || error == ENOMEM) kernel_.refusedAt_ = kernel_.now_;
       if (error != 0) faults.push_back({i, error, std::strerror(error)});
+    }
+    if (fails(10)) {  // somebody takes a route away at once, and nobody hears of it
+      kernel_.deleteRoute(exportTable);
+      kernel_.loseEvents();
     }
     return faults;
   }

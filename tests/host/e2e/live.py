@@ -18,6 +18,7 @@ LIMIT = 1.0  # seconds from a step to the same answers
 SOURCES = [f"10.{i}.0.{j}" for i in range(8) for j in (1, 2, 9)] + [
     "198.51.100.1", "203.0.113.9", "127.0.0.1", "2001:db8::1", "2001:db8:1::9", "fe80::1"]
 LINKS = ["va", "vc", "d0", "d1", "br0", "mv0", "t0", "g0", "new0"]
+SAVED = {"link": "link", "addr": "addr", "nexthop": "nexthop", "route": "route", "route6": "-6 route"}
 MODES = ["mrib-only", "mrib-then-urib", "urib-only", "longer-prefix", "lower-distance"]
 
 
@@ -53,7 +54,7 @@ class Test:
         r = self.random
         link, other = r.choice(LINKS), r.choice(LINKS)
         net, host = r.randrange(8), r.choice([1, 2, 9])
-        metric = r.choice(["", f" metric {r.randrange(3)}"])
+        metric = r.choice(["", "", f" metric {r.randrange(3)}", f" metric {r.randrange(3)}", " tos 0x10"])
         prefix = r.choice([f"10.{net}.0.0/24", f"10.{net}.0.{host}", "10.0.0.0/13", "default", "198.51.100.0/24",
                            f"203.0.113.0/{r.choice([24, 28, 29])}"])
         gateway = f"10.{r.randrange(8)}.0.{r.choice([1, 2, 9])}"
@@ -169,6 +170,21 @@ class Test:
             if time.monotonic() > end:
                 raise SystemExit(f"after {what}: {different}")
 
+    def compare_with_saved(self, what):
+        """The unicast view beside what saved output of `ip -j` comes to."""
+        end = time.monotonic() + LIMIT
+        while True:
+            for name, words in SAVED.items():
+                with open(f"{self.daemon.folder}/{name}.json", "w") as file:
+                    subprocess.run(["ip", "-j", *words.split()], stdout=file, check=True)
+            saved = subprocess.run([self.mrib, "--from", self.daemon.folder, "unicast", "-j"], capture_output=True)
+            expected, seen = json.loads(saved.stdout)["routes"], self.connection.call("ListUnicastRoutes")["routes"]
+            if expected == seen:
+                return
+            if time.monotonic() > end:
+                show("saved", expected, seen)
+                raise SystemExit(f"not as saved after {what}")
+
     def differs_from_kernel(self):
         lines = "".join(f"route get {source}\n" for source in SOURCES)
         got = subprocess.run(["ip", "-j", "-force", "-batch", "-"], input=lines, text=True, capture_output=True)
@@ -197,6 +213,7 @@ class Test:
             if number % 20 == 19:
                 time.sleep(1.2)  # what the kernel does late, as losing a carrier
                 self.settle(time.monotonic(), "\n".join(done[-40:]))
+                self.compare_with_saved("\n".join(done[-40:]))
         if self.monitor.misfits:
             raise SystemExit(f"monitor: changes from what was not: {self.monitor.misfits[:3]}")
         if self.monitor.restarts != 1:

@@ -21,31 +21,31 @@ std::string text(const std::vector<Hop>& hops) {
   return all;
 }
 
-std::string text(const Link& l) {
+}  // namespace
+
+std::string describe(const Link& l) {
   std::string names;
   for (const auto& name : l.alternativeNames) names += ' ' + name;
   return fmt::format("link {} {} up={} lower={} running={} state={} master={}{}", l.index, l.name, l.up,
                      l.lowerUp, l.running, l.operState, l.master, names);
 }
 
-std::string text(const Address& a) {
+std::string describe(const Address& a) {
   return fmt::format("address {} {}/{} peer {} scope={} secondary={} tentative={}", a.link,
                      a.local.stringValue(), a.length, a.peer.stringValue(), a.scope, a.secondary,
                      a.tentative);
 }
 
-std::string text(const NextHop& n) {
+std::string describe(const NextHop& n) {
   std::string group;
   for (const U32 id : n.group) group += ' ' + std::to_string(id);
   return fmt::format("nexthop {} blackhole={} {} group{}", n.id, n.blackhole, text(n.hop), group);
 }
 
-std::string text(const Route& r) {
+std::string describe(const Route& r) {
   return fmt::format("metric={} tos={} type={} proto={} scope={} nhid={}{}", r.metric, r.tos,
                      static_cast<int>(r.type), r.protocol, r.scope, r.nextHop, text(r.hops));
 }
-
-}  // namespace
 
 std::string describe(const IpGenPrefix& prefix, const Answer& answer) {
   static constexpr const char* kinds[] = {"none",      "attached",    "local",    "gateway",
@@ -56,13 +56,13 @@ std::string describe(const IpGenPrefix& prefix, const Answer& answer) {
 
 std::vector<std::string> describe(const Mirror& mirror) {
   std::vector<std::string> lines;
-  for (const auto& [key, entry] : mirror.topology().links.all()) lines.push_back(text(entry.value.link));
-  for (const auto& [key, entry] : mirror.topology().addresses.all()) lines.push_back(text(entry.value));
-  for (const auto& [key, entry] : mirror.topology().nextHops.all()) lines.push_back(text(entry.value));
+  for (const auto& [key, entry] : mirror.topology().links.all()) lines.push_back(describe(entry.value.link));
+  for (const auto& [key, entry] : mirror.topology().addresses.all()) lines.push_back(describe(entry.value));
+  for (const auto& [key, entry] : mirror.topology().nextHops.all()) lines.push_back(describe(entry.value));
   for (const auto family : {Lumo::ipv4(), Lumo::ipv6()}) {
     std::map<IpGenPrefix, int> seen;  // the order of the routes to one prefix counts
     mirror.routes(family).forEach([&](const Route& r) {
-      lines.push_back(fmt::format("route {} #{} {}", r.prefix.stringValue(), seen[r.prefix]++, text(r)));
+      lines.push_back(fmt::format("route {} #{} {}", r.prefix.stringValue(), seen[r.prefix]++, describe(r)));
     });
     mirror.routes(family).forEachAnswer([&](const IpGenPrefix& prefix, const Answer& answer) {
       lines.push_back(fmt::format("answer {} proto={} metric={}", describe(prefix, answer), answer.protocol,
