@@ -223,6 +223,9 @@ void Mroutes::tellBefore(Transaction& into) const {
     for (const Line& line : isAfter ? staged_[node.staged - 1].other : node.lines)
       into.mroute(mrouteOf(node.prefix, line));
   }
+  for (const Staged& s : reworded_) {  // said once more, with the origins before
+    for (const Line& line : s.other) into.mroute(mrouteOf(nodes_.at(s.place).prefix, line));
+  }
 }
 
 Mroute Mroutes::mrouteOf(const Lumo::Prefix& prefix, const Line& line) const {
