@@ -187,8 +187,8 @@ class Mroutes {
   Zan::SortedSet<Lumo::Prefix> held_;  // the prefixes with a line that is held back
 
   std::vector<Staged> staged_;
-  std::vector<Staged> reworded_;                   // staged no more: the lines have other origins, that is all
-  std::vector<U32> new_;                           // the places of staged prefixes that were not configured
+  std::vector<Staged> reworded_;  // staged no more: the lines have other origins, that is all
+  std::vector<U32> new_;          // the places of staged prefixes that were not configured
   std::vector<std::pair<U32, Name>> stagedNames_;  // in place of those with these numbers
   bool swapped_ = false;                           // the staged prefixes have the lines before
   bool entered_ = false;                           // the staged lines are in force

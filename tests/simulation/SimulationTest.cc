@@ -6,18 +6,13 @@
 #include <numeric>
 #include <sstream>
 
+#include "Seeds.h"
 #include "Simulation.h"
 #include "host/Folder.h"
 
 // Random days of the daemon: everything but the loop and the sockets is the real thing.
 
 namespace {
-
-std::string textOf(const std::vector<U32>& events) {
-  std::string text;
-  for (const U32 event : events) text += ' ' + std::to_string(event);
-  return text;
-}
 
 /// Without those that it takes no part of.
 std::vector<U32> fewest(U64 seed, const Folder& folder, std::vector<U32> events) {
@@ -37,7 +32,8 @@ std::vector<U32> fewest(U64 seed, const Folder& folder, std::vector<U32> events)
 
 class SimulationTest : public testing::TestWithParam<U64> {};
 
-/// MRIB_SEEDS in the environment runs more of them, MRIB_SEED and MRIB_EVENTS one aloud.
+/// MRIB_SEEDS in the environment runs up to so many, from MRIB_FROM on; MRIB_QUICK reduces none that fails;
+/// MRIB_SEED and MRIB_EVENTS run one aloud.
 TEST_P(SimulationTest, NothingIsLostWhateverHappens) {
   mallopt(M_MMAP_THRESHOLD, 64 << 20);  // the buffers of so many starts stay with this process
   const Folder folder;
@@ -45,13 +41,12 @@ TEST_P(SimulationTest, NothingIsLostWhateverHappens) {
   std::iota(all.begin(), all.end(), 0);
   if (const char* seed = std::getenv("MRIB_SEED")) {
     const char* some = std::getenv("MRIB_EVENTS");
-    std::istringstream in(some ? some : textOf(all));
+    std::istringstream in(some ? some : fmt::format("{}", fmt::join(all, " ")));
     const std::vector<U32> events{std::istream_iterator<U32>(in), {}};
     EXPECT_EQ(Simulation(std::strtoull(seed, nullptr, 10), folder.path, true).run(events), "");
     return;
   }
-  const char* more = std::getenv("MRIB_SEEDS");
-  const U64 seeds = more ? std::strtoull(more, nullptr, 10) : 200;
+  const U64 seeds = seedsOr(200);
   const char* from = std::getenv("MRIB_FROM");
   for (U64 seed = (from ? std::strtoull(from, nullptr, 10) : 1) + GetParam(); seed <= seeds; seed += 2) {
     Simulation simulation(seed, folder.path);
@@ -59,9 +54,8 @@ TEST_P(SimulationTest, NothingIsLostWhateverHappens) {
     if (wrong.empty()) continue;
     if (std::getenv("MRIB_QUICK")) FAIL() << "MRIB_SEED=" << seed << ' ' << wrong;
     const auto events = fewest(seed, folder, {all.begin(), all.begin() + simulation.last() + 1});
-    FAIL() << "MRIB_SEED=" << seed << " MRIB_EVENTS='" << textOf(events) << "' "
-           << testing::internal::GetArgvs()[0] << "\n"
-           << Simulation(seed, folder.path).run(events);
+    FAIL() << fmt::format("MRIB_SEED={} MRIB_EVENTS='{}' {}\n{}", seed, fmt::join(events, " "),
+                          testing::internal::GetArgvs()[0], Simulation(seed, folder.path).run(events));
   }
 }
 

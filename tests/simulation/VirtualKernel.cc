@@ -114,13 +114,15 @@ bool VirtualKernel::insert(Route r, U32 verb) {
     flags = static_cast<U16>(verb == 1 ? NLM_F_CREATE : NLM_F_CREATE | NLM_F_APPEND);
   }
   tell(RouteChange{r}, flags);
-  if (r.table == exportTable) followed_[r.prefix] = r.protocol;
+  if (r.table == exportTable) followed_[r.prefix] = r.protocol == 220 && r.metric == 220;
   return true;
 }
 
-std::optional<U8> VirtualKernel::followed(const IpGenPrefix& prefix) const {
+/// What others add and take away before the daemon looks at the table it does not know of.
+void VirtualKernel::lose(const IpGenPrefix& prefix) {
   const auto at = followed_.find(prefix);
-  return at == followed_.end() ? std::nullopt : std::optional(at->second);
+  if (at == followed_.end()) return;
+  if (!std::exchange(at->second, false)) followed_.erase(at);
 }
 
 void VirtualKernel::erase(const Route& route) {
@@ -128,7 +130,7 @@ void VirtualKernel::erase(const Route& route) {
   const auto at = std::find_if(list.begin(), list.end(), [&](const Route& r) { return isSame(r, route); });
   if (at == list.end()) return;
   tell(RouteChange{*at, true});
-  if (route.table == exportTable) followed_[route.prefix] = 0;
+  if (route.table == exportTable) lose(route.prefix);
   list.erase(at);
 }
 
@@ -215,9 +217,7 @@ template <class F>
 void VirtualKernel::dropRoutesIf(F matches) {
   for (auto& [number, table] : tables_) {
     for (auto& [prefix, list] : table) {
-      if (std::erase_if(list, matches) > 0 && number == exportTable && followed_.contains(prefix)) {
-        followed_[prefix] = 0;
-      }
+      if (std::erase_if(list, matches) > 0 && number == exportTable) lose(prefix);
     }
   }
 }

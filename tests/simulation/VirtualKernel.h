@@ -2,7 +2,6 @@
 
 #include <deque>
 #include <map>
-#include <optional>
 #include <random>
 
 #include "Access.h"
@@ -58,9 +57,11 @@ class VirtualKernel {
   const std::vector<Address>& addresses() const { return addresses_; }
   const std::map<U32, host::kernel::NextHop>& nextHops() const { return nextHops_; }
   Table& table(U32 number) { return tables_[number]; }
-  /// Whose route to a prefix somebody has who follows what is written to the exported table: a protocol, 0
-  /// for nobody's. Nothing when the daemon cannot know.
-  std::optional<U8> followed(const host::kernel::IpGenPrefix& prefix) const;
+  /// Whether somebody who follows what is written to the exported table has another route to a prefix than
+  /// the daemon's, or none; not where the daemon cannot know.
+  bool hasLost(const host::kernel::IpGenPrefix& prefix) const {
+    return followed_.contains(prefix) && !followed_.at(prefix);
+  }
   void forgetFollowed() { followed_.clear(); }
 
   /// Called with each batch before it is written.
@@ -84,6 +85,7 @@ class VirtualKernel {
   void deleteRoute(U32 table);
   bool insert(Route route, U32 verb);
   void erase(const Route& route);
+  void lose(const host::kernel::IpGenPrefix& prefix);
   int write(const host::kernel::RouteOp& op);
   Link* someLink();
   void linkIs(Link& link, bool up);
@@ -108,7 +110,7 @@ class VirtualKernel {
   std::vector<Address> addresses_;
   std::map<U32, host::kernel::NextHop> nextHops_;
   std::map<U32, Table> tables_;
-  std::map<host::kernel::IpGenPrefix, U8> followed_;
+  std::map<host::kernel::IpGenPrefix, bool> followed_;  // true: the daemon's
   std::deque<std::vector<U8>> inFlight_;
   std::vector<Socket*> sockets_;
   U64 changes_ = 0;
