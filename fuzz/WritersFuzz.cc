@@ -288,7 +288,8 @@ void run(fuzz::Bytes bytes) {
   const auto [out, errors] = printedBy([&] { execute(request, ""); });
   backend.reset();
   judge(request, out);
-  must(fuzz::isSafe(errors) && (errors + out).find("unexpected: ") == errors.npos);
+  must(fuzz::isSafe(errors) && ('\n' + errors).find("\nmrib: unexpected: ") == errors.npos);
+  must(out.find("\n  \"error\": \"unexpected: ") == out.npos);
 }
 
 const fuzz::Target target("writers", run);
