@@ -6,7 +6,7 @@
 namespace {
 U64 count = 0;
 U64 live = 0;
-}
+}  // namespace
 
 U64 allocations() {
   return count;
