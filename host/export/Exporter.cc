@@ -78,9 +78,9 @@ void Exporter::enqueue(const Prefix& prefix, Entry& entry) {
   if (!std::exchange(entry.queued, true) && !entry.resting) queue_.push_back(prefix);
 }
 
-/// What rested is looked at: it may have gone again before the mirror heard of it, and is news to nobody then.
-/// What was refused is not, unless somebody asked for it. What is only to be repeated need not rest as long as
-/// what has changed.
+/// What rested is looked at: it may have gone again before the mirror heard of it, and is news to nobody
+/// then. What was refused is not, unless somebody asked for it. What is only to be repeated need not rest as
+/// long as what has changed.
 void Exporter::wake(Nanos now) {
   for (; !resting_.empty() && resting_.begin()->first <= now; resting_.erase(resting_.begin())) {
     const Prefix prefix = resting_.begin()->second;

@@ -80,7 +80,7 @@ void NetlinkSocket::subscribe() {
 
 bool NetlinkSocket::request(Dump dump, U32 sequence, U32 table) {
   return send(requestTypes[static_cast<std::size_t>(dump)], sequence,
-       [&](nlmsghdr* request) { addHeader(request, dump, table); });
+              [&](nlmsghdr* request) { addHeader(request, dump, table); });
 }
 
 bool NetlinkSocket::request(U16 type, Bytes header, U32 sequence) {

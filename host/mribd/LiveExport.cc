@@ -87,8 +87,7 @@ void LiveExport::look() {
 bool LiveExport::survey(std::size_t count) {
   const mrib::Routes routes = router_.agent().routes();
   if (surveyAt_ == 0) compare({});
-  for (; surveyAt_ < routes.size() && count > 0; ++surveyAt_, --count)
-    compare(routes[surveyAt_].prefix);
+  for (; surveyAt_ < routes.size() && count > 0; ++surveyAt_, --count) compare(routes[surveyAt_].prefix);
   if (surveyAt_ < routes.size()) return false;
   surveyAt_ = ~std::size_t{0};
   return true;
