@@ -113,6 +113,7 @@ void RandomEvents::something(U64 kind) {
   if (kind == 21) return setWritten();
   if (kind == 22 && chance(40)) return defaultPrefixSet();
   if (kind == 22 && chance(10)) return burst();
+  if (kind == 22 && chance(20)) return setAgain();
   operationCalled();
 }
 
@@ -290,6 +291,20 @@ void RandomEvents::inputReplacedForAWhile() {
   if (toggle) traceToggled();
   inputReplaced(which);
   unicast(pick(connectedPool), true);
+}
+
+/// What the engine has already: nothing happens.
+void RandomEvents::setAgain() {
+  auto& mrib = *world_.mrib;
+  event_ += "all set again; ";
+  mrib.intfInfoIs(mrib.intfInfo());
+  mrib.uribShadowStatusIs(mrib.uribShadowStatus());
+  mrib.mribConfigIs(mrib.mribConfig());
+  mrib.mribShadowIs(mrib.mribShadow()->name());
+  mrib.trieBuilderIs(mrib.mribStatus(), mrib.mribShadow());
+  mrib.routeResolverIs(resolver().uribStatus(), resolver().mribStatus(), resolver().intfStatus());
+  mrib.hasNotificationActiveIs(true);
+  mrib.zanDoZombieReactors(false);
 }
 
 /// The engine goes, the MRIB status stays, and the configuration is another one when the next engine starts.
