@@ -5,6 +5,9 @@ string(REGEX REPLACE "([^/])$" "\\1/" to_source "${to_source}")
 add_library(mrib_flags INTERFACE)
 target_compile_options(mrib_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
   "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${to_source}=")
+if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=(address|thread)")
+  target_compile_definitions(mrib_flags INTERFACE MRIB_SANITIZED)
+endif()
 # Nobody replaces a function of this library by one of the same name, so calls inside it need not allow for that.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(mrib_flags INTERFACE -fno-semantic-interposition)

@@ -3,7 +3,7 @@
 #include "ConfigEdit.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
-#include "Target.h"
+#include "MemoryFolder.h"
 
 // Reads the bytes as the text of a configuration, and as commands on what it holds. It is refused with
 // reasons that have a place and are fit to print, or its text reads as the same configuration.
@@ -28,10 +28,23 @@ std::optional<Configuration> made(Make make) {
   }
 }
 
+/// Of a text that includes, as some files of one folder: record separators part them.
+Configuration readFiles(std::string_view text) {
+  static fuzz::MemoryFolder folder("config");
+  for (const char* file : {"a.conf", "b.conf", "c.conf"}) {
+    const std::string_view one = text.substr(0, text.find('\x1E'));
+    text.remove_prefix(std::min(text.size(), one.size() + 1));
+    folder.write(file, one);
+  }
+  return host::readConfiguration(folder.path() + "/a.conf");
+}
+
 void run(fuzz::Bytes bytes) {
   const std::string text(fuzz::textOf(bytes));
-  if (text.find("include") != std::string::npos) return;  // of files, which are not the input's
-  const auto first = made([&] { return host::parseConfiguration(text, "f"); });
+  const bool includes = text.find("include") != text.npos;
+  const bool leavesFolder = text.find_first_of("/\\") != text.npos || text.find("..") != text.npos;
+  if (includes && leavesFolder) return;  // for files that are not the input's
+  const auto first = made([&] { return includes ? readFiles(text) : host::parseConfiguration(text, "f"); });
   if (first) {
     const auto again = made([&] { return host::parseConfiguration(host::textOf(*first), "again"); });
     must(again && host::differenceOf(*first, *again).empty());

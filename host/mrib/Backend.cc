@@ -161,7 +161,7 @@ class Once : public OwnReading {
 /// The process ends now. To take a million routes apart would take it longer than to answer; only a sanitizer
 /// is shown that it all comes apart.
 Once::~Once() {
-#ifndef __SANITIZE_ADDRESS__
+#ifndef MRIB_SANITIZED
   using Kept =
       std::tuple<std::unique_ptr<kernel::LiveMirror>, std::unique_ptr<kernel::Mirror>,
                  std::unique_ptr<Router>, std::unique_ptr<Configurator>, std::unique_ptr<RibService>>;

@@ -30,7 +30,9 @@ struct Request {
   bool fresh = false;  ///< a stale answer is an error
   bool sample = false;
   bool once = false;
-  bool table = false;  ///< another than the main one was named
+  std::string tableName;  ///< or its number; empty: the main one, as below
+  std::string vrf;        ///< whose table it is
+  bool table = false;     ///< another than the main one was named
   int traceLevel = -1;
   std::string from;
   std::string config;
@@ -43,8 +45,8 @@ struct Request {
   InspectRequest inspect;
 };
 
-/// Does it; prints on standard output. Returns the exit code. Throws Error.
-int execute(const Request& request);
+/// Does it, if only to print `help`, and says what went wrong. Returns the exit code.
+int execute(Request& request, const std::string& help);
 
 /// Prints an error as the user wants it, and returns the exit code.
 int report(const Request& request, int code, const std::string& text);

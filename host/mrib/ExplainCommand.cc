@@ -10,7 +10,7 @@ namespace host::commands {
 
 namespace {
 
-int codeFor(const Json& explanation) {
+int codeOfExplanation(const Json& explanation) {
   const std::string verdict = explanation.at("verdict");
   if (verdict == "noRpf") return noRpfRoute;
   const bool passes = verdict == "accepted" || !explanation.contains("incoming");
@@ -27,7 +27,7 @@ int explain(const Request& request) {
   const Json explanation = backend->call("org.mrib.Explain", parameters);
   print(request.json ? dump(documentOf(*backend, explanation), 2)
                      : backend->name() + "\n\n" + text::ofExplanation(explanation));
-  return codeOf(request, explanation.at("stale") == true, codeFor(explanation));
+  return codeOf(request, explanation.at("stale") == true, codeOfExplanation(explanation));
 }
 
 }  // namespace host::commands

@@ -18,7 +18,7 @@ Json questionOf(const Request& request) {
 }
 
 /// Whether some flow is not forwarded as the MRIB says.
-int codeFor(const Json& summary) {
+int codeOfFlows(const Json& summary) {
   for (const char* verdict : {"wrong", "notFollowed", "dropped", "noRpf"}) {
     if (summary.at(verdict) != 0) return notTakenIn;
   }
@@ -64,7 +64,7 @@ int check(const Request& request) {
   listing.end();
   const Json& summary = listing.head().at("summary");
   if (!request.json) print(text::ofSummary(summary));
-  return codeOf(request, listing.isStale(), codeFor(summary));
+  return codeOf(request, listing.isStale(), codeOfFlows(summary));
 }
 
 int metrics(const Request& request) {

@@ -219,6 +219,8 @@ std::string ofConsequences(const Json& difference) {
     text += "Not resolved:\n" + ofUnresolved(difference["unresolved"]);
   for (const Json& warning : difference.at("warnings"))
     text += "warning: " + warning.get<std::string>() + '\n';
+  if (const U64 left = difference.at("left").get<U64>(); left != 0)
+    text += fmt::format("and {} more changes, lines that do not resolve, and warnings\n", left);
   return text;
 }
 

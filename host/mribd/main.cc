@@ -2,7 +2,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
@@ -13,35 +12,21 @@
 #include "LiveReversePath.h"
 #include "LiveRouter.h"
 #include "Loop.h"
+#include "Options.h"
 #include "RibService.h"
 
-// Leaves a daemon running: reads the options, and puts the parts together.
+// Leaves a daemon running: puts the parts together as the options say.
 
 namespace {
 
-enum ExitCode : int { ended = 0, usageError = 1, systemError = 2 };
+using host::Options;
 
-struct Options {
-  std::string config;
-  std::string socket = host::daemon::defaultSocket;
-  std::string table;
-  std::string vrf;
-  std::string logLevel = "info";
-  bool foreground = false;
-  U32 exportTable = 0;
-  std::string exportFor;
-  bool exportKeep = false;
-  std::string exportRule;
-};
+enum ExitCode : int { ended = 0, usageError = 1, systemError = 2 };
 
 std::optional<host::RibService::Exported> exportStatus(const host::LiveExport* exported) {
   if (!exported) return std::nullopt;
   return host::RibService::Exported{exported->options().table, exported->options().user,
                                     exported->exporter()};
-}
-
-std::string notEmpty(const std::string& text) {
-  return text.empty() ? "a word is needed" : "";
 }
 
 /// A user by name or number.
@@ -119,37 +104,13 @@ void serve(const Options& options, host::daemon::Log& log) {
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App app{"Keeps the multicast RIB of this machine in step with its kernel, and answers mrib(1)."};
-  app.set_version_flag("--version", std::string("mribd ") + host::version());
-  app.add_option("-c,--config", options.config,
-                 "Configuration (mrib.conf(5)); " + std::string(host::defaultConfig) + " when that exists")
-      ->type_name("FILE")
-      ->check(notEmpty);
-  app.add_option("--socket", options.socket, "Where clients connect; " + options.socket)
-      ->type_name("PATH")
-      ->check(notEmpty);
-  auto* table = app.add_option("--table", options.table, "Unicast routes are those of this table; main")
-                    ->type_name("NAME|ID");
-  app.add_option("--vrf", options.vrf, "... of the table of this VRF")->type_name("NAME")->excludes(table);
-  app.add_option("--export-table", options.exportTable, "Writes the MRIB into this kernel table")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  app.add_option("--export-for", options.exportFor, "... for frr (the default) or for look-ups in the kernel")
-      ->check(CLI::IsMember({"frr", "kernel"}))
-      ->type_name("frr|kernel");
-  app.add_flag("--export-keep", options.exportKeep, "... where its routes stay when mribd ends");
-  app.add_option("--export-rule", options.exportRule, "... and answers the look-ups of this user")
-      ->type_name("USER")
-      ->check(notEmpty);
-  app.add_option("--log-level", options.logLevel, "error, warning, notice, info (the default) or debug")
-      ->check(CLI::IsMember({"error", "warning", "notice", "info", "debug"}))
-      ->type_name("LEVEL");
-  app.add_flag("--foreground", options.foreground, "Taken for those who are used to it: it never forks");
-  app.footer("SIGHUP reads the configuration again, SIGTERM ends it. Exit codes: 0 ended, 1 usage, 2 error.");
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? ended : usageError;
+    const std::string help = host::readOptions({argv + 1, argv + argc}, options);
+    std::fputs(help.c_str(), stdout);
+    if (!help.empty()) return ended;
+  } catch (const host::Error& e) {
+    std::fprintf(stderr, "mribd: %s\n", e.what());
+    return usageError;
   }
   if (options.config.empty() && access(host::defaultConfig, F_OK) == 0) options.config = host::defaultConfig;
   std::signal(SIGPIPE, SIG_IGN);

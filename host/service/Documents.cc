@@ -143,26 +143,35 @@ void appendChange(std::string& out, const Router& router, const mrib::Change& ch
   out += '}';
 }
 
-Json ofConfigurationChange(const ConfigurationChange& change) {
+Json ofConfigurationChange(const ConfigurationChange& change, std::size_t most) {
+  std::size_t left = 0;
+  const auto list = [&most, &left](const auto& elements, auto&& toJson) {
+    const std::size_t taken = std::min(most, elements.size());
+    most -= taken;
+    left += elements.size() - taken;
+    Json array = Json::array();
+    for (std::size_t i = 0; i < taken; ++i) array.push_back(toJson(elements[i]));
+    return array;
+  };
+  const auto ofLineIn = [](const Configuration& configuration) {
+    return [&configuration](const MrouteLine& line) { return ofLine(configuration, line); };
+  };
   Json json;
   const Difference& difference = change.difference;
-  json["added"] = Json::array();
-  for (const MrouteLine& line : difference.added) json["added"].push_back(ofLine(change.after, line));
-  json["gone"] = Json::array();
-  for (const MrouteLine& line : difference.gone) json["gone"].push_back(ofLine(change.before, line));
-  json["changed"] = Json::array();
-  for (const auto& [before, after] : difference.changed) {
-    json["changed"].push_back(
-        {{"before", ofLine(change.before, before)}, {"after", ofLine(change.after, after)}});
-  }
+  json["added"] = list(difference.added, ofLineIn(change.after));
+  json["gone"] = list(difference.gone, ofLineIn(change.before));
+  json["changed"] = list(difference.changed, [&change](const auto& lines) {
+    const auto& [before, after] = lines;
+    return Json{{"before", ofLine(change.before, before)}, {"after", ofLine(change.after, after)}};
+  });
   json["lookupMode"] = nullptr;
   if (const auto& mode = difference.lookupMode) {
     json["lookupMode"] = {{"before", nameOf(mode->first)}, {"after", nameOf(mode->second)}};
   }
-  json["unresolved"] = Json::array();
-  for (const mrib::Unresolved& u : change.unresolved)
-    json["unresolved"].push_back(ofUnresolved(change.after, u));
-  json["warnings"] = change.warnings;
+  json["unresolved"] =
+      list(change.unresolved, [&change](const mrib::Unresolved& u) { return ofUnresolved(change.after, u); });
+  json["warnings"] = list(change.warnings, [](const std::string& warning) { return Json(warning); });
+  json["left"] = left;
   return json;
 }
 

@@ -17,7 +17,8 @@ Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& un
 /// A route in force that an exported table has not, or not wholly.
 Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);
-Json ofConfigurationChange(const ConfigurationChange& change);
+/// At most so many elements in all; `left` says how many more there are.
+Json ofConfigurationChange(const ConfigurationChange& change, std::size_t most = ~std::size_t{0});
 
 // Of routes there are many, and clients wait for their changes: these are written at once, in half a
 // microsecond.

@@ -333,7 +333,7 @@ Configurator& RibService::configuratorFor(const Call& call) const {
 Answer RibService::answerTo(const ConfigurationChange& change) const {
   if (!change.reasons.empty()) return errorReply("org.mrib.Refused", {{"reasons", change.reasons}});
   return Reply{fmt::format(R"({{"generation":{},"difference":{}}})", router_.generation(),
-                           documents::textOf(documents::ofConfigurationChange(change)))};
+                           documents::textOf(documents::ofConfigurationChange(change, elementsAtOnce)))};
 }
 
 Answer RibService::reload(Call& call) {

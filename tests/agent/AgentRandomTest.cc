@@ -1,15 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "AgentDriver.h"
+#include "Seeds.h"
 
 namespace {
 
-/// More of them with MRIB_SEEDS in the environment.
 TEST(AgentRandom, IsTheRightAnswerWhateverHappened) {
-  const char* more = std::getenv("MRIB_SEEDS");
-  const U64 seeds = more ? std::strtoull(more, nullptr, 10) : 2000;
+  const U64 seeds = seedsOr(2000);
   int commits = 0, mayDiffers = 0, healed = 0;
   for (U64 seed = 1; seed <= seeds; ++seed) {
     agentrandom::Driver driver(fuzz::Dice(seed), seed % 3 == 0 ? 4 : seed % 3 == 1 ? 12 : 100000);

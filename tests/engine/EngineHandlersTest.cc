@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <optional>
 #include <random>
 
 #include "Pim/MribSm/ConfigReactors.h"
+#include "Seeds.h"
 #include "Watchers.h"
 
 // An agent's own reactors may change what the engine works on while it works. The marks must not lose that:
@@ -130,8 +130,7 @@ class Agent {
 };
 
 TEST(EngineHandlers, MayChangeWhatTheEngineWorksOn) {
-  const char* more = std::getenv("MRIB_SEEDS");
-  const U64 seeds = more ? std::strtoull(more, nullptr, 10) : 300;
+  const U64 seeds = seedsOr(300);
   U64 routes = 0;
   for (U64 seed = 1; seed <= seeds; ++seed) {
     Agent whole(seed, true), marked(seed, false);

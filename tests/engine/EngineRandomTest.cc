@@ -1,23 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "RandomEvents.h"
+#include "Seeds.h"
 
 // After every random event the engine's state, results, counters and traces are those of the plain model,
 // whichever way it goes about a refresh; and to offer a prefix that is not marked would write nothing.
 
 namespace {
 
-/// How many seeds; MRIB_SEEDS in the environment runs more of them.
-U64 seeds() {
-  const char* more = std::getenv("MRIB_SEEDS");
-  return more ? std::strtoull(more, nullptr, 10) : 40;
-}
-
 class EngineRandomTest : public testing::TestWithParam<std::tuple<U64, Way>> {};
 INSTANTIATE_TEST_SUITE_P(Seeds, EngineRandomTest,
-                         testing::Combine(testing::Range(U64{1}, U64{1} + seeds()),
+                         testing::Combine(testing::Range(U64{1}, U64{1} + seedsOr(40)),
                                           testing::Values(Way::traced, Way::whole, Way::marked,
                                                           Way::toggled)));
 

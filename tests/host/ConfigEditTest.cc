@@ -77,7 +77,7 @@ class Random {
 };
 
 /// The configuration of a text without its lines that are there twice.
-Configuration parsed(const std::string& text) {
+Configuration configurationIn(const std::string& text) {
   try {
     return host::parseConfiguration(text, "f");
   } catch (const host::ConfigurationError& e) {
@@ -136,7 +136,7 @@ TEST(ConfigEdit, RandomEditsEqualThePlainResult) {
   for (U32 seed = 0; seed < 3000; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
-    const Configuration before = parsed(random.text());
+    const Configuration before = configurationIn(random.text());
     expectEqual(before, host::parseConfiguration(host::textOf(before), "again"));
     Configuration plain = before;
     std::vector<std::string> commands;

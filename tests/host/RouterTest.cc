@@ -235,7 +235,7 @@ std::string answerOf(const State& state, IpAddr source) {
 }
 
 TEST_F(RouterTest, HistoryLeadsBackToEachEarlierMrib) {
-  constexpr std::size_t kept = 150;
+  constexpr std::size_t kept = 50;
   U64 forgotten = 0;
   for (U32 seed = 1; seed <= 50; ++seed) {
     random.seed(seed);

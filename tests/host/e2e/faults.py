@@ -19,11 +19,12 @@ import time
 import traceback
 from contextlib import suppress
 from dataclasses import dataclass
+from pathlib import Path
 
 from varlink import Daemon, add_link, add_tunnel, ip, own_namespace
 
 LIMIT = 1.0  # seconds
-SANITIZED = "libasan" in subprocess.run(["ldd", *sys.argv[2:3]], capture_output=True, text=True).stdout
+SANITIZED = b"__asan_init" in Path(sys.argv[2]).read_bytes()
 ROOM = 1 << (30 if SANITIZED else 20)  # bytes that the daemon may hold more; a sanitizer keeps what is freed
 LINES = """ip mroute 203.0.113.0/24 10.1.0.2
 ip mroute 203.0.113.0/24 d2 250
@@ -71,11 +72,11 @@ class World:
         assert all([add_link(name) for name in LINKS]) and ip(*WAYS)
         self.write(LINES)
 
-    def write(self, text, reload=True):
+    def write(self, text):
         subprocess.run(["rm", "-rf", self.config], check=True)
         with open(self.config, "w") as file:
             file.write(text)
-        if self.daemon and reload:
+        if self.daemon:
             connection = self.daemon.connect()
             connection.send("Reload")
             return connection.next()
@@ -322,9 +323,8 @@ def stuck(w):
 
 
 def million_lines(w):
-    w.write(mroutes(1000000), reload=False)
-    os.kill(w.pid, signal.SIGHUP)
-    w.until("a million lines", lambda: w.daemon.connect().call("GetStatus")["configured"] == 1000000, 60)
+    difference = w.write(mroutes(1000000))["parameters"]["difference"]
+    assert len(difference["added"]) == 20000 and difference["left"] >= 980000, difference["left"]
 
 
 def ten_thousand_links(w):
