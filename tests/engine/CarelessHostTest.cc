@@ -206,4 +206,32 @@ TEST(CarelessHost, KeepsReactorsBeyondTheirEngine) {
   EXPECT_EQ(w.state(), before);
 }
 
+TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
+  using Act = void (*)(Chain&);
+  const std::vector<std::pair<Act, Act>> parts{
+      {[](Chain& w) { w.mrib->intfInfoDel(); }, [](Chain& w) { w.mrib->intfInfoIs(w.intfInfo); }},
+      {[](Chain& w) { w.mrib->uribShadowStatusDel(); }, [](Chain& w) { w.mrib->uribShadowStatusIs(w.urib); }},
+      {[](Chain& w) { w.mrib->mribConfigDel(); }, [](Chain& w) { w.mrib->mribConfigIs(w.config); }},
+      {[](Chain& w) { w.mrib->routeResolverDel(); },
+       [](Chain& w) { w.mrib->routeResolverIs(w.urib, w.mribStatus, w.intfDir); }},
+      {[](Chain& w) { w.mrib->trieBuilderDel(); },
+       [](Chain& w) { w.mrib->trieBuilderIs(w.mribStatus, w.mrib->mribShadow()); }},
+  };
+  for (const auto& [take, give] : parts) {
+    Chain w;
+    const auto before = w.state();
+    for (int twice = 0; twice < 2; ++twice) take(w);
+    w.mrib->hasNotificationActiveIs(false);
+    w.mrib->zanDoZombieReactors(true);
+    EXPECT_TRUE(!w.mrib->intfInfo() || !w.mrib->uribShadowStatus() || !w.mrib->mribConfig() ||
+                !w.mrib->routeResolver() || !w.mrib->trieBuilder());
+    w.mrib->zanDoZombieReactors(false);
+    w.mrib->hasNotificationActiveIs(true);
+    give(w);
+    EXPECT_EQ(w.state(), before);
+    w.rpfIs("90.0.0.0/8", 1, w.via("20.0.0.5"));
+    EXPECT_NE(w.show("90.0.0.0/8"), "none");
+  }
+}
+
 }  // namespace
