@@ -55,6 +55,11 @@ class MadeUpKernel {
     down_ = up ? 0 : index;
     tell(LinkChange{linkOf(index)}, 0, now);
   }
+  void tellAll(Nanos now) {
+    for (U32 prefix = 0; prefix < prefixCount; ++prefix) {
+      if (routes_.emplace(prefix, 0).second) tell(RouteChange{routeTo(prefix, 0)}, NLM_F_CREATE, now);
+    }
+  }
   void takeBack(Nanos now) {
     if (!routes_.empty()) remove(routes_.begin(), now);
   }
@@ -137,6 +142,11 @@ class World {
  public:
   /// Calls `pause` with its time after each hundredth of a second.
   explicit World(std::function<void(Nanos)> pause) : pause_(std::move(pause)) {
+    // All that there can be, once: tables that have been large keep some of their room.
+    turn(0);
+    kernel_.tellAll(now_);
+    turn(0);
+    for (U32 i = 0; i < prefixCount; ++i) kernel_.takeBack(now_);
     for (U32 i = quietFrom; i < slices; ++i) turn(i);
     say(follower_, R"({"method":"org.mrib.Monitor","more":true})");
   }

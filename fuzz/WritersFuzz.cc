@@ -1,6 +1,5 @@
 #include <cstdio>
 #include <iostream>
-#include <map>
 #include <sstream>
 
 #include "Client.h"
@@ -29,53 +28,19 @@ using Lumo::IpAddr;
 using Lumo::IpGenAddr;
 using Lumo::Prefix;
 
-/// `@` is what the input says.
-constexpr const char* commands[] = {"",
-                                    "-j",
-                                    "route|10.0.0.0/8|--longer|--unresolved",
-                                    "rpf|100.0.0.1|10.1.0.9|@",
-                                    "-j|rpf|20.1.1.1|100.0.0.1|102.0.0.1",
-                                    "explain|100.0.0.1|--in|@",
-                                    "-j|explain|101.0.0.1",
-                                    "explain|101.0.0.1",
-                                    "unicast",
-                                    "-j|unicast",
-                                    "unresolved|--waiting",
-                                    "-j|unresolved",
-                                    "status",
-                                    "-j|status",
-                                    "monitor",
-                                    "-j|monitor",
-                                    "watch|100.0.0.1|101.0.0.0/16|@",
-                                    "-j|watch|102.0.0.1|100.0.0.0/16",
-                                    "graph",
-                                    "graph|100.0.0.0/16",
-                                    "graph|--most|2",
-                                    "graph|--format|dot",
-                                    "graph|--format|dot|--most|2",
-                                    "graph|--format|mermaid",
-                                    "graph|--format|mermaid|--most|2",
-                                    "graph|--format|json",
-                                    "report",
-                                    "check",
-                                    "-j|check",
-                                    "metrics",
-                                    "what-if|link @ down",
-                                    "-j|what-if|link @ down",
-                                    "what-if|ip mroute 104.0.0.0/8 @",
-                                    "what-if|--each-link",
-                                    "-j|what-if|--each-link",
-                                    "history",
-                                    "-j|history",
-                                    "explain|100.0.0.1|--at|1",
-                                    "configure|no ip mroute 100.0.0.0/16 \"@\"|--dry-run",
-                                    "-j|configure|ip mroute 105.0.0.0/8 @|--dry-run",
-                                    "reload",
-                                    "running-config",
-                                    "-j|running-config",
-                                    "inspect|@",
-                                    "check|@",
-                                    "graph|@"};
+/// Semicolons part them, and bars their words; `@` is what the input says.
+constexpr std::string_view commands =
+    R"(;-j;route|10.0.0.0/8|--longer|--unresolved;rpf|100.0.0.1|10.1.0.9|@;)"
+    R"(-j|rpf|20.1.1.1|100.0.0.1|102.0.0.1;explain|100.0.0.1|--in|@;-j|explain|101.0.0.1;)"
+    R"(explain|101.0.0.1;unicast;-j|unicast;unresolved|--waiting;-j|unresolved;status;-j|status;)"
+    R"(monitor;-j|monitor;watch|100.0.0.1|101.0.0.0/16|@;-j|watch|102.0.0.1|100.0.0.0/16;graph;)"
+    R"(graph|100.0.0.0/16;graph|--most|2;graph|--format|dot;graph|--format|dot|--most|2;)"
+    R"(graph|--format|mermaid;graph|--format|mermaid|--most|2;graph|--format|json;report;check;)"
+    R"(-j|check;metrics;what-if|link @ down;-j|what-if|link @ down;what-if|ip mroute 104.0.0.0/8 @;)"
+    R"(what-if|--each-link;-j|what-if|--each-link;history;-j|history;explain|100.0.0.1|--at|1;)"
+    R"(configure|no ip mroute 100.0.0.0/16 "@"|--dry-run;)"
+    R"(-j|configure|ip mroute 105.0.0.0/8 @|--dry-run;reload;running-config;-j|running-config;)"
+    R"(inspect|@;check|@;graph|@)";
 
 /// What a kernel with three links says.
 class World : public kernel::ReversePath, public kernel::MulticastCache {
@@ -242,24 +207,26 @@ void judge(const Request& request, const std::string& text) {
   }
 }
 
-Request parsed(std::string_view command) {
-  std::vector<std::string> words;
-  while (!command.empty()) {
-    const std::string_view word = command.substr(0, command.find('|'));
-    words.emplace_back(word);
-    command.remove_prefix(std::min(command.size(), word.size() + 1));
+std::vector<std::string> split(std::string_view text, char at) {
+  std::vector<std::string> parts;
+  while (!text.empty()) {
+    parts.emplace_back(text.substr(0, text.find(at)));
+    text.remove_prefix(std::min(text.size(), parts.back().size() + 1));
   }
-  Request request;
-  readCommandLine(std::move(words), request);
-  return request;
+  return parts;
+}
+
+std::vector<Request> parsedCommands() {
+  std::vector<Request> requests;
+  for (const std::string& command : split(commands, ';'))
+    readCommandLine(split(command, '|'), requests.emplace_back());
+  return requests;
 }
 
 /// A command with what the input says.
-Request requestOf(std::size_t command, const std::string& argument) {
-  static std::map<std::size_t, Request> all;
-  const auto [at, isNew] = all.try_emplace(command);
-  if (isNew) at->second = parsed(commands[command]);
-  Request request = at->second;
+Request requestOf(U8 number, const std::string& argument) {
+  static const std::vector<Request> all = parsedCommands();
+  Request request = all[number % all.size()];
   std::vector<std::string*> texts{&request.incoming, &request.inspect.path};
   for (std::string& text : request.arguments) texts.push_back(&text);
   for (std::string* text : texts) {
@@ -273,18 +240,18 @@ std::unique_ptr<Backend> backend;  // of the next command
 void run(fuzz::Bytes bytes) {
   constexpr std::size_t longest = 100;
   if (bytes.empty()) return;
-  std::string_view text = fuzz::textOf(bytes.subspan(1));
-  std::vector<std::string> fields;
-  for (const char* instead : {"eth0", "eth1", "eth2", "m.conf", "a machine", "10.9.9.9"}) {
-    const std::string_view field = text.substr(0, text.find('\0'));
-    text.remove_prefix(std::min(text.size(), field.size() + 1));
-    fields.emplace_back(field.empty() ? instead : field.substr(0, longest));
+  std::vector<std::string> fields = split(fuzz::textOf(bytes.subspan(1)), '\0');
+  const char* const usual[] = {"eth0", "eth1", "eth2", "m.conf", "a machine", "10.9.9.9"};
+  fields.resize(std::size(usual));
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    fields[i].resize(std::min(fields[i].size(), longest));
+    if (fields[i].empty()) fields[i] = usual[i];
   }
   if (fields[1] == fields[0]) fields[1] += '\'';
   while (fields[2] == fields[0] || fields[2] == fields[1]) fields[2] += '"';
   World world(fields, fields[3], bytes[0] >= 128);
   backend = std::make_unique<Served>(world, "mribd at " + escaped(fields[4]));
-  Request request = requestOf(bytes[0] % std::size(commands), fields[5]);
+  Request request = requestOf(bytes[0], fields[5]);
   const auto [out, errors] = printedBy([&] { execute(request, ""); });
   backend.reset();
   judge(request, out);

@@ -45,7 +45,7 @@ std::string formatOf(const Request& request) {
   return "tree";
 }
 
-Json questionOf(const Request& request) {
+Json graphQuestion(const Request& request) {
   Json question = Json::object();
   if (request.most != 0) question["most"] = request.most;
   if (request.arguments.empty()) return question;
@@ -79,7 +79,7 @@ std::string drawn(const Request& request, const Backend& backend, const Json& gr
 
 int graph(const Request& request) {
   const auto backend = backendFor(request);
-  const Json graph = backend->call("org.mrib.Graph", questionOf(request));
+  const Json graph = backend->call("org.mrib.Graph", graphQuestion(request));
   if (graph.at("nodes").empty() && !request.arguments.empty() && formatOf(request) == "tree") {
     put(request.output, escaped(request.arguments.front()) + ": " + output::summaryOf(graph) + '\n');
   } else {
