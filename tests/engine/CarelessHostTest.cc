@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <iostream>
 
 #include "Pim/MribSm/ConfigReactors.h"
+#include "Pim/MribSm/InputReactors.h"
 #include "Pim/MribSm/ResolverReactors.h"
 #include "TraceRecorder.h"
 #include "Watchers.h"
@@ -143,7 +145,7 @@ TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
       w.connectedIs("44.0.0.0/24", 1);
     }
     std::cerr << "went on\n";
-    std::_Exit(0);
+    std::exit(0);
   };
   const auto wentOnOrAsserted = [](int status) {
     return (WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
@@ -181,6 +183,55 @@ TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
   }
   without->uribStatusIs(w.urib);
   EXPECT_DEATH(w.connectedIs("46.0.0.0/24", 1), "assertion `mribSm' failed") << "the first that comes";
+}
+
+TEST(CarelessHost, KeepsReactorsBeyondTheirEngine) {
+  Chain w;
+  const auto prefix = w.mrib->mribConfigPrefix(IpGenPrefix("60.0.0.0/8"));
+  const auto config = w.mrib->mribConfigDel();
+  const std::vector<Zan::Ptr<Zan::PtrInterface::NotifieeConst>> kept{
+      prefix->mribConfigPref(1), prefix, config, w.mrib->intfInfoDel(), w.mrib->uribShadowStatusDel()};
+  w.stop();
+  const auto before = w.state();
+  for (const auto& reactor : kept) {
+    reactor->notifierIs(Zan::Ptr<Zan::PtrInterface const>(reactor->rawNotifier()));
+  }
+  config->notifierIs(nullptr);
+  config->notifierIs(w.config);
+  w.rpfIs("60.0.0.0/8", 1, w.via("20.0.0.7"));
+  w.rpfIs("60.0.0.0/8", 2, w.via("20.0.0.7"));
+  w.rpfIs("61.0.0.0/8", 1, w.via("20.0.0.7"));
+  w.intfInfo->ipStatusIs(nullptr);
+  w.config->routeNotifyAll();
+  EXPECT_EQ(w.state(), before);
+}
+
+TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
+  using Act = void (*)(Chain&);
+  const std::vector<std::pair<Act, Act>> parts{
+      {[](Chain& w) { w.mrib->intfInfoDel(); }, [](Chain& w) { w.mrib->intfInfoIs(w.intfInfo); }},
+      {[](Chain& w) { w.mrib->uribShadowStatusDel(); }, [](Chain& w) { w.mrib->uribShadowStatusIs(w.urib); }},
+      {[](Chain& w) { w.mrib->mribConfigDel(); }, [](Chain& w) { w.mrib->mribConfigIs(w.config); }},
+      {[](Chain& w) { w.mrib->routeResolverDel(); },
+       [](Chain& w) { w.mrib->routeResolverIs(w.urib, w.mribStatus, w.intfDir); }},
+      {[](Chain& w) { w.mrib->trieBuilderDel(); },
+       [](Chain& w) { w.mrib->trieBuilderIs(w.mribStatus, w.mrib->mribShadow()); }},
+  };
+  for (const auto& [take, give] : parts) {
+    Chain w;
+    const auto before = w.state();
+    for (int twice = 0; twice < 2; ++twice) take(w);
+    w.mrib->hasNotificationActiveIs(false);
+    w.mrib->zanDoZombieReactors(true);
+    EXPECT_TRUE(!w.mrib->intfInfo() || !w.mrib->uribShadowStatus() || !w.mrib->mribConfig() ||
+                !w.mrib->routeResolver() || !w.mrib->trieBuilder());
+    w.mrib->zanDoZombieReactors(false);
+    w.mrib->hasNotificationActiveIs(true);
+    give(w);
+    EXPECT_EQ(w.state(), before);
+    w.rpfIs("90.0.0.0/8", 1, w.via("20.0.0.5"));
+    EXPECT_NE(w.show("90.0.0.0/8"), "none");
+  }
 }
 
 }  // namespace

@@ -16,10 +16,10 @@ const std::vector<const char*> connectedPool{"20.0.0.0/24", "20.0.0.128/25", "30
 const std::vector<const char*> configPool{
     "10.0.0.0/8",  "10.1.0.0/16", "10.1.1.0/24", "60.0.0.0/8",  "60.1.0.0/16", "70.0.0.0/8", "70.7.0.0/16",
     "80.0.0.0/12", "0.0.0.0/0",   "40.1.1.0/24", "20.0.0.0/16", "30.0.0.0/24", "",           "2001:db8::/32"};
-const std::vector<const char*> addressPool{"20.0.0.5", "20.0.0.200", "30.0.0.9",  "30.1.2.3", "40.9.9.9",
-                                           "40.1.1.7", "10.1.1.1",   "10.9.9.9",  "60.1.1.1", "60.9.9.9",
-                                           "70.7.7.7", "70.1.1.1",   "80.0.0.1",  "99.9.9.9", "50.0.0.1",
-                                           "20.0.9.9", "40.2.0.0",   "20.0.0.128"};
+const std::vector<const char*> addressPool{
+    "20.0.0.5", "20.0.0.255", "30.0.0.9", "30.1.2.3",       "40.9.9.9", "40.1.1.7",
+    "10.1.1.1", "10.9.9.9",   "60.1.1.1", "60.255.255.255", "70.7.7.7", "70.1.1.1",
+    "80.0.0.1", "99.9.9.9",   "50.0.0.1", "20.0.9.9",       "40.2.0.0", "20.0.0.128"};
 const std::vector<int> preferencePool{1, 2, 3, 200};
 constexpr U32 intfCount = 5;
 constexpr U32 burstPrefixes = 40;
@@ -113,6 +113,7 @@ void RandomEvents::something(U64 kind) {
   if (kind == 21) return setWritten();
   if (kind == 22 && chance(40)) return defaultPrefixSet();
   if (kind == 22 && chance(10)) return burst();
+  if (kind == 22 && chance(20)) return setAgain();
   operationCalled();
 }
 
@@ -290,6 +291,20 @@ void RandomEvents::inputReplacedForAWhile() {
   if (toggle) traceToggled();
   inputReplaced(which);
   unicast(pick(connectedPool), true);
+}
+
+/// What the engine has already: nothing happens.
+void RandomEvents::setAgain() {
+  auto& mrib = *world_.mrib;
+  event_ += "all set again; ";
+  mrib.intfInfoIs(mrib.intfInfo());
+  mrib.uribShadowStatusIs(mrib.uribShadowStatus());
+  mrib.mribConfigIs(mrib.mribConfig());
+  mrib.mribShadowIs(mrib.mribShadow()->name());
+  mrib.trieBuilderIs(mrib.mribStatus(), mrib.mribShadow());
+  mrib.routeResolverIs(resolver().uribStatus(), resolver().mribStatus(), resolver().intfStatus());
+  mrib.hasNotificationActiveIs(true);
+  mrib.zanDoZombieReactors(false);
 }
 
 /// The engine goes, the MRIB status stays, and the configuration is another one when the next engine starts.

@@ -60,6 +60,7 @@ class RandomEvents {
   void inputReplaced(U64 which);
   void resolverReplaced();
   void inputReplacedForAWhile();
+  void setAgain();
   void restart();
   void sleep();
   void zombie();
