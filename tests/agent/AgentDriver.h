@@ -31,14 +31,7 @@ inline constexpr U32 linkCount = 5;
 
 inline std::string show(const RightAnswer::Mrib& mrib) {
   std::string text;
-  for (const auto& [prefix, route] : mrib) {
-    text +=
-        prefix.stringValue() + ' ' + Routing::Fib::name(route.type) + " p" + std::to_string(route.preference);
-    for (const mrib::NextHop& hop : route.nextHops) {
-      text += ' ' + hop.address.stringValue() + " on " + std::to_string(hop.link);
-    }
-    text += '\n';
-  }
+  for (const auto& [prefix, route] : mrib) text += ctwin::say(route);
   return text;
 }
 

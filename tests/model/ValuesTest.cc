@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "Lumo/IpGenPrefix.h"
 #include "Refusal.h"
-#include "Routing/Fib/RouteType.h"
 #include "Routing/Fib/Via.h"
 #include "Routing/Multicast/Rib/Rpf.h"
 
@@ -54,17 +51,6 @@ TEST(Values, ViaWithoutInterfaceIsEquivalentToEveryVia) {
   EXPECT_FALSE(a == a2);
   EXPECT_THROW(Routing::Fib::ViaIndex(128), Zan::RangeException);
   EXPECT_EQ(Routing::Fib::ViaIndex(127).value(), 127u);
-}
-
-TEST(Values, AreWrittenAsTheirTexts) {
-  std::ostringstream out;
-  out << IpAddr("1.2.3.4") << ' ' << Lumo::IpGenAddr("::1").v6Addr() << ' ' << Prefix("10.0.0.0/8") << ' '
-      << IpGenPrefix("2::/16").v6Prefix() << ' ' << Lumo::IpGenAddr("1::") << ' ' << IpGenPrefix("0.0.0.0/0")
-      << ' ' << Lumo::IntfId(7);
-  EXPECT_EQ(out.str(), "1.2.3.4 ::1 10.0.0.0/8 2::/16 1:: 0.0.0.0/0 7");
-  out.str("");
-  for (U8 type = 0; type < 9; ++type) out << Routing::Fib::RouteType(type) << ' ';
-  EXPECT_EQ(out.str(), "unknown drop receive ipStatic multicastStatic igp egp connected unknown ");
 }
 
 }  // namespace
