@@ -51,6 +51,23 @@ class Scripted {
   std::vector<Address> addresses;
 };
 
+TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
+  Scripted s;
+  s.answer();
+  Route route;
+  route.prefix = IpGenPrefix("10.0.0.0/8");
+  route.hops = {{IpGenAddr("1.1.1.1"), 1, 0}};
+  route.table = 254;
+  const auto kindAfter = [&](auto body) {
+    s.mirror.event({0, NLM_F_CREATE, std::move(body)}, s.now);
+    s.mirror.takeChanges();
+    return s.mirror.answer(route.prefix).kind;
+  };
+  EXPECT_EQ(kindAfter(RouteChange{route}), Answer::Kind::gateway);
+  EXPECT_EQ(kindAfter(LinkChange{s.link(1, false)}), Answer::Kind::none);
+  EXPECT_EQ(kindAfter(LinkChange{s.link(1, true)}), Answer::Kind::none) << "it has no routes yet";
+}
+
 TEST(Mirror, ReadsAgainSoonButNotTooOften) {
   Scripted s;
   s.duration = milliseconds(100);  // a resync is five dumps
