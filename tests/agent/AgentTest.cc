@@ -53,7 +53,6 @@ class AgentTest : public testing::Test {
     }
     return text;
   }
-  std::string at(const char* prefix) const { return show(agent.route(Prefix(prefix))); }
   /// "PREFIX RPF REASON, ..." of what does not resolve.
   std::string why() const {
     std::string text;
@@ -109,26 +108,6 @@ TEST_F(AgentTest, ACircleIsRefusedAndSpelledOut) {
   EXPECT_EQ(result.refusals.front().origins, (std::vector<U64>{4, 1, 2}));
 }
 
-TEST_F(AgentTest, RoutesWhoseInterfacesCloseACircleAreHeldBackAndComeBack) {
-  mroute("50.0.0.0/8", "10.0.0.1");
-  t.mroute(Net("10.0.0.0/8"), "eth2", 1);
-  mroute("10.0.0.0/8", "20.0.0.5", 1);
-  commit();
-  t.addressDel(2, addr("30.0.0.1"));
-  t.address({2, addr("50.0.0.7")});
-  commit();
-  agent.settle();
-  const std::string held =
-      "held back: with the present addresses of interfaces it could resolve through itself in a circle";
-  EXPECT_EQ(why(), "10.0.0.0/8: " + held +
-                       "; another RPF of the same preference resolves\n50.0.0.0/8: " + held + "\n");
-  t.address({2, addr("30.0.0.1")});
-  commit();
-  agent.settle();
-  EXPECT_EQ(why(), "");
-  EXPECT_EQ(at("50.0.0.0/8"), "p1 20.0.0.5 on 1 30.0.0.1 on 2");
-}
-
 TEST_F(AgentTest, AChainOf100000ResolvesAndFollows) {
   const auto inside = [](U32 i) { return IpAddr::fromHost((100u << 24) + (i << 8) + 1); };
   constexpr U32 length = 100000;
@@ -169,26 +148,6 @@ TEST_F(AgentTest, MoreWaysThanCanBeFollowedAreRefused) {
             "line 1: more than 1000000 ways lead to 100.0.0.0/24 from routes that could resolve through it, "
             "one through the other");
   EXPECT_EQ(layers, 20u) << "19 layers are 2 to the power of 19 ways and as many again below";
-}
-
-TEST_F(AgentTest, CommonChangesLeaveNothingToSettle) {
-  const std::pair<const char*, std::function<void()>> changes[] = {
-      {"configured routes come",
-       [&] { mroute("50.0.0.0/8", "20.0.0.5", 2), mroute("60.0.0.0/8", "50.1.1.1"); }},
-      {"a better preference comes", [&] { mroute("50.0.0.0/8", "30.0.0.5", 1); }},
-      {"a connected route goes", [&] { t.routeDel(Net("20.0.0.0/24")); }},
-      {"and comes back", [&] { connected("20.0.0.0/24", 1); }},
-      {"and changes", [&] { connected("20.0.0.0/24", 2, 3); }},
-      {"a unicast route comes",
-       [&] {
-         t.route({Net("99.0.0.0/8"), RouteType::egp, 20, {{addr("20.0.0.7"), 1}}});
-       }},
-      {"all configured routes go", [&] { t.mrouteDelAll(); }},
-  };
-  for (const auto& [what, change] : changes) {
-    change();
-    EXPECT_FALSE(commit().mayDiffer) << what;
-  }
 }
 
 TEST_F(AgentTest, EveryUnresolvedRouteSaysWhy) {

@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "Refusal.h"
-#include "Routing6/Multicast/Rib/Status.h"
+#include "Routing/Multicast/Rib/Status.h"
 #include "Watcher.h"
-#include "Zan/ZanType.h"
 
 // Who hears what, in which order, and who must not.
 
@@ -124,18 +123,12 @@ TEST(Reference, WordCountsMarksZombiesAndStaysWhereNeverCounted) {
   EXPECT_EQ(refusal([] { const Zan::ValidPtr<Plain> valid{Zan::Ptr<Plain>()}; }), "null ValidPtr");
 }
 
-TEST(Entity, KnowsItsTypeAndItsPlaceInTheTree) {
+TEST(Entity, KnowsItsPlaceInTheTree) {
   const auto status = Zan::create<Status>("mrib \"x\"");
   const auto route = status->routeIs(Lumo::Prefix("10.0.0.0/8"));
   EXPECT_EQ(route->fullName(), "mrib \"x\"/10.0.0.0/8");
   EXPECT_EQ(route->uriPath(), "/mrib%20%22x%22/route/10.0.0.0%2F8");
   EXPECT_EQ(route->parentAttr().view(), "route");
-  status->routeDel(route->prefix());
-  EXPECT_EQ(route->parent(), nullptr);
-  const auto status6 = Zan::create<Routing6::Multicast::Rib::Status>("mrib6");
-  const auto route6 = status6->routeIs(Lumo::Ip6Prefix("2001:db8::/32"));
-  EXPECT_EQ(route6->fwkType()->name(), "Routing6::Multicast::Rib::Route");
-  EXPECT_EQ(status6->routeIs(Lumo::Ip6Prefix("2001:db8::/32")), route6);
 }
 
 }  // namespace

@@ -47,12 +47,13 @@ Value text(const char* t) {
   return Value::of(std::string(t));
 }
 
-/// Does something that must throw an `E`, and gives its text, subject and attribute.
-template <class E, class Action>
+/// Does something that must be refused, and gives its text, which is of its type alone, subject and
+/// attribute.
+template <class Action>
 std::string thrown(Action action) {
   try {
     action();
-  } catch (const E& e) {
+  } catch (const Zan::IntrospectionException& e) {
     return std::string(e.what()) + " | " + e.subject() + " | " + e.attribute();
   } catch (const std::exception& e) {
     return "another exception: " + std::string(e.what());
@@ -60,55 +61,19 @@ std::string thrown(Action action) {
   return "nothing";
 }
 
-TEST(Registration, ListsTheTypesInOrderAndTheirAttributesWithTheirIdentifiers) {
+/// The first, some in between and the last: they are numbered in order, so that no other one is amiss.
+TEST(Registration, GivesAttributesTheirIdentifiersAndCollectionsAnIndex) {
   const auto& registry = Zan::Introspection::instance();
-  const auto names = [&](const char* type) {
-    std::string all;
-    for (const auto& a : registry.type(type)->attributes) (all += a->name()) += ' ';
-    return all;
-  };
-  EXPECT_EQ(
-      names("Routing::Multicast::Rib::MribSm"),
-      "zanFwkActivity initialize handleInitialize intfInfo uribShadowStatus mribConfig mribStatus "
-      "allIntfStatusDir ipStatus intfStatus intfConfig mribConfigPrefix routeResolver mribShadow trieBuilder "
-      "defaultPrefix hasNotificationActiveIs zanDoZombieReactors ");
-  EXPECT_EQ(
-      names("Routing::Multicast::Rib::MribTrieBuilderSm"),
-      "status mribRouteStatus zanFwkActivity initialize handleInitialize trie handleRoute route trieUpdates "
-      "deletedPreference deletedPreferenceUnknown hasNotificationActiveIs zanDoZombieReactors ");
-  EXPECT_EQ(
-      names("Routing6::Multicast::Rib::MribTrieBuilderSm"),
-      "status mribRouteStatus zanFwkActivity initialize handleInitialize trie handleRoute route trieUpdates "
-      "hasNotificationActiveIs zanDoZombieReactors ");
-  const std::map<std::string, std::vector<std::pair<const char*, U32>>> ids = {
-      {"InterfaceInfo", {{"ipStatus", 130}, {"config", 131}, {"status", 132}}},
-      {"RouteResolverSm", {{"mribForPrefix", 136}, {"doAddWatchPrefix", 141}, {"doRecursiveUpdate", 145}}},
-      {"MribTrieBuilderSm", {{"status", 130}, {"zanDoZombieReactors", 140}}}};
-  for (const auto& [type, attributes] : ids) {
-    for (const auto& [name, id] : attributes)
-      EXPECT_EQ(registry.attribute("Routing::Multicast::Rib::" + type, name)->id(), id) << name;
-  }
-  EXPECT_EQ(refusal([] { const Zan::ZanAttrIntrospectionFlags flags(0x40); }),
-            "ZanAttrIntrospectionFlags::value > 0x3f not allowed");
-}
-
-TEST(Registration, GivesMutatorsAndCollectionsTheirArgumentContexts) {
-  const auto& registry = Zan::Introspection::instance();
-  const auto context = [&](const char* name, const char* type) {
-    const auto attribute = registry.attribute(std::string("Routing::Multicast::Rib::") + type, name);
-    std::string all;
-    for (const auto& a : attribute->forms().at(0)) {
-      (((all += a->name()) += ' ') += a->valueType()) += ", ";
-      EXPECT_TRUE(!all.starts_with("rpf") || a->containingType() == name);
-    }
-    return all;
-  };
-  EXPECT_EQ(context("doAddOrUpdateRoute", "RouteResolverSm"),
-            "rpf Routing::Multicast::Rib::Rpf, p Lumo::IpGenPrefix, pref U8, ");
-  const auto sets = registry.attribute("Routing::Multicast::Rib::RouteResolverSm", "mribForPrefix");
-  EXPECT_EQ(sets->index()->name(), "lPrefix");
-  EXPECT_EQ(sets->index()->valueType(), "Lumo::IpGenPrefix");
-  EXPECT_EQ(sets->index()->containingType(), "mribForPrefix");
+  const std::tuple<const char*, const char*, U32> ids[] = {{"InterfaceInfo", "ipStatus", 130},
+                                                           {"InterfaceInfo", "config", 131},
+                                                           {"InterfaceInfo", "status", 132},
+                                                           {"RouteResolverSm", "mribForPrefix", 136},
+                                                           {"RouteResolverSm", "doAddWatchPrefix", 141},
+                                                           {"RouteResolverSm", "doRecursiveUpdate", 145},
+                                                           {"MribTrieBuilderSm", "status", 130},
+                                                           {"MribTrieBuilderSm", "zanDoZombieReactors", 140}};
+  for (const auto& [type, name, id] : ids)
+    EXPECT_EQ(registry.attribute(std::string("Routing::Multicast::Rib::") + type, name)->id(), id) << name;
   for (const auto& type : registry.types()) {
     for (const auto& attribute : type->attributes) {
       EXPECT_EQ(attribute->index() != nullptr,
@@ -116,6 +81,10 @@ TEST(Registration, GivesMutatorsAndCollectionsTheirArgumentContexts) {
           << type->table->name << ' ' << attribute->name();
     }
   }
+  const auto sets = registry.attribute("Routing::Multicast::Rib::RouteResolverSm", "mribForPrefix");
+  EXPECT_EQ(sets->index()->name(), "lPrefix");
+  EXPECT_EQ(refusal([] { const Zan::ZanAttrIntrospectionFlags flags(0x40); }),
+            "ZanAttrIntrospectionFlags::value > 0x3f not allowed");
 }
 
 /// Walks every object that can be reached, and compares the tables with what the records say of themselves.
@@ -170,23 +139,17 @@ TEST_F(Reflection, ReachesEveryObjectAndAgreesWithItsOwnNames) {
   EXPECT_GE(types.size(), 20u);
 }
 
-TEST_F(Reflection, ReadsAndSetsWhatTheAccessorsDo) {
-  const auto& trieBuilder = world.mrib->trieBuilder();
-  EXPECT_EQ(sm.read("defaultPrefix").text(), "0.0.0.0/0");
-  EXPECT_EQ(sm.read("routeResolver").object().get(), world.mrib->routeResolver().get());
+TEST_F(Reflection, SetsWhatTheAccessorsDo) {
   builder.set("trieUpdates", text("77"));
   builder.set("deletedPreference", Value::of(U8{9}));
-  EXPECT_EQ(trieBuilder->trieUpdates(), 77u);
-  EXPECT_EQ(trieBuilder->deletedPreference(), 9);
-  EXPECT_EQ(builder.read("deletedPreferenceUnknown").as<U8>(), 0);
-  EXPECT_EQ(resolver.read("mribForPrefix", text("20.0.0.0/24")).object().get(),
-            world.mrib->routeResolver()->mribForPrefix(IpGenPrefix("20.0.0.0/24")).get());
-  EXPECT_FALSE(resolver.read("mribForPrefix", text("9.9.9.0/24")).object());
+  EXPECT_EQ(world.mrib->trieBuilder()->trieUpdates(), 77u);
+  EXPECT_EQ(world.mrib->trieBuilder()->deletedPreference(), 9);
   info.set("status", Value(Zan::Ptr<Interface::AllIntfStatusDir>()));
   EXPECT_EQ(world.mrib->intfStatus(), nullptr);
   const auto set = Routing::Multicast::Rib::PrefixSet::PrefixSetIs(IpGenPrefix("9.0.0.0/8"));
   resolver.set("mribForPrefix", Value(set));
   EXPECT_EQ(resolver.read("mribForPrefix", text("9.0.0.0/8")).object().get(), set.get());
+  EXPECT_FALSE(resolver.read("mribForPrefix", text("9.9.9.0/24")).object());
   EXPECT_THROW(resolver.set("mribForPrefix", Value(Routing::Multicast::Rib::PrefixSet::Ptr())),
                Zan::RangeException);
 }
@@ -219,95 +182,67 @@ TEST_F(Reflection, InitializedSilencesBothHandlersOfTheResolver) {
   EXPECT_EQ(world.show("30.0.0.0/24"), "none");
 }
 
-/// What each operation on one attribute says when it is refused.
-void expectRefusals(const GenericIf& machine, const GenericIf& readOnly, const Zan::AttributeRow& row) {
-  using namespace Zan;
-  const auto op = [&](AttributeOp what, std::vector<Value> arguments = {}) {
-    return [&machine, &row, what, arguments] { machine.attributeOp({row.id, what}, arguments); };
-  };
-  const std::string name(row.name), of = " \"" + name + "\"", self = " | " + name + " | " + name;
-  const std::string unsupported = "operation not supported by attribute" + of + self;
-  const std::string badIndex = "bad index for attribute" + of + self;
-  const auto argument = [&](const std::string& kind, std::string_view which) {
-    const std::string its(which);
-    return kind + " argument \"" + its + "\" of" + of + " | " + its + " | " + name;
-  };
-  const auto wrongType = [&](std::string_view type, const std::string& found) {
-    const std::string its(type);
-    return "expected a value of type " + its + ", found " + found + " for" + of + " | " + its + " | " + name;
-  };
-  for (const U8 what : {U8(AttributeOp::set), U8(AttributeOp::erase), U8(AttributeOp::eraseAll),
-                        U8(AttributeOp::invoke), U8{200}, U8{255}}) {
-    const Value arguments[] = {text("1"), text("1")};
-    EXPECT_EQ(thrown<ConstInstanceException>([&] {
-                readOnly.attributeOp({row.id, AttributeOp(what)}, arguments);
-              }),
-              "attempting to modify a const instance" + self);
-  }
-  for (const int what : {4, 127, 132, 255})
-    EXPECT_EQ(thrown<OperationNotSupportedException>(op(AttributeOp(what))), unsupported);
-  if (!row.set && !row.hasMutatorForms()) {
-    EXPECT_EQ(thrown<OperationNotSupportedException>(op(AttributeOp::set, {text("x")})), unsupported);
-  } else {
-    EXPECT_EQ(thrown<MissingArgumentException>(op(AttributeOp::set)),
-              argument("missing", row.set ? "value" : row.forms.front().arguments[0].name));
-  }
-  if (row.set) {
-    const bool parsed = row.type.find("::") == row.type.npos || row.type == "Lumo::IpGenPrefix";
-    EXPECT_EQ(thrown<TypeException>(op(AttributeOp::set, {text("no such value")})),
-              wrongType(row.type, parsed ? "\"no such value\"" : "text"));
-  }
-  EXPECT_EQ(thrown<BadIndexException>(op(AttributeOp::readAt, {text("no key")})), badIndex);
-  if (row.get) {
-    EXPECT_EQ(thrown<BadIndexException>(op(AttributeOp::read, {text("1")})), badIndex);
-  }
-  if (row.at) {
-    EXPECT_EQ(thrown<BadIndexException>(op(AttributeOp::read)), badIndex);
-    EXPECT_EQ(thrown<UnknownArgumentException>(op(AttributeOp::readAt, {text("1"), text("2")})),
-              argument("unknown", "#2"));
-    for (const AttributeOp what : {AttributeOp::readAt, AttributeOp::erase}) {
-      EXPECT_EQ(thrown<BadIndexException>(op(what)), badIndex);
-      EXPECT_EQ(thrown<BadIndexException>(op(what, {Value::of(12.5)})), badIndex);
-    }
-  } else {
-    EXPECT_EQ(thrown<OperationNotSupportedException>(op(AttributeOp::iterate)), unsupported);
-  }
-  if (row.forms.empty()) {
-    EXPECT_EQ(thrown<OperationNotSupportedException>(op(AttributeOp::invoke)), unsupported);
-    return;
-  }
-  std::vector<NamedArgument> tooMany = {{"bogus", text("1")}};
-  for (const Form& form : row.forms) {
-    for (const ArgumentRow& a : form.arguments) tooMany.push_back({std::string(a.name), {}});
-  }
-  for (const auto& arguments : {tooMany, {tooMany[0]}}) {
-    EXPECT_EQ(thrown<UnknownArgumentException>([&] { machine.call(row.name, arguments); }),
-              argument("unknown", "bogus"));
-  }
-  EXPECT_EQ(thrown<UnknownArgumentException>(op(AttributeOp::invoke, std::vector<Value>(tooMany.size()))),
-            argument("unknown", '#' + std::to_string(tooMany.size())));
-  if (const auto& arguments = row.forms.front().arguments; !arguments.empty()) {
-    EXPECT_EQ(thrown<MissingArgumentException>([&] { machine.call(row.name); }),
-              argument("missing", arguments[0].name));
-    const std::vector<Value> wrong(arguments.size(), Value::of(12.5));
-    EXPECT_EQ(thrown<TypeException>(op(AttributeOp::invoke, wrong)), wrongType(arguments[0].type, "double"));
-  }
-}
-
+/// That each attribute refuses what it must is fuzzed: here is what is said of it, once a kind.
 TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
-  for (const GenericIf& machine : machines()) {
-    const GenericIf readOnly = asConst(machine);
-    for (const Zan::AttributeRow& row : machine.type()->table->rows) expectRefusals(machine, readOnly, row);
-    EXPECT_EQ(thrown<Zan::UnknownAttributeException>([&] { machine.read("bogus"); }),
-              "no attribute \"bogus\" in " + std::string(machine.type()->table->name) + " | bogus | bogus");
-    for (const auto& [id, name] : {std::pair(9999u, "#9999"), {Zan::isZombieId, "isZombie"}}) {
-      const std::string self = std::string(" | ") + name + " | " + name;
-      EXPECT_EQ(thrown<Zan::ConstInstanceException>([&, attribute = id] {
-                  readOnly.attributeOp({attribute, AttributeOp::set});
-                }),
-                "attempting to modify a const instance" + self)
-          << "refused before it is looked for, and by the base type's name for it";
-    }
+  using Op = AttributeOp;
+  const std::string badIndex = "bad index for attribute",
+                    unsupported = "operation not supported by attribute";
+  const Value number = Value::of(12.5), one = text("1");
+  const struct {
+    GenericIf machine;
+    const char* attribute;
+    Op op;
+    std::vector<Value> arguments;
+    std::string what;
+    std::string subject{};  // where it is not the attribute
+  } cases[] = {
+      {builder, "trieUpdates", Op::read, {one}, badIndex},
+      {builder, "trieUpdates", Op::readAt, {one}, badIndex},
+      {builder, "trieUpdates", Op::iterate, {}, unsupported},
+      {builder, "trieUpdates", Op::invoke, {}, unsupported},
+      {builder, "trieUpdates", Op(132), {}, unsupported},
+      {builder, "trie", Op(127), {}, unsupported},
+      {sm, "mribStatus", Op::set, {one}, unsupported},
+      {builder, "trieUpdates", Op::set, {}, "missing argument \"value\" of", "value"},
+      {builder, "trieUpdates", Op::set, {text("x")}, "expected a value of type U32, found \"x\" for", "U32"},
+      {info,
+       "status",
+       Op::set,
+       {one},
+       "expected a value of type Interface::AllIntfStatusDir, found text for",
+       "Interface::AllIntfStatusDir"},
+      {resolver, "mribForPrefix", Op::read, {}, badIndex},
+      {resolver, "mribForPrefix", Op::readAt, {text("no key")}, badIndex},
+      {resolver, "mribForPrefix", Op::erase, {number}, badIndex},
+      {resolver, "mribForPrefix", Op::readAt, {one, one}, "unknown argument \"#2\" of", "#2"},
+      {resolver, "doDelRoute", Op::invoke, {}, "missing argument \"p\" of", "p"},
+      {resolver, "doDelRoute", Op::invoke, {one, one}, "unknown argument \"#2\" of", "#2"},
+      {resolver,
+       "doDelRoute",
+       Op::invoke,
+       {number},
+       "expected a value of type Lumo::IpGenPrefix, found double for",
+       "Lumo::IpGenPrefix"},
+  };
+  for (const auto& [machine, name, op, arguments, what, subject] : cases) {
+    const std::string of(name);
+    EXPECT_EQ(thrown([&, operation = op, given = arguments, &m = machine] {
+                m.attributeOp({m.attributeId(of), operation}, given);
+              }),
+              what + " \"" + of + "\" | " + (subject.empty() ? of : subject) + " | " + of);
+  }
+  EXPECT_EQ(thrown([&] {
+              resolver.call("doDelRoute", {{"bogus", one}});
+            }),
+            "unknown argument \"bogus\" of \"doDelRoute\" | bogus | doDelRoute");
+  EXPECT_EQ(thrown([&] { sm.read("bogus"); }),
+            "no attribute \"bogus\" in Routing::Multicast::Rib::MribSm | bogus | bogus");
+  for (const auto& [id, name] : {std::pair(9999u, "#9999"), {Zan::isZombieId, "isZombie"}}) {
+    EXPECT_EQ(thrown([&, attribute = id] {
+                asConst(sm).attributeOp({attribute, Op::set});
+              }),
+              std::string("attempting to modify a const instance | ") + name + " | " + name)
+        << "refused before it is looked for, and by the base type's name for it";
   }
 }
 
@@ -319,7 +254,7 @@ TEST_F(Reflection, WhatIsReachedThroughAConstHandleIsConst) {
   const GenericIf route(status.read("route", text("10.0.0.0/8")).object());
   EXPECT_THROW(route.set("preference", Value::of(U8{9})), Zan::ConstInstanceException);
   EXPECT_EQ(
-      thrown<Zan::TypeException>([&] { resolver.set("mribStatus", readOnly.read("mribStatus")); }),
+      thrown([&] { resolver.set("mribStatus", readOnly.read("mribStatus")); }),
       "expected a value of type Routing::Multicast::Rib::Status, found const "
       "Routing::Multicast::Rib::Status for \"mribStatus\" | Routing::Multicast::Rib::Status | mribStatus");
   GenericIf(sm.read("routeResolver").object()).set("initialized", Value::of(true));
@@ -352,7 +287,7 @@ TEST_F(Reflection, IteratesAllCollectionsAlike) {
     EXPECT_EQ(i->key().text(), second) << name;
     EXPECT_EQ(copy->key().text(), second) << name;
     const auto constant = asConst(owner).iterator(id);
-    EXPECT_EQ(thrown<Zan::ConstInstanceException>([&] { constant->erase(); }),
+    EXPECT_EQ(thrown([&] { constant->erase(); }),
               "attempting to modify a const instance | " + std::string(name) + " | " + name);
     EXPECT_EQ(constant->member().isObject(), constant->member().object().isConst()) << name;
   }
@@ -374,18 +309,14 @@ TEST_F(Reflection, HearsTheChangesOfObjectsWithoutKnowingTheirClass) {
 }
 
 TEST_F(Reflection, CallsTheFactoriesByName) {
-  const Value info6 = Zan::callFactory("Routing::Multicast::Rib::interfaceInfoFactory");
-  EXPECT_EQ(info6.typeName(), "Routing::Multicast::Rib::InterfaceInfo");
   const Value made =
       Zan::callFactory("Routing6::Multicast::Rib::mribTrieBuilderSmFactory",
                        {{"mribRouteStatus", Value(Zan::create<Routing6::Multicast::Shadow::Status>("other"))},
                         {"status", Value(status6)}});
   EXPECT_EQ(GenericIf(made.object()).read("status").object().get(), status6.get());
-  EXPECT_EQ(thrown<Zan::MissingArgumentException>(
-                [] { Zan::callFactory("Routing::Multicast::Rib::mribTrieBuilderSmFactory"); }),
-            "missing argument \"status\" of \"Routing::Multicast::Rib::mribTrieBuilderSmFactory\" | status | "
-            "Routing::Multicast::Rib::mribTrieBuilderSmFactory");
-  EXPECT_EQ(Zan::Introspection::instance().factories().size(), 5u);
+  const std::string of4 = "Routing::Multicast::Rib::mribTrieBuilderSmFactory";
+  EXPECT_EQ(thrown([&] { Zan::callFactory(of4); }),
+            "missing argument \"status\" of \"" + of4 + "\" | status | " + of4);
 }
 
 }  // namespace
