@@ -14,8 +14,10 @@ import signal
 import socket
 import subprocess
 import sys
+import threading
 import time
 import traceback
+from contextlib import suppress
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -33,8 +35,10 @@ LINKS = ("d0", "d1", "d2")
 WAYS = [*(f"addr add 10.{i}.0.1/24 dev d{i}" for i in range(3)), "addr add 10.1.0.3/24 dev d1",
         "nexthop add id 1 via 10.1.0.2 dev d1", "nexthop add id 2 via 10.2.0.2 dev d2", "nexthop add id 3 group 1/2",
         "route add 192.0.2.0/24 nhid 3", "route add 198.51.100.0/24 via 10.1.0.2"]
+HOSTILE = [b'a"b', b"\\x41'", b"\x1b[2J", b"\xff\xfe", b"$(reboot)", b"<b>&amp;", b"!#;,|", b"1.2.3.4", b"null", b"..a"]
 FEW = ("setpriv", "--bounding-set=-all", "--inh-caps=-all")  # and a receive buffer of the ordinary size
 SIGNALS = [signal.SIGHUP, signal.SIGPIPE, signal.SIGCONT, signal.SIGWINCH, signal.SIGCHLD, signal.SIGURG]
+MANAGER = f"mrib-faults-{os.getpid()}"
 
 
 def nets(count):
@@ -61,7 +65,10 @@ class World:
 
     def rebuild(self):
         """The world as it was; the links of a group go at once."""
-        ip(*(f"link set {name} group 7" for _, name in socket.if_nameindex() if name != "lo"), "link del group 7")
+        names = {os.fsencode(name) for _, name in socket.if_nameindex()} - {b"lo"}
+        for name in names.intersection(HOSTILE):
+            subprocess.run([b"ip", b"link", b"del", name], check=True)
+        ip(*(f"link set {name.decode()} group 7" for name in names.difference(HOSTILE)), "link del group 7")
         assert all([add_link(name) for name in LINKS]) and ip(*WAYS)
         self.write(LINES)
 
@@ -153,6 +160,14 @@ def overrun_in_resync(w):
     assert w.daemon.connect().call("GetStatus")["mirror"]["overruns"] == 3
 
 
+def comes_and_goes(w):
+    w.write(LINES + "ip mroute 198.18.0.0/15 new0\nip mroute 198.18.0.0/15 d0 7\n")
+    for line in ("link add new0 type bridge", "link set new0 up", "addr add 10.9.0.1/24 dev new0", "link set new0 down",
+                 "link set new0 name new1", "link set new1 name new0", "link set new0 up", "link del new0"):
+        assert ip(line)
+        w.equal()
+
+
 def tunnel(w):
     """A static route over an unnumbered tunnel, whose second preference takes over while it is down."""
     held = add_tunnel("tun0")
@@ -165,6 +180,25 @@ def tunnel(w):
         said = subprocess.run([w.mrib, "--socket", w.daemon.path, "rpf", "203.0.113.5"], capture_output=True, text=True).stdout
         assert way is None or f"RPF interface: {way}\n" in said and ("directly connected" in said) == (way == "tun0"), said
     os.close(held)
+
+
+def hostile(w):
+    for i, name in enumerate(HOSTILE, 1):
+        for words in (b"link add name %s type bridge", b"link set %s up", b"addr add 10.9.%d.1/24 dev %%s" % i,
+                      b"route add 20.%d.0.0/24 dev %%s" % i):
+            subprocess.run([b"ip"] + [name if word == b"%s" else word for word in words.split()], check=True)
+    routes = w.daemon.connect().whole("ListRoutes", "routes", [])
+    ways = {r["prefix"]: r["vias"][0]["interface"] for r in routes if r["prefix"].startswith("20.")}
+    assert len(set(ways.values())) == len(HOSTILE)
+    w.write("".join(f'ip mroute {prefix} {written(name)}\n' for prefix, name in zip(sorted(ways, key=len), HOSTILE)))
+    w.equal()
+    text = subprocess.run([w.mrib, "--socket", w.daemon.path], capture_output=True, check=True).stdout
+    assert all(32 <= byte < 127 or byte == 10 for byte in text), text
+    assert w.daemon.connect().call("ListUnresolved")["unresolved"] == []
+
+
+def written(name):
+    return '"' + "".join(f"\\x{byte:02x}" if byte in b'"\\' or not 32 <= byte < 127 else chr(byte) for byte in name) + '"'
 
 
 def killed(w):
@@ -185,6 +219,16 @@ def killed(w):
         times.append(w.restart())
     print("back and equal after", *(f"{1000 * each:.0f}" for each in sorted(times)), "ms")
     assert sorted(times)[len(times) // 2] < 0.5
+
+
+def cut(w):
+    for end in range(len(LINES)):
+        before = open(w.running()).read()
+        refused = "error" in w.write(LINES[:end])
+        if refused:
+            assert open(w.running()).read() == before
+        elif end % 8 == 0 or LINES[end - 1] == "\n":
+            w.equal()
 
 
 def full_disk(w):
@@ -216,6 +260,32 @@ def no_memory(w):
     assert w.restart() < 0.5
 
 
+def rude(request, piece, limit):
+    """A client that is dropped when its time is over."""
+    def run(w):
+        connection = w.daemon.connect()
+        threading.Thread(target=lambda: send(connection.socket), daemon=True).start()
+        w.until("the log", lambda: "is dropped" in w.daemon.messages(), limit)
+
+    def send(to):
+        with suppress(OSError):
+            for i in range(0, len(request), piece):
+                to.sendall(request[i:i + piece])
+                time.sleep(1)
+    return run
+
+
+def malicious(w):
+    for bad in (b'{"method":"org.mrib.Lookup","parameters":{"addresses":["' + b"9" * 60000 + b'"]}}', b'{"method":1}',
+                b'{"method":"org.mrib.Lookup","parameters":{"addresses":' + b"[" * 30 + b"]" * 30 + b"}}",
+                b'{"method":"org.mrib.Configure","parameters":{"commands":["no ip mroute 203.0.113.0/24 \\u0000"]}}',
+                b'{"method":"org.mrib.ListRoutes","parameters":{"prefix":"1.2.3.4/33","longer":7}}',
+                b"\xff\xfe", b"[" * 60000, b"x" * 70000, b"\0" * 60000):
+        connection = w.daemon.connect()
+        connection.socket.sendall(bad + b"\0")
+        assert "error" in connection.next(), bad[:60]
+
+
 def connections(w):
     for i in range(10000):
         connection = w.daemon.connect()
@@ -234,6 +304,24 @@ def vanishes(w):
         connection.socket.close()
 
 
+def stuck(w):
+    manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    manager.bind("\0" + MANAGER)
+    manager.settimeout(0.3)  # a watchdog of 200 ms, with patience
+
+    def hears():
+        try:
+            return b"WATCHDOG=1" in manager.recv(999) or hears()
+        except TimeoutError:
+            return False
+    assert hears() and hears() and hears()
+    os.kill(w.pid, signal.SIGSTOP)
+    while hears():
+        pass
+    w.daemon.process.kill()
+    assert w.restart() < 0.5 and hears()
+
+
 def million_lines(w):
     difference = w.write(mroutes(1000000))["parameters"]["difference"]
     assert len(difference["added"]) == 20000 and difference["left"] >= 980000, difference["left"]
@@ -250,6 +338,7 @@ class Row:
     fault: object  # lines of ip, or of a shell after "$ ", or a function of the world
     says: str = None  # what one line of the log has
     prefix: tuple = ()
+    lines: int = 1  # of the log
     restarts: bool = False
     turns: int = 2  # the second one finds the memory that the first one took
     limit: float = LIMIT  # more where there is much to read
@@ -259,21 +348,32 @@ class Row:
 READ_AGAIN = "configuration read again"
 ROWS = [
     Row("link down", "link set d1 down"),
+    Row("link down and up", "link set d1 down\nlink set d1 up"),
+    Row("link deleted", "link del d1"),
+    Row("link in a bridge", "link add br0 type bridge\nlink set d1 master br0\nlink set br0 up\nlink del br0"),
     Row("link moved to another namespace", "$ unshare -n sleep 1 & sleep 0.2; ip link set d1 netns $!"),
+    Row("address deleted, and its secondary", "addr del 10.1.0.1/24 dev d1"),
     Row("addresses flushed", "addr flush dev d1"),
+    Row("next hop deleted", "nexthop del id 1"),
     Row("next hops flushed", "nexthop flush"),
+    Row("carrier lost", "link set d1p down"),
     Row("carrier lost, and not to be used", "$ echo 1 >/proc/sys/net/ipv4/conf/d1/ignore_routes_with_linkdown; ip link set d1p down"),
     Row("name used again", "link set d1 name old\nlink add d1 type veth peer name d9\nlink set d1 up\naddr add 10.1.0.1/24 dev d1"),
     Row("index used again", "$ i=$(cat /proc/net/if_inet6 | wc -l); n=$(ip -o link show d1 | cut -d: -f1); ip link del d1;"
         "ip link add d1 index $n type bridge; ip link set d1 up; ip addr add 10.2.0.9/24 dev d1"),
+    Row("names exchanged", "link set d1 name x\nlink set d2 name d1\nlink set x name d2"),
+    Row("configured interface comes and goes", comes_and_goes),
     Row("unnumbered tunnel", tunnel),
+    Row("hostile names", hostile),
     Row("129 next hops", "route add 20.0.0.0/8" + "".join(f" nexthop via 10.0.0.{i + 2}" for i in range(129))),
     Row("overrun", overrun, "lost track of the kernel .overrun", FEW, limit=3),
     Row("overrun in a resync", overrun_in_resync, "lost track of the kernel .overrun", FEW, turns=1, limit=3, heavy=True),
     Row("no privileges", "link set d1 down\nroute add 20.0.0.0/8 via 10.2.0.2", None, FEW),
     Row("killed", killed, restarts=True, turns=1),
+    Row("stuck, and the watchdog", stuck, prefix=("env", "NOTIFY_SOCKET=@" + MANAGER, "WATCHDOG_USEC=200000"), restarts=True, turns=1),
     Row("memory exhausted", no_memory, "out of memory|Cannot allocate memory", restarts=True, turns=1),
     Row("no descriptors", no_descriptors, "no client can be accepted"),
+    Row("configuration cut", cut),
     *(Row("configuration: " + what, f"$ {how}; kill -HUP {{w.pid}}; sleep 0.1", says) for what, how, says in (
         ("renamed over", "echo ip mroute 9.0.0.0/8 d1 >{w.etc}/new; mv {w.etc}/new {w.config}", READ_AGAIN),
         ("truncated", ": >{w.config}", READ_AGAIN),
@@ -285,9 +385,12 @@ ROWS = [
         ("endless zeros", "ln -sf /dev/zero {w.config}", "not reloaded: .*it is a device"),
         ("sparse zeros", "truncate -s 60M {w.config}", "not reloaded: .*NUL byte"))),
     Row("disk full", full_disk),
+    Row("malicious requests", malicious, "is dropped: no request", lines=3),
     Row("client vanishes", vanishes),
     Row("10,000 connections", connections),
     Row("signals", lambda w: [os.kill(w.pid, number) for number in SIGNALS * 500], READ_AGAIN),
+    Row("client never reads", rude(b'{"method":"org.mrib.GetConfiguration"}\0' * 9000, 1 << 20, 40), "nothing read", turns=1, heavy=True),
+    Row("client writes a byte a second", rude(b'{"method":"org.mrib.GetConfiguration"}', 1, 20), "half a request", turns=1, heavy=True),
     Row("a million lines", million_lines, READ_AGAIN, limit=60, turns=1, heavy=True),
     Row("a million routes", lambda w: ip(*(f"route add {net} via 10.0.0.7" for net in nets(1000000))), limit=30, turns=1, heavy=True),
     Row("10,000 links", ten_thousand_links, limit=60, turns=1, heavy=True),
@@ -307,7 +410,7 @@ def perform(row, w):
 def check_log(row, w):
     lines = w.daemon.messages()[w.heard:].splitlines()
     found = [line for line in lines if row.says and re.search(row.says, line)]
-    assert len(found) == bool(row.says), lines
+    assert len(found) == (row.lines if row.says else 0), lines
     assert not [line for line in lines if line[1:2] in "01234" and line not in found], lines
 
 
