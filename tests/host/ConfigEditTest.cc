@@ -60,17 +60,6 @@ class Random {
     }
     return text;
   }
-  /// One byte becomes another, goes or comes, or the end is cut off.
-  void damage(std::string& text) {
-    if (text.empty()) return;
-    const std::size_t at = below(static_cast<U32>(text.size()));
-    const char bytes[] = {'"', '\\', '\0', '\n', '\r', ' ', '/', '.', ':', '!', '9', 'x', '\xFF', '\x07'};
-    const U32 what = below(4);
-    if (what == 0) text[at] = bytes[below(sizeof bytes)];
-    if (what == 1) text.insert(at, 1, bytes[below(sizeof bytes)]);
-    if (what == 2) text.erase(at, 1 + below(3));
-    if (what == 3) text.resize(at);
-  }
 
  private:
   std::mt19937 random_;
@@ -160,22 +149,6 @@ TEST(ConfigEdit, RandomEditsEqualThePlainResult) {
     follow(followed, d);
     EXPECT_TRUE(differenceOf(followed, after).empty());
     if (testing::Test::HasFailure()) return;
-  }
-}
-
-TEST(ConfigEdit, DamagedTextsAreRefusedOrReadAsTheirText) {
-  for (U32 seed = 0; seed < 20000; ++seed) {
-    Random random(seed);
-    std::string text = random.text();
-    for (U32 n = random.below(4); n > 0; --n) random.damage(text);
-    try {
-      const Configuration c = host::parseConfiguration(text, "f");
-      expectEqual(c, host::parseConfiguration(host::textOf(c), "again"));
-    } catch (const host::ConfigurationError& e) {
-      ASSERT_FALSE(e.errors().empty());
-      for (const char byte : std::string(e.what()))
-        ASSERT_TRUE(byte == '\n' || byte < 0 || byte >= ' ') << seed;
-    }
   }
 }
 

@@ -3,7 +3,6 @@
 #include "ConfigEdit.h"
 #include "ConfigReader.h"
 #include "ConfigText.h"
-#include "Escape.h"
 #include "NextHopCheck.h"
 
 namespace {
@@ -146,13 +145,6 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
       "f:5: \"ip mroute 20.0.0.0/8 10.9.9.9 5\": the next hop 10.9.9.9 is this router's own address on lo\n"
       "f:8: \"ip mroute 20.0.0.0/8 10.0.1.254\": the next hop 10.0.1.254 is this router's own address on "
       "tun0");
-}
-
-TEST(Escape, LeavesNothingThatATerminalOrJsonCouldTakeForACommand) {
-  EXPECT_EQ(
-      host::escaped("a\"b\\c\x1b[0m\n\x7f\xff\xc3\xa9\xe2\x82\xac\xc0\x80\xed\xa0\x80\xc2\x9b\xe2\x80\xae"),
-      "a\\\"b\\\\c\\x1B["
-      "0m\\x0A\\x7F\\xFF\xc3\xa9\xe2\x82\xac\\xC0\\x80\\xED\\xA0\\x80\\xC2\\x9B\\xE2\\x80\\xAE");
 }
 
 }  // namespace

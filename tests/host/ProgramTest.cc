@@ -156,19 +156,10 @@ TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {
 }
 
 TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
-  const std::tuple<const char*, const char*, const char*> cases[] = {
-      {"route.json", R"([{"dst":"10.0.0.0/8","dev":"nope"}])",
-       "element 1: \"dev\": expected the name of a link in link.json, found \"nope\""},
-      {"mrib.conf", "ip mroute 1.0.0.0/8\n", "mrib.conf:1:20: expected a next hop"},
-      {"mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n",
-       "mrib.conf:1, through 2.1.1.1) -> "},
-  };
-  for (const auto& [file, text, said] : cases) {
-    Result r{};
-    folder.with(file, text, [&] { r = runFiles(""); });
-    EXPECT_EQ(r.code, 2) << text;
-    EXPECT_NE(r.out.find(said), std::string::npos) << text << "\n" << r.out;
-  }
+  folder.write("mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n");
+  const Result r = runFiles("");
+  EXPECT_EQ(r.code, 2);
+  EXPECT_NE(r.out.find("mrib.conf:1, through 2.1.1.1) -> "), std::string::npos) << r.out;
 }
 
 }  // namespace

@@ -12,28 +12,15 @@ using nlohmann::json;
 
 constexpr Nanos second = 1'000'000'000;
 
-/// Says nothing before it may.
-struct Later : Stream {
-  explicit Later(const bool& isOpen) : open(isOpen) {}
-  std::optional<Reply> next() override {
-    if (!open) return std::nullopt;
-    return Reply{R"({"n":0})", {}, false};
-  }
-  Nanos due() const override { return 7 * second; }
-  const bool& open;
-};
-
 struct Methods : Handler {
   const std::vector<Interface>& interfaces() const override { return list; }
   std::optional<Answer> call(std::string_view method, const json& parameters, bool, const Peer&) override {
     if (method == "t.Echo") return Reply{parameters.dump(), {}, false};
     if (method == "t.Long") return Reply{json{{"x", std::string(length, 'x')}}.dump(), {}, false};
-    if (method == "t.Due") return std::make_unique<Later>(open);
     return std::nullopt;
   }
   std::vector<Interface> list{{"t", "interface t\nmethod Later () -> ()\nerror Failed ()"}};
   std::size_t length = 0;
-  bool open = true;
 };
 
 /// A server with a client, whose time is told in seconds.
@@ -59,16 +46,6 @@ struct One {
   Server server{methods, {"v", "p", "1", "u"}};
   Server::Id id = *server.connect({});
 };
-
-TEST(Server, AsksAStreamAgainWhenItIsDue) {
-  One one;
-  one.methods.open = false;
-  EXPECT_EQ(one.say(std::string(R"({"method":"t.Due","more":true})") + '\0', 1), "");
-  EXPECT_EQ(one.server.turn(2 * second).deadline, 7 * second);
-  one.methods.open = true;
-  EXPECT_EQ(one.why(7), "");
-  EXPECT_EQ(one.take(7), R"({"parameters":{"n":0}})");
-}
 
 TEST(Server, AnswersWhatIsNoRequest) {
   const std::string deep(31, '['), end(31, ']');

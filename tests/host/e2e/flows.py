@@ -10,17 +10,14 @@ import json
 import os
 import re
 import shutil
-import socket
-import struct
 import subprocess
 import sys
 import tempfile
 import time
 
-from varlink import SKIPPED, Daemon, add_link, ip, own_namespace
+from varlink import SKIPPED, Daemon, Mrouter, ip, own_namespace
 
 FRR = "/usr/lib/frr/"
-TYPES = {"counter", "gauge"}
 SEND = """import socket, sys
 s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 s.setsockopt(0, socket.IP_MULTICAST_TTL, 8)
@@ -193,30 +190,16 @@ def with_strict_filter(hosts, asker):
 
 # ---- A routing daemon that does what is wanted ----
 
-class Mrouter:
-    def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)
-        self.socket.setsockopt(0, 200, 1)
-        for n in (1, 2):
-            index = socket.if_nametoindex(f"e{n}")
-            self.socket.setsockopt(0, 202, struct.pack("=HBBIi4x", n, 8, 1, 0, index))
-
-    def add(self, source, group, incoming, outgoing, proxy=False):
-        ttls = bytes(1 if n in outgoing else 0 for n in range(32))
-        self.socket.setsockopt(0, 210 if proxy else 204, socket.inet_aton(source) + socket.inet_aton(group) +
-                               struct.pack("=H32s2x16x", incoming, ttls))
-
-
 def with_own_daemon(hosts, asker):
-    mrouter = Mrouter()
+    mrouter = Mrouter(["e1", "e2"])
     hosts.send(1, "10.1.0.2", "239.2.2.2")
     asker.expect("a flow that nobody answers", "unresolved", "no routing daemon has said", "239.2.2.2")
     hosts.claim(1, "192.0.2.9/32")
     ip("route del default")
     hosts.send(1, "192.0.2.9", "239.2.2.4")
     asker.expect("a source that nothing leads to", "noRpf", "packets from 192.0.2.9 have no way in", "192.0.2.9")
-    mrouter.add("0.0.0.0", "0.0.0.0", 1, [1, 2], proxy=True)
-    mrouter.add("0.0.0.0", "239.2.2.3", 1, [2], proxy=True)
+    mrouter.add("0.0.0.0", "0.0.0.0", 0, [0, 1], proxy=True)
+    mrouter.add("0.0.0.0", "239.2.2.3", 0, [1], proxy=True)
     packets = lambda: hosts.send(2, "10.2.0.2", "239.2.2.3")
     flow = asker.expect("an entry for any source", "anySource", "packets of any source are taken from e1", "239.2.2.3",
                         meanwhile=packets)
@@ -227,22 +210,8 @@ def with_own_daemon(hosts, asker):
 
 
 def metrics(asker, interface):
-    """By the format's own rules, and by Prometheus' own tool where that is."""
+    """By Prometheus' own tool where that is; by the format's rules: fuzz/WritersFuzz.cc."""
     text = asker.mrib("metrics", "--interval", "0").stdout
-    types, sample = {}, None
-    label = r'[a-z_]+="(?:[^"\\\n]|\\["\\n])*"'
-    for line in text.splitlines():
-        words = line.split(" ", 3)
-        if line.startswith("# TYPE "):
-            expect(words[2] == sample and words[3] in TYPES and words[2].endswith("_total") == (words[3] == "counter"), line)
-            types[words[2]] = set()
-        elif line.startswith("# HELP "):
-            sample = words[2]
-            expect(sample not in types and words[3].endswith("."), line)
-        else:
-            parts = re.fullmatch(rf"(mrib_[a-z_]+)(?:\{{({label}(?:,{label})*)\}})? (-?[0-9.e-]+)", line)
-            expect(parts and parts[1] == sample and parts[2] not in types[sample], line)
-            types[sample].add(parts[2])
     escaped = interface.replace("\\", "\\\\").replace('"', '\\"').replace("\x1b", "\\\\x1B")
     expect(f'mrib_multicast_packets_total{{interface="{escaped}",table="253",direction="in"}}' in text, text)
     expect('\nmrib_flows{verdict="anySource"} 2\n' in text, text)
@@ -252,23 +221,11 @@ def metrics(asker, interface):
 
 
 def many(mrouter, asker, count):
-    """The answer for many flows, and others' answers meanwhile."""
+    """More than the kernel tells in one piece."""
     for i in range(count):
-        mrouter.add(f"10.1.{i >> 8 & 255}.{i & 255}", f"239.{3 + (i >> 16)}.0.1", 1 + i % 2, [2])
-    asked = asker.mrib("check", "--interval", "0", "239.3.0.0/16")
-    expect(asked.stdout.count("\nwrong ") + asked.stdout.count("\nright ") > 0, asked.stdout[-200:])
-    began = time.monotonic()
-    process = subprocess.Popen([*asker.command, "-j", "check", "--interval", "0.1"], stdout=subprocess.PIPE)
-    slowest = 0.0
-    reader = subprocess.Popen(["wc", "-l"], stdin=process.stdout, stdout=subprocess.PIPE, text=True)
-    while process.poll() is None:
-        asked_at = time.monotonic()
-        asker.connection.call("GetStatus")
-        slowest = max(slowest, time.monotonic() - asked_at)
-        time.sleep(0.005)
-    lines = int(reader.communicate()[0])
-    print(f"{count} flows in {time.monotonic() - began:.2f} s, others waited {slowest * 1e3:.0f} ms at most")
-    expect(lines > count, f"{lines} lines for {count} flows")
+        mrouter.add(f"10.1.{i >> 8 & 255}.{i & 255}", f"239.{3 + (i >> 16)}.0.1", i % 2, [1])
+    flows = asker.check("239.3.0.0/16")
+    expect(len(flows) == count, f"{len(flows)} flows")
 
 
 # ---- FRR ----
@@ -304,7 +261,6 @@ def main():
         file.write("ip multicast export-table 250\n")
     daemon = Daemon(sys.argv[2], config)
     asker = Asker(sys.argv[1], daemon)
-    asker.connection = daemon.connect()
     tools = {"smcroute": shutil.which("smcrouted"), "FRR": os.access(FRR + "pimd", os.X_OK)}
     try:
         if tools["smcroute"]:
@@ -315,7 +271,7 @@ def main():
         run("ip", "link", "set", "e2", "down")
         run("ip", "link", "set", "e2", "name", 'e"2\\\x1b')
         metrics(asker, 'e"2\\\x1b')
-        many(mrouter, asker, int(os.environ.get("MRIB_FLOWS", "20000")))
+        many(mrouter, asker, 20000)
     finally:
         for pid in hosts.hosts.values():
             os.kill(pid, 15)

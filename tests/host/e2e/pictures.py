@@ -2,9 +2,8 @@
 """usage: pictures.py MRIB MRIBD
 
 The pictures and the page of `mrib graph` and `mrib report`, of random networks in saved files: that they say what
-`mrib route` and `mrib unresolved` say, and that no name in them is taken for anything else by those who read them.
+`mrib route` and `mrib unresolved` say, and what Graphviz makes of names. The other forms: fuzz/WritersFuzz.cc.
 """
-import html.parser
 import json
 import os
 import pathlib
@@ -143,14 +142,6 @@ def shown(names):
         yield escaped
 
 
-def check_dot(text, names):
-    drawn = json.loads(subprocess.run(["dot", "-Tjson0"], input=text, capture_output=True, text=True, check=True).stdout)
-    unmarked = lambda label: label.replace("&amp;", "&").replace("\\\\", "\0").replace("\\n", "\n").replace("\0", "\\")
-    labels = {line for node in drawn["objects"] for line in unmarked(node["label"]).split("\n")}
-    assert names <= labels, names - labels
-    assert len(drawn["objects"]) == text.count("fillcolor=")
-
-
 def check_svg(text, names):
     root = ElementTree.fromstring(text)
     known = {"svg", "g", "title", "polygon", "polyline", "path", "text"}
@@ -160,48 +151,13 @@ def check_svg(text, names):
     assert names <= words, names - words
 
 
-def check_mermaid(text):
-    label = r'"(?:[\w .,:/+\-()\[\]\u0080-\uffff]|#\d+;|<br/>)*"'
-    node = rf"n\d+(?:\[{label}\]|\(\[{label}\]\)|\{{\{{{label}\}}\}})(?::::fault)?"
-    edge = rf"n\d+ (?:-->|-\.->|--x)(?:\|{label}\|)? n\d+"
-    style = r"classDef fault stroke:#\w+,color:#\w+|linkStyle \d+(?:,\d+)* stroke:#\w+"
-    for line in text.splitlines():
-        assert re.fullmatch(rf"flowchart LR|  (?:{node}|{edge}|{style})", line), line
-
-
-class Page(html.parser.HTMLParser):
-    """What a browser makes of a page: the same as what is there as XML, and nothing that runs or loads."""
-
-    def __init__(self, text):
-        super().__init__()
-        self.tags, self.words = [], ""
-        self.feed(text)
-        root = ElementTree.fromstring(text)
-        assert [element.tag.split("}")[1].lower() for element in root.iter()] == self.tags
-        squeezed = lambda words: re.sub(r"\s+", "", words)
-        assert squeezed("".join(root.itertext())) == squeezed(self.words)
-
-    def handle_starttag(self, tag, attrs):
-        self.tags.append(tag)
-        assert tag not in ("script", "iframe", "object", "embed", "link", "img", "base", "form", "foreignobject"), tag
-        for key, value in attrs:
-            assert not key.startswith("on") and (key not in ("href", "src", "xlink:href") or value[0] == "#"), (key, value)
-
-    def handle_data(self, data):
-        self.words += data
-
-
 def check_forms(folder, graph):
     names = set(shown(n["names"][0] for n in graph["nodes"] if n["kind"] == "interface"))
-    tree = harmless(run(folder, "graph", "--most", "20000"))
+    tree = run(folder, "graph", "--most", "20000")
     assert all(name in tree for name in names)
-    check_mermaid(harmless(run(folder, "graph", "--format", "mermaid", "--most", "20000")))
-    page = harmless(run(folder, "report"))
-    assert all(name in Page(page).words for name in names)
-    if not has_dot:
-        return
-    check_dot(harmless(run(folder, "graph", "--format", "dot", "--most", "20000")), names)
-    check_svg(harmless(run(folder, "graph", "--format", "svg", "--most", "20000")), names)
+    if has_dot:
+        check_svg(harmless(run(folder, "graph", "--format", "svg", "--most", "20000")), names)
+        ElementTree.fromstring(run(folder, "report"))
 
 
 # ---- ----

@@ -47,6 +47,25 @@ def add_tunnel(name):
     return tunnel
 
 
+class Mrouter:
+    """A multicast routing daemon that does what is wanted; its interfaces are numbered as the links are given."""
+
+    def __init__(self, links):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)
+        self.socket.setsockopt(0, 200, 1)  # MRT_INIT
+        for vif, link in enumerate(links):
+            by_index = struct.pack("=HBBIi4x", vif, 8, 1, 0, socket.if_nametoindex(link))
+            self.socket.setsockopt(0, 202, by_index)  # MRT_ADD_VIF
+
+    def add(self, source, group, incoming, outgoing=(), proxy=False):
+        ttls = bytes(1 if n in outgoing else 0 for n in range(32))
+        entry = struct.pack("=4s4sH32s18x", socket.inet_aton(source), socket.inet_aton(group), incoming, ttls)
+        self.socket.setsockopt(0, 210 if proxy else 204, entry)  # MRT_ADD_MFC_PROXY, MRT_ADD_MFC
+
+    def close(self):
+        self.socket.close()
+
+
 class Connection:
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX)

@@ -6,33 +6,15 @@ usage: whatif.py MRIB MRIBD
 
 import os
 import random
-import socket
-import struct
 import subprocess
 import sys
 import time
 
 import live
-from varlink import own_namespace
+from varlink import Mrouter, own_namespace
 
 LATE = 1.3  # seconds after which links have lost their carrier
 LIMIT = 3.0
-
-
-class Forwarding:
-    """Entries of the kernel's multicast forwarding cache, as a routing daemon makes them."""
-
-    def __init__(self, flows):
-        """Of sources and links."""
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)
-        self.socket.setsockopt(socket.IPPROTO_IP, 200, 1)  # MRT_INIT
-        links = sorted({link for _, link in flows})
-        for vif, link in enumerate(links):
-            by_index = struct.pack("HBBIi4x", vif, 8, 1, 0, socket.if_nametoindex(link))
-            self.socket.setsockopt(socket.IPPROTO_IP, 202, by_index)  # MRT_ADD_VIF
-        for source, link in flows:
-            entry = struct.pack("4s4sH32x2x16x", socket.inet_aton(source), socket.inet_aton("239.1.1.1"), links.index(link))
-            self.socket.setsockopt(socket.IPPROTO_IP, 204, entry)  # MRT_ADD_MFC
 
 
 class Test(live.Test):
@@ -43,7 +25,10 @@ class Test(live.Test):
                  enumerate([f"10.{net}.0.9", self.random.choice(live.LINKS), f"192.{(net + 1) % 8}.0.1"], 1)]
         self.connection.call("Configure", commands=lines)
         self.sources = [f"{net}.{i}.0.{host}" for net in (10, 192) for i in range(8) for host in (2, 9)]
-        self.forwarding = Forwarding([(source, self.random.choice(["va", "d0", "br0", "vc"])) for source in self.sources])
+        links = ["va", "d0", "br0", "vc"]
+        self.mrouter = Mrouter(links)
+        for source in self.sources:
+            self.mrouter.add(source, "239.1.1.1", self.random.randrange(len(links)))
 
     def shell(self, command):
         # Whether these links will have a carrier when they come up, only their other end knows.
