@@ -28,19 +28,14 @@ class Agent {
 
   void step() {
     reactions_ = static_cast<int>(random_() % 5);
-    const U64 kind = random_() % 15;
+    const U64 kind = random_() % 13;
     const auto* entry = w_.config->route(prefix());
     if (kind == 0) return w_.unicastDel(connected(intf()));
     if (kind == 1 && entry) w_.config->routeDel(entry->prefix());
     if (kind == 2) return removeSome();
     if (kind == 3) return lookAtEverything();
     if (kind == 4) return writeStatus(prefix());
-    if (kind == 5) return sleep();
-    if (kind == 6 && entry) {  // one of them the same again
-      w_.mrib->mribConfigPrefixDel(entry->prefix());
-      w_.mrib->mribConfigPrefixIs(Zan::Ptr<Routing::Multicast::Rib::RouteKeyPrefix const>(entry));
-    }
-    if (kind > 6) change();
+    if (kind > 4) change();
   }
 
   std::string state() const {
@@ -73,12 +68,6 @@ class Agent {
     w_.mrib->mribConfigPrefixDelAll();
     w_.mrib->mribConfigIs(nullptr);
     w_.mrib->mribConfigIs(config);
-  }
-  void sleep() {
-    w_.mrib->hasNotificationActiveIs(false);
-    for (int i = 0; i < 3; ++i) random_() % 4 ? change() : removeSome();
-    w_.mrib->hasNotificationActiveIs(true);
-    w_.config->routeNotifyAll();
   }
   void change() {
     const U64 kind = random_() % 8;

@@ -55,8 +55,6 @@ std::string thrown(Action action) {
     action();
   } catch (const Zan::IntrospectionException& e) {
     return std::string(e.what()) + " | " + e.subject() + " | " + e.attribute();
-  } catch (const std::exception& e) {
-    return "another exception: " + std::string(e.what());
   }
   return "nothing";
 }
