@@ -198,6 +198,8 @@ def with_own_daemon(hosts, asker):
     ip("route del default")
     hosts.send(1, "192.0.2.9", "239.2.2.4")
     asker.expect("a source that nothing leads to", "noRpf", "packets from 192.0.2.9 have no way in", "192.0.2.9")
+    mrouter.add("10.3.0.2", "239.2.2.5", mrouter.registers, [1])
+    asker.expect("a flow that comes in registers", "registered", "", "239.2.2.5")
     mrouter.add("0.0.0.0", "0.0.0.0", 0, [0, 1], proxy=True)
     mrouter.add("0.0.0.0", "239.2.2.3", 0, [1], proxy=True)
     packets = lambda: hosts.send(2, "10.2.0.2", "239.2.2.3")

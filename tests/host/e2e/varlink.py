@@ -56,6 +56,8 @@ class Mrouter:
         for vif, link in enumerate(links):
             by_index = struct.pack("=HBBIi4x", vif, 8, 1, 0, socket.if_nametoindex(link))
             self.socket.setsockopt(0, 202, by_index)  # MRT_ADD_VIF
+        self.registers = len(links)
+        self.socket.setsockopt(0, 202, struct.pack("=HBBIi4x", self.registers, 4, 1, 0, 0))  # makes pimreg
 
     def add(self, source, group, incoming, outgoing=(), proxy=False):
         ttls = bytes(1 if n in outgoing else 0 for n in range(32))
