@@ -75,32 +75,6 @@ class Driver {
     return judge(false);
   }
 
-  /// Another agent gets what there is now, in another order and other portions.
-  std::string freshStart() {
-    std::vector<std::function<void(mrib::Transaction&)>> parts;
-    for (const auto& each : inputs_.links) parts.push_back([&each](auto& t) { t.link(each.second); });
-    for (const auto& each : inputs_.routes) parts.push_back([&each](auto& t) { t.route(each.second); });
-    for (const auto& each : inputs_.addresses) {
-      parts.push_back([&each](auto& t) {
-        t.address({each.first.first, IpGenAddr(each.first.second), each.second});
-      });
-    }
-    for (const auto& each : inputs_.mroutes) {
-      for (const auto& line : each.second)
-        parts.push_back([&each, &line](auto& t) { t.mroute(mrouteOf(each.first, line)); });
-    }
-    std::shuffle(parts.begin(), parts.end(), random_);
-    mrib::Agent other(mrib::Agent::Options{chance(50) ? 5u : 100000u});
-    for (std::size_t i = 0; i < parts.size();) {
-      mrib::Transaction t;
-      for (auto n = 1 + random_() % 9; n > 0 && i < parts.size(); --n) parts[i++](t);
-      if (const auto result = other.commit(t); !result) return "a part is refused: " + said(result);
-    }
-    other.settle();
-    const std::string expected = show(inputs_.mrib());
-    return show(other) == expected ? "" : "fresh:\n" + show(other) + "right:\n" + expected;
-  }
-
   bool isOver() const { return random_.isOver(); }
 
   int commits = 0;

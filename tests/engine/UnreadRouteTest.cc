@@ -56,7 +56,9 @@ TEST_P(UnreadRouteTest, IsFollowedOnceItCanBeRead) {
   write();
   flip(GetParam());
   name("30.0.0.0/24");
-  if (!GetParam()) EXPECT_THROW(w.mrib->routeResolver()->handleChangedRoute(), Quarn::CorruptionException);
+  if (!GetParam()) {
+    EXPECT_THROW(w.mrib->routeResolver()->handleChangedRoute(), Quarn::CorruptionException);
+  }
   name("20.0.0.0/24");
   EXPECT_EQ(w.show("30.0.0.0/24"), "none");
   flip(GetParam());

@@ -57,24 +57,6 @@ class ProgramTest : public testing::Test {
   const std::filesystem::path& dir = folder.path;
 };
 
-TEST_F(ProgramTest, ShowsTheMribAsJson) {
-  const Result r =
-      run("-j --from " + dir.string() + " -c " + (dir / "mrib.conf").string() + " 2>/dev/null #");
-  const auto document = nlohmann::ordered_json::parse(r.out);
-  EXPECT_EQ(document["schemaVersion"], 2);
-  EXPECT_EQ(
-      document["routes"].dump(),
-      R"([{"prefix":"10.0.1.0/24","type":"connected","preference":0,"vias":[{"nextHop":null,"interface":"e\"\\\u0007"}]},)"
-      R"({"prefix":"10.0.2.0/24","type":"connected","preference":0,"vias":[{"nextHop":null,"interface":"eth1"}]},)"
-      R"({"prefix":"20.0.0.0/8","type":"static","preference":1,"vias":[{"nextHop":"10.0.1.7","interface":"e\"\\\u0007"}]},)"
-      R"({"prefix":"30.0.0.0/8","type":"static","preference":1,"vias":[{"nextHop":"10.0.1.7","interface":"e\"\\\u0007"}]}])");
-  EXPECT_EQ(document["unresolved"][0]["why"], "there is no such interface");
-  EXPECT_EQ(document["unresolved"][1]["why"], "no MRIB route leads to 99.1.1.1");
-  EXPECT_EQ(document["warnings"].size(), 1u);
-  EXPECT_NE(document["warnings"][0].get<std::string>().find("interface eth7 does not exist"),
-            std::string::npos);
-}
-
 TEST_F(ProgramTest, AnswersRpfInTheLookOfARouter) {
   const Result r = runFiles("rpf 30.5.5.5");
   EXPECT_EQ(r.code, 0);
@@ -153,13 +135,6 @@ TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {
     const std::string said = std::to_string(r.code) + ' ' + r.out;
     EXPECT_NE(said.find(part), said.npos) << part << " is not in\n" << said;
   }
-}
-
-TEST_F(ProgramTest, RefusesBadFilesAndSaysWhere) {
-  folder.write("mrib.conf", "ip mroute 1.0.0.0/8 2.1.1.1\nip mroute 2.0.0.0/8 1.1.1.1\n");
-  const Result r = runFiles("");
-  EXPECT_EQ(r.code, 2);
-  EXPECT_NE(r.out.find("mrib.conf:1, through 2.1.1.1) -> "), std::string::npos) << r.out;
 }
 
 }  // namespace

@@ -30,8 +30,6 @@ class Datagram {
     return end();
   }
   const std::vector<U8>& bytes() const { return bytes_; }
-  /// Where messages end.
-  const std::vector<std::size_t>& ends() const { return ends_; }
 
  private:
   template <class T>
@@ -46,12 +44,9 @@ class Datagram {
   Datagram& end() {
     const auto length = static_cast<U32>(bytes_.size() - start_);
     std::memcpy(bytes_.data() + start_, &length, sizeof length);
-    if (ends_.empty() || ends_.back() <= start_) ends_.push_back(0);
-    ends_.back() = bytes_.size();
     return *this;
   }
 
   std::vector<U8> bytes_;
-  std::vector<std::size_t> ends_;
   std::size_t start_ = 0;
 };
