@@ -96,6 +96,10 @@ TEST(Mirror, ReadsAgainSoonButNotTooOften) {
   EXPECT_EQ(s.mirror.counters().healed, 1u);
   s.mirror.lost(Reason::truncated, s.now);
   EXPECT_EQ(s.mirror.next(s.now).until, s.now + milliseconds(50)) << "after a short one no second is waited";
+  s.mirror.event({0, 0, SettingChange{}}, s.now);
+  s.now += milliseconds(50);
+  s.answer();
+  EXPECT_EQ(s.resyncs(Reason::setting), 1u);
 }
 
 TEST(Mirror, WaitsForAnAnswerOfItsOwn) {
@@ -104,6 +108,7 @@ TEST(Mirror, WaitsForAnAnswerOfItsOwn) {
   s.mirror.lost(Reason::overrun, s.now);
   s.now += seconds(2);
   const Mirror::Action asked = s.mirror.next(s.now);
+  s.now += seconds(4);
   s.mirror.answered({asked.sequence - 1, 0, DumpEnd{}}, s.now);
   s.mirror.answered({asked.sequence, 0, LinkChange{s.link(1, true)}}, s.now);
   EXPECT_EQ(s.mirror.next(s.now).until, s.now + seconds(10)) << "an old answer ends no new dump";
