@@ -61,7 +61,10 @@ class Agent {
     const U64 kind = random_() % 6;
     if (kind < 3) return route->viaDelAll();
     if (kind == 3) return resolver().doDelWatchPrefix(prefix, nullptr);
-    route->preferenceIs(kind == 4 ? 1 : 2);
+    const U8 preference = kind == 4 ? 1 : 2;
+    const auto* entry = w_.config->route(prefix);
+    // One that nobody has configured, of a configured route, is what the engine asserts not to find.
+    if (!entry || entry->pref(preference)) route->preferenceIs(preference);
   }
   void lookAtEverything() {
     const auto config = w_.config;
