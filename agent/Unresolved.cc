@@ -72,8 +72,8 @@ std::vector<const Mroutes::Node*> sortedNodes(const Mroutes& config) {
 }
 
 /// The lines of a prefix, by preference and RPF: addresses by value, then names by text.
-std::vector<Line> sortedLines(const Mroutes& config, const Mroutes::Node& node) {
-  std::vector<Line> lines(node.lines.begin(), node.lines.end());
+Few<Line> sortedLines(const Mroutes& config, const Mroutes::Node& node) {
+  Few<Line> lines = node.lines;
   if (lines.size() < 2) return lines;
   std::sort(lines.begin(), lines.end(), [&](const Line& a, const Line& b) {
     if (a.preference != b.preference) return a.preference < b.preference;
