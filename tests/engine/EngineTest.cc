@@ -71,6 +71,21 @@ TEST_F(EngineTest, MutatorsRefuseNullWithTheirTexts) {
   }
 }
 
+TEST_F(EngineTest, NothingIsInstalledBeforeInitialisationAndNothingInitialisedTwice) {
+  startWithSubnets();
+  const std::string before = w.state();
+  const TraceRecorder t;
+  w.mrib->handleInitialize();
+  EXPECT_EQ(t.messages.size(), 1u) << "its entry, and no more";
+  w.mrib->initializeIs(false);
+  const auto entry = Zan::create<Routing::Multicast::Rib::RouteKeyPrefix>(Lumo::IpGenPrefix("10.1.0.0/16"));
+  entry->prefIs(7)->rpfIs(w.via("20.0.0.5"));
+  w.config->routeIs(entry);
+  EXPECT_EQ(t.messages.back().line, 95u);
+  EXPECT_TRUE(t.messages.back().text.ends_with("ZanMribConfigPref::handleRpf()Abort. Not Initialized"));
+  EXPECT_EQ(w.state(), before);
+}
+
 TEST_F(EngineTest, ProgrammingErrorsAbortWithTheirTexts) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   startWithSubnets();
