@@ -63,6 +63,13 @@ void Exporter::check(const Prefix& prefix) {
   enqueue(prefix, entry);
 }
 
+void Exporter::crossed(const Prefix& prefix) {
+  const auto known = entries_.find(prefix);
+  if (known == entries_.end()) return;
+  known->second.crossed = true;
+  enqueue(prefix, known->second);
+}
+
 void Exporter::begin() {
   begun_ = true;
   leftovers_ = queue_.size();

@@ -90,6 +90,8 @@ class Exporter {
   void begin();
   /// Its routes in the table may be others, or what was refused is to be tried again.
   void check(const Lumo::Prefix& prefix);
+  /// Somebody else's route came or went, or both.
+  void crossed(const Lumo::Prefix& prefix);
   void checkRefused();
   void linkChanged(U32 link, Nanos now) { linkChanges_[link] = now; }
 

@@ -144,6 +144,9 @@ void Mirror::tell(RouteChange& change, U16 flags, Nanos now) {
   if (!isOurs(change.route)) return;
   keepOwnPart(change.route);
   news_.route(change, topology_);
+  if (settings_.everyRoute) {
+    changes_.told.push_back({change.route.prefix, change.route.metric, change.route.protocol});
+  }
   const bool fits = tableOf(change.route).change(change.route, flags, change.gone, epoch_);
   if (!fits && synced_) dirty(Reason::mismatch, now);
 }

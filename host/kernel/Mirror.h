@@ -48,11 +48,18 @@ class Mirror {
     std::array<U64, reasonCount> resyncs{};
     Nanos lastDuration = 0;  ///< of a resync
   };
+  /// A route that an event told of: it may have come and gone, which leaves its prefix as it was.
+  struct Told {
+    IpGenPrefix prefix;
+    U32 metric;
+    U8 protocol;
+  };
   /// What is another than before: ask the mirror how it is now.
   struct Changes {
     std::vector<IpGenPrefix> prefixes;  ///< whose answer changed
     std::set<U32> links;
     std::set<U32> addresses;  ///< indices of links with other addresses than before
+    std::vector<Told> told;   ///< where every route is asked for
     bool complete = true;     ///< false: there is more to take
     bool named = false;       ///< all prefixes that events have named are among them, and there were some
   };

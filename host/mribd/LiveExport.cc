@@ -50,6 +50,9 @@ Nanos LiveExport::read(Nanos now) {
   if (!live_.mirror().isSynced()) return until;
   const auto changes = live_.mirror().takeChanges(prefixesATurn);
   for (const auto& prefix : changes.prefixes) exporter_.check(prefix.v4Prefix());
+  for (const auto& [prefix, metric, protocol] : changes.told) {
+    if (protocol != Exporter::protocol || metric != Exporter::metric) exporter_.crossed(prefix.v4Prefix());
+  }
   for (const U32 link : changes.links) {
     if (begun_) exporter_.linkChanged(link, now);
   }

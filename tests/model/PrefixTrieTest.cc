@@ -19,4 +19,28 @@ TEST_P(TrieTest, AgreesWithALinearScan) {
   EXPECT_TRUE(both.empty()) << "seed " << seed;
 }
 
+// Whoever makes it smaller lowers the figures.
+TEST(TrieMemory, IsNotMoreThanItWas) {
+  fuzz::Dice dice{U64{1}};
+  U64 filled = 0, churned = 0;
+  for (U32 length = 1; length <= 128; ++length) {
+    Routing::PrefixTrie trie;
+    std::vector<Routing::TrieKey> keys(2000);
+    for (auto& key : keys) {
+      const U64 high = dice() >> (length <= 32 ? 0 : 8);
+      key = trie::cut({high, dice()}, length);
+      trie.insert(key, length);
+    }
+    filled += trie.bytes();
+    for (const auto& key : keys) {
+      const U32 shorter = static_cast<U32>(dice() % length) + 1;
+      trie.insert(trie::cut(key, shorter), shorter);
+      if (dice() % 4 != 0) trie.remove(key, length);
+    }
+    churned += trie.bytes();
+  }
+  EXPECT_TRUE(filled > 10'000'000 && filled <= 10'203'400) << filled;
+  EXPECT_TRUE(churned > 10'000'000 && churned <= 10'842'096) << churned;
+}
+
 }  // namespace

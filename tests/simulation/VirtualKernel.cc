@@ -118,11 +118,8 @@ bool VirtualKernel::insert(Route r, U32 verb) {
   return true;
 }
 
-/// What others add and take away before the daemon looks at the table it does not know of.
 void VirtualKernel::lose(const IpGenPrefix& prefix) {
-  const auto at = followed_.find(prefix);
-  if (at == followed_.end()) return;
-  if (!std::exchange(at->second, false)) followed_.erase(at);
+  if (const auto at = followed_.find(prefix); at != followed_.end()) at->second = false;
 }
 
 void VirtualKernel::erase(const Route& route) {
