@@ -21,14 +21,9 @@ class Agent {
       if (id > 1) w_.connectedIs(connected(id), id);
     }
     for (auto n = random_() % 40; n > 0; --n) configure();
-    const auto watch = [this] {
-      watchers_.emplace(w_, [this](const Lumo::IpGenPrefix& changed) { react(changed); });
-    };
-    watch();
-    reactions_ = static_cast<int>(random_() % 3);
     w_.start();
-    watch();
     resolver().wholePassesIs(whole);
+    watchers_.emplace(w_, [this](const Lumo::IpGenPrefix& changed) { react(changed); });
   }
 
   void step() {
@@ -56,7 +51,7 @@ class Agent {
   void react(const Lumo::IpGenPrefix& changed) {
     if (reactions_ <= 0) return;
     --reactions_;
-    if (random_() % 8 == 0 && w_.mrib) writeStatus(random_() % 2 ? changed : prefix());
+    if (random_() % 8 == 0) writeStatus(random_() % 2 ? changed : prefix());
     if (random_() % 2) change();
   }
   /// Somebody else's doing: in a handler, often on the very route that the engine is at.

@@ -6,6 +6,7 @@
 #include "../TraceRecorder.h"
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Refusal.h"
+#include "Watchers.h"
 #include "Zan/Now.h"
 
 // What the random events against the plain model don't reach: results, texts of failures, lines, lifetimes.
@@ -84,6 +85,15 @@ TEST_F(EngineTest, NothingIsInstalledBeforeInitialisationAndNothingInitialisedTw
   EXPECT_EQ(t.messages.back().line, 95u);
   EXPECT_TRUE(t.messages.back().text.ends_with("ZanMribConfigPref::handleRpf()Abort. Not Initialized"));
   EXPECT_EQ(w.state(), before);
+}
+
+/// No change of the unicast trie follows, after which all would be offered again.
+TEST_F(EngineTest, WhatAHandlerConfiguresDuringTheStartIsOfferedAtItsEnd) {
+  w.fecs.fecIs({1, 1, {{{Lumo::IpAddr(), Lumo::IntfId(1)}}}});
+  w.routes.routeIs({Lumo::Prefix("20.0.0.0/24"), RouteType::connected, 0, 1});
+  const Watchers watchers(w, [&](const auto&) { w.rpfIs("10.1.0.0/16", 1, w.via("20.0.0.5")); });
+  w.start();
+  EXPECT_NE(w.show("10.1.0.0/16"), "none");
 }
 
 TEST_F(EngineTest, ProgrammingErrorsAbortWithTheirTexts) {

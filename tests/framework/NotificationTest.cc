@@ -111,7 +111,6 @@ TEST_F(NotificationTest, NobodyNeedsToHearAnything) {
   const auto plain = Zan::create<Zan::PtrInterface::NotifieeConst>();
   for (int twice = 0; twice < 2; ++twice) plain->notifierIs(route);
   EXPECT_EQ(plain->name(), route->name());
-  EXPECT_EQ(plain->zanReactor().get(), plain->zanRawReactor());
   EXPECT_EQ(refusal([&] { plain->notifierIs(Zan::create<Zan::ActivityConfig>("no entity")); }),
             "notifier that is not an entity not allowed");
   const auto w = named("w");

@@ -58,8 +58,6 @@ TEST(Values, AreReadFromTheirOwnTextsAndNoOthers) {
   expectTexts<Routing::Fib::RouteType>(
       {"unknown", "drop", "receive", "ipStatic", "multicastStatic", "igp", "egp", "connected"}, {"static"});
   expectTexts<Rpf>({"intf 7", "addr 10.1.2.3", "addr ::1"}, {"intf x", "addr ", "addr x", "unknown"});
-  EXPECT_THROW(IpAddr("::1"), Zan::RangeException);
-  EXPECT_THROW(Lumo::Ip6Addr("10.1.2.3"), Zan::RangeException);
   EXPECT_THROW(Prefix(IpAddr(), 33), Zan::RangeException);
 }
 
