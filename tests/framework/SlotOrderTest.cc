@@ -42,7 +42,7 @@ using Operation = void (Class::*)(Arguments...);
 TEST(SlotOrder, OfANotifieeIsTheStatedOne) {
   using N = PtrInterface::NotifieeConst;
   struct E : Zan::Entity::NotifieeConst {};
-  using Config = Zan::ActivityConfig;
+  using Scheduler = Zan::ActivityConfig;
   using OfAttribute = Operation<N, Zan::AttributeId>;
   expectOrder(0, &N::hasNotificationActiveIs, &N::zanAuditErrors, &N::auditErrors, &N::isNondestructingIs,
               &N::zeroReferencesIs, &N::fwkType, Destructor(), &N::zanReactor, &N::zanRawReactor,
@@ -51,8 +51,8 @@ TEST(SlotOrder, OfANotifieeIsTheStatedOne) {
               &N::onCollectionNotification, Operation<N>(&N::onNotificationException),
               OfAttribute(&N::onNotificationException), OfAttribute(&N::handleNotificationException),
               Operation<N>(&N::handleNotificationException), &N::onZeroReferences, &N::activityPtr,
-              static_cast<const Config* (N::*)() const>(&N::zanFwkActivity),
-              static_cast<Config* (N::*)()>(&N::zanFwkActivity), &N::actsm, &E::onParent, &E::onVersion);
+              static_cast<const Scheduler* (N::*)() const>(&N::zanFwkActivity),
+              static_cast<Scheduler* (N::*)()>(&N::zanFwkActivity), &N::actsm, &E::onParent, &E::onVersion);
 }
 
 }  // namespace
