@@ -164,15 +164,8 @@ IpGenAddr::IpGenAddr(std::string_view text) {
 }
 
 std::string IpGenAddr::stringValue() const {
-  switch (af_) {
-    case AddressFamily::unknown:
-      return "";
-    case AddressFamily::ipv4:
-      return v4Addr().stringValue();
-    case AddressFamily::ipv6:
-      return bytes_.stringValue();
-  }
-  return "";
+  if (af_ == AddressFamily::unknown) return "";
+  return af_ == AddressFamily::ipv4 ? v4Addr().stringValue() : bytes_.stringValue();
 }
 
 IpGenPrefix::IpGenPrefix(std::string_view text) {
@@ -186,15 +179,8 @@ Ip6Prefix IpGenPrefix::v6Prefix() const {
 }
 
 std::string IpGenPrefix::stringValue() const {
-  switch (af_) {
-    case AddressFamily::unknown:
-      return "";
-    case AddressFamily::ipv4:
-      return v4Prefix().stringValue();
-    case AddressFamily::ipv6:
-      return v6Prefix().stringValue();
-  }
-  return "";
+  if (af_ == AddressFamily::unknown) return "";
+  return af_ == AddressFamily::ipv4 ? v4Prefix().stringValue() : v6Prefix().stringValue();
 }
 
 std::ostream& operator<<(std::ostream& out, IpAddr a) {

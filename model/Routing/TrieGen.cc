@@ -23,15 +23,8 @@ Lumo::IpGenPrefix cut(const Lumo::IpGenPrefix& p, U32 length) {
 TrieGen::~TrieGen() = default;
 
 const PrefixTrie* TrieGen::trieFor(const Lumo::IpGenPrefix& prefix) const {
-  switch (prefix.af()) {
-    case Lumo::AddressFamily::ipv4:
-      return &trie4_;
-    case Lumo::AddressFamily::ipv6:
-      return &trie6_;
-    case Lumo::AddressFamily::unknown:
-      return nullptr;
-  }
-  return nullptr;
+  if (prefix.empty()) return nullptr;
+  return prefix.af() == Lumo::ipv4() ? &trie4_ : &trie6_;
 }
 
 Lumo::IpGenPrefix TrieGen::longestMatch(const Lumo::IpGenPrefix& prefix) const {

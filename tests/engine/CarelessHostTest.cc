@@ -132,6 +132,7 @@ TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
         w.config = nullptr;
         w.mrib->mribConfigIs(Zan::create<EngineWorld::Config>("other"));
       },
+      [](Chain& w) { w.events.back()(); },
   };
   const auto run = [&](std::size_t act, std::size_t event) {
     for (int turn = 0, acted = true; acted; ++turn) {
@@ -164,7 +165,9 @@ TEST(CarelessHost, MayTakePartsAwayInAnyHandlerOrHearsWhatIsMissing) {
 TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
   Chain w;
   const auto made = routeResolverSmFactory(w.urib, w.mribStatus, w.intfDir, w.mrib.get());
-  const auto without = routeResolverSmFactory(nullptr, w.mribStatus, w.intfDir, nullptr);
+  const auto without = routeResolverSmFactory(nullptr, nullptr, w.intfDir, nullptr);
+  for (const bool active : {false, true}) without->hasNotificationActiveIs(active);
+  without->mribStatusIs(w.mribStatus);
   EXPECT_EQ(made->mribSm(), w.mrib.get());
   const std::vector<Zan::Ptr<RouteResolverSm>> kept{w.mrib->routeResolver(), made, without};
   w.stop();
@@ -188,22 +191,45 @@ TEST(CarelessHost, KeepsAResolverBeyondItsEngine) {
 TEST(CarelessHost, KeepsReactorsBeyondTheirEngine) {
   Chain w;
   const auto prefix = w.mrib->mribConfigPrefix(IpGenPrefix("60.0.0.0/8"));
+  const auto pref = prefix->mribConfigPref(1);
   const auto config = w.mrib->mribConfigDel();
-  const std::vector<Zan::Ptr<Zan::PtrInterface::NotifieeConst>> kept{
-      prefix->mribConfigPref(1), prefix, config, w.mrib->intfInfoDel(), w.mrib->uribShadowStatusDel()};
+  const auto info = w.mrib->intfInfoDel();
+  const auto route = w.mrib->trieBuilder()->route(Lumo::Prefix("10.0.0.0/24"));
+  const auto urib = w.mrib->routeResolver()->uribStatusDel();
+  const std::vector<Zan::Ptr<Zan::PtrInterface::NotifieeConst>> kept{pref, prefix, config, info, route, urib};
   w.stop();
   const auto before = w.state();
-  for (const auto& reactor : kept) {
+  const auto happens = [&](U8 n) {
+    const std::string number = std::to_string(n);
+    for (const U8 preference : {U8{1}, n}) w.rpfIs("60.0.0.0/8", preference, w.via("20.0.0." + number));
+    w.rpfIs("6" + number + ".0.0.0/8", 1, w.via("20.0.0.7"));
+    w.config->routeNotifyAll();
+    w.intfInfo->ipStatusIs(n == 3 ? nullptr : w.ipStatus);
+    w.intfInfo->statusIs(n == 3 ? nullptr : w.intfDir);
+    w.urib->trieIs(n == 3 ? nullptr : w.unicastTrie);
+    EXPECT_EQ(w.state(), before);
+  };
+  for (const auto& reactor : kept)
     reactor->notifierIs(Zan::Ptr<Zan::PtrInterface const>(reactor->rawNotifier()));
+  happens(3);
+  for (const auto& reactor : kept) {  // as if it were in use
+    reactor->isMarkedForDeletionIs(false);
+    reactor->hasNotificationActiveIs(true);
   }
-  config->notifierIs(nullptr);
-  config->notifierIs(w.config);
-  w.rpfIs("60.0.0.0/8", 1, w.via("20.0.0.7"));
-  w.rpfIs("60.0.0.0/8", 2, w.via("20.0.0.7"));
-  w.rpfIs("61.0.0.0/8", 1, w.via("20.0.0.7"));
-  w.intfInfo->ipStatusIs(nullptr);
-  w.config->routeNotifyAll();
-  EXPECT_EQ(w.state(), before);
+  happens(4);
+  prefix->handleDel();
+  pref->handleDel();
+  pref->handleRpf();
+  route->handleDel();
+  auto* watched = w.mribStatus->route(Lumo::Prefix("10.0.0.0/24"));
+  watched->viaIs({Lumo::IpAddr("9.9.9.9"), nullptr}, true);
+  watched->preferenceIs(9);
+  w.mribStatus->routeDel(watched->prefix());
+  pref->zanMribConfigPrefixIs(nullptr);
+  for (const auto& reactor : kept) reactor->notifierIs(nullptr);
+  config->onRoute(IpGenPrefix("60.0.0.0/8"));
+  prefix->mribConfigPrefDelAll();
+  EXPECT_EQ(prefix->mribConfigPrefCount(), 0u);
 }
 
 TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
@@ -216,6 +242,16 @@ TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
        [](Chain& w) { w.mrib->routeResolverIs(w.urib, w.mribStatus, w.intfDir); }},
       {[](Chain& w) { w.mrib->trieBuilderDel(); },
        [](Chain& w) { w.mrib->trieBuilderIs(w.mribStatus, w.mrib->mribShadow()); }},
+      {[](Chain& w) { w.mrib->mribShadowIs("other"); },
+       [](Chain& w) { w.mrib->trieBuilderIs(w.mribStatus, w.mrib->mribShadow()); }},
+      {[](Chain& w) { w.mrib->routeResolver()->uribStatusIs(nullptr); },
+       [](Chain& w) { w.mrib->routeResolver()->uribStatusIs(w.urib); }},
+      {[](Chain& w) { w.urib->trieIs(nullptr), w.mrib->routeResolver()->handleChangedRoute(); },
+       [](Chain& w) { w.urib->trieIs(w.unicastTrie); }},
+      {[](Chain& w) { w.mrib->routeResolver()->mribStatusIs(nullptr); },
+       [](Chain& w) { w.mrib->routeResolver()->mribStatusIs(w.mribStatus); }},
+      {[](Chain& w) { w.mrib->routeResolver()->zanDoZombieReactors(true); },
+       [](Chain& w) { w.mrib->routeResolver()->zanDoZombieReactors(false); }},
   };
   for (const auto& [take, give] : parts) {
     Chain w;
@@ -223,8 +259,6 @@ TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
     for (int twice = 0; twice < 2; ++twice) take(w);
     w.mrib->hasNotificationActiveIs(false);
     w.mrib->zanDoZombieReactors(true);
-    EXPECT_TRUE(!w.mrib->intfInfo() || !w.mrib->uribShadowStatus() || !w.mrib->mribConfig() ||
-                !w.mrib->routeResolver() || !w.mrib->trieBuilder());
     w.mrib->zanDoZombieReactors(false);
     w.mrib->hasNotificationActiveIs(true);
     give(w);
@@ -232,6 +266,13 @@ TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
     w.rpfIs("90.0.0.0/8", 1, w.via("20.0.0.5"));
     EXPECT_NE(w.show("90.0.0.0/8"), "none");
   }
+  Chain w;
+  const auto before = w.state();
+  w.stop();
+  w.mribStatus->routeDelAll();
+  w.mrib = Routing::Multicast::Rib::mribSmFactory(nullptr, nullptr, nullptr, w.mribStatus, w.intfDir);
+  for (const auto& [take, give] : parts) give(w);
+  EXPECT_EQ(w.state(), before) << "from an engine that had nothing but the status";
 }
 
 }  // namespace

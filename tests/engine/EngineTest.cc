@@ -6,6 +6,7 @@
 #include "../TraceRecorder.h"
 #include "Pim/MribSm/ConfigReactors.h"
 #include "Refusal.h"
+#include "Watchers.h"
 #include "Zan/Now.h"
 
 // What the random events against the plain model don't reach: results, texts of failures, lines, lifetimes.
@@ -69,6 +70,30 @@ TEST_F(EngineTest, MutatorsRefuseNullWithTheirTexts) {
     EXPECT_EQ(refusal(call), "null _" + name + " parameter to mutator for Routing::Multicast::Rib::" + type +
                                  "::" + name + " not allowed\"");
   }
+}
+
+TEST_F(EngineTest, NothingIsInstalledBeforeInitialisationAndNothingInitialisedTwice) {
+  startWithSubnets();
+  const std::string before = w.state();
+  const TraceRecorder t;
+  w.mrib->handleInitialize();
+  EXPECT_EQ(t.messages.size(), 1u) << "its entry, and no more";
+  w.mrib->initializeIs(false);
+  const auto entry = Zan::create<Routing::Multicast::Rib::RouteKeyPrefix>(Lumo::IpGenPrefix("10.1.0.0/16"));
+  entry->prefIs(7)->rpfIs(w.via("20.0.0.5"));
+  w.config->routeIs(entry);
+  EXPECT_EQ(t.messages.back().line, 95u);
+  EXPECT_TRUE(t.messages.back().text.ends_with("ZanMribConfigPref::handleRpf()Abort. Not Initialized"));
+  EXPECT_EQ(w.state(), before);
+}
+
+/// No change of the unicast trie follows, after which all would be offered again.
+TEST_F(EngineTest, WhatAHandlerConfiguresDuringTheStartIsOfferedAtItsEnd) {
+  w.fecs.fecIs({1, 1, {{{Lumo::IpAddr(), Lumo::IntfId(1)}}}});
+  w.routes.routeIs({Lumo::Prefix("20.0.0.0/24"), RouteType::connected, 0, 1});
+  const Watchers watchers(w, [&](const auto&) { w.rpfIs("10.1.0.0/16", 1, w.via("20.0.0.5")); });
+  w.start();
+  EXPECT_NE(w.show("10.1.0.0/16"), "none");
 }
 
 TEST_F(EngineTest, ProgrammingErrorsAbortWithTheirTexts) {

@@ -39,8 +39,8 @@ RandomEvents::RandomEvents(U64 seed, Way way)
       extras_(seed),
       way_(way),
       configs_{world_.config, Zan::create<EngineWorld::Config>("config2")},
-      addresses_{world_.ipStatus, Zan::create<Ip::Status>("ipStatus2")},
-      intfs_{world_.intfDir, Zan::create<Interface::AllIntfStatusDir>("intfStatus2")},
+      addresses_{world_.ipStatus, Zan::create<Ip::Status>("ipStatus2"), nullptr},
+      intfs_{world_.intfDir, Zan::create<Interface::AllIntfStatusDir>("intfStatus2"), nullptr},
       tries_{world_.unicastTrie, Zan::create<Routing::TrieGen>("unicast2", Lumo::ipv4())} {
   for (U32 id = 1; id <= intfCount; ++id) {
     if (chance(80)) intfIs(id);
@@ -130,14 +130,16 @@ void RandomEvents::interfaces() {
   const std::string of = " of " + std::to_string(id);
   if (kind < 2) return addressIs(id);
   if (kind == 2) return intfIs(id);
-  if (kind == 3 && allows("no address" + of, [&](auto& m) { m.addressTables[m.addressesInUse].erase(id); }))
+  if (kind == 3 && world_.ipStatus &&
+      allows("no address" + of, [&](auto& m) { m.addressTables[m.addressesInUse].erase(id); }))
     world_.ipStatus->intfAddrDel(IntfId(id));
-  if (kind == 4 && allows("no interface" + of, [&](auto& m) { m.intfTables[m.intfsInUse].erase(id); }))
+  if (kind == 4 && world_.intfDir &&
+      allows("no interface" + of, [&](auto& m) { m.intfTables[m.intfsInUse].erase(id); }))
     world_.intfDir->intfStatusDel(IntfId(id));
 }
 
 void RandomEvents::intfIs(U32 id) {
-  if (model_.intfs().contains(id)) return;
+  if (!world_.intfDir || model_.intfs().contains(id)) return;
   const std::string name = 'e' + std::to_string(id) + '.' + std::to_string(++objects_);
   const plain::Intf intf{objects_, name};
   if (allows("interface " + name, [&](auto& m) { m.intfTables[m.intfsInUse][id] = intf; }))
@@ -145,6 +147,7 @@ void RandomEvents::intfIs(U32 id) {
 }
 
 void RandomEvents::addressIs(U32 id) {
+  if (!world_.ipStatus) return;
   const std::string address = pick(addressPool);
   if (allows("address " + address + " of " + std::to_string(id),
              [&](auto& m) { m.addressTables[m.addressesInUse][id] = IpAddr(address); }))
@@ -252,11 +255,12 @@ void RandomEvents::inputReplaced(U64 which) {
     world_.config = configs_[model_.configInUse];
     world_.mrib->mribConfigIs(world_.config);
   }
-  if (which == 1 && allows("addresses replaced", [](auto& m) { m.addressesInUse = 1 - m.addressesInUse; })) {
+  const auto next = [](auto& inUse) { inUse = (inUse + 1) % 3; };
+  if (which == 1 && allows("addresses replaced", [&](auto& m) { next(m.addressesInUse); })) {
     world_.ipStatus = addresses_[model_.addressesInUse];
     world_.intfInfo->ipStatusIs(world_.ipStatus);
   }
-  if (which == 2 && allows("interfaces replaced", [](auto& m) { m.intfsInUse = 1 - m.intfsInUse; })) {
+  if (which == 2 && allows("interfaces replaced", [&](auto& m) { next(m.intfsInUse); })) {
     world_.intfDir = intfs_[model_.intfsInUse];
     world_.intfInfo->statusIs(world_.intfDir);
   }
@@ -273,7 +277,7 @@ void RandomEvents::resolverReplaced() {
   const auto order = tableOrder();
   const IpGenPrefix last = world_.unicastTrie->changedRoute();
   const auto onModel = [&](PlainMrib& m) {
-    m.resolverIntfs = 1 - m.resolverIntfs;
+    m.resolverIntfs = (m.resolverIntfs + 1) % 3;
     m.newResolver(order, last);
   };
   if (!allows("resolver replaced", onModel)) return;
@@ -305,6 +309,15 @@ void RandomEvents::setAgain() {
   mrib.routeResolverIs(resolver().uribStatus(), resolver().mribStatus(), resolver().intfStatus());
   mrib.hasNotificationActiveIs(true);
   mrib.zanDoZombieReactors(false);
+  mrib.trieBuilder()->zanDoZombieReactors(false);
+  mrib.trieBuilder()->trieIs(mrib.mribShadow()->trie());
+  resolver().uribStatusIs(world_.urib);
+  resolver().mribStatusIs(world_.mribStatus);
+  world_.urib->routeStatusIs(world_.urib->routeStatus());
+  world_.urib->forwardingStatusIs(world_.urib->forwardingStatus());
+  world_.urib->trieIs(world_.unicastTrie);
+  world_.intfInfo->ipStatusIs(world_.ipStatus);
+  world_.intfInfo->statusIs(world_.intfDir);
 }
 
 /// The engine goes, the MRIB status stays, and the configuration is another one when the next engine starts.
@@ -370,8 +383,9 @@ void RandomEvents::viaAdded(const IpGenPrefix& prefix, U32 id) {
   const auto it = model_.intfs().find(id);
   const plain::Via via{IpAddr("9.9.9.9"), it == model_.intfs().end() ? plain::Intf{} : it->second};
   if (!allows(prefix.stringValue() + " gets a via", [&](auto& m) { m.addVia(prefix, via); })) return;
-  const Zan::Ptr<Interface::IntfStatus const> status(world_.intfDir->intfStatus(IntfId(id)));
-  world_.mribStatus->route(prefix.v4Prefix())->viaIs({via.hop, status}, true);
+  const auto* status = world_.intfDir ? world_.intfDir->intfStatus(IntfId(id)) : nullptr;
+  world_.mribStatus->route(prefix.v4Prefix())
+      ->viaIs({via.hop, Zan::Ptr<Interface::IntfStatus const>(status)}, true);
 }
 
 /// Prefix sets that somebody keeps, makes, fills, and registers.

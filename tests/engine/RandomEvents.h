@@ -83,8 +83,8 @@ class RandomEvents {
   Way way_;
   EngineWorld world_;
   std::array<Zan::Ptr<EngineWorld::Config>, 2> configs_;
-  std::array<Zan::Ptr<Ip::Status>, 2> addresses_;
-  std::array<Zan::Ptr<Interface::AllIntfStatusDir>, 2> intfs_;
+  std::array<Zan::Ptr<Ip::Status>, 3> addresses_;
+  std::array<Zan::Ptr<Interface::AllIntfStatusDir>, 3> intfs_;
   std::array<Zan::Ptr<Routing::TrieGen>, 2> tries_;
   std::vector<Set> held_;  // beside those that the model holds
   plain::PlainMrib model_;

@@ -65,7 +65,7 @@ TEST(TrieBuilder6, SaysWhatItDoesInItsOwnWords) {
   World w;
   const TraceRecorder recorder;
   const auto again = mribTrieBuilderSmFactory(w.status, w.shadow);
-  w.status->route(w.one)->viaDel(via6);
+  for (const bool present : {false, true}) w.status->route(w.one)->viaIs(via6, present);
   w.status->routeDel(w.one);
   std::string text;
   for (const auto& m : recorder.messages)
@@ -75,6 +75,7 @@ TEST(TrieBuilder6, SaysWhatItDoesInItsOwnWords) {
        {"8 handleInitialize: " + ns6 + "handleInitialize()\n", "8 handleRoute: " + ns6 + "handleRoute()\n",
         std::string("0 handleRoute: Trie built with 1 nodes  and 1 routes\n"),
         "8 handleVia: " + ns6 + "ZanRoute::handleVia(const Routing6::Fib::Via&)( fe80::1 ) Deletion\n",
+        "8 handleVia: " + ns6 + "ZanRoute::handleVia(const Routing6::Fib::Via&)( fe80::1 ) Addition\n",
         "8 handleRoute: " + ns6 + "handleRoute(const Lumo::Ip6Prefix&)( 2001:db8:1::/48 )\n"}) {
     EXPECT_NE(text.find("MribTrieBuilder" + part), text.npos) << part << "in\n" << text;
   }

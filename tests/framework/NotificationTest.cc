@@ -107,6 +107,17 @@ TEST_F(NotificationTest, ActivityDeliversWhenItRunsAndOncePerKey) {
   EXPECT_EQ(a->activity->run(), 0u);
 }
 
+TEST_F(NotificationTest, NobodyNeedsToHearAnything) {
+  const auto plain = Zan::create<Zan::PtrInterface::NotifieeConst>();
+  for (int twice = 0; twice < 2; ++twice) plain->notifierIs(route);
+  EXPECT_EQ(plain->name(), route->name());
+  EXPECT_EQ(refusal([&] { plain->notifierIs(Zan::create<Zan::ActivityConfig>("no entity")); }),
+            "notifier that is not an entity not allowed");
+  const auto w = named("w");
+  for (const bool zero : {false, true}) route->zeroReferencesIs(zero);
+  EXPECT_EQ(w->heard, (Log{"no references", "no references"})) << "whatever it is told";
+}
+
 TEST(Reference, WordCountsMarksZombiesAndStaysWhereNeverCounted) {
   class Plain : public Zan::VFPtrInterface {};
   Plain fixed;
@@ -124,10 +135,10 @@ TEST(Reference, WordCountsMarksZombiesAndStaysWhereNeverCounted) {
 }
 
 TEST(Entity, KnowsItsPlaceInTheTree) {
-  const auto status = Zan::create<Status>("mrib \"x\"");
+  const auto status = Zan::create<Status>("mrib \"Zz{[/9~:");
   const auto route = status->routeIs(Lumo::Prefix("10.0.0.0/8"));
-  EXPECT_EQ(route->fullName(), "mrib \"x\"/10.0.0.0/8");
-  EXPECT_EQ(route->uriPath(), "/mrib%20%22x%22/route/10.0.0.0%2F8");
+  EXPECT_EQ(route->fullName(), "mrib \"Zz{[/9~:/10.0.0.0/8");
+  EXPECT_EQ(route->uriPath(), "/mrib%20%22Zz%7B%5B%2F9~%3A/route/10.0.0.0%2F8");
   EXPECT_EQ(route->parentAttr().view(), "route");
 }
 

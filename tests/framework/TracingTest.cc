@@ -37,6 +37,28 @@ TEST(Exceptions, AreTracedUnlessTheyAreExpected) {
   EXPECT_EQ(exceptionsIn(recorder).size(), 6u);
   raiseAll();
   EXPECT_EQ(exceptionsIn(recorder).size(), 10u);
+  Zan::traceSinkIs([](void*, const Zan::TraceMessage&) { throw Quarn::CorruptionException("e"); }, nullptr);
+  EXPECT_THROW(Zan::throwRangeException("a"), Quarn::CorruptionException) << "that of the sink, untraced";
+}
+
+/// Of three levels, of which one is enabled; with a "+" where the message is for the sink.
+TEST(TraceHandles, GiveTheSinkWhatIsEnabledAndTheCoverageStreamAll) {
+  Zan::TraceHandle handle("levels");
+  for (const U32 level : {0u, 5u}) handle.levelEnabledIs(level, level > 0);
+  std::string heard;
+  const Zan::TraceSink hear = [](void* user, const Zan::TraceMessage& m) {
+    (*static_cast<std::string*>(user) += std::to_string(m.level)) += m.enabled ? "+ " : " ";
+  };
+  const std::tuple<Zan::TraceSink, Zan::TraceSink, bool, const char*> cases[] = {
+      {hear, nullptr, true, "5+ "},  {hear, nullptr, false, ""},       {hear, hear, true, "0 5+ 5+ 8 "},
+      {hear, hear, false, "0 5 8 "}, {nullptr, hear, true, "0 5+ 8 "}, {nullptr, nullptr, true, ""}};
+  for (const auto& [sink, stream, enabled, expected] : cases) {
+    Zan::traceSinkIs(sink, &heard);
+    Zan::coverageStreamIs(stream, &heard);
+    handle.enabledIs(enabled);
+    for (const U32 level : {0u, 5u, 8u}) ZAN_TRACE(handle, nullptr, level, "x");
+    EXPECT_EQ(std::exchange(heard, ""), expected);
+  }
 }
 
 TEST(TraceHandles, RefuseLevelsOver30AndMayGo) {

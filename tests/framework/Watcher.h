@@ -24,6 +24,7 @@ class Watcher : public Base {
   }
   void onNotificationException(Zan::AttributeId id) override { threw("in " + std::to_string(id)); }
   void onNotificationException() override { threw("afterwards"); }
+  void onZeroReferences() override { call("no references"); }
   void zan_bitSetIs(U32) override {
     if (queued) queued();
   }

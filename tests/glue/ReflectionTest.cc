@@ -144,6 +144,8 @@ TEST_F(Reflection, SetsWhatTheAccessorsDo) {
   EXPECT_EQ(world.mrib->trieBuilder()->deletedPreference(), 9);
   info.set("status", Value(Zan::Ptr<Interface::AllIntfStatusDir>()));
   EXPECT_EQ(world.mrib->intfStatus(), nullptr);
+  info.set("config", Value(Zan::create<Interface::AllIntfConfigDir>("config")));
+  EXPECT_EQ(sm.read("intfConfig").object().get(), info.read("config").object().get());
   const auto set = Routing::Multicast::Rib::PrefixSet::PrefixSetIs(IpGenPrefix("9.0.0.0/8"));
   resolver.set("mribForPrefix", Value(set));
   EXPECT_EQ(resolver.read("mribForPrefix", text("9.0.0.0/8")).object().get(), set.get());
@@ -199,6 +201,8 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
       {builder, "trieUpdates", Op::iterate, {}, unsupported},
       {builder, "trieUpdates", Op::invoke, {}, unsupported},
       {builder, "trieUpdates", Op(132), {}, unsupported},
+      {builder6, "handleRoute", Op::invoke, {one, one}, "unknown argument \"#2\" of", "#2"},
+      {sm, "routeResolver", Op::set, {one}, "missing argument \"mribStatus\" of", "mribStatus"},
       {builder, "trie", Op(127), {}, unsupported},
       {sm, "mribStatus", Op::set, {one}, unsupported},
       {builder, "trieUpdates", Op::set, {}, "missing argument \"value\" of", "value"},
@@ -235,6 +239,9 @@ TEST_F(Reflection, EveryFailureNamesWhatItIsAbout) {
             "unknown argument \"bogus\" of \"doDelRoute\" | bogus | doDelRoute");
   EXPECT_EQ(thrown([&] { sm.read("bogus"); }),
             "no attribute \"bogus\" in Routing::Multicast::Rib::MribSm | bogus | bogus");
+  EXPECT_EQ(thrown([] { GenericIf().read("bogus"); }), "no attribute \"bogus\" in null | bogus | bogus");
+  EXPECT_EQ(thrown([&] { asConst(resolver).call("doDelRoute"); }),
+            "attempting to modify a const instance | doDelRoute | doDelRoute");
   for (const auto& [id, name] : {std::pair(9999u, "#9999"), {Zan::isZombieId, "isZombie"}}) {
     EXPECT_EQ(thrown([&, attribute = id] {
                 asConst(sm).attributeOp({attribute, Op::set});
@@ -288,6 +295,8 @@ TEST_F(Reflection, IteratesAllCollectionsAlike) {
     EXPECT_EQ(thrown([&] { constant->erase(); }),
               "attempting to modify a const instance | " + std::string(name) + " | " + name);
     EXPECT_EQ(constant->member().isObject(), constant->member().object().isConst()) << name;
+    owner.attributeOp({id, AttributeOp::eraseAll});
+    EXPECT_EQ(owner.attributeOp({id, AttributeOp::count}).as<U32>(), 0u) << name;
   }
 }
 

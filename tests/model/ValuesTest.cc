@@ -2,14 +2,14 @@
 
 #include "Lumo/IpGenPrefix.h"
 #include "Refusal.h"
-#include "Routing/Fib/Via.h"
-#include "Routing/Multicast/Rib/Rpf.h"
+#include "Routing/ValueTraits.h"
 
 namespace {
 
 using Lumo::IpAddr;
 using Lumo::IpGenPrefix;
 using Lumo::Prefix;
+using Routing::Multicast::Rib::Rpf;
 
 /// How a text is taken for a prefix, or what is wrong with it.
 std::string read(const char* text) {
@@ -30,11 +30,42 @@ TEST(Values, PrefixTextIsReadStrictlyAndSaysWhatIsWrong) {
   }
 }
 
+/// Texts that a type takes and says again, as a value and on a stream, and others that it refuses.
+template <class T>
+void expectTexts(std::initializer_list<std::string> good, std::initializer_list<std::string> bad) {
+  for (const std::string& text : good) {
+    const T value = Zan::Value::of(text).as<T>();
+    EXPECT_EQ(Zan::Value::of(value).text(), text);
+    std::ostringstream out;
+    if constexpr (std::is_class_v<T>) out << value;
+    EXPECT_EQ(out.str(), std::is_class_v<T> ? text : "");
+  }
+  for (const std::string& text : bad) {
+    EXPECT_THROW(Zan::Value::of(text).as<T>(), Zan::TypeException) << Zan::ValueTraits<T>::name << text;
+  }
+}
+
+TEST(Values, AreReadFromTheirOwnTextsAndNoOthers) {
+  expectTexts<bool>({"true", "false"}, {"", "1"});
+  expectTexts<U8>({"0", "255"}, {"256", "-1", "1 ", "x"});
+  expectTexts<double>({"0.500000"}, {"x", "1e9999", "0.5s"});
+  expectTexts<Zan::Name>({"", "any"}, {});
+  expectTexts<IpAddr>({"10.1.2.3"}, {"", "10.1.2", "::1"});
+  expectTexts<Prefix>({"10.0.0.0/8"}, {"10.0.0.0", "10.0.0.1/8", "10.0.0.0/33", "x/8"});
+  expectTexts<Lumo::Ip6Prefix>({"1::/16"}, {"1::", "1::1/16", "1::/129", "x/8"});
+  expectTexts<IpGenPrefix>({"", "10.0.0.0/8", "1::/16"}, {"10.0.0.0"});
+  expectTexts<Lumo::AddressFamily>({"unknown", "ipv4", "ipv6"}, {"ipv5"});
+  expectTexts<Routing::Fib::RouteType>(
+      {"unknown", "drop", "receive", "ipStatic", "multicastStatic", "igp", "egp", "connected"}, {"static"});
+  expectTexts<Rpf>({"intf 7", "addr 10.1.2.3", "addr ::1"}, {"intf x", "addr ", "addr x", "unknown"});
+  EXPECT_THROW(Prefix(IpAddr(), 33), Zan::RangeException);
+}
+
 TEST(Values, OrderIsFamilyAddressLength) {
-  const std::vector<IpGenPrefix> ascending{IpGenPrefix(""),           IpGenPrefix("0.0.0.0/0"),
-                                           IpGenPrefix("0.0.0.0/1"),  IpGenPrefix("1.0.0.0/8"),
-                                           IpGenPrefix("1.0.0.0/24"), IpGenPrefix("200.0.0.0/8"),
-                                           IpGenPrefix("::/0"),       IpGenPrefix("1::/16")};
+  const std::vector<IpGenPrefix> ascending{
+      IpGenPrefix(""),          IpGenPrefix("0.0.0.0/0"),  IpGenPrefix("0.0.0.0/1"),
+      IpGenPrefix("1.0.0.0/8"), IpGenPrefix("1.0.0.0/24"), IpGenPrefix("200.0.0.0/8"),
+      IpGenPrefix("::/0"),      IpGenPrefix("1::/16"),     IpGenPrefix("1::1/128")};
   for (std::size_t i = 0; i + 1 < ascending.size(); ++i) {
     EXPECT_LT(ascending[i], ascending[i + 1]);
     EXPECT_FALSE(ascending[i + 1] < ascending[i]);

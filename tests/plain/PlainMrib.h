@@ -106,10 +106,11 @@ class PlainMrib {
   /// One that shares nothing with this: with sets of its own.
   PlainMrib copy() const;
 
-  // Inputs, as they stand. Of those that can be replaced there are two, and which one is in use.
+  // Inputs, as they stand. Of those that can be replaced there are two, and which one is in use; of the
+  // tables of interfaces a third one, which is none.
   std::array<Config, 2> configs;
-  std::array<Addresses, 2> addressTables;
-  std::array<Intfs, 2> intfTables;
+  std::array<Addresses, 3> addressTables;
+  std::array<Intfs, 3> intfTables;
   std::vector<UnicastRoute> unicast;
   std::size_t configInUse = 0, addressesInUse = 0, intfsInUse = 0, resolverIntfs = 0;
   bool started = false;

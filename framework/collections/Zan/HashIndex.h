@@ -38,8 +38,8 @@ class HashIndex {
   /// Makes it anew and empty, with room for `count` members.
   void make(U64 count);
   void clear();
-  /// Whether it is larger than `count` members are worth.
-  bool isSparseFor(U64 count) const { return exists() && depth() > 0 && directorySize() * 16 > count; }
+  /// Whether one that exists is larger than `count` members are worth.
+  bool isSparseFor(U64 count) const { return depth() > 0 && directorySize() * 16 > count; }
 
   /// The member with this hash for which `matches` holds, or null.
   template <class Matches>

@@ -245,7 +245,7 @@ void HashMap<V, K>::fit() {
   const U64 wanted = std::max(U64{size_}, (U64{1} << requestedBits_) - 1);
   if (wanted <= scanned) {
     if (size_ <= scanned / 2) Index::clear();
-    if (size_ <= scanned) return;
+    return;
   }
   if (Index::exists() && !Index::isSparseFor(wanted)) return;
   try {

@@ -49,7 +49,7 @@ class ListSet {
     marks_.forEach([index](Mark& m) {
       if (m.index > index) {
         --m.index;
-      } else if (m.index == index && !m.removed) {
+      } else if (m.index == index) {
         m.removed = true;
       }
     });

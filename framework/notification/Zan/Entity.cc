@@ -34,7 +34,7 @@ NotifieeList::Snapshot::Snapshot(const NotifieeList& list) {
     size_ = static_cast<U32>(many->size());
   } else if (many) {
     for (Notifiee* n : *many) few_[size_++] = Ptr<Notifiee>(n);
-  } else if (!list.empty()) {
+  } else {
     few_[size_++] = Ptr<Notifiee>(list.one());
   }
 }
@@ -142,8 +142,8 @@ std::string_view Entity::attributeName(AttributeId attribute) const {
   }
 }
 
-void Entity::zeroReferencesIs(bool zero) {
-  if (zero) tell<&PtrInterface::NotifieeConst::onZeroReferences>(zeroReferencesId);
+void Entity::zeroReferencesIs(bool) {
+  tell<&PtrInterface::NotifieeConst::onZeroReferences>(zeroReferencesId);
 }
 
 void Entity::tellLeaving() const {

@@ -35,7 +35,8 @@ class ZAN_EXPORT NotifieeList {
   }
   void remove(Notifiee* notifiee);
 
-  /// Counted references to the notifiees of one moment; one or two cost no allocation.
+  /// Counted references to the notifiees of one moment, of which there is one at least; one or two cost no
+  /// allocation.
   class Snapshot {
    public:
     explicit Snapshot(const NotifieeList& list);
@@ -95,8 +96,8 @@ class ZAN_EXPORT Entity : public VFPtrInterface {
   /// The name of an attribute of this entity, empty for an unknown identifier.
   virtual std::string_view attributeName(AttributeId attribute) const;
 
-  /// True tells the notifiees (`onZeroReferences`).
-  void zeroReferencesIs(bool zero) override;
+  /// Tells the notifiees (`onZeroReferences`), whatever it is told.
+  void zeroReferencesIs(bool) override;
   const ZanType* fwkType() const override;
 
   NotifieeList& notifiees() const { return notifiees_; }

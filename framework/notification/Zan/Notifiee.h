@@ -48,7 +48,7 @@ class ZAN_EXPORT PtrInterface::NotifieeConst : public VFPtrInterface {
   virtual void onNotificationException(AttributeId attribute);
   virtual void handleNotificationException(AttributeId attribute);
   virtual void handleNotificationException();
-  /// The notifier was told that it has no references left (`zeroReferencesIs(true)`). Whoever owns it says so
+  /// The notifier was told that it has no references left (`zeroReferencesIs`). Whoever owns it says so
   /// when he lets go of it for good; the framework can't, since each of its notifiees holds a reference to
   /// it.
   virtual void onZeroReferences();

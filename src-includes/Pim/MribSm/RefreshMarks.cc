@@ -104,7 +104,6 @@ void RefreshMarks::indexAll() {
   byIntf_.clear();
   intfAddresses_.clear();
   marked_.clear();
-  if (!inputs_.config) return;
   for (auto entry = inputs_.config->routeIterator(); entry; ++entry) {
     for (auto pref = entry->prefIterator(); pref; ++pref) {
       for (auto rpf = pref->rpfIterator(); rpf; ++rpf) index(*entry, *rpf);
