@@ -137,4 +137,21 @@ TEST(EngineHandlers, MayChangeWhatTheEngineWorksOn) {
   EXPECT_GT(routes, seeds * 5) << "the events reach the engine";
 }
 
+TEST(EngineHandlers, ARouteInThePlaceOfTheOneThatIsResolvedIsWatchedInstead) {
+  EngineWorld w;
+  w.intfIs(1, "eth1");
+  w.connectedIs("20.1.0.0/16", 1);
+  w.start();
+  const Lumo::Prefix prefix("10.1.0.0/16");
+  bool replaced = false;
+  const Watchers watchers(w, [&](const Lumo::IpGenPrefix& changed) {
+    if (changed.v4Prefix() != prefix || !w.mribStatus->route(prefix) || std::exchange(replaced, true)) return;
+    w.mribStatus->routeDel(prefix);
+    w.mribStatus->routeIs(prefix);
+  });
+  w.rpfIs("10.1.0.0/16", 1, w.via("20.1.3.1"));
+  EXPECT_TRUE(replaced);
+  EXPECT_EQ(w.mribStatus->route(prefix)->prefixSetCount(), 1u);
+}
+
 }  // namespace
