@@ -98,6 +98,7 @@ class ImaginedKernel {
 
   Route routeOf(const RouteRequest& request) const;
   std::vector<Hop> hopsOf(const RouteRequest& request, U8 scope) const;
+  std::vector<Hop> hopsBy(U32 id) const;
   Hop hopOf(const RouteRequest::Leg& leg, U8 scope) const;
   std::optional<Hop> wayTo(Lumo::IpAddr gateway, U32 link, U8 scope) const;
   void put(const Route& route, RouteRequest::Verb verb);

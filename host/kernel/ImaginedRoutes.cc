@@ -19,6 +19,7 @@ constexpr U8 scopeUniverse = 0;
 constexpr U8 scopeLink = 253;
 constexpr U8 scopeHost = 254;
 constexpr U8 scopeNowhere = 255;
+constexpr U32 tableLocal = 255;
 
 /// But for what passes (their flags) and what no request says (metrics, weights).
 bool isSame(const Route& a, const Route& b) {
@@ -36,9 +37,41 @@ bool isRejecting(RouteType type) {
          type == RouteType::throwing;
 }
 
+bool isLocal(RouteType type) {
+  return type == RouteType::local || type == RouteType::broadcast || type == RouteType::anycast;
+}
+
+/// That of a request which names none.
+U8 scopeOf(const RouteRequest& request) {
+  if (request.type == RouteType::local) return scopeHost;
+  if (isLocal(request.type) || request.type == RouteType::multicast) return scopeLink;
+  if (request.verb == Verb::del) return scopeNowhere;
+  const bool isUnicast = request.type == RouteType::unspecified || request.type == RouteType::unicast;
+  const bool isDirect = !request.isMultipath && request.nextHop == 0 && !request.legs.empty() &&
+                        request.legs.front().gateway == IpGenAddr();
+  return isUnicast && isDirect ? scopeLink : scopeUniverse;
+}
+
+/// Routes of this type reach no farther.
+U8 widestScopeOf(RouteType type) {
+  return type == RouteType::local ? scopeHost : isLocal(type) ? scopeLink : scopeUniverse;
+}
+
 }  // namespace
 
 // ---- The route that a request means ----
+
+/// Those that a next-hop object stands for.
+std::vector<Hop> ImaginedKernel::hopsBy(U32 id) const {
+  std::vector<Hop> hops;
+  const auto object = nextHops_.find(id);
+  if (object == nextHops_.end()) return hops;
+  if (object->second.group.empty()) hops.push_back(object->second.hop);
+  for (const U32 member : object->second.group) {
+    if (const auto leg = nextHops_.find(member); leg != nextHops_.end()) hops.push_back(leg->second.hop);
+  }
+  return hops;
+}
 
 /// The way to a gateway: to one of the router's own addresses, else by routes whose scope is that of a link
 /// at least; by one link, when it is not 0. Nothing: there is none.
@@ -54,10 +87,7 @@ std::optional<Hop> ImaginedKernel::wayTo(IpAddr gateway, U32 link, U8 scope) con
     for (const Route& route : at->second) {
       if (route.tos != 0 || route.scope < least) continue;
       if (route.type != RouteType::unicast && route.type != RouteType::local) return std::nullopt;
-      std::vector<Hop> hops = route.hops;
-      if (const auto object = nextHops_.find(route.nextHop); object != nextHops_.end()) {
-        hops.push_back(object->second.hop);
-      }
+      const std::vector<Hop> hops = route.nextHop == 0 ? route.hops : hopsBy(route.nextHop);
       for (const Hop& hop : hops) {
         if (!isDead(hop) && (link == 0 || hop.link == link)) return hop;
       }
@@ -70,23 +100,35 @@ Hop ImaginedKernel::hopOf(const RouteRequest::Leg& leg, U8 scope) const {
   Hop hop{leg.gateway, 0, leg.onlink ? U8{Hop::onlink} : U8{0}};
   if (!leg.link.empty()) hop.link = linkNamed(leg.link);
   const std::string gateway = leg.gateway.stringValue();
-  if (leg.gateway.af() == Lumo::ipv4() && leg.gateway != IpGenAddr() && !leg.onlink) {
+  const bool isDirect = leg.gateway == IpGenAddr();
+  if (leg.gateway.af() == Lumo::ipv4() && !isDirect && !leg.onlink) {
     const auto way = wayTo(leg.gateway.v4Addr(), hop.link, scope);
     if (!way) throw Error("the gateway " + gateway + " is on no link" + (leg.link.empty() ? "" : " there"));
     hop.link = way->link;
   }
+  if (leg.onlink && isDirect) throw Error("onlink is for gateways");
   if (leg.onlink && isOwn(leg.gateway))
     throw Error("the gateway " + gateway + " is the router's own address");
-  if (hop.link == 0) throw Error("it needs a link (dev NAME)");
-  const Link& link = links_.at(hop.link);
+  const auto found = links_.find(hop.link);
+  if (found == links_.end()) throw Error("it needs a link (dev NAME)");
+  const Link& link = found->second;
+  if (scope == scopeHost) return hop;
+  if (leg.gateway.af() == Lumo::ipv6() && link.loopback)
+    throw Error("no IPv6 gateway is beyond a loopback link");
   if (!link.up) throw Error("link " + escaped(link.name) + " is down");
   hop.flags |= flagsOver(link);
   return hop;
 }
 
+/// Those that a request writes down, where its scope goes with them and with those of its object.
 std::vector<Hop> ImaginedKernel::hopsOf(const RouteRequest& request, U8 scope) const {
   std::vector<Hop> hops;
   for (const RouteRequest::Leg& leg : request.legs) hops.push_back(hopOf(leg, scope));
+  const std::vector<Hop> ways = request.nextHop == 0 ? hops : hopsBy(request.nextHop);
+  if (scope == scopeHost && (ways.size() != 1 || ways.front().gateway != IpGenAddr()))
+    throw Error("a route of scope host has one next hop, without a gateway");
+  if (scope >= scopeLink && !ways.empty() && (ways.front().flags & Hop::onlink) != 0)
+    throw Error("onlink does not go with scope link or host");
   return hops;
 }
 
@@ -100,21 +142,19 @@ Route ImaginedKernel::routeOf(const RouteRequest& request) const {
   route.tos = request.tos;
   route.nextHop = request.nextHop;
   route.source = request.source;
-  const bool isDirect = !request.isMultipath && request.nextHop == 0 && !request.legs.empty() &&
-                        request.legs.front().gateway == IpGenAddr();
-  const bool isLinkWide = route.type == RouteType::broadcast || route.type == RouteType::multicast ||
-                          route.type == RouteType::anycast;
-  const U8 usual = route.type == RouteType::local                                 ? scopeHost
-                   : isLinkWide || (isDirect && route.type == RouteType::unicast) ? scopeLink
-                                                                                  : scopeUniverse;
-  route.scope = request.scope.value_or(usual);
+  route.scope = request.scope.value_or(scopeOf(request));
+  const bool isReal = isRejecting(route.type) || route.scope <= scopeHost;
+  if (!isReal || route.scope < widestScopeOf(route.type)) throw Error("no route of this type has that scope");
+  if (request.nextHop != 0) {
+    const auto object = nextHops_.find(request.nextHop);
+    if (object == nextHops_.end()) throw Error("there is no such next-hop object");
+    if (object->second.blackhole) route.type = RouteType::unicast;  // as mirrors have it: the object says it
+  }
   if (isRejecting(route.type)) {
-    if (!request.legs.empty() || request.nextHop != 0) throw Error("a route of this type has no next hop");
+    if (!request.legs.empty()) throw Error("a route of this type has no next hop");
     return route;
   }
   if (request.legs.empty() && request.nextHop == 0) throw Error("it needs a next hop (via, dev or nhid)");
-  if (request.nextHop != 0 && !nextHops_.contains(request.nextHop))
-    throw Error("there is no such next-hop object");
   if (request.source != IpGenAddr() && !isOwn(request.source)) {
     throw Error("the preferred source is no address of this router");
   }
@@ -150,9 +190,11 @@ void ImaginedKernel::put(const Route& route, Verb verb) {
 }
 
 void ImaginedKernel::changeRoute(const RouteRequest& request) {
-  if (request.table.value_or(known_.settings().table) != known_.settings().table) {
+  if (request.table.value_or(isLocal(request.type) ? tableLocal : known_.settings().table) !=
+      known_.settings().table) {
     throw Error("that is not the table that the unicast routes are read from");
   }
+  if (request.nextHop != 0 && !request.legs.empty()) throw Error("it has next hops of its own beside nhid");
   if (request.verb == Verb::del) return deleteRoute(request);
   const Route route = routeOf(request);
   put(route, request.verb);
@@ -173,7 +215,7 @@ bool ImaginedKernel::matchesHops(const Route& route, const RouteRequest& request
 }
 
 bool ImaginedKernel::matches(const Route& route, const RouteRequest& request) const {
-  const U8 scope = request.scope.value_or(scopeNowhere);
+  const U8 scope = request.scope.value_or(scopeOf(request));
   return route.tos == request.tos && (request.metric == 0 || request.metric == route.metric) &&
          (request.type == RouteType::unspecified || request.type == route.type) &&
          (scope == scopeNowhere || scope == route.scope) &&

@@ -4,6 +4,7 @@
 #include "ConfigReader.h"
 #include "Folder.h"
 #include "Saved.h"
+#include "SavedReversePath.h"
 
 // What is said of the entries of a forwarding cache, where a test has a kernel and an exported table of its
 // own; entries that no routing daemon answers, or for any source: e2e/flows.py.
@@ -13,23 +14,6 @@ using namespace host::kernel;
 using Lumo::IpAddr;
 
 namespace {
-
-/// Strict on link 3, where the unicast route of 10.3.9.9 does not leave.
-class StrictKernel : public ReversePath {
- public:
-  std::optional<PacketSettings> settings(const Link& link) const override {
-    ++asked;
-    return PacketSettings{{link.index == 3 ? U8{1} : U8{0}, true, false}, {0, true, false}};
-  }
-  std::optional<SourceRoute> routeTo(IpAddr source, const Link&) const override {
-    const bool isOwn = source == IpAddr("10.3.0.1");
-    return SourceRoute{isOwn ? RouteType::local : RouteType::unicast,
-                       {},
-                       254,
-                       {{{}, source == IpAddr("10.3.0.2") ? 3U : 1U, 0}}};
-  }
-  mutable int asked = 0;
-};
 
 class CheckTest : public testing::Test {
  protected:
@@ -52,7 +36,10 @@ class CheckTest : public testing::Test {
       routes.append(n).append(R"(","scope":"link","protocol":"kernel"})");
     }
     folder.write("addr.json", '[' + addresses + ']');
-    folder.write("route.json", '[' + routes + ']');
+    folder.write("route.json", '[' + routes + R"(,{"dst":"10.3.9.0/24","gateway":"10.1.0.2","dev":"e1"}])");
+    folder.write("netconf.json",
+                 R"([{"interface":"all","mc_forwarding":true},{"interface":"e1","mc_forwarding":true},
+{"interface":"e2","mc_forwarding":true},{"interface":"e3","rp_filter":"strict","mc_forwarding":true}])");
     readSaved(folder.path.string(), mirror);
     while (router.turn(0) == 0) {
     }
@@ -74,15 +61,16 @@ class CheckTest : public testing::Test {
                                            {253, 2, false, 0, 0, 0, 0},
                                            {253, 3, false, 0, 0, 0, 0},
                                            {253, 4, true, 0, 0, 0, 0}};
+    const SavedReversePath reversePath(folder.path.string(), mirror);
     const FlowAnswer answer =
-        FlowCheck(router, {&kernel, isExported ? &exporter : nullptr}, interfaces, now).judge(route, growth);
+        FlowCheck(router, {&reversePath, isExported ? &exporter : nullptr}, interfaces, now)
+            .judge(route, growth);
     return std::string(nameOf(answer.verdict)) + (answer.why.empty() ? "" : ": ") + answer.why;
   }
 
   const Folder folder;
   Mirror mirror;
   Router router;
-  StrictKernel kernel;
   Exporter exporter;
   bool isExported = false;
 };

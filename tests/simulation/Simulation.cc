@@ -26,6 +26,7 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+constexpr U32 eventCount = 200;
 constexpr Nanos atMost = seconds(1);  // until all is right again
 constexpr U64 slack = 100;            // room that containers keep,
 constexpr U64 slackAChange = 5;       // and what the history takes
@@ -130,14 +131,13 @@ void Simulation::say(const std::string& what) const {
   if (isLoud_) fmt::print(stderr, "{:>9.3f} {}\n", static_cast<double>(now_) / 1e9, what);
 }
 
-std::string Simulation::run(const std::vector<U32>& events) {
+std::string Simulation::run() {
   try {
     start();
     returnToStart();
     daemon_->past.forget();
     const Held before = held();
-    for (const U32 number : events) {
-      last_ = number;
+    for (U32 number = 0; number < eventCount; ++number) {
       dice_.seedIs(Zan::mix(seed_, number));
       event();
       turn();

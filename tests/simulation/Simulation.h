@@ -10,15 +10,11 @@
 /// The daemon, its kernel, its clients and its operators on a clock of their own. A seed is one exact run.
 class Simulation {
  public:
-  static constexpr U32 eventCount = 200;
-
   /// `folder`: where the configuration is.
   Simulation(U64 seed, std::string folder, bool isLoud = false);
   ~Simulation();
-  /// Runs these events. Returns what is wrong, or nothing.
-  std::string run(const std::vector<U32>& events);
-  /// The last event that was run.
-  U32 last() const { return last_; }
+  /// Returns what is wrong, or nothing.
+  std::string run();
 
  private:
   using Nanos = host::Nanos;
@@ -68,5 +64,4 @@ class Simulation {
   std::vector<std::unique_ptr<Client>> clients_;
   std::map<Lumo::Prefix, Nanos> writtenAt_;
   std::string fault_;  // of the daemon, as it logged it
-  U32 last_ = 0;
 };

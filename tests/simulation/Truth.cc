@@ -83,7 +83,11 @@ Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bo
     }
   }
   std::map<IpGenAddr, U32> own;  // the lowest link of those that have an address holds it
+  const auto vrfTable = [&](U32 link) {
+    return kernel.links().contains(link) ? kernel.links().at(link).vrfTable : 0;
+  };
   for (const Address& a : kernel.addresses()) {
+    if (vrfTable(a.link) + vrfTable(kernel.links().at(a.link).master) != 0) continue;
     U32& link = own.try_emplace(a.local, a.link).first->second;
     link = std::min(link, a.link);
   }

@@ -270,7 +270,8 @@ void VirtualKernel::makeLink() {
   const auto taken = [&](const auto& l) { return l.first == index || l.second.name == name; };
   if (std::any_of(links_.begin(), links_.end(), taken)) return;
   const bool up = dice_(2) == 0;
-  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, 0, 0}});
+  const U32 vrfTable = dice_(6) == 0 ? 100 : 0;
+  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, dice_(6), vrfTable}});
 }
 
 void VirtualKernel::deleteLink() {

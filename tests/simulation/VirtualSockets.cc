@@ -29,9 +29,15 @@ void putAddress(Datagram& d, U16 type, const IpGenAddr& address) {
   if (address != IpGenAddr()) d.attribute(type, bytesOf(address).data(), sizeof(U32));
 }
 
-/// Attributes without the message that they are in.
+/// What is in a message.
 std::vector<U8> nested(Datagram& d) {
   return {d.bytes().begin() + sizeof(nlmsghdr), d.bytes().end()};
+}
+
+/// The attributes behind a number.
+void putNested(Datagram& d, U16 type, Datagram& from) {
+  const auto all = nested(from);
+  d.attribute(type | NLA_F_NESTED, all.data() + sizeof(U32), all.size() - sizeof(U32));
 }
 
 void put(Datagram& d, const LinkChange& c, U16 flags, U32 sequence) {
@@ -40,11 +46,17 @@ void put(Datagram& d, const LinkChange& c, U16 flags, U32 sequence) {
   d.message(c.gone ? RTM_DELLINK : RTM_NEWLINK,
             ifinfomsg{AF_UNSPEC, 0, 1, static_cast<int>(l.index), state, 0}, flags, sequence);
   d.attribute(IFLA_IFNAME, l.name).attribute(IFLA_OPERSTATE, l.operState);
+  Datagram kind;
+  kind.message(0, U32{0}).attribute(IFLA_INFO_KIND, std::string(l.vrfTable == 0 ? "bridge" : "vrf"));
+  Datagram table;
+  table.message(0, U32{0}).attribute(IFLA_VRF_TABLE, l.vrfTable);
+  putNested(kind, IFLA_INFO_DATA, table);
+  putNested(d, IFLA_LINKINFO, kind);
+  if (l.master != 0) d.attribute(IFLA_MASTER, l.master);
   Datagram names;
   names.message(0, U32{0});
   for (const std::string& name : l.alternativeNames) names.attribute(IFLA_ALT_IFNAME, name);
-  const auto list = nested(names);
-  d.attribute(IFLA_PROP_LIST, list.data() + sizeof(U32), list.size() - sizeof(U32));
+  putNested(d, IFLA_PROP_LIST, names);
 }
 
 void put(Datagram& d, const AddressChange& c, U16 flags, U32 sequence) {
@@ -127,8 +139,24 @@ std::string textOf(const Other&) {
 
 // ---- Messages ----
 
+/// What sounds like news of what there is, and is none: of a bridge's ports, a scan, a bridge's object, a
+/// cache, routes by source or of another family.
+void putAside(Datagram& d, U32 what, const std::string& name, U32 number) {
+  const ifinfomsg link{what == 0 ? U8{AF_BRIDGE} : U8{AF_UNSPEC}, 0, 1, static_cast<int>(number), 0, 0};
+  const U8 family = what == 5 ? RTNL_FAMILY_IPMR : what == 4 ? AF_INET6 : AF_INET;
+  if (what < 2) d.message(RTM_DELLINK, link).attribute(IFLA_IFNAME, name);
+  if (what == 1) d.attribute(IFLA_WIRELESS, U32{0});
+  if (what == 2) d.message(RTM_NEWNEXTHOP, nhmsg{}).attribute(NHA_ID, number).attribute(NHA_FDB, nullptr, 0);
+  if (what > 2 && what < 6) {
+    d.message(RTM_NEWROUTE, rtmsg{family, 0, what == 4 ? U8{64} : U8{0}, 0, VirtualKernel::mainTable, 3, 0,
+                                  RTN_UNICAST, what == 3 ? RTM_F_CLONED : 0U})
+        .attribute(RTA_OIF, number);
+  }
+}
+
 void VirtualKernel::tell(const Body& body, U16 flags) {
   Datagram d;
+  if (faulty_ && !links_.empty()) putAside(d, dice_(40), links_.begin()->second.name, links_.begin()->first);
   std::visit([&](const auto& b) { put(d, b, flags, 0); }, body);
   if (isLoud)
     fmt::print(stderr, "    {} {:x}\n", std::visit([](const auto& b) { return textOf(b); }, body), flags);

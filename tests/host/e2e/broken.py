@@ -55,6 +55,8 @@ NETWORKS = [
     ("blackhole", [f"route add blackhole {P}"], [], S, 3, "no way in: the unicast route 203.0.113.0/24 is a blackhole"),
     ("blackhole behind a static route", [f"route add blackhole {P}", LOOSE], [TO_1], S, 0,
      "rp_filter is 2 and the unicast route to 203.0.113.9 is a blackhole; `sysctl -w net.ipv4.conf.eth1.rp_filter=0`"),
+    ("unreachable behind a static route", [f"route add unreachable {P}", LOOSE], [TO_1], S, 0, "rp_filter is 2 and the unicast route"),
+    ("prohibited behind a static route", [f"route add prohibit {P}", STRICT], [TO_1], S, 0, "rp_filter is 1 and the unicast route"),
     ("blackhole without a filter", [f"route add blackhole {P}"], [TO_1], S, 0, "by eth1: mrib.conf:1 .* decides$"),
     ("strict filter", [STRICT], [TO_1], S, 0, "the MRIB accepts .* on eth1 .*, the kernel drops them there: rp_filter is 1 and "
      "the unicast route to 203.0.113.9 leaves by eth0; `sysctl -w net.ipv4.conf.eth1.rp_filter=2`"),

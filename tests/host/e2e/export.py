@@ -122,6 +122,7 @@ def main():
              "addr flush dev vb", "addr add 10.2.0.1/24 dev vb", "addr add 10.2.9.1 peer 10.2.9.2/32 dev vb",
              f"route del 20.1.0.0/16 table {TABLE} proto 220", f"route flush table {TABLE} proto 220",
              f"route add 77.0.0.0/8 dev lo table {TABLE} proto 220",
+             f"route add 79.0.0.0/8 table {TABLE} proto 220 nexthop dev va nexthop dev vb",
              f"route change 20.1.0.0/16 via 10.2.0.9 table {TABLE} proto 220 metric 220", "kill"]
     for _ in range(int(os.environ.get("MRIB_STEPS", "60"))):
         step = dice.choice(steps)

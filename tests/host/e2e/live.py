@@ -65,6 +65,7 @@ class Test:
                         f"dev {link} scope global", "via inet6 fe80::9 dev " + link,
                         f"nexthop via {gateway} weight 2 nexthop dev {link}",
                         f"nexthop via {gateway} dev {link} onlink nexthop via 10.1.0.9 dev {other} onlink"])
+        six = f"nexthop via fe80::9 dev {link} nexthop via fe80::a dev {other}"
         kind = r.choice(["blackhole", "unreachable", "prohibit", "throw"])
         route = f"{kind} {prefix}{metric}" if r.random() < 0.2 else f"{prefix} {way}{metric}"
         address = r.choice([f"10.{net}.0.{host}/24", f"10.{net}.0.{host}/24", f"10.{net}.0.{host}/32",
@@ -97,10 +98,11 @@ class Test:
                 f"ip addr replace 10.{net}.0.1/24 dev {link}"],
             "route": [f"ip route {verb} {route}"] * 5 + [
                 f"ip route flush root 10.{net}.0.0/16 proto boot",
-                f"ip -6 route {verb} 2001:db8:{net}::/48 {r.choice(['dev ' + link, 'via fe80::9 dev ' + link])}"],
+                f"ip -6 route {verb} 2001:db8:{net % 2}::/48 {r.choice(['', 'metric 7 '])}{r.choice(['dev ' + link, 'via fe80::9 dev ' + link, six, six])}",
+                f"ip route {verb} {r.choice(['local', 'broadcast', 'multicast', 'anycast'])} 100.64.{net}.0/24 dev {link} table main"],
             "nexthop": [f"ip nexthop replace id {one} via {gateway} dev {link} onlink",
                         f"ip nexthop replace id {one} dev {link}", f"ip nexthop replace id {one} blackhole",
-                        "ip nexthop replace id 3 group 1/2", f"ip nexthop del id {one}",
+                        "ip nexthop replace id 3 group 1/2", f"ip nexthop replace id 3 group {one % 2 + 1}", f"ip nexthop del id {one}",
                         f"ip nexthop replace id 1 via {gateway}"],
             "setting": [f"echo {r.randrange(2)} >{files}/conf/{r.choice([link, 'all'])}/ignore_routes_with_linkdown",
                         f"echo {r.randrange(2)} >{files}/nexthop_compat_mode",

@@ -36,8 +36,6 @@ class Scripted {
       now += duration;
       const auto say = [&](auto body) { mirror.answered({action.sequence, 0, std::move(body)}, now); };
       for (const Link& each : action.dump == Dump::links ? links : std::vector<Link>()) say(LinkChange{each});
-      for (const Address& each : action.dump == Dump::addresses ? addresses : std::vector<Address>())
-        say(AddressChange{each});
       say(DumpEnd{});
     }
   }
@@ -48,7 +46,6 @@ class Scripted {
   Nanos duration = 0;
   int dumps = 0;
   std::vector<Link> links;
-  std::vector<Address> addresses;
 };
 
 TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
@@ -64,8 +61,33 @@ TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
     return s.mirror.answer(route.prefix).kind;
   };
   EXPECT_EQ(kindAfter(RouteChange{route}), Answer::Kind::gateway);
+  Route byGroup = route;
+  byGroup.prefix = IpGenPrefix("11.0.0.0/8");
+  byGroup.nextHop = 3;
+  for (const U32 id : {1U, 2U}) kindAfter(NextHopChange{{id, false, {{}, id, 0}, {}}});
+  kindAfter(NextHopChange{{3, false, {}, {1, 2}}});
+  kindAfter(RouteChange{byGroup});
+  for (const bool gone : {true, false}) kindAfter(NextHopChange{{1, false, {{}, 1, 0}, {}}, gone});
+  EXPECT_EQ(describe(byGroup.prefix, s.mirror.answer(byGroup.prefix)), "11.0.0.0/8 attached @2")
+      << "object 1 is another one";
   EXPECT_EQ(kindAfter(LinkChange{s.link(1, false)}), Answer::Kind::none);
   EXPECT_EQ(kindAfter(LinkChange{s.link(1, true)}), Answer::Kind::none) << "it has no routes yet";
+}
+
+TEST(Mirror, HoldsTheAddressesOfTheVrfWhoseTableItReads) {
+  Scripted s(Mirror::Settings{.table = 100, .schedule = {}});
+  s.links.push_back(s.link(3, true));
+  s.links[0].vrfTable = 100;
+  s.links[1].master = 1;
+  s.answer();
+  std::string held;
+  for (const U32 link : {1U, 2U, 3U}) {
+    const IpGenAddr own(Lumo::IpAddr::fromHost(0x0A000000 | link));
+    s.mirror.event({0, 0, AddressChange{{link, own, own, 24}}}, s.now);
+    s.mirror.takeChanges();
+    held += describe(s.mirror.longestMatch(own), s.mirror.answer(s.mirror.longestMatch(own))) + ';';
+  }
+  EXPECT_EQ(held, "10.0.0.1/32 local @1;10.0.0.2/32 local @2; none;");
 }
 
 TEST(Mirror, ReadsAgainSoonButNotTooOften) {
@@ -115,39 +137,6 @@ TEST(Mirror, WaitsForAnAnswerOfItsOwn) {
   s.now += seconds(10);
   EXPECT_EQ(s.mirror.next(s.now).kind, Kind::wait) << "nothing came: another time";
   EXPECT_EQ(s.mirror.next(s.now + seconds(1)).kind, Kind::dump);
-}
-
-TEST(Mirror, HoldsOwnAddressesForTheTableTheyAreFor) {
-  const auto local = [](Mirror& mirror, const char* address) {
-    mirror.takeChanges();  // settles the answers
-    const auto match = mirror.longestMatch(IpGenAddr(std::string_view(address)));
-    return match.empty() ? "none" : describe(match, mirror.answer(match));
-  };
-  for (const U32 table : {254u, 100u}) {
-    Mirror::Settings settings;
-    settings.table = table;
-    Scripted s(settings);
-    s.links.push_back(s.link(3, true));
-    s.links.back().vrfTable = 100;
-    s.links[1].master = 3;
-    const auto address = [](U32 link, const char* text) {
-      const IpGenAddr a{std::string_view(text)};
-      return Address{link, a, a, 24};
-    };
-    s.addresses = {address(1, "1.0.0.1"), address(2, "2.0.0.1"), address(3, "3.0.0.1"),
-                   address(1, "fe80::1")};
-    s.addresses.push_back(address(1, "fe80::2"));
-    s.addresses.back().tentative = true;
-    s.answer();
-    const bool isMain = table == 254;
-    EXPECT_EQ(local(s.mirror, "1.0.0.1"), isMain ? "1.0.0.1/32 local @1" : "none");
-    EXPECT_EQ(local(s.mirror, "2.0.0.1"), isMain ? "none" : "2.0.0.1/32 local @2");
-    EXPECT_EQ(local(s.mirror, "3.0.0.1"), isMain ? "none" : "3.0.0.1/32 local @3");
-    EXPECT_EQ(local(s.mirror, "fe80::1"), isMain ? "fe80::1/128 local @1" : "none");
-    EXPECT_EQ(local(s.mirror, "fe80::2"), "none") << "not yet its own";
-    s.mirror.event({0, NLM_F_CREATE, LinkChange{s.link(2, true)}}, s.now);  // leaves the VRF
-    EXPECT_EQ(local(s.mirror, "2.0.0.1"), isMain ? "2.0.0.1/32 local @2" : "none");
-  }
 }
 
 }  // namespace
