@@ -195,6 +195,7 @@ TEST(CarelessHost, KeepsReactorsBeyondTheirEngine) {
   const auto config = w.mrib->mribConfigDel();
   const auto info = w.mrib->intfInfoDel();
   const auto route = w.mrib->trieBuilder()->route(Lumo::Prefix("10.0.0.0/24"));
+  EXPECT_TRUE(route->ignores(Routing::Multicast::Rib::Route::routeTypeId)) << "no trie holds it";
   const auto urib = w.mrib->routeResolver()->uribStatusDel();
   const std::vector<Zan::Ptr<Zan::PtrInterface::NotifieeConst>> kept{pref, prefix, config, info, route, urib};
   w.stop();

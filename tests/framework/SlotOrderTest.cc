@@ -6,7 +6,7 @@
 #include "Pim/MribSm/MribSm.h"
 
 // The order of the virtual operations is part of the interface. A pointer to a virtual member function holds
-// one more than the offset of its slot (Itanium C++ ABI, 2.3), so the order can be read off.
+// the offset of its slot, and but on ARM one more (Itanium C++ ABI, 2.3), so the order can be read off.
 
 namespace {
 
@@ -16,7 +16,7 @@ template <class F>
 std::ptrdiff_t slot(F function) {
   std::ptrdiff_t word;
   std::memcpy(&word, &function, sizeof word);
-  return (word - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+  return word / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 /// Stands for a destructor, which has two slots.

@@ -261,17 +261,22 @@ def agrees(kernel, route, own):
     return (None if gateway in own else gateway, kernel["dev"]) in vias
 
 
-if __name__ == "__main__":
+def main(kind, steps):
+    """Runs so many steps, or MRIB_STEPS."""
     own_namespace()
     seed = int(os.environ.get("MRIB_SEED", random.randrange(1 << 30)))
     print(f"MRIB_SEED={seed}", flush=True)
-    test = Test(sys.argv[1], sys.argv[2], seed)
+    test = kind(sys.argv[1], sys.argv[2], seed)
     os.environ["MRIB_SOCKET"] = test.daemon.path
     try:
-        test.run(int(os.environ.get("MRIB_STEPS", 60)))
+        test.run(int(os.environ.get("MRIB_STEPS", steps)))
         test.summary()
         ended = test.daemon.stop()
         assert ended == (0, []), ended
     finally:
         test.far.kill()
         test.daemon.process.kill()
+
+
+if __name__ == "__main__":
+    main(Test, 60)

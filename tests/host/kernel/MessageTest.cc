@@ -2,7 +2,6 @@
 #include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
-#include <linux/nexthop.h>
 #include <sys/socket.h>
 
 #include "Datagram.h"
@@ -35,6 +34,26 @@ TEST(Message, RefusesWhatCannotBe) {
     parseMessages(bytes, [&](Event&& event) { said = std::get<Malformed>(event.body).why; });
     EXPECT_EQ(said, why);
   }
+}
+
+TEST(Message, OfALinkSaysWhichOneItFollowsHere) {
+  const struct {
+    U16 size = 12, type = IFLA_INFO_KIND;
+    char kind[8] = "macvlan";
+  } info;
+  const auto lowerOf = [&](U16 infoType, U16 elsewhere) {
+    Datagram d;
+    d.message(RTM_NEWLINK, ifinfomsg{AF_UNSPEC, 0, 1, 7, IFF_UP | IFF_RUNNING, 0});
+    d.attribute(IFLA_IFNAME, std::string("m0")).attribute(IFLA_LINK, U32{3});
+    d.attribute(infoType, &info, sizeof info).attribute(elsewhere, U32{0});
+    Link link;
+    parseMessages(d.bytes(), [&](Event&& event) { link = std::get<LinkChange>(event.body).link; });
+    EXPECT_TRUE(link.running && !link.loopback);
+    return link.lower;
+  };
+  EXPECT_EQ(lowerOf(IFLA_LINKINFO, IFLA_MTU), 3u);
+  EXPECT_EQ(lowerOf(IFLA_LINKINFO, IFLA_LINK_NETNSID), 0u);
+  EXPECT_EQ(lowerOf(IFLA_XDP, IFLA_MTU), 0u);
 }
 
 }  // namespace
