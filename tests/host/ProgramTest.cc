@@ -97,18 +97,14 @@ TEST_F(ProgramTest, LookupModesSayWhichTableAnswers) {
 }
 
 TEST_F(ProgramTest, ExitCodesTellTheOutcome) {
-  EXPECT_EQ(runFiles("rpf 10.9.1.1").code, 3);
-  EXPECT_EQ(runFiles("rpf 30.1.1.1 10.9.1.1").code, 3);
-  EXPECT_EQ(runFiles("rpf 30.1.1.1 inspect").code, 1);
-  EXPECT_EQ(runFiles("r").code, 1);
-  EXPECT_EQ(runFiles("rp 30.1.1.1 >/dev/full").code, 2);
-  EXPECT_EQ(runFiles("rpf 239.1.1.1").code, 1);
-  EXPECT_EQ(runFiles("rpf nonsense").code, 1);
-  EXPECT_EQ(runFiles("--trace 10").code, 1);
-  EXPECT_EQ(run("--no-such-option").code, 1);
-  EXPECT_EQ(run("--help").code, 0);
-  EXPECT_EQ(run("--from /nonexistent").code, 2);
-  EXPECT_EQ(run("--config /nonexistent").code, 2);
+  const std::pair<const char*, int> ofFiles[] = {{"rpf 10.9.1.1", 3},           {"rpf 30.1.1.1 10.9.1.1", 3},
+                                                 {"rpf 30.1.1.1 inspect", 1},   {"r", 1},
+                                                 {"rp 30.1.1.1 >/dev/full", 2}, {"rpf 239.1.1.1", 1},
+                                                 {"rpf nonsense", 1},           {"--trace 10", 1}};
+  for (const auto& [arguments, code] : ofFiles) EXPECT_EQ(runFiles(arguments).code, code) << arguments;
+  const std::pair<const char*, int> alone[] = {
+      {"--no-such-option", 1}, {"--help", 0}, {"--from /nonexistent", 2}, {"--config /nonexistent", 2}};
+  for (const auto& [arguments, code] : alone) EXPECT_EQ(run(arguments).code, code) << arguments;
 }
 
 TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {

@@ -27,8 +27,7 @@ TEST(TrieMemory, IsNotMoreThanItWas) {
     Routing::PrefixTrie trie;
     std::vector<Routing::TrieKey> keys(2000);
     for (auto& key : keys) {
-      const U64 high = dice() >> (length <= 32 ? 0 : 8);
-      key = trie::cut({high, dice()}, length);
+      key = trie::cut({dice() >> (length <= 32 ? 0 : 8), dice()}, length);
       trie.insert(key, length);
     }
     filled += trie.bytes();

@@ -271,8 +271,7 @@ def main(kind, steps):
     try:
         test.run(int(os.environ.get("MRIB_STEPS", steps)))
         test.summary()
-        ended = test.daemon.stop()
-        assert ended == (0, []), ended
+        assert (ended := test.daemon.stop()) == (0, []), ended
     finally:
         test.far.kill()
         test.daemon.process.kill()

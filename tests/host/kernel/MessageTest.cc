@@ -48,12 +48,10 @@ TEST(Message, OfALinkSaysWhichOneItFollowsHere) {
     d.attribute(infoType, &info, sizeof info).attribute(elsewhere, U32{0});
     Link link;
     parseMessages(d.bytes(), [&](Event&& event) { link = std::get<LinkChange>(event.body).link; });
-    EXPECT_TRUE(link.running && !link.loopback);
-    return link.lower;
+    return link.running && !link.loopback ? link.lower : 99;
   };
-  EXPECT_EQ(lowerOf(IFLA_LINKINFO, IFLA_MTU), 3u);
-  EXPECT_EQ(lowerOf(IFLA_LINKINFO, IFLA_LINK_NETNSID), 0u);
-  EXPECT_EQ(lowerOf(IFLA_XDP, IFLA_MTU), 0u);
+  const U32 known = lowerOf(IFLA_LINKINFO, IFLA_MTU), elsewhere = lowerOf(IFLA_LINKINFO, IFLA_LINK_NETNSID);
+  EXPECT_TRUE(known == 3 && elsewhere == 0 && lowerOf(IFLA_XDP, IFLA_MTU) == 0);
 }
 
 }  // namespace
