@@ -150,8 +150,7 @@ TEST(EngineHandlers, ARouteInThePlaceOfTheOneThatIsResolvedIsWatchedInstead) {
     w.mribStatus->routeIs(prefix);
   });
   w.rpfIs("10.1.0.0/16", 1, w.via("20.1.3.1"));
-  EXPECT_TRUE(replaced);
-  EXPECT_EQ(w.mribStatus->route(prefix)->prefixSetCount(), 1u);
+  EXPECT_TRUE(replaced && w.mribStatus->route(prefix)->prefixSetCount() == 1);
 }
 
 }  // namespace
