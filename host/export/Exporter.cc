@@ -190,6 +190,7 @@ void Exporter::failed(const kernel::RouteOp& op, const kernel::RouteFault& fault
   if (!op.add && fault.error == ESRCH) return;  // gone already
   if (kernel::isPassing(fault.error)) retryAt_ = std::min(retryAt_, entry.writtenAt + retry);
   if (!(op.add && entry.probed && fault.error == EEXIST)) {
+    entry.crossed = true;  // readers who have lost ours still have
     return refusalIs(op.route.prefix.v4Prefix(), entry, fault.text);
   }
   --counters_.written;  // there all the time
