@@ -8,6 +8,7 @@ same multicast routes of its own instead (`ip mroute`).
 """
 
 import itertools
+import os
 import statistics
 import subprocess
 import sys
@@ -204,7 +205,8 @@ def report(columns):
 def main():
     own_namespace(*NAMESPACES)
     ahead_of_others()
-    mrib, mribd, tree, folder = sys.argv[1:5]
+    # What runs in another mount namespace runs in another folder.
+    mrib, mribd, tree, folder = map(os.path.abspath, sys.argv[1:5])
     rounds = int(sys.argv[5]) if len(sys.argv) > 5 else 3
     traffic = compiled(folder)
     columns = {}

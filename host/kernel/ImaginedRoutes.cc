@@ -173,19 +173,16 @@ void ImaginedKernel::put(const Route& route, Verb verb) {
   const auto first = std::find_if(list.begin(), list.end(), isFrom(rank));
   const auto end = std::find_if(first, list.end(), isFrom(rank + 1));
   const auto same = std::find_if(first, end, [&](const Route& r) { return isSame(r, route); });
-  const bool isThere = first != end;
-  if (!isThere && verb == Verb::change) throw Error("there is no such route to change");
-  if (!isThere) {
+  if (first == end) {
+    if (verb == Verb::change) throw Error("there is no such route to change");
     list.insert(first, route);
-  } else if (verb == Verb::add) {
-    throw Error("there is such a route already");
   } else if (verb == Verb::replace || verb == Verb::change) {
     if (same != end && same != first) throw Error("there is such a route already, and it is not the first");
     *first = route;
+  } else if (verb == Verb::add || (same != end && route.protocol != 2)) {
+    throw Error("there is such a route already");
   } else if (same == end) {
     list.insert(verb == Verb::append ? end : first, route);
-  } else if (route.protocol != 2) {
-    throw Error("there is such a route already");
   }
 }
 
