@@ -52,7 +52,8 @@ void run(fuzz::Bytes bytes) {
   const Configuration before = first.value_or(Configuration());
   const std::vector<std::string> commands{text, text.substr(0, text.find('\n'))};
   const auto after = made([&] { return host::edited(before, commands); });
-  must(!after || !host::differenceOf(before, *after).empty() || before.exportTable != after->exportTable);
+  // A route can't be added twice or removed twice; a mode or a table may be set to what it is.
+  must(!after || text.find("multicast") != text.npos || !host::differenceOf(before, *after).empty());
 }
 
 const fuzz::Target target("config", run);
