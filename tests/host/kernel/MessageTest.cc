@@ -29,7 +29,7 @@ TEST(Message, RefusesWhatCannotBe) {
        Datagram().message(RTM_NEWADDR, ifaddrmsg{AF_INET6, 129, 0, 0, 7}).attribute(IFA_ADDRESS, gateway6)},
   };
   for (const auto& [why, datagram] : cases) {
-    const std::vector<U8> bytes(datagram.bytes());
+    const std::vector<U8> bytes(datagram.bytes());  // memory of just this size: a byte too far is a fault
     std::string said;
     parseMessages(bytes, [&](Event&& event) { said = std::get<Malformed>(event.body).why; });
     EXPECT_EQ(said, why);
