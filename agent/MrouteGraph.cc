@@ -353,7 +353,6 @@ void Mroutes::holdBack(const std::vector<std::vector<U32>>& circles) {
     if (turns) touch(node.prefix);
   }
   for (const U32 place : turned) {
-    staged_[nodes_.at(place).staged - 1].anew = true;
     if (counted_) countOut(nodes_.at(place));
   }
   for (const U32 place : suspects) {

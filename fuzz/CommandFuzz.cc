@@ -51,12 +51,8 @@ void readBy(Read read, const Words& words) {
 void run(fuzz::Bytes bytes) {
   constexpr std::size_t mostWords = 64;
   if (bytes.empty()) return;
-  Words words;
-  std::string_view text = fuzz::textOf(bytes.subspan(1));
-  while (!text.empty() && words.size() < mostWords) {
-    const std::string_view word = words.emplace_back(text.substr(0, text.find('\0')));
-    text.remove_prefix(std::min(text.size(), word.size() + 1));
-  }
+  Words words = fuzz::split(fuzz::textOf(bytes.subspan(1)), '\0');
+  words.resize(std::min(words.size(), mostWords));
   if (bytes[0] % 4 == 3) return readBy<host::Options>(host::readOptions, words);
   readBy<host::Request>(host::readCommandLine, words);
 }

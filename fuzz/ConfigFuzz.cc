@@ -5,8 +5,9 @@
 #include "ConfigText.h"
 #include "MemoryFolder.h"
 
-// Reads the bytes as the text of a configuration, and as commands on what it holds. It is refused with
-// reasons that have a place and are fit to print, or its text reads as the same configuration.
+// Reads the bytes as the text of a configuration, and what group separators part from it as commands on that.
+// It is refused with reasons that have a place and are fit to print, or its text reads as the same
+// configuration. Commands lead where each of them leads, and to change nothing is refused.
 
 namespace {
 
@@ -39,21 +40,35 @@ Configuration readFiles(std::string_view text) {
   return host::readConfiguration(folder.path() + "/a.conf");
 }
 
+void readsAgain(const Configuration& config) {
+  const auto again = made([&] { return host::parseConfiguration(host::textOf(config), "again"); });
+  must(again && host::differenceOf(config, *again).empty() && config.exportTable == again->exportTable);
+}
+
+void edit(const Configuration& before, const std::vector<std::string>& commands) {
+  const auto after = made([&] { return host::edited(before, commands); });
+  if (!after) return;
+  readsAgain(*after);
+  Configuration step = before;
+  for (const std::string& command : commands) {
+    const Configuration last = std::exchange(step, host::edited(step, {&command, 1}));
+    const bool isSetting = command.find("multicast") != command.npos;  // maybe to what it is
+    must(isSetting || !host::differenceOf(last, step).empty());
+  }
+  must(host::differenceOf(step, *after).empty() && step.exportTable == after->exportTable);
+}
+
 void run(fuzz::Bytes bytes) {
-  const std::string text(fuzz::textOf(bytes));
+  std::vector<std::string> parts = fuzz::split(fuzz::textOf(bytes), '\x1D');
+  if (parts.empty()) return;
+  const std::string text = parts.front();
+  parts.erase(parts.begin());
   const bool includes = text.find("include") != text.npos;
   const bool leavesFolder = text.find_first_of("/\\") != text.npos || text.find("..") != text.npos;
   if (includes && leavesFolder) return;  // for files that are not the input's
-  const auto first = made([&] { return includes ? readFiles(text) : host::parseConfiguration(text, "f"); });
-  if (first) {
-    const auto again = made([&] { return host::parseConfiguration(host::textOf(*first), "again"); });
-    must(again && host::differenceOf(*first, *again).empty());
-  }
-  const Configuration before = first.value_or(Configuration());
-  const std::vector<std::string> commands{text, text.substr(0, text.find('\n'))};
-  const auto after = made([&] { return host::edited(before, commands); });
-  // A route can't be added twice or removed twice; a mode or a table may be set to what it is.
-  must(!after || text.find("multicast") != text.npos || !host::differenceOf(before, *after).empty());
+  const auto config = made([&] { return includes ? readFiles(text) : host::parseConfiguration(text, "f"); });
+  if (config) readsAgain(*config);
+  edit(config.value_or(Configuration()), parts);
 }
 
 const fuzz::Target target("config", run);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -33,6 +35,15 @@ inline void must(bool holds) {
 
 inline std::string_view textOf(Bytes bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+inline std::vector<std::string> split(std::string_view text, char at) {
+  std::vector<std::string> parts;
+  while (!text.empty()) {
+    parts.emplace_back(text.substr(0, text.find(at)));
+    text.remove_prefix(std::min(text.size(), parts.back().size() + 1));
+  }
+  return parts;
 }
 
 /// Random numbers for a world that random events change: from a seed, or one from each of a fuzzer's bytes,

@@ -207,19 +207,10 @@ void judge(const Request& request, const std::string& text) {
   }
 }
 
-std::vector<std::string> split(std::string_view text, char at) {
-  std::vector<std::string> parts;
-  while (!text.empty()) {
-    parts.emplace_back(text.substr(0, text.find(at)));
-    text.remove_prefix(std::min(text.size(), parts.back().size() + 1));
-  }
-  return parts;
-}
-
 std::vector<Request> parsedCommands() {
   std::vector<Request> requests;
-  for (const std::string& command : split(commands, ';'))
-    readCommandLine(split(command, '|'), requests.emplace_back());
+  for (const std::string& command : fuzz::split(commands, ';'))
+    readCommandLine(fuzz::split(command, '|'), requests.emplace_back());
   return requests;
 }
 
@@ -240,7 +231,7 @@ std::unique_ptr<Backend> backend;  // of the next command
 void run(fuzz::Bytes bytes) {
   constexpr std::size_t longest = 100;
   if (bytes.empty()) return;
-  std::vector<std::string> fields = split(fuzz::textOf(bytes.subspan(1)), '\0');
+  std::vector<std::string> fields = fuzz::split(fuzz::textOf(bytes.subspan(1)), '\0');
   const char* const usual[] = {"eth0", "eth1", "eth2", "m.conf", "a machine", "10.9.9.9"};
   fields.resize(std::size(usual));
   for (std::size_t i = 0; i < fields.size(); ++i) {

@@ -84,7 +84,8 @@ class Machine:
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
                         for words in (["mgmtd"], ["zebra", "-s", "90000000"], ["staticd"], ["pimd"])]
         end = time.monotonic() + 10
-        while self.vtysh("show version", check=False).count("FRRouting") < 1 or "pimd" not in self.vtysh("show daemons"):
+        # A pimd that is configured before it has zebra never learns the way to its RP, whoever's route that is.
+        while "pim" not in self.vtysh("show zebra client summary", check=False):
             if time.monotonic() > end:
                 sys.exit("FAILED: FRRouting does not come up")
             time.sleep(0.1)
