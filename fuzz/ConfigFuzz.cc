@@ -4,6 +4,7 @@
 #include "ConfigReader.h"
 #include "ConfigText.h"
 #include "MemoryFolder.h"
+#include "Target.h"
 
 // Reads the bytes as the text of a configuration, and what group separators part from it as commands on that.
 // It is refused with reasons that have a place and are fit to print, or its text reads as the same
@@ -31,13 +32,11 @@ std::optional<Configuration> made(Make make) {
 
 /// Of a text that includes, as some files of one folder: record separators part them.
 Configuration readFiles(std::string_view text) {
-  static fuzz::MemoryFolder folder("config");
-  for (const char* file : {"a.conf", "b.conf", "c.conf"}) {
-    const std::string_view one = text.substr(0, text.find('\x1E'));
-    text.remove_prefix(std::min(text.size(), one.size() + 1));
-    folder.write(file, one);
-  }
-  return host::readConfiguration(folder.path() + "/a.conf");
+  static fuzz::MemoryFolder folder;
+  std::vector<std::string> parts = fuzz::split(text, '\x1E');
+  parts.resize(3);
+  for (std::size_t i = 0; i < parts.size(); ++i) folder.write(std::string(1, "abc"[i]) + ".conf", parts[i]);
+  return host::readConfiguration(folder.path / "a.conf");
 }
 
 void readsAgain(const Configuration& config) {

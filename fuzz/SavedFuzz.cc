@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <string>
 
 #include "Error.h"
@@ -6,6 +5,7 @@
 #include "MulticastCache.h"
 #include "Saved.h"
 #include "SavedReversePath.h"
+#include "Target.h"
 
 // Reads the bytes as what `ip -j` has saved, the files one after the other with a NUL between them: they are
 // refused with the name of the file, or make a mirror that is in sync and has but hops that it knows. What is
@@ -35,18 +35,15 @@ void judge(const host::kernel::Mirror& mirror, const std::string& folder) {
 }
 
 void run(fuzz::Bytes bytes) {
-  static fuzz::MemoryFolder folder("saved");
-  std::string_view text = fuzz::textOf(bytes);
-  for (const char* file : files) {
-    const std::string_view one = text.substr(0, text.find('\0'));
-    text.remove_prefix(std::min(text.size(), one.size() + 1));
-    folder.write(file, one.empty() ? "[]" : one);
-  }
+  static fuzz::MemoryFolder folder;
+  std::vector<std::string> parts = fuzz::split(fuzz::textOf(bytes), '\0');
+  parts.resize(std::size(files));
+  for (std::size_t i = 0; i < parts.size(); ++i) folder.write(files[i], parts[i].empty() ? "[]" : parts[i]);
   host::kernel::Mirror mirror({}, 0);
   try {
-    host::kernel::readSaved(folder.path(), mirror);
+    host::kernel::readSaved(folder.path.string(), mirror);
     mirror.takeChanges();
-    judge(mirror, folder.path());
+    judge(mirror, folder.path.string());
   } catch (const host::Error& e) {
     must(std::string_view(e.what()).find(".json") != std::string_view::npos);
     return;

@@ -14,6 +14,7 @@
 #include "StandardErrors.h"
 #include "Strict.h"
 #include "WhoAnswers.h"
+#include "host/kernel/PlainKernel.h"
 
 // Reads the bytes as which command is run on a router, and as the names that its links, its configuration
 // and its user have given: whatever they are, what the command prints is what it says that it prints, by
@@ -46,7 +47,14 @@ constexpr std::string_view commands =
 class World : public kernel::ReversePath, public kernel::MulticastCache {
  public:
   /// Its state is the second one of its history if it `changes`.
-  World(const std::vector<std::string>& names, const std::string& path, bool changes) : names_(names) {
+  World(const std::vector<std::string>& names, const std::string& path, bool changes) {
+    for (U32 i = 1; i <= 3; ++i) {
+      const IpGenAddr own(IpAddr::fromHost((10u << 24) + (i << 16) + 1));
+      kernel_.links.push_back({i, names[i - 1], {}, true, true, true, 6, 0, 0});
+      kernel_.addresses.push_back({i, own, own, 16, 0, false, false});
+      kernel_.routes.push_back(routeOf((10u << 24) + (i << 16), 16, i, {}));
+    }
+    kernel_.routes.push_back(routeOf(20u << 24, 8, 1, IpGenAddr(IpAddr("10.1.0.2"))));
     serve();
     Configuration config;
     config.files = {path};
@@ -61,8 +69,10 @@ class World : public kernel::ReversePath, public kernel::MulticastCache {
     router.conclude(now);
     history.emplace(router, History::Clocks{clock(), clock()});
     if (!changes) return;
-    isUp_ = false;
-    mirror.event({0, 0, kernel::LinkChange{linkOf(2), false}}, now);
+    kernel::Link& second = kernel_.links[1];
+    second.up = second.lowerUp = second.running = false;
+    kernel_.routes.erase(kernel_.routes.begin() + 1);
+    mirror.event({0, 0, kernel::LinkChange{second, false}}, now);
     serve();
     router.conclude(now);
   }
@@ -97,10 +107,6 @@ class World : public kernel::ReversePath, public kernel::MulticastCache {
   std::optional<History> history;
 
  private:
-  kernel::Link linkOf(U32 index) const {
-    const bool up = isUp_ || index != 2;
-    return {index, names_[index - 1], {}, up, up, up, 6, 0, 0};
-  }
   static kernel::Route routeOf(U32 net, U8 length, U32 link, IpGenAddr gateway) {
     kernel::Route route;
     route.prefix = Prefix(IpAddr::fromHost(net), length);
@@ -108,28 +114,13 @@ class World : public kernel::ReversePath, public kernel::MulticastCache {
     route.hops.push_back({gateway, link, 0});
     return route;
   }
-  void answer(const Mirror::Action& action) {
-    const auto say = [&](auto body) { mirror.answered({action.sequence, 0, std::move(body)}, now); };
-    for (U32 i = 1; i <= 3; ++i) {
-      const IpGenAddr own(IpAddr::fromHost((10u << 24) + (i << 16) + 1));
-      if (action.dump == kernel::Dump::links) say(kernel::LinkChange{linkOf(i)});
-      if (action.dump == kernel::Dump::addresses)
-        say(kernel::AddressChange{{i, own, own, 16, 0, false, false}});
-      if (action.dump == kernel::Dump::routes4 && linkOf(i).up)
-        say(kernel::RouteChange{routeOf((10u << 24) + (i << 16), 16, i, {})});
-    }
-    if (action.dump == kernel::Dump::routes4)
-      say(kernel::RouteChange{routeOf(20u << 24, 8, 1, IpGenAddr(IpAddr("10.1.0.2")))});
-    say(kernel::DumpEnd{});
-  }
   void serve() {
     for (Mirror::Action action; (action = mirror.next(now)).kind != Mirror::Action::Kind::wait;) {
-      if (action.kind == Mirror::Action::Kind::dump) answer(action);
+      if (action.kind == Mirror::Action::Kind::dump) kernel_.answer(mirror, action, now);
     }
   }
 
-  const std::vector<std::string>& names_;
-  bool isUp_ = true;  // the second link
+  PlainKernel kernel_;
 };
 
 /// The service of such a router, without a daemon around it.

@@ -5,13 +5,11 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include "ConfigReader.h"
 #include "ConfigSave.h"
 #include "ConfigText.h"
+#include "Folder.h"
 
 // Configurations on the disk.
 
@@ -21,16 +19,10 @@ namespace fs = std::filesystem;
 
 class ConfigFilesTest : public testing::Test {
  protected:
-  ConfigFilesTest() {
-    std::string pattern = (fs::temp_directory_path() / "mrib-test-XXXXXX").string();
-    dir = mkdtemp(pattern.data());
-  }
-  ~ConfigFilesTest() override { fs::remove_all(dir); }
-
   std::string at(const std::string& name) const { return (dir / name).string(); }
   void write(const std::string& name, const std::string& text) {
     fs::create_directories((dir / name).parent_path());
-    std::ofstream(dir / name, std::ios::binary) << text;
+    folder.write(name, text);
   }
   std::string text(const std::string& name) const {
     std::ifstream in(dir / name, std::ios::binary);
@@ -44,13 +36,13 @@ class ConfigFilesTest : public testing::Test {
     } catch (const host::ConfigurationError& e) {
       result = e.what();
     }
-    const std::string folder = dir.string();
-    for (std::size_t i = 0; (i = result.find(folder, i)) != result.npos;)
-      result.replace(i, folder.size(), 1, 'D');
+    for (std::size_t i = 0; (i = result.find(dir.string(), i)) != result.npos;)
+      result.replace(i, dir.string().size(), 1, 'D');
     return result;
   }
 
-  fs::path dir;
+  const Folder folder;
+  const fs::path& dir = folder.path;
 };
 
 TEST_F(ConfigFilesTest, IncludesFilesAndFolders) {

@@ -4,6 +4,7 @@
 
 #include "../agent/RightAnswer.h"
 #include "Explanation.h"
+#include "kernel/PlainKernel.h"
 
 // Explanations of random routers, step by step against a plain recursion over what the router was made of;
 // what they say of the kernel is judged by the kernel itself, in e2e/broken.py.
@@ -34,7 +35,7 @@ class World {
     makeRoutes();
     makeLines();
     for (auto action = mirror.next(0); !mirror.isSynced(); action = mirror.next(0)) {
-      if (action.kind == kernel::Mirror::Action::Kind::dump) answer(action);
+      if (action.kind == kernel::Mirror::Action::Kind::dump) kernel.answer(mirror, action, 0);
     }
     for (int i = 0; i < 3; ++i) router.turn(0);
     makeStandIns();
@@ -72,7 +73,7 @@ class World {
       link.name = 'e' + std::to_string(i);
       link.up = chance(85);
       link.lowerUp = link.running = link.up && chance(85);
-      links.push_back(link);
+      kernel.links.push_back(link);
       judge.links[i] = {i, link.name, link.up, link.lowerUp};
       for (U32 n = below(3); n > 0; --n) {
         kernel::Address a;
@@ -82,7 +83,7 @@ class World {
         a.length = 24;
         a.secondary = chance(20);
         if (judge.addresses.emplace(std::pair{i, a.local.v4Addr()}, a.secondary).second)
-          addresses.push_back(a);
+          kernel.addresses.push_back(a);
       }
     }
   }
@@ -96,11 +97,11 @@ class World {
       std::set<U32> used;
       for (U32 n = chance(25) ? 2 : 1; n > 0; --n) used.insert(1 + below(linkCount));
       for (const U32 link : used) {
-        if (links[link - 1].up)
+        if (kernel.links[link - 1].up)
           route.hops.push_back({byGateway ? IpGenAddr(IpAddr("10.0.1.250")) : IpGenAddr(), link, 0});
       }
       if (route.hops.empty()) continue;
-      routes.push_back(route);
+      kernel.routes.push_back(route);
       if (byGateway) continue;
       mrib::UnicastRoute connected{Prefix(prefix), mrib::RouteType::connected, 0, {}};
       for (const kernel::Hop& hop : route.hops) connected.nextHops.push_back({{}, hop.link});
@@ -146,17 +147,6 @@ class World {
       }
     }
   }
-  void answer(const kernel::Mirror::Action& action) {
-    const auto tell = [&](auto body) { mirror.answered({action.sequence, 0, std::move(body)}, 0); };
-    if (action.dump == kernel::Dump::links) {
-      for (const auto& link : links) tell(kernel::LinkChange{link});
-    } else if (action.dump == kernel::Dump::addresses) {
-      for (const auto& address : addresses) tell(kernel::AddressChange{address});
-    } else if (action.dump == kernel::Dump::routes4) {
-      for (const auto& route : routes) tell(kernel::RouteChange{route});
-    }
-    tell(kernel::DumpEnd{});
-  }
 
   std::minstd_rand random_;
 
@@ -164,9 +154,7 @@ class World {
   kernel::Mirror mirror;
   Router router{mirror, [] { return Nanos{0}; }};
   Configuration configuration;
-  std::vector<kernel::Link> links;
-  std::vector<kernel::Address> addresses;
-  std::vector<kernel::Route> routes;
+  PlainKernel kernel;
   RightAnswer judge;
   RightAnswer::Mrib mrib;
   bool isRefused = false;
@@ -316,11 +304,11 @@ class Judge {
     EXPECT_EQ(hopsOf(step.route->nextHops), hopsOf(match->nextHops));
   }
   void judgeInterface(const Explanation::Interface& said) {
-    const kernel::Link& link = w_.links.at(said.index - 1);
+    const kernel::Link& link = w_.kernel.links.at(said.index - 1);
     EXPECT_EQ(said.name, link.name);
     EXPECT_EQ(said.up, link.up);
     EXPECT_EQ(said.carrier, link.lowerUp);
-    const auto own = std::count_if(w_.addresses.begin(), w_.addresses.end(),
+    const auto own = std::count_if(w_.kernel.addresses.begin(), w_.kernel.addresses.end(),
                                    [&](const auto& a) { return a.link == link.index; });
     EXPECT_EQ(said.addresses.size(), static_cast<std::size_t>(own));
   }

@@ -20,7 +20,9 @@ class Folder {
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
 
-  void write(const std::string& name, const std::string& text) const { std::ofstream(path / name) << text; }
+  void write(const std::string& name, const std::string& text) const {
+    std::ofstream(path / name, std::ios::binary) << text;
+  }
   /// Writes a file, does `then`, and puts back what was there before.
   template <class Then>
   void with(const std::string& name, const std::string& text, Then then) const {

@@ -6,11 +6,10 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 
 #include "Client.h"
 #include "Log.h"
+#include "host/Folder.h"
 
 // The daemon as a process.
 
@@ -24,9 +23,6 @@ using std::chrono::milliseconds;
 class MribdTest : public testing::Test {
  protected:
   MribdTest() {
-    std::string pattern = (fs::temp_directory_path() / "mribd-test-XXXXXX").string();
-    dir = mkdtemp(pattern.data());
-    path = dir / "s";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -40,7 +36,6 @@ class MribdTest : public testing::Test {
   ~MribdTest() override {
     if (pid > 0) kill(pid, SIGKILL), wait();
     close(manager);
-    fs::remove_all(dir);
   }
 
   pid_t spawn(const std::string& at) const {
@@ -82,8 +77,9 @@ class MribdTest : public testing::Test {
     return {std::istreambuf_iterator<char>(in), {}};
   }
 
-  fs::path dir;
-  std::string path;
+  const Folder folder;
+  const fs::path& dir = folder.path;
+  const std::string path = dir / "s";
   int manager = -1;
   std::string managerName;
   pid_t pid = 0;

@@ -2,6 +2,7 @@
 #include <linux/netlink.h>
 
 #include "Describe.h"
+#include "PlainKernel.h"
 
 // When the mirror reads again, and what no kernel of the simulation has; the rest of its logic is judged
 // there.
@@ -16,7 +17,7 @@ namespace {
 class Scripted {
  public:
   explicit Scripted(const Mirror::Settings& settings = {}) : mirror(settings, 0) {
-    links = {link(1, true), link(2, true)};
+    kernel.links = {link(1, true), link(2, true)};
   }
 
   static Link link(U32 index, bool up) {
@@ -34,9 +35,7 @@ class Scripted {
       if (action.kind != Kind::dump) continue;
       ++dumps;
       now += duration;
-      const auto say = [&](auto body) { mirror.answered({action.sequence, 0, std::move(body)}, now); };
-      for (const Link& each : action.dump == Dump::links ? links : std::vector<Link>()) say(LinkChange{each});
-      say(DumpEnd{});
+      kernel.answer(mirror, action, now);
     }
   }
   U64 resyncs(Reason reason) const { return mirror.counters().resyncs[static_cast<std::size_t>(reason)]; }
@@ -45,7 +44,7 @@ class Scripted {
   Nanos now = seconds(100);
   Nanos duration = 0;
   int dumps = 0;
-  std::vector<Link> links;
+  PlainKernel kernel;
 };
 
 TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
@@ -76,9 +75,9 @@ TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
 
 TEST(Mirror, HoldsTheAddressesOfTheVrfWhoseTableItReads) {
   Scripted s(Mirror::Settings{.table = 100, .schedule = {}});
-  s.links.push_back(s.link(3, true));
-  s.links[0].vrfTable = 100;
-  s.links[1].master = 1;
+  s.kernel.links.push_back(s.link(3, true));
+  s.kernel.links[0].vrfTable = 100;
+  s.kernel.links[1].master = 1;
   s.answer();
   std::string held;
   for (const U32 link : {1U, 2U, 3U}) {
@@ -112,7 +111,7 @@ TEST(Mirror, ReadsAgainSoonButNotTooOften) {
   EXPECT_EQ(s.resyncs(Reason::overrun) + s.resyncs(Reason::malformed), 2u);
   EXPECT_EQ(s.mirror.counters().overruns, 1u);
   s.now += seconds(60);
-  s.links.push_back(s.link(3, true));
+  s.kernel.links.push_back(s.link(3, true));
   s.answer();
   EXPECT_EQ(s.resyncs(Reason::audit), 1u);
   EXPECT_EQ(s.mirror.counters().healed, 1u);
