@@ -254,6 +254,9 @@ std::string namedSocket(const Request&) {
 std::unique_ptr<Backend> daemonFor(const Request&) {
   return std::move(backend);
 }
+std::unique_ptr<Backend> onlyDaemonFor(const Request&) {
+  return std::move(backend);
+}
 std::unique_ptr<Backend> backendFor(const Request&) {
   return std::move(backend);
 }

@@ -1,6 +1,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 #include "CommandWords.h"
 #include "RibService.h"
@@ -87,8 +88,9 @@ void addPictures(CLI::App& app, Request& request) {
   graph.add_option("PREFIX|SOURCE", request.arguments, "Only what it leads through, and what depends on it")
       ->expected(0, 1);
   graph
-      .add_option("--format", request.format,
-                  "tree, dot, svg, mermaid or json; by default as FILE is named, or tree")
+      .add_option(
+          "--format", request.format,
+          "tree, dot, svg, mermaid or json; by default as FILE ends: .svg, .dot, .gv, .mmd, .json, else tree")
       ->check(CLI::IsMember({"tree", "dot", "svg", "mermaid", "json"}))
       ->type_name("FORMAT");
   addOutput(graph, request);
@@ -105,7 +107,8 @@ void addImagined(CLI::App& app, Request& request) {
   whatIf.add_option(
       "CHANGE", request.arguments,
       "link NAME down|up, address NAME add|del ADDRESS/LENGTH, route add|del ... as ip route has "
-      "it, ip mroute ..., no ip mroute ...; several: with commas behind words, or each in quotes");
+      "it, ip mroute ... or ip multicast ..., also with no before it; several: with commas behind words, or "
+      "each in quotes");
   whatIf.add_flag("--each-link", request.eachLink, "Every link down in turn, by what depends on it");
 }
 
@@ -114,7 +117,7 @@ void addHistory(CLI::App& app, Request& request) {
       addCommand(app, request, "history", "The daemon's last changes of the MRIB, and what led to each");
   history.add_option("PREFIX|ADDRESS", request.arguments, "Only those of a prefix, or those for a source")
       ->expected(0, 1);
-  history.add_option("--last", request.last, "At most so many")->type_name("N")->check(CLI::PositiveNumber);
+  history.add_option("--last", request.last, "At most so many")->type_name("N")->check(CLI::Range(1u, ~0u));
   history.add_option("--since", request.since, "Later ones: 14:03, \"2026-03-01 14:03:20\" or 10m (ago)")
       ->type_name("TIME")
       ->check(notEmpty);
@@ -145,7 +148,10 @@ void addChanges(CLI::App& app, Request& request) {
   auto& reload = addCommand(app, request, "reload", "The daemon reads its configuration again");
   reload.add_flag("--dry-run", request.dryRun, "Say what would change, and change nothing");
   auto& configure = addCommand(app, request, "configure", "Change the daemon's running configuration");
-  configure.add_option("COMMAND", request.arguments, "'ip mroute ...' or 'no ip mroute ...'")->required();
+  configure
+      .add_option("COMMAND", request.arguments,
+                  "'ip mroute ...' or 'ip multicast ...', also with no before it")
+      ->required();
   configure.add_flag("--dry-run", request.dryRun, "Say what would change, and change nothing");
   configure.add_flag("--save", request.save, "Also write the configuration file");
   addCommand(app, request, "running-config", "The running configuration");
@@ -192,8 +198,13 @@ std::string readCommandLine(std::vector<std::string> words, Request& request) {
       "Exit codes: 0 found, 1 usage, 2 kernel, file or daemon error, 3 no RPF route, 4 not taken in (explain "
       "--in, check), "
       "5 stale (--fresh).");
-  return words::read(app, commandInFull(std::move(words), {"--socket", "--from", "-c", "--config", "--trace",
-                                                           "--table", "--vrf"}));
+  // Known before the rest is read, so that what is wrong with it is said as the user wants it.
+  const auto isJson = [](const std::string& word) { return word == "-j" || word == "--json"; };
+  request.json = std::any_of(words.begin(), words.end(), isJson);
+  return words::read(app, commandInFull(std::move(words), [&app](const std::string& word) {
+                       const CLI::Option* option = app.get_option_no_throw(word);
+                       return option ? std::optional(option->get_items_expected_max()) : std::nullopt;
+                     }));
 }
 
 }  // namespace host

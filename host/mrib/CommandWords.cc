@@ -34,17 +34,22 @@ const std::vector<std::string>& commandNames() {
 
 }  // namespace
 
-std::vector<std::string> commandInFull(std::vector<std::string> words,
-                                       const std::vector<std::string>& withValue) {
-  const auto takesValue = [&](const std::string& word) {
-    return std::find(withValue.begin(), withValue.end(), word) != withValue.end();
-  };
+std::vector<std::string> commandInFull(
+    std::vector<std::string> words, const std::function<std::optional<int>(const std::string&)>& wordsAfter) {
   auto at = words.begin();
-  while (at != words.end() && at->starts_with('-')) at += takesValue(*at) && at + 1 != words.end() ? 2 : 1;
+  bool isClear = true;  // no option before it that nobody knows, and that it might belong to
+  for (; at != words.end() && at->starts_with('-'); ++at) {
+    const std::optional<int> follow = wordsAfter(*at);
+    isClear = isClear && (follow || at->find('=') != at->npos);
+    if (follow.value_or(0) > 0 && at + 1 != words.end()) ++at;
+  }
   if (at == words.end()) return words;
   std::vector<std::string> first = commandNames();
   first.push_back("show");
   *at = inFull(*at, first);
+  const bool isCommand = std::find(first.begin(), first.end(), *at) != first.end();
+  if (!isCommand && isClear)
+    throw Error("there is no command \"" + escaped(*at) + "\" (--help lists what there is)");
   if (*at != "show") return words;
   const auto wordAt = [&](std::ptrdiff_t i) { return at + i < words.end() ? *(at + i) : std::string(); };
   if (inFull(wordAt(1), {"ip"}) != "ip")

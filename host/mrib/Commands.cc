@@ -40,7 +40,7 @@ int command(const Request& request) {
 
 int codeOf(const control::RemoteError& e) {
   const bool badArgument = e.name() == "org.mrib.InvalidAddress" || e.name() == "org.mrib.InvalidPrefix" ||
-                           e.name() == "org.mrib.NotFound" || e.name() == "org.mrib.InvalidChange";
+                           e.name() == "org.mrib.NotFound";
   return badArgument ? usageError : inputError;
 }
 
@@ -77,6 +77,8 @@ int execute(Request& request, const std::string& help) {
     return command(request);
   } catch (const control::RemoteError& e) {
     return report(request, codeOf(e), textOf(e));
+  } catch (const UsageError& e) {
+    return report(request, usageError, e.what());
   } catch (const Error& e) {
     return report(request, inputError, e.what());
   } catch (const std::bad_alloc&) {

@@ -3,11 +3,18 @@
 #include <string>
 #include <vector>
 
+#include "Error.h"
 #include "Inspect.h"
 
 namespace host {
 
 enum ExitCode : int { found = 0, usageError = 1, inputError = 2, noRpfRoute = 3, notTakenIn = 4, stale = 5 };
+
+/// The command line is wrong, though its words are right one by one.
+class UsageError : public Error {
+ public:
+  using Error::Error;
+};
 
 /// What the user asks for.
 struct Request {

@@ -34,12 +34,12 @@ std::string configurationOf(Backend& backend) {
 }  // namespace
 
 int reload(const Request& request) {
-  const auto backend = daemonFor(request);
+  const auto backend = onlyDaemonFor(request);
   return showDifference(request, *backend, backend->call("org.mrib.Reload", {{"dryRun", request.dryRun}}));
 }
 
 int configure(const Request& request) {
-  const auto backend = daemonFor(request);
+  const auto backend = onlyDaemonFor(request);
   std::vector<std::string> commands;
   for (const std::string& argument : request.arguments) commands.push_back(jsonText(argument));
   const Json parameters{{"commands", commands}, {"save", request.save}, {"dryRun", request.dryRun}};

@@ -1,12 +1,12 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 
 #include "Clock.h"
 #include "CommandTable.h"
-#include "Error.h"
 #include "Escape.h"
 #include "Output.h"
 #include "Text.h"
@@ -46,6 +46,10 @@ std::optional<U64> spanOf(const std::string& text) {
   }
 }
 
+U64 sinceEpoch(std::time_t time) {
+  return static_cast<U64>(std::max<std::time_t>(time, 0));
+}
+
 /// A time of a local clock; without a date the last time that the clock showed it.
 std::optional<U64> clockTime(const std::string& text, std::time_t now) {
   for (const char* format : {"%H:%M", "%H:%M:%S", "%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S"}) {
@@ -57,21 +61,21 @@ std::optional<U64> clockTime(const std::string& text, std::time_t now) {
     local.tm_isdst = -1;
     const char* end = strptime(text.c_str(), format, &local);
     if (!end || *end != '\0') continue;
-    if (const std::time_t time = std::mktime(&local); hasDate || time <= now) return static_cast<U64>(time);
+    if (const std::time_t time = std::mktime(&local); hasDate || time <= now) return sinceEpoch(time);
     --local.tm_mday;
     local.tm_isdst = -1;
-    return static_cast<U64>(std::mktime(&local));
+    return sinceEpoch(std::mktime(&local));
   }
   return std::nullopt;
 }
 
-/// As seconds since 1970.
+/// As seconds since 1970, or 0 for what was before.
 U64 timeOf(const std::string& text) {
   const U64 now = wallNow() / seconds(1);
-  if (const auto span = spanOf(text)) return now - *span;
+  if (const auto span = spanOf(text)) return now - std::min(now, *span);
   if (const auto time = clockTime(text, static_cast<std::time_t>(now))) return *time;
-  throw Error('"' + escaped(text) +
-              "\": expected a time such as 14:03, \"2026-03-01 14:03:20\", or 10m for ten minutes ago");
+  throw UsageError('"' + escaped(text) +
+                   "\": expected a time such as 14:03, \"2026-03-01 14:03:20\", or 10m for ten minutes ago");
 }
 
 Json parametersOf(const Request& request) {
@@ -90,15 +94,10 @@ std::string momentText(const Json& moment) {
                      moment.at("generation").get<U64>(), moment.at("cause").get<std::string>());
 }
 
-std::unique_ptr<Backend> daemonKeeping(const Request& request) {
-  if (request.once || !request.from.empty()) throw Error("only a daemon (mribd) keeps a history");
-  return daemonFor(request);
-}
-
 U64 generationOf(const std::string& text) {
   U64 value = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc()) throw Error('"' + escaped(text) + "\": there is no such generation");
+  if (error != std::errc()) throw UsageError('"' + escaped(text) + "\": there is no such generation");
   return value;
 }
 
@@ -124,13 +123,17 @@ class Lines {
 }  // namespace
 
 int history(const Request& request) {
-  const auto backend = daemonKeeping(request);
+  const Json parameters = parametersOf(request);
+  const auto backend = onlyDaemonFor(request);
   Listing listing(request, *backend);
   Lines lines;
-  const std::size_t count = listing.list("org.mrib.History", parametersOf(request), "changes",
+  const std::size_t count = listing.list("org.mrib.History", parameters, "changes",
                                          [&](const Json& changes) { return lines.of(changes); });
   listing.end();
-  if (count == 0 && !request.json) print("no such change is known\n");
+  if (count == 0 && !request.json) {
+    print(fmt::format("no {}change is known; all since {} are\n", parameters.empty() ? "" : "such ",
+                      timeText(listing.head().at("begin").at("time").get<double>())));
+  }
   return codeOf(request, listing.isStale());
 }
 
@@ -167,7 +170,6 @@ std::string pastText(const Json& answer) {
 }  // namespace
 
 int explainPast(const Request& request) {
-  const auto backend = daemonKeeping(request);
   Json parameters{{"source", jsonText(request.arguments.front())}};
   const bool isNumber = request.at.find_first_not_of("0123456789") == std::string::npos;
   if (isNumber) {
@@ -175,6 +177,7 @@ int explainPast(const Request& request) {
   } else {
     parameters["time"] = timeOf(request.at);
   }
+  const auto backend = onlyDaemonFor(request);
   const Json answer = backend->call("org.mrib.ExplainPast", parameters);
   print(request.json ? dump(documentOf(*backend, answer), 2) : backend->name() + "\n\n" + pastText(answer));
   return codeOf(request, answer.at("stale") == true, answer.at("steps").empty() ? noRpfRoute : found);

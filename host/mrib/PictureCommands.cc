@@ -4,9 +4,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <map>
 
 #include "CommandTable.h"
-#include "Error.h"
 #include "Escape.h"
 #include "GraphDrawings.h"
 #include "GraphTree.h"
@@ -38,11 +39,13 @@ bool wantsColour(const Request& request) {
 std::string formatOf(const Request& request) {
   if (request.json) return "json";
   if (!request.format.empty()) return request.format;
-  for (const auto& [end, format] :
-       {std::pair{".svg", "svg"}, {".dot", "dot"}, {".gv", "dot"}, {".mmd", "mermaid"}, {".json", "json"}}) {
-    if (request.output.ends_with(end)) return format;
-  }
-  return "tree";
+  static const std::map<std::string, std::string> formats{
+      {"", "tree"},   {".txt", "tree"},    {".svg", "svg"},  {".dot", "dot"},
+      {".gv", "dot"}, {".mmd", "mermaid"}, {".json", "json"}};
+  const auto known = formats.find(std::filesystem::path(request.output).extension().string());
+  if (known != formats.end()) return known->second;
+  throw UsageError(escaped(request.output) +
+                   ": expected a name that ends in .svg, .dot, .gv, .mmd, .json or .txt, or else --format");
 }
 
 Json graphQuestion(const Request& request) {
@@ -66,8 +69,8 @@ std::string treeWith(const Request& request, const Backend& backend, const Json&
   return text;
 }
 
-std::string drawn(const Request& request, const Backend& backend, const Json& graph) {
-  const std::string format = formatOf(request);
+std::string drawn(const Request& request, const Backend& backend, const Json& graph,
+                  const std::string& format) {
   if (format == "json") return dump(documentOf(backend, graph), 2);
   if (format == "dot") return output::dotOf(graph);
   if (format == "svg") return output::svgOf(output::dotOf(graph));
@@ -78,12 +81,13 @@ std::string drawn(const Request& request, const Backend& backend, const Json& gr
 }  // namespace
 
 int graph(const Request& request) {
+  const std::string format = formatOf(request);
   const auto backend = backendFor(request);
   const Json graph = backend->call("org.mrib.Graph", graphQuestion(request));
-  if (graph.at("nodes").empty() && !request.arguments.empty() && formatOf(request) == "tree") {
+  if (graph.at("nodes").empty() && !request.arguments.empty() && format == "tree") {
     put(request.output, escaped(request.arguments.front()) + ": " + output::summaryOf(graph) + '\n');
   } else {
-    put(request.output, drawn(request, *backend, graph));
+    put(request.output, drawn(request, *backend, graph, format));
   }
   const bool isNothing = graph["nodes"].empty() && !request.arguments.empty();
   return codeOf(request, graph.at("stale") == true, isNothing ? noRpfRoute : found);

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "CommandTable.h"
-#include "Error.h"
 #include "Escape.h"
 #include "Output.h"
 #include "Text.h"
@@ -111,7 +110,7 @@ int rankLinks(const Request& request, Backend& backend) {
   Json answer = wholeOf(backend, "org.mrib.RankLinks", Json::object());
   Json& links = answer.at("links");
   std::stable_sort(links.begin(), links.end(), isHeavier);
-  print(request.json ? dump(documentOf(backend, answer), 2) : linksText(links));
+  print(request.json ? dump(documentOf(backend, answer), 2) : backend.name() + "\n\n" + linksText(links));
   return codeOf(request, answer.at("stale") == true);
 }
 
@@ -120,12 +119,12 @@ int rankLinks(const Request& request, Backend& backend) {
 int whatIf(const Request& request) {
   const std::vector<std::string> changes = changesOf(request.arguments);
   if (changes.empty() != request.eachLink) {
-    throw Error("what-if needs changes, such as \"link eth1 down\", or else --each-link");
+    throw UsageError("what-if needs changes, such as \"link eth1 down\", or else --each-link");
   }
   const auto backend = backendFor(request);
   if (request.eachLink) return rankLinks(request, *backend);
   const Json answer = wholeOf(*backend, "org.mrib.WhatIf", {{"changes", changes}});
-  print(request.json ? dump(documentOf(*backend, answer), 2) : textOf(answer));
+  print(request.json ? dump(documentOf(*backend, answer), 2) : backend->name() + "\n\n" + textOf(answer));
   return codeOf(request, answer.at("stale") == true);
 }
 

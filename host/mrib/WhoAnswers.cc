@@ -1,9 +1,11 @@
 #include "WhoAnswers.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "Call.h"
 #include "Client.h"
@@ -27,6 +29,23 @@ void traceUpTo(int level) {
   Zan::traceSinkIs(printTrace, nullptr);
 }
 
+/// The option by which this process reads itself, and asks no daemon; or null.
+const char* ownOption(const Request& request) {
+  const std::pair<const char*, bool> options[] = {{"--once", request.once},
+                                                  {"--from", !request.from.empty()},
+                                                  {"-c", !request.config.empty()},
+                                                  {"--sample", request.sample},
+                                                  {"--table", !request.tableName.empty()},
+                                                  {"--vrf", !request.vrf.empty()},
+                                                  {"--trace", request.traceLevel >= 0},
+                                                  {"--set", !request.inspect.sets.empty()},
+                                                  {"--call", !request.inspect.calls.empty()}};
+  for (const auto& [name, isGiven] : options) {
+    if (isGiven) return name;
+  }
+  return nullptr;
+}
+
 std::unique_ptr<OwnReading> once(const Request& request) {
   OnceOptions options{request.from, request.config, std::nullopt, request.sample, request.tableNumber};
   const bool ownMachine = request.from.empty();
@@ -48,11 +67,16 @@ std::unique_ptr<Backend> daemonFor(const Request& request) {
   return daemonAt(socket.empty() ? control::defaultSocket : socket);
 }
 
+std::unique_ptr<Backend> onlyDaemonFor(const Request& request) {
+  if (const char* option = ownOption(request)) {
+    throw UsageError(fmt::format("{}{} is for a daemon (mribd), and with {} none is asked", request.command,
+                                 request.at.empty() ? "" : " --at", option));
+  }
+  return daemonFor(request);
+}
+
 std::unique_ptr<Backend> backendFor(const Request& request) {
-  const bool own = request.once || request.sample || request.table || request.traceLevel >= 0 ||
-                   !request.from.empty() || !request.config.empty() || !request.inspect.sets.empty() ||
-                   !request.inspect.calls.empty();
-  if (own) return once(request);
+  if (ownOption(request)) return once(request);
   try {
     return daemonFor(request);
   } catch (const control::NotAnswering&) {

@@ -11,6 +11,10 @@ std::string namedSocket(const Request& request);
 /// The daemon of the request. Throws control::NotAnswering.
 std::unique_ptr<Backend> daemonFor(const Request& request);
 
+/// The same for a command that nobody else can answer. Throws UsageError where an option says that no daemon
+/// is asked.
+std::unique_ptr<Backend> onlyDaemonFor(const Request& request);
+
 /// The daemon where one answers; otherwise, and when the request is about something else than what a daemon
 /// serves, this process.
 std::unique_ptr<Backend> backendFor(const Request& request);

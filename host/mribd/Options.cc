@@ -26,7 +26,7 @@ std::string readOptions(std::vector<std::string> words, Options& options) {
   app.add_option("--vrf", options.vrf, "... of the table of this VRF")->type_name("NAME")->excludes(table);
   app.add_option("--export-table", options.exportTable, "Writes the MRIB into this kernel table")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1u, ~0u));
   app.add_option("--export-for", options.exportFor, "... for frr (the default) or for look-ups in the kernel")
       ->check(CLI::IsMember({"frr", "kernel"}))
       ->type_name("frr|kernel");
