@@ -70,9 +70,12 @@ std::size_t flowsIn(const Json& summary) {
   return count;
 }
 
-std::string ofSummary(const Json& summary) {
+std::string ofSummary(const Json& summary, const std::string& selection) {
   const std::size_t count = flowsIn(summary);
-  if (count == 0) return "no flow is in the kernel's multicast forwarding cache\n";
+  if (count == 0) {
+    const std::string of = selection.empty() ? "" : " of " + escaped(selection);
+    return "no flow" + of + " is in the kernel's multicast forwarding cache\n";
+  }
   std::string text;
   for (const auto& [verdict, flows] : summary.items()) {
     if (flows != 0)

@@ -11,9 +11,14 @@ namespace host::commands {
 
 namespace {
 
+/// Empty: all flows.
+std::string selectionOf(const Request& request) {
+  return request.arguments.empty() ? "" : request.arguments.front();
+}
+
 Json questionOf(const Request& request) {
   Json question{{"interval", static_cast<U32>(request.interval * 1000)}};
-  if (!request.arguments.empty()) question["flows"] = jsonText(request.arguments.front());
+  if (!request.arguments.empty()) question["flows"] = jsonText(selectionOf(request));
   return question;
 }
 
@@ -43,7 +48,7 @@ int follow(const Request& request, Backend& backend) {
     told += reply.at("flows").size();
     if (!isBegun && told == text::flowsIn(reply.at("summary"))) {
       isBegun = true;
-      out += text::ofSummary(reply.at("summary"));
+      out += text::ofSummary(reply.at("summary"), selectionOf(request));
     }
     print(out);
     return true;
@@ -63,7 +68,7 @@ int check(const Request& request) {
                [&](const Json& flows) { return table.part(flows); });
   listing.end();
   const Json& summary = listing.head().at("summary");
-  if (!request.json) print(text::ofSummary(summary));
+  if (!request.json) print(text::ofSummary(summary, selectionOf(request)));
   return codeOf(request, listing.isStale(), codeOfFlows(summary));
 }
 

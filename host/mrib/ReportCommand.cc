@@ -14,6 +14,7 @@
 #include "Output.h"
 #include "Report.h"
 #include "RibService.h"
+#include "Text.h"
 #include "WhoAnswers.h"
 
 namespace host::commands {
@@ -75,6 +76,9 @@ Content::List askIfKnown(Questions& ask, const std::string& method, const Json& 
 bool isWaiting(const Json& line) {
   return line.at("reason") == "waiting";
 }
+bool isNotInForce(const Json& line) {
+  return !text::isNotExported(line);
+}
 
 /// Where it cannot be drawn, the tree has to do.
 void draw(Content& content) {
@@ -106,10 +110,11 @@ Content contentOf(const Request& request, Backend& backend) {
   content.answeredBy = backend.name();
   content.status = ask.one("org.mrib.GetStatus");
   content.routes = ask.list("org.mrib.ListRoutes", Json::object(), "routes");
-  content.unresolved = ask.list("org.mrib.ListUnresolved", Json::object(), "unresolved");
+  content.unresolved = ask.list("org.mrib.ListUnresolved", Json::object(), "unresolved", isNotInForce);
+  content.notExported =
+      ask.list("org.mrib.ListUnresolved", Json::object(), "unresolved", text::isNotExported);
   content.waiting = ask.list("org.mrib.ListUnresolved", {{"waiting", true}}, "unresolved", isWaiting);
-  content.warnings.elements = ask.one("org.mrib.GetWarnings").at("warnings");
-  content.warnings.count = content.warnings.elements.size();
+  content.warnings = ask.list("org.mrib.GetWarnings", Json::object(), "warnings");
   content.graph = ask.one("org.mrib.Graph");
   draw(content);
   content.interfaces = ask.list("org.mrib.ListInterfaces", Json::object(), "interfaces");

@@ -1,9 +1,9 @@
 #include <fmt/format.h>
 
 #include <iostream>
+#include <limits>
 
 #include "CommandTable.h"
-#include "Error.h"
 #include "Escape.h"
 #include "Output.h"
 #include "Text.h"
@@ -15,7 +15,7 @@ namespace host::commands {
 
 namespace {
 
-constexpr int mostNotes = 5;
+constexpr std::size_t mostNotes = 5;
 
 bool isPrefix(const std::string& text) {
   return text.find('/') != std::string::npos;
@@ -23,10 +23,11 @@ bool isPrefix(const std::string& text) {
 
 Json filterOf(const Request& request) {
   Json filter = Json::object();
-  if (request.longer && request.arguments.empty()) throw Error("--longer needs a prefix, such as 10.0.0.0/8");
+  if (request.longer && request.arguments.empty())
+    throw UsageError("--longer needs a prefix, such as 10.0.0.0/8");
   if (!request.arguments.empty()) {
     const std::string& text = request.arguments.front();
-    if (request.longer && !isPrefix(text)) throw Error("--longer needs a prefix, such as 10.0.0.0/8");
+    if (request.longer && !isPrefix(text)) throw UsageError("--longer needs a prefix, such as 10.0.0.0/8");
     filter[isPrefix(text) ? "prefix" : "address"] = jsonText(text);
   }
   if (request.longer) filter["longer"] = true;
@@ -34,8 +35,7 @@ Json filterOf(const Request& request) {
   return filter;
 }
 
-int showRoutes(const Request& request, Backend& backend, const char* method) {
-  const Json filter = filterOf(request);
+int showRoutes(const Request& request, Backend& backend, const char* method, const Json& filter) {
   Listing listing(request, backend);
   text::RouteTable table;
   if (!request.json) print(backend.name() + "\n\n");
@@ -43,11 +43,9 @@ int showRoutes(const Request& request, Backend& backend, const char* method) {
       listing.list(method, filter, "routes", [&](const Json& routes) { return table.part(routes); });
   const bool whole = filter.empty() && request.command != "unicast";
   if (whole || request.unresolved) {
-    bool isFirst = true;
-    listing.list("org.mrib.ListUnresolved", Json::object(), "unresolved", [&](const Json& unresolved) {
-      const bool isTitled = !unresolved.empty() && std::exchange(isFirst, false);
-      return (isTitled ? "\nNot resolved:\n" : "") + text::ofUnresolved(unresolved);
-    });
+    text::UnresolvedList lines("Not resolved:\n");
+    listing.list("org.mrib.ListUnresolved", Json::object(), "unresolved",
+                 [&](const Json& unresolved) { return lines.part(unresolved); });
   }
   if (whole && request.json) listing.list("org.mrib.GetWarnings", Json::object(), "warnings", {});
   listing.end();
@@ -59,16 +57,15 @@ int showRoutes(const Request& request, Backend& backend, const char* method) {
 
 /// Warnings go to standard error, a few of them unless all are asked for.
 void warn(const Request& request, Backend& backend) {
-  const Json answer = backend.call("org.mrib.GetWarnings", Json::object());
-  const Json& warnings = answer.at("warnings");
-  int printed = 0;
-  for (const Json& warning : warnings) {
-    if (!request.notes && printed == mostNotes) break;
-    std::cerr << "mrib: warning: " << warning.get<std::string>() << '\n';
-    ++printed;
-  }
-  const auto rest = warnings.size() - static_cast<std::size_t>(printed);
-  if (rest > 0) std::cerr << "mrib: and " << rest << " more warnings (--notes prints them)\n";
+  const std::size_t most = request.notes ? std::numeric_limits<std::size_t>::max() : mostNotes;
+  std::size_t count = 0;
+  backend.stream("org.mrib.GetWarnings", Json::object(), [&](const Json& part) {
+    for (const Json& warning : part.at("warnings")) {
+      if (count++ < most) std::cerr << "mrib: warning: " << warning.get<std::string>() << '\n';
+    }
+    return true;
+  });
+  if (count > most) std::cerr << "mrib: and " << count - most << " more warnings (--notes prints them)\n";
 }
 
 /// The arguments; for `-` the words of standard input.
@@ -87,22 +84,30 @@ std::vector<std::string> addressesOf(const Request& request) {
 }  // namespace
 
 int routes(const Request& request) {
+  const Json filter = filterOf(request);
   const auto backend = backendFor(request);
   if (!request.json && request.arguments.empty()) warn(request, *backend);
-  return showRoutes(request, *backend, "org.mrib.ListRoutes");
+  return showRoutes(request, *backend, "org.mrib.ListRoutes", filter);
 }
 
 int unicast(const Request& request) {
-  return showRoutes(request, *backendFor(request), "org.mrib.ListUnicastRoutes");
+  const Json filter = filterOf(request);
+  return showRoutes(request, *backendFor(request), "org.mrib.ListUnicastRoutes", filter);
 }
 
 int unresolved(const Request& request) {
   const auto backend = backendFor(request);
   Listing listing(request, *backend);
-  const std::size_t count = listing.list("org.mrib.ListUnresolved", {{"waiting", request.waiting}},
-                                         "unresolved", text::ofUnresolved);
+  text::UnresolvedList lines("");
+  if (!request.json) print(backend->name() + '\n');
+  const std::size_t count =
+      listing.list("org.mrib.ListUnresolved", {{"waiting", request.waiting}}, "unresolved",
+                   [&](const Json& unresolved) { return lines.part(unresolved); });
   listing.end();
-  if (count == 0 && !request.json) print("all configured routes are resolved\n");
+  if (count == 0 && !request.json) {
+    const bool isAny = backend->call("org.mrib.GetStatus", Json::object()).at("configured") != 0;
+    print(isAny ? "\nall configured routes are resolved\n" : "\nno route is configured\n");
+  }
   return codeOf(request, listing.isStale());
 }
 

@@ -114,6 +114,21 @@ std::string ofUnresolved(const Json& unresolved) {
   return text;
 }
 
+bool isNotExported(const Json& unresolved) {
+  return unresolved.at("reason") == "notExportable" || unresolved.at("reason") == "refusedByKernel";
+}
+
+std::string UnresolvedList::part(const Json& unresolved) {
+  std::string text;
+  for (const Json& u : unresolved) {
+    const bool isExport = isNotExported(u);
+    if (!std::exchange(isExport ? isExportTitled_ : isTitled_, true))
+      text += '\n' + (isExport ? "In force, but not, or not wholly, exported:\n" : title_);
+    text += ofUnresolved(Json::array({u}));
+  }
+  return text;
+}
+
 /// Its texts are escaped already.
 std::string ofExplanation(const Json& explanation) {
   const Json& steps = explanation.at("steps");
@@ -192,18 +207,38 @@ std::string ofFlow(const Json& change) {
                      ofRoute(change.at("after")));
 }
 
-std::string ofDifference(const Json& difference) {
-  const auto lineText = [](const Json& line) {
-    const std::string neighbor = line.contains("neighbor") ? " neighbor " + textOf(line.at("neighbor")) : "";
-    return fmt::format("ip mroute {} {}{} {} ({})\n", textOf(line.at("prefix")), textOf(line.at("rpf")),
-                       neighbor, textOf(line.at("preference")), line.at("place").get<std::string>());
-  };
+namespace {
+
+Json neighborOf(const Json& line) {
+  return line.value("neighbor", Json());
+}
+
+std::string lineText(const Json& line) {
+  const Json neighbor = neighborOf(line);
+  return fmt::format("ip mroute {} {}{} {} ({})", textOf(line.at("prefix")), textOf(line.at("rpf")),
+                     neighbor.is_null() ? "" : " neighbor " + textOf(neighbor), textOf(line.at("preference")),
+                     line.at("place").get<std::string>());
+}
+
+/// What was otherwise in a line with the same prefix and RPF.
+std::string wasText(const Json& before, const Json& after) {
   std::string text;
-  for (const Json& line : difference.at("added")) text += "+ " + lineText(line);
-  for (const Json& line : difference.at("gone")) text += "- " + lineText(line);
+  if (before.at("preference") != after.at("preference"))
+    text += ", was preference " + textOf(before["preference"]);
+  const Json neighbor = neighborOf(before);
+  if (neighbor == neighborOf(after)) return text;
+  return text + (neighbor.is_null() ? ", had no neighbor" : ", was neighbor " + textOf(neighbor));
+}
+
+}  // namespace
+
+std::string ofDifference(const Json& difference) {
+  std::string text;
+  for (const Json& line : difference.at("added")) text += "+ " + lineText(line) + '\n';
+  for (const Json& line : difference.at("gone")) text += "- " + lineText(line) + '\n';
   for (const Json& change : difference.at("changed")) {
-    text += fmt::format("~ preference {} now: {}", textOf(change.at("before").at("preference")),
-                        lineText(change.at("after")));
+    const Json& after = change.at("after");
+    text += "~ " + lineText(after) + wasText(change.at("before"), after) + '\n';
   }
   if (const Json& mode = difference.at("lookupMode"); !mode.is_null()) {
     text += fmt::format("~ ip multicast rpf-lookup-mode {}, was {}\n", textOf(mode.at("after")),

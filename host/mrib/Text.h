@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
 #include "Columns.h"
 
@@ -37,12 +38,26 @@ class FlowTable {
 };
 /// How many flows a summary is about.
 std::size_t flowsIn(const Json& summary);
-/// "8 flows: 1 wrong, 7 right".
-std::string ofSummary(const Json& summary);
+/// "8 flows: 1 wrong, 7 right", of all or of a selection.
+std::string ofSummary(const Json& summary, const std::string& selection);
 
 /// An answer as routers print it.
 std::string ofAnswer(const Json& answer);
-/// One line for each that is not in force.
+/// A list of configured routes, made while they come: those that are not in force under a title, then those
+/// that are but are not exported, under their own.
+class UnresolvedList {
+ public:
+  explicit UnresolvedList(std::string title) : title_(std::move(title)) {}
+  std::string part(const Json& unresolved);
+
+ private:
+  std::string title_;
+  bool isTitled_ = false;
+  bool isExportTitled_ = false;
+};
+/// Whether it is in force, and not, or not wholly, in the exported table.
+bool isNotExported(const Json& unresolved);
+/// One line for each.
 std::string ofUnresolved(const Json& unresolved);
 /// The steps, numbered and indented, and in the last line what they come to.
 std::string ofExplanation(const Json& explanation);

@@ -24,7 +24,8 @@ struct ReportContent {
   Json status;
   List routes;
   List unresolved;
-  List waiting;  ///< behind a better preference
+  List notExported;  ///< in force, but not, or not wholly, in the exported table
+  List waiting;      ///< behind a better preference
   List warnings;
   Json check = Json::object();  ///< its summary, or the error
   List flows;

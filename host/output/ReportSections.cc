@@ -124,6 +124,11 @@ std::string findingsOf(const ReportContent& content) {
         fmt::format("<a href=\"#unresolved\">{}</a>",
                     counted(unresolved, "configured route does", "configured routes do") + " not resolve"));
   }
+  if (content.notExported.count != 0) {
+    list += finding("bad", "not exported",
+                    fmt::format("<a href=\"#unresolved\">{} not, or not wholly, in the exported table</a>",
+                                counted(content.notExported.count, "route is", "routes are")));
+  }
   if (content.status.at("stale") == true) {
     list += finding("fair", "stale", "the daemon was reading the kernel: this may be out of date");
   }
@@ -169,9 +174,14 @@ std::string routes(const ReportContent& content) {
 }
 
 std::string unresolved(const ReportContent& content) {
-  std::string text = content.unresolved.count == 0
-                         ? paragraph(html::badge("good", "good") + " All configured routes are resolved.")
-                         : linesOf("Configured routes that do not resolve", content.unresolved).html();
+  const bool isAny = content.status.at("configured") != 0;
+  std::string text = content.unresolved.count != 0
+                         ? linesOf("Configured routes that do not resolve", content.unresolved).html()
+                     : isAny ? paragraph(html::badge("good", "good") + " All configured routes are resolved.")
+                             : paragraph("No route is configured.");
+  if (content.notExported.count != 0) {
+    text += linesOf("In force, but not, or not wholly, exported", content.notExported).html();
+  }
   if (content.waiting.count == 0) return text;
   return text +
          linesOf("Configured routes that wait behind a better preference, which is no error", content.waiting)

@@ -53,6 +53,13 @@ class ProgramTest : public testing::Test {
     return run(arguments + " --from " + dir.string() + " -c " + (dir / "mrib.conf").string());
   }
 
+  /// With its exit code before it.
+  void expectSaid(const std::string& arguments, const std::string& part) {
+    const Result r = runFiles(arguments);
+    const std::string said = std::to_string(r.code) + ' ' + r.out;
+    EXPECT_NE(said.find(part), said.npos) << part << " is not in\n" << said;
+  }
+
   const Folder folder;
   const std::filesystem::path& dir = folder.path;
 };
@@ -126,11 +133,22 @@ TEST_F(ProgramTest, InspectsTheLiveObjectsByName) {
       {"MribSm/mribConfig --set route=1", "attempting to modify a const instance"},
       {resolver + "pref=0 p=9.0.0.0/8'", "1 mrib: the engine refuses this: assertion `pref'"},
   };
-  for (const auto& [arguments, part] : cases) {
-    const Result r = runFiles("inspect " + arguments);
-    const std::string said = std::to_string(r.code) + ' ' + r.out;
-    EXPECT_NE(said.find(part), said.npos) << part << " is not in\n" << said;
-  }
+  for (const auto& [arguments, part] : cases) expectSaid("inspect " + arguments, part);
+}
+
+TEST_F(ProgramTest, SaysWhatIsWrongWithACommand) {
+  folder.write("mroute.json", "[]");
+  const std::pair<const char*, const char*> cases[] = {
+      {"'f\"oo'", "1 mrib: there is no command \"f\\\"oo\""},
+      {"--tabel 5 route", "1 mrib: The following arguments were not expected: 5 --tabel"},
+      {"configure x", "1 mrib: configure is for a daemon (mribd), and with --from none is asked"},
+      {"history --last 0", "1 mrib: --last: Value 0 not in range 1 to 4294967295"},
+      {"explain 10.0.1.7 --at 25:03", "1 mrib: \"25:03\": expected a time"},
+      {"graph -o g.png", "1 mrib: g.png: expected a name that ends in .svg"},
+      {"what-if 'ip mroute 1.0.0.0/8 2.0.0.1, ip mroute 2.0.0.0/8 1.0.0.1'", "2 mrib: these routes could"},
+      {"unresolved", "read once\n\n  40.0.0.0/8 eth7 1 ("},
+      {"check 10.0.0.0/8 --interval 0", "no flow of 10.0.0.0/8 is in"}};
+  for (const auto& [arguments, part] : cases) expectSaid(arguments, part);
 }
 
 }  // namespace
