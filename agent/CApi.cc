@@ -87,12 +87,25 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
     agent->open = false;
     std::swap(agent->pending, agent->committed);
     mrib_agent::Pending& given = agent->committed;
+    if (given.faultCount > 0) given.transaction.clear();
     if (given.faultCount > 0 && given.faults.empty()) {
       return fail(MRIB_ERROR_REFUSED, "%s: changes were not taken for want of memory", function);
     }
     if (given.faultCount > 0) return fail(MRIB_ERROR_REFUSED, std::move(given.faults));
-    mrib::CommitResult committed = agent->agent.commit(given.transaction);
-    if (!committed) return fail(MRIB_ERROR_REFUSED, std::move(committed.refusals));
+    mrib::CommitResult committed;
+    try {
+      agent->lacksMemory = true;
+      committed = agent->agent.commit(given.transaction);
+      agent->lacksMemory = false;
+    } catch (...) {  // it may be tried again
+      std::swap(agent->pending, agent->committed);
+      agent->open = true;
+      throw;
+    }
+    if (!committed) {
+      given.transaction.clear();
+      return fail(MRIB_ERROR_REFUSED, std::move(committed.refusals));
+    }
     mrib::handOut(*agent, std::move(committed.changes), false, result);
     return MRIB_OK;
   });
@@ -101,7 +114,9 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
 int mrib_settle(mrib_agent* agent, mrib_update* result) {
   return with(__func__, agent, [&](const char* function) -> int {
     if (const int code = mrib::checkChange(function, *agent, result); code != MRIB_OK) return code;
+    agent->lacksMemory = true;
     mrib::SettleResult settled = agent->agent.settle();
+    agent->lacksMemory = false;
     mrib::handOut(*agent, std::move(settled.changes), true, result);
     return MRIB_OK;
   });

@@ -294,7 +294,12 @@ void Agent::Impl::tell(const Update& update) {
     const Busy guard(telling);
     const std::size_t present = subscriptions.size();
     for (std::size_t i = 0; i < present; ++i) {
-      if (subscriptions[i].id != 0) subscriptions[i].listener(update);
+      if (subscriptions[i].id == 0) continue;
+      try {
+        subscriptions[i].listener(update);
+      } catch (...) {
+        continue;  // what has happened stays so, and the others hear of it
+      }
     }
   }
   std::erase_if(subscriptions, [](const Subscription& s) { return s.id == 0; });

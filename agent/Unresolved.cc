@@ -102,10 +102,15 @@ Agent::Impl::Probe Agent::Impl::probe(const Lumo::Prefix& prefix, const Line& li
   return rpf ? run->resolver().probe(*rpf, prefix) : Probe{};
 }
 
-/// The route of a prefix, if it is one of its lines that is in force.
+/// The route of a prefix, if it is one of its lines that is in force: a connected route may have the
+/// preference of one by chance.
 const Route* Agent::Impl::configured(const Mroutes::Node& node) const {
   const Route* route = published.find(node.prefix);
-  const auto isConfigured = [&](const Line& l) { return route && l.preference == route->preference; };
+  const auto isConfigured = [&](const Line& l) {
+    if (!route || l.preference != route->preference) return false;
+    return route->type != RouteType::connected ||
+           (rpfOf(config, l) && probe(node.prefix, l).verdict == Verdict::usable);
+  };
   return std::any_of(node.lines.begin(), node.lines.end(), isConfigured) ? route : nullptr;
 }
 

@@ -289,9 +289,10 @@ struct mrib_update {
 };
 
 /* Applies the open transaction or refuses it (MRIB_ERROR_REFUSED, with texts), as a whole. It is over in both
- * cases, but for MRIB_ERROR_BUSY, and for a `result` of wrong size. `result` may be NULL; its changes live
- * until the next commit or settling. Costs half a microsecond for each route that changes or depends on one
- * that does, at most a microsecond for each route that there is. Refused in callbacks. */
+ * cases, but stays open for MRIB_ERROR_MEMORY, MRIB_ERROR_BUSY, and a `result` of wrong size. `result` may be
+ * NULL; its changes live until the next commit or settling. Costs half a microsecond for each route that
+ * changes or depends on one that does, at most a microsecond for each route that there is. Refused in
+ * callbacks. */
 MRIB_API int mrib_commit(struct mrib_agent* agent, struct mrib_update* result);
 /* Makes the MRIB the one answer to the present inputs, whatever happened before; needed only when a commit
  * says that the MRIB may differ, and the host chooses when. `result` as for mrib_commit. Costs a microsecond
@@ -342,7 +343,8 @@ MRIB_API int mrib_route_at(const struct mrib_agent* agent, uint32_t i, struct mr
  * two may be NULL. MRIB_NOT_FOUND beyond the last. Allocates nothing. */
 MRIB_API int mrib_change_at(const struct mrib_update* update, uint32_t i, struct mrib_route* before,
                             struct mrib_route* after);
-/* The link of this index, or MRIB_NOT_FOUND. Its name lives until the next commit. Allocates nothing. */
+/* The link of this index, or MRIB_NOT_FOUND. Its name lives until the next commit. Allocates nothing. After
+ * MRIB_ERROR_MEMORY of a commit or a settling it has the same code until one of them is done. */
 MRIB_API int mrib_link_get(const struct mrib_agent* agent, uint32_t index, struct mrib_link* link);
 
 /* A callback that returns 0 goes on; anything else ends the walk and is what that returns: choose a positive

@@ -161,7 +161,7 @@ class ZAN_EXPORT Agent {
 
   /// Calls `listener` after every commit that was applied and every settling that healed, in order, also when
   /// no route changed. It may subscribe and unsubscribe (itself too), and ask everything; it may not commit,
-  /// settle or destroy the agent. Returns a number to unsubscribe with.
+  /// settle or destroy the agent. What it throws is dropped. Returns a number to unsubscribe with.
   using Listener = std::function<void(const Update&)>;
   U64 subscribe(Listener listener);
   void unsubscribe(U64 subscription);

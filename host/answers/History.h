@@ -56,6 +56,8 @@ class History {
   Change operator[](std::size_t i) const;
   /// Of the first state that the changes lead on from.
   const Moment& begin() const { return begin_; }
+  /// The time of day, by the clock that its moments have.
+  Nanos wall() const { return clocks_.wall(); }
   /// How many changes there have been that are not kept any more.
   U64 forgotten() const { return forgotten_; }
 

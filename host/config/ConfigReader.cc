@@ -132,6 +132,7 @@ class Reader {
 
   void include(const Statement& statement) {
     const U32 column = statement.column;
+    config_.includes = true;
     if (++includes_ > mostConfigFiles)
       throw Fault{column, "too many: a configuration includes at most 1000 times"};
     if (open_.size() == deepestInclude) throw Fault{column, "includes are nested more than 16 deep"};

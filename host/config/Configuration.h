@@ -48,6 +48,7 @@ struct Configuration {
   LookupMode lookupMode = LookupMode::mribThenUrib;
   std::optional<ExportTable> exportTable;
   std::vector<std::string> files;  ///< all that were read, in this order
+  bool includes = false;           ///< others, though there may be none
 
   /// "FILE:LINE", escaped, or "the command line" for what was configured by hand.
   std::string placeOf(U64 origin) const;

@@ -37,6 +37,8 @@ class Stream {
   virtual std::optional<Reply> next() = 0;
   /// When to ask again at the latest: 0 for at once, ~0 for when something else has happened.
   virtual Nanos due() const { return ~Nanos{0}; }
+  /// Each reply takes so long that others have their turn before the next.
+  virtual bool isSlow() const { return false; }
 };
 
 using Answer = std::variant<Reply, std::unique_ptr<Stream>>;

@@ -22,7 +22,10 @@ void Connection::sent(std::size_t size, Nanos now) {
 
 void Connection::serve(Service& service, const Limits& limits, Nanos now) {
   idle_ = false;
-  for (U32 i = 0; i < limits.batch && !idle_; ++i) idle_ = !step(service, limits);
+  for (U32 i = 0; i < limits.batch && !idle_; ++i) {
+    idle_ = !step(service, limits);
+    if (stream_ && stream_->isSlow()) break;
+  }
   note(limits, now);
 }
 

@@ -57,6 +57,13 @@ void Log::write(Level level, std::string_view text, Nanos now) {
   }
 }
 
+void Log::writeLines(Level level, std::string_view before, std::string_view text, Nanos now) {
+  for (std::size_t end = 0; end != text.npos; text.remove_prefix(std::min(text.size(), end + 1))) {
+    end = text.find('\n');
+    write(level, fmt::format("{}{}", before, text.substr(0, end)), now);
+  }
+}
+
 Nanos Log::turn(Nanos now) {
   Nanos next = ~Nanos{0};
   for (auto it = recent_.begin(); it != recent_.end();) {
@@ -77,7 +84,7 @@ Nanos Log::turn(Nanos now) {
 
 void Log::put(Level level, std::string_view text) {
   const std::string prefix = priorities_ ? fmt::format("<{}>", static_cast<unsigned>(level)) : "mribd: ";
-  sink_(fmt::format("{}{}\n", prefix, escaped(text)));
+  sink_(fmt::format("{}{}\n", prefix, harmless(text)));
 }
 
 Log standardLog(Level threshold) {

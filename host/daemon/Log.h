@@ -14,7 +14,7 @@ namespace host::daemon {
 enum class Level : U8 { error = 3, warning = 4, notice = 5, info = 6, debug = 7 };
 std::optional<Level> levelOf(std::string_view name);
 
-/// A log of one escaped line for each fault. The same text again within ten seconds is counted, and the count
+/// A log of one line for each fault. The same text again within ten seconds is counted, and the count
 /// told afterwards; of different texts at most 32 come within that time.
 class Log {
  public:
@@ -24,7 +24,10 @@ class Log {
   /// line feed.
   Log(Level threshold, bool priorities, Sink sink);
 
+  /// What comes from outside is escaped in it already, but for control characters.
   void write(Level level, std::string_view text, Nanos now);
+  /// Each line of a text for itself, behind the same words.
+  void writeLines(Level level, std::string_view before, std::string_view text, Nanos now);
   /// Tells counts that are due. Returns when the next ones are, ~0 for never.
   Nanos turn(Nanos now);
 

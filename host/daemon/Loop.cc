@@ -15,6 +15,7 @@ namespace host::daemon {
 
 namespace {
 
+constexpr std::array<int, 3> heard{SIGTERM, SIGINT, SIGHUP};
 constexpr Nanos statusInterval = 1'000'000'000;
 constexpr Nanos never = ~Nanos{0};
 
@@ -63,7 +64,7 @@ class Runner {
   uv_prepare_t prepare_{};
   uv_idle_t idle_{};  // runs when the loop is not to wait
   uv_timer_t timer_{};
-  std::array<uv_signal_t, 3> signals_{};
+  std::array<uv_signal_t, heard.size()> signals_{};
   bool reload_ = false;
   bool ready_ = false;
   Nanos statusDue_ = 0;
@@ -83,18 +84,19 @@ Runner::Runner(const Parts& parts)
   uv_prepare_start(&prepare_, [](uv_prepare_t* handle) { static_cast<Runner*>(handle->data)->turn(); });
   uv_idle_init(loop, &idle_);
   uv_timer_init(loop, &timer_);
-  constexpr std::array<int, 3> numbers{SIGTERM, SIGINT, SIGHUP};
   for (std::size_t i = 0; i < signals_.size(); ++i) {
     uv_signal_init(loop, &signals_[i]);
     signals_[i].data = this;
     uv_signal_start(
         &signals_[i],
         [](uv_signal_t* handle, int signal) { static_cast<Runner*>(handle->data)->onSignal(signal); },
-        numbers[i]);
+        heard[i]);
   }
+  signalsAreHeld(false);
 }
 
 Runner::~Runner() {
+  signalsAreHeld(true);  // what has begun to end does so in order, however often it is told to
   const auto close = [](auto& handle) { uv_close(reinterpret_cast<uv_handle_t*>(&handle), nullptr); };
   close(prepare_);
   close(idle_);
@@ -138,7 +140,7 @@ void Runner::reload() {
   try {
     parts_.application.reload(now);
   } catch (const Error& e) {
-    parts_.log.write(Level::error, fmt::format("not reloaded: {}", e.what()), now);
+    parts_.log.writeLines(Level::error, "not reloaded: ", e.what(), now);
   }
   turns_.readable();
   ready_ = false;  // says so again
@@ -171,6 +173,13 @@ void Runner::waitUntil(Nanos due) {
 }
 
 }  // namespace
+
+void signalsAreHeld(bool held) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : heard) sigaddset(&signals, signal);
+  pthread_sigmask(held ? SIG_BLOCK : SIG_UNBLOCK, &signals, nullptr);
+}
 
 void run(const Parts& parts) {
   Runner(parts).run();

@@ -115,6 +115,7 @@ int main(int argc, char** argv) {
   }
   if (options.config.empty() && access(host::defaultConfig, F_OK) == 0) options.config = host::defaultConfig;
   std::signal(SIGPIPE, SIG_IGN);
+  host::daemon::signalsAreHeld(true);  // until the loop hears them
   auto log = host::daemon::standardLog(*host::daemon::levelOf(options.logLevel));
   try {
     serve(options, log);
@@ -123,7 +124,7 @@ int main(int argc, char** argv) {
     log.write(host::daemon::Level::error, "out of memory: ends", host::monotonicNow());
     return systemError;
   } catch (const std::exception& e) {
-    log.write(host::daemon::Level::error, e.what(), host::monotonicNow());
+    log.writeLines(host::daemon::Level::error, "", e.what(), host::monotonicNow());
     return systemError;
   }
 }

@@ -36,8 +36,8 @@ ConfigurationChange Configurator::read(const std::string& path, bool dryRun) {
 
 ConfigurationChange Configurator::configure(std::span<const std::string> commands, bool save, bool dryRun) {
   const Configuration before = router_.configuration();
-  if (save && before.files.size() > 1) {
-    return {{"the configuration is made of several files: change those, and reload"}, {}, {}, {}, {}, {}};
+  if (save && before.includes) {
+    return {{"the configuration includes other files: change those, and reload"}, {}, {}, {}, {}, {}};
   }
   ConfigurationChange result;
   try {
@@ -46,12 +46,17 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
     result.reasons = messagesOf(e.errors());
   }
   if (!save || dryRun || !result.reasons.empty()) return result;
+  const std::string text = textOf(router_.configuration());
   try {
-    host::save(path_, textOf(router_.configuration()));
+    host::save(path_, text);
   } catch (const Error& e) {
     router_.configurationIs(before, clock_(), "the configuration as it was: it cannot be saved");
     result.reasons = {e.what()};
+    return result;
   }
+  result.after = parseConfiguration(text, path_);  // each line with its place in the file
+  result.difference = differenceOf(result.before, result.after);
+  router_.configurationIs(result.after, clock_(), "configuration " + escaped(path_) + " saved");
   return result;
 }
 

@@ -49,7 +49,8 @@ Json operationsOf(const GenericIf& object) {
   return operations;
 }
 
-/// Describes objects, each once: what was shown already, or lies deeper than asked for, is only named.
+/// Describes objects, each once: what was shown already, or lies deeper than asked for, is only named. Of
+/// collections the first members, so that nobody waits for the description of a whole MRIB.
 class Describer {
  public:
   explicit Describer(unsigned depth) : depth_(depth) {}
@@ -78,13 +79,16 @@ class Describer {
       return json;
     }
     json["members"] = Json::array();
-    for (auto i = object.iterator(row.id); i->nonNull(); i->advance()) {
+    const U32 count = object.attributeOp({row.id, AttributeOp::count}).as<U32>();
+    for (auto i = object.iterator(row.id); i->nonNull() && members_ < mostMembers; i->advance()) {
+      ++members_;
       Json member;
       member["key"] = jsonText(i->key().text());
       const Value v = i->member();
       if (v.isObject()) member["value"] = valueOf(v, level);
       json["members"].push_back(std::move(member));
     }
+    if (count > json["members"].size()) json["left"] = count - json["members"].size();
     return json;
   }
 
@@ -94,7 +98,10 @@ class Describer {
     return v.object() ? object(GenericIf(v.object()), level + 1) : Json();
   }
 
+  static constexpr std::size_t mostMembers = 2000;  // of all collections
+
   unsigned depth_;
+  std::size_t members_ = 0;
   std::set<const Zan::PtrInterface*> shown_;
 };
 
@@ -120,7 +127,9 @@ void printAttribute(std::string& text, const Json& attribute, std::size_t indent
     printValue(text, value, indent);
     return;
   }
-  text += fmt::format(" {}, {} members\n", attribute["type"].get<std::string>(), attribute["members"].size());
+  const std::size_t left = attribute.value("left", std::size_t{0});
+  text += fmt::format(" {}, {} members{}\n", attribute["type"].get<std::string>(),
+                      attribute["members"].size() + left, left > 0 ? ", of which the first:" : "");
   for (const Json& member : attribute["members"]) {
     text += fmt::format("{:{}}[{}]", "", indent, escaped(member["key"].get<std::string>()));
     if (member.contains("value")) {

@@ -44,7 +44,7 @@ Answer RibService::check(Call& call) {
   question.brief = call.parameters.flag("brief");
   call.parameters.done();
   if (!call.more) question.interval = 0;  // one reply, and at once
-  if (question.follow) question.interval = std::max(question.interval, leastInterval);
+  if (question.follow && call.more) question.interval = std::max(question.interval, leastInterval);
   const bool isForFrr = setting_.exported && setting_.exported->table.user == ExportFor::frr;
   const FlowCheck::Context context{setting_.kernel, isForFrr ? &setting_.exported->exporter : nullptr};
   auto stream =

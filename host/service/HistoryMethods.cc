@@ -50,6 +50,11 @@ Json ofChange(const History::Change& change) {
   return json;
 }
 
+/// Seconds since 1970, or the end of time.
+Nanos wallOf(U64 time) {
+  return time > ~Nanos{0} / seconds(1) ? ~Nanos{0} : time * seconds(1);
+}
+
 /// A copy, since changes come while a client reads.
 std::vector<std::string> textsOf(const History& history, const std::vector<std::size_t>& numbers) {
   std::vector<std::string> texts;
@@ -72,7 +77,7 @@ Answer RibService::history(Call& call) {
   const auto since = call.parameters.largeNumber("since");
   call.parameters.done();
   const History& history = kept();
-  const std::size_t first = since ? history.firstAfterTime(*since * seconds(1) - 1) : 0;
+  const std::size_t first = since.value_or(0) > 0 ? history.firstAfterTime(wallOf(*since) - 1) : 0;
   std::vector<std::size_t> numbers;
   if (address) {
     const Lumo::IpGenAddr source = sourceOf(*address);
@@ -148,12 +153,16 @@ Answer RibService::explainPast(Call& call) {
   const Lumo::IpGenAddr source = sourceOf(text);
   const History& history = kept();
   const Moment& begin = history.begin();
-  if ((generation && *generation < begin.generation) || (time && (*time + 1) * seconds(1) <= begin.wall)) {
-    throw errorReply("org.mrib.NotFound",
-                     {{"why", fmt::format("the history begins at generation {}", begin.generation)}});
-  }
+  const auto unknown = [](std::string why) {
+    return errorReply("org.mrib.NotFound", {{"why", std::move(why)}});
+  };
+  if ((generation && *generation < begin.generation) || (time && *time < begin.wall / seconds(1)))
+    throw unknown(fmt::format("the history begins at generation {}", begin.generation));
+  if (generation && *generation > router_.generation())
+    throw unknown(fmt::format("the present generation is {}", router_.generation()));
+  if (time && wallOf(*time) > history.wall()) throw unknown("that is yet to come");
   std::size_t number = history.size();
-  if (time) number = history.firstAfterTime(*time * seconds(1));
+  if (time) number = history.firstAfterTime(wallOf(*time));
   if (generation) number = history.firstAfterGeneration(*generation);
   Json json;
   json["generation"] = router_.generation();

@@ -79,7 +79,11 @@ std::optional<Answer> RibService::call(std::string_view method, const nlohmann::
   if (found == methods.end()) return std::nullopt;
   Call call{Parameters(parameters), more, peer};
   try {
-    return (this->*found->second)(call);
+    Answer answer = (this->*found->second)(call);
+    const auto* reply = std::get_if<Reply>(&answer);
+    if (reply && reply->parameters.size() > bytesAtOnce)
+      return errorReply("org.mrib.TooMany", {{"count", reply->parameters.size()}});
+    return answer;
   } catch (Reply& error) {
     return std::move(error);
   }
@@ -302,9 +306,12 @@ Answer RibService::listUnresolved(Call& call) {
 
 Answer RibService::getWarnings(Call& call) {
   call.parameters.done();
-  Json reply;
-  reply["warnings"] = router_.warningsFor(router_.configuration());
-  return Reply{documents::textOf(reply)};
+  const auto warnings =
+      std::make_shared<const std::vector<std::string>>(router_.warningsFor(router_.configuration()));
+  auto list = std::make_unique<ListStream>(
+      headOf(router_), "warnings", warnings->size(),
+      [warnings](std::size_t i, std::string& out) { out += documents::textOf((*warnings)[i]); });
+  return answerWith(std::move(list), call.more);
 }
 
 Answer RibService::monitor(Call& call) {

@@ -106,7 +106,9 @@ void MonitorLog::update(const mrib::Update& update) {
     const bool complete = at + count == changes.size();
     const auto part = std::make_shared<const std::string>(monitorReply(
         router_, update.generation, false, complete, update.settled, std::span(changes).subspan(at, count)));
-    for (MonitorStream* client : clients_) client->parts_.push_back(part);
+    for (MonitorStream* client : clients_) {  // one that is behind gets the MRIB anew
+      if (client->parts_.size() <= mostPartsBehind) client->parts_.push_back(part);
+    }
   }
 }
 

@@ -13,6 +13,8 @@ namespace host {
 constexpr std::size_t elementsAReply = 200;
 /// The most elements of a list for a client that takes one reply only.
 constexpr std::size_t elementsAtOnce = 20000;
+/// The most bytes of a single reply: with more, a client would be dropped for what it has not read.
+constexpr std::size_t bytesAtOnce = 7U << 20;
 
 /// A list in parts: `{HEAD,"NAME":[...]}`. The elements are written when their turn comes; one that is no
 /// more writes nothing.

@@ -16,7 +16,8 @@ using documents::Json;
 
 namespace {
 
-constexpr std::size_t prefixesNamed = 10;  // of those that depend on a link
+constexpr std::size_t routesAtOnce = 200000;  // looked at for all links in one reply: a quarter of a second
+constexpr std::size_t prefixesNamed = 10;     // of those that depend on a link
 
 void appendRouteOrNull(std::string& out, const Router& router, const mrib::Route* route) {
   if (!route) {
@@ -153,6 +154,8 @@ class LinksStream : public control::Stream {
   }
 
   std::optional<Reply> next() override { return part(1); }
+  bool isSlow() const override { return true; }
+  std::size_t count() const { return links_.size(); }
   Reply whole() { return part(links_.size()); }
 
  private:
@@ -201,6 +204,8 @@ Answer RibService::rankLinks(Call& call) {
   call.parameters.done();
   auto stream = std::make_unique<LinksStream>(router_, whatIfSetting());
   if (call.more) return stream;
+  if (stream->count() * router_.routeCount() > routesAtOnce)
+    return errorReply("org.mrib.TooMany", {{"count", stream->count()}});
   return stream->whole();
 }
 

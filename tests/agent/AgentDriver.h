@@ -214,14 +214,19 @@ class Driver {
     return *std::find_if(all.begin(), all.end(), [&](const auto& r) { return lineOf(r.mroute) == line; });
   }
   std::string judgeUnresolved(const RightAnswer::Mrib& answer) {
-    std::map<std::pair<Prefix, RightAnswer::Line>, mrib::Reason> reasons;
+    std::map<std::pair<Prefix, RightAnswer::Line>, mrib::Unresolved> reasons;
     for (const mrib::Unresolved& u : agent_.unresolved()) {
-      reasons[{Prefix(u.mroute.prefix.address.v4Addr(), u.mroute.prefix.length), lineOf(u.mroute)}] =
-          u.reason;
+      reasons.emplace(
+          std::pair(Prefix(u.mroute.prefix.address.v4Addr(), u.mroute.prefix.length), lineOf(u.mroute)), u);
     }
     std::size_t unresolved = 0;
     for (const auto& [prefix, lines] : inputs_.mroutes) {
       RightAnswer::Mrib done = answer;
+      const auto first = std::find_if(lines.begin(), lines.end(), [&](const auto& line) {
+        mrib::Route scratch{prefix};
+        return inputs_.resolve(prefix, line, scratch, done);
+      });
+      const U32 installed = first == lines.end() ? 0 : first->preference;
       for (const auto& line : lines) {
         mrib::Route scratch{prefix};
         const auto reason = reasons.find({prefix, line});
@@ -236,11 +241,13 @@ class Driver {
           return "resolution of " + prefix.stringValue();
         if ((reason == reasons.end()) != inForce) return "unresolved: " + prefix.stringValue();
         if (inForce) continue;
-        const std::string what =
-            prefix.stringValue() + " " + std::to_string(static_cast<int>(reason->second));
-        if (inputs_.isHeld(prefix, line) != (reason->second == mrib::Reason::heldBack)) return "held " + what;
-        if (resolves != (reason->second == mrib::Reason::waiting) && resolves) return "waiting " + what;
-        if (reason->second == mrib::Reason::unsettled) return "unsettled " + what;
+        const mrib::Unresolved& said = reason->second;
+        const std::string what = prefix.stringValue() + " " + said.text();
+        if (inputs_.isHeld(prefix, line) != (said.reason == mrib::Reason::heldBack)) return "held " + what;
+        if (resolves != (said.reason == mrib::Reason::waiting) && resolves) return "waiting " + what;
+        if (said.reason == mrib::Reason::unsettled) return "unsettled " + what;
+        if (said.installed != installed || said.anotherResolves != (installed == line.preference))
+          return "in force beside " + what;
       }
     }
     return unresolved == reasons.size() ? "" : "unresolved that are not configured";

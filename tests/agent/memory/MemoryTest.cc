@@ -231,6 +231,11 @@ TEST(Memory, TheCApiHasACodeForIt) {
     ASSERT_TRUE(noAgent || notTaken || committed == MRIB_OK || committed == MRIB_ERROR_MEMORY);
     ASSERT_TRUE(!notTaken || committed == MRIB_ERROR_REFUSED);
     ASSERT_TRUE(committed == MRIB_OK || mrib_error_text(0));
+    if (!noAgent && committed == MRIB_ERROR_MEMORY) {
+      ASSERT_EQ(mrib_link_get(agent, 1, &link), MRIB_ERROR_MEMORY);
+      ASSERT_EQ(mrib_commit(agent, nullptr), MRIB_OK) << "it may be tried again";
+      ASSERT_EQ(mrib_link_get(agent, 1, &link), MRIB_OK);
+    }
     ASSERT_TRUE(noAgent || mrib_settle(agent, nullptr) == MRIB_OK);
     mrib_free(agent);
   }

@@ -106,6 +106,7 @@ TEST_F(MribdTest, ServesUntilItIsToldToEnd) {
   const auto begin = std::chrono::steady_clock::now();
   kill(pid, SIGTERM);
   hear("STOPPING=1");
+  for (const int again : {SIGHUP, SIGTERM}) kill(pid, again);
   EXPECT_EQ(wait(), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(1000));
   EXPECT_FALSE(fs::exists(path) || fs::exists(path + ".lock"));
@@ -137,13 +138,14 @@ TEST(Log, SaysTheSameThingOnce) {
   daemon::Log log(daemon::Level::info, true, [&](std::string_view line) { out += line; });
   for (int i = 0; i < 3; ++i) log.write(daemon::Level::warning, "a\nb\x1b", second);
   log.write(daemon::Level::debug, "no", second);
-  EXPECT_EQ(out, "<4>a\\x0Ab\\x1B\n");
+  log.writeLines(daemon::Level::error, "not: ", "one \"x\"\ntwo", second);
+  EXPECT_EQ(out, "<4>a\\x0Ab\\x1B\n<3>not: one \"x\"\n<3>not: two\n");
   EXPECT_EQ(log.turn(2 * second), 11 * second);
   for (int i = 0; i < 100; ++i) log.write(daemon::Level::info, std::to_string(i), 3 * second);
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 32);
   out.clear();
   log.turn(13 * second);
-  EXPECT_EQ(out, "<4>a\\x0Ab\\x1B (2 times more)\n<4>69 other messages were left out\n");
+  EXPECT_EQ(out, "<4>a\\x0Ab\\x1B (2 times more)\n<4>71 other messages were left out\n");
 }
 
 }  // namespace
