@@ -42,7 +42,8 @@ std::string nobodyKnows(const Router& router, const Decision& d) {
   if (other.status == RpfAnswer::Status::noRoute) {
     if (d.source.af() != Lumo::ipv4())
       return ": the unicast table has no route to it, and the MRIB is of IPv4";
-    return ": neither the MRIB nor the unicast table has a route to it, and no line covers it";
+    return std::string(": neither the MRIB nor the unicast table has a route to it") +
+           (mode == LookupMode::uribOnly ? "" : ", and no line covers it");
   }
   const bool isUnicast = other.table == RpfAnswer::Table::unicast;
   return fmt::format(": the {} has none, and {} keeps the {} from being asked, which has {} {}",

@@ -207,9 +207,13 @@ void Explainer::addInterface(U32 index, unsigned depth) {
 }
 
 const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address) {
-  for (const auto& [key, entry] : router.mirror().topology().addresses.all()) {
+  const kernel::Topology& topology = router.mirror().topology();
+  const U32 vrf = topology.vrfOf(router.mirror().settings().table);
+  for (const auto& [key, entry] : topology.addresses.all()) {
     const kernel::Address& a = entry.value;
-    if (a.peer.af() == Lumo::ipv4() && Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address)) return &a;
+    const kernel::Link* link = topology.link(a.link);
+    if (a.peer.af() != Lumo::ipv4() || !link || topology.vrfTableOf(*link) != vrf) continue;
+    if (Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address)) return &a;
   }
   return nullptr;
 }

@@ -50,6 +50,7 @@ void Exporter::want(const Prefix& prefix, Wanted wanted) {
   noteFault(prefix, entry);
   if (isSame && !entry.refused) return;
   entry.changed = !isSame || entry.changed;
+  entry.deleted = false;
   rightIs(entry, false);
   enqueue(prefix, entry);
 }
@@ -73,6 +74,13 @@ void Exporter::crossed(const Prefix& prefix) {
 void Exporter::begin() {
   begun_ = true;
   leftovers_ = queue_.size();
+}
+
+void Exporter::linkChanged(U32 link, Nanos now) {
+  constexpr std::size_t many = 1000;
+  if (linkChanges_.size() > many)
+    std::erase_if(linkChanges_, [&](const auto& change) { return change.second + news < now; });
+  linkChanges_[link] = now;
 }
 
 void Exporter::checkRefused() {
@@ -145,6 +153,10 @@ void Exporter::consider(const Prefix& prefix, Entry& entry, Batch& batch, Nanos 
     return;
   }
   if (found.right && ((entry.probed && !again) || !canStand(entry.wanted))) return;
+  // What may have gone was deleted once: a dump will tell whether it had.
+  const bool isDoubtful = !entry.wanted.isRoute() && !found.certain;
+  if (isDoubtful && entry.deleted && !entry.refused) return;
+  entry.deleted = isDoubtful;
   entry.changed &= !found.right;
   entry.probed = found.right && !again;
   if (!entry.probed) {
@@ -226,6 +238,7 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
   });
   if (!wanted.isRoute()) {
     found.right = found.routes.empty();
+    found.certain = found.right || certain > 0;
   } else {
     found.certain = rightOnes[1] == 1 && certain == 1;
     found.right = found.certain || (rightOnes[0] > 0 && certain == 0);

@@ -65,8 +65,9 @@ class Exporter {
     U8 repeats = 0;                       ///< how often the same is to be written again
     bool queued = false;
     bool resting = false;
-    bool probed = false;  ///< a route that may be gone was added again, and was still there
-    bool right = false;   ///< the table has what is wanted
+    bool probed = false;   ///< a route that may be gone was added again, and was still there
+    bool deleted = false;  ///< one that may be gone was deleted, and may have been there
+    bool right = false;    ///< the table has what is wanted
     bool refused = false;
   };
   struct Fault {
@@ -93,7 +94,7 @@ class Exporter {
   /// Somebody else's route came or went, or both.
   void crossed(const Lumo::Prefix& prefix);
   void checkRefused();
-  void linkChanged(U32 link, Nanos now) { linkChanges_[link] = now; }
+  void linkChanged(U32 link, Nanos now);
 
   /// What to write next: some `limit` changes at most, after ten times as many prefixes were looked at.
   /// Empty: call again when it is `due`.

@@ -16,7 +16,8 @@ using Lumo::Prefix;
 
 namespace {
 
-constexpr int deepest = 32;  // ways through other configured routes
+constexpr int deepest = 32;            // ways through other configured routes
+constexpr std::size_t mostWays = 128;  // more than readers take
 
 }  // namespace
 
@@ -71,7 +72,12 @@ bool WantedRoutes::addNeighbor(const Prefix& prefix, U32 link, Wanted& wanted) c
 void WantedRoutes::addHop(const IpGenAddr& gateway, U32 link, Wanted& wanted) const {
   const bool direct = gateway == IpGenAddr();
   const Hop hop{gateway, link, direct || isOnLink(gateway, link) ? U8{0} : U8{Hop::onlink}};
-  if (std::find(wanted.hops.begin(), wanted.hops.end(), hop) == wanted.hops.end()) wanted.hops.push_back(hop);
+  if (std::find(wanted.hops.begin(), wanted.hops.end(), hop) != wanted.hops.end()) return;
+  if (wanted.hops.size() < mostWays) {
+    wanted.hops.push_back(hop);
+  } else {
+    wanted.fault = fmt::format("it has more than {} ways, and the first of them are exported", mostWays);
+  }
 }
 
 /// By an address of the router's: by a route alone it is to the kernel, and not to daemons that read the

@@ -37,7 +37,12 @@ std::vector<Address*> ImaginedKernel::addressesOf(U32 link) {
 
 bool ImaginedKernel::isOwn(const IpGenAddr& local) const {
   return std::any_of(addresses_.begin(), addresses_.end(),
-                     [&](const Address& address) { return address.local == local; });
+                     [&](const Address& address) { return address.local == local && isHeld(address); });
+}
+
+/// For the table whose routes this knows.
+bool ImaginedKernel::isHeld(const Address& address) const {
+  return tableOf(links_.at(address.link)) == (vrf_ == 0 ? tableMain : vrf_);
 }
 
 U32 ImaginedKernel::tableOf(const Link& link) const {

@@ -23,7 +23,7 @@ bool uses(const std::vector<Hop>& hops, U32 link) {
 // ---- From a mirror, and back ----
 
 ImaginedKernel::ImaginedKernel(const Mirror& mirror, LinkSwitch isOn)
-    : known_(mirror), isOn_(std::move(isOn)) {
+    : known_(mirror), isOn_(std::move(isOn)), vrf_(mirror.topology().vrfOf(mirror.settings().table)) {
   const Topology& topology = mirror.topology();
   for (const auto& [index, entry] : topology.links.all()) links_.emplace(index, entry.value.link);
   for (const auto& [key, entry] : topology.addresses.all()) {

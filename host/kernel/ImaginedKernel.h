@@ -60,10 +60,12 @@ class ImaginedKernel {
 
   /// Of the routes that this knows.
   std::unique_ptr<Mirror> mirrored() const;
-  /// Calls `each(address, link)`.
+  /// Calls `each(address, link)` for the router's own addresses as far as the table goes.
   template <class F>
   void forEachAddress(F each) const {
-    for (const Address& address : addresses_) each(address, links_.at(address.link));
+    for (const Address& address : addresses_) {
+      if (isHeld(address)) each(address, links_.at(address.link));
+    }
   }
   /// The prefixes whose routes it knows.
   std::vector<Lumo::Prefix> prefixes() const;
@@ -87,6 +89,7 @@ class ImaginedKernel {
   void eraseRoutesIf(const std::function<bool(Route&)>& matches);
 
   U32 tableOf(const Link& link) const;
+  bool isHeld(const Address& address) const;
   bool isConnecting(const Address& address) const;
   Route connectedBy(const Address& address) const;
   void connect(const Address& address);
@@ -108,6 +111,7 @@ class ImaginedKernel {
 
   const Mirror& known_;
   LinkSwitch isOn_;
+  const U32 vrf_;  // whose table it is, or 0
   std::map<U32, Link> links_;
   std::vector<Address> addresses_;
   std::map<U32, NextHop> nextHops_;

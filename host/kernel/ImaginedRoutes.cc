@@ -78,7 +78,8 @@ std::vector<Hop> ImaginedKernel::hopsBy(U32 id) const {
 std::optional<Hop> ImaginedKernel::wayTo(IpAddr gateway, U32 link, U8 scope) const {
   const U8 least = std::max(scopeLink, static_cast<U8>(scope + 1));
   for (const Address& address : addresses_) {
-    const bool isIt = address.local == IpGenAddr(gateway) && (link == 0 || address.link == link);
+    const bool isIt =
+        address.local == IpGenAddr(gateway) && (link == 0 || address.link == link) && isHeld(address);
     if (isIt && least <= scopeHost) return Hop{IpGenAddr(), address.link, 0};
   }
   for (U32 length = Prefix::maxLength + 1; length-- > 0;) {

@@ -203,10 +203,17 @@ Mirror::Changes Mirror::takeChanges(std::size_t limit) {
   return changes;
 }
 
+News Mirror::news() const {
+  News news = news_;
+  news.healed(counters().healed - healedTold_);
+  return news;
+}
+
 News Mirror::takeNews() {
-  const U64 healed = counters().healed;
-  news_.healed(healed - std::exchange(healedTold_, healed));
-  return std::exchange(news_, {});
+  News taken = news();
+  healedTold_ = counters().healed;
+  news_ = {};
+  return taken;
 }
 
 Mirror::Counters Mirror::counters() const {

@@ -81,6 +81,8 @@ class Mirror {
 
   /// What has been told since it was last taken, whether it changes an answer or not.
   News takeNews();
+  /// The same, which stays for the next time.
+  News news() const;
 
   /// The links that the next changes are about: whoever knows what depends on them can hurry it.
   const std::set<U32>& changedLinks() const { return changes_.links; }

@@ -2,6 +2,7 @@
 
 #include <libmnl/libmnl.h>
 #include <linux/fib_rules.h>
+#include <linux/in6.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
@@ -16,9 +17,10 @@ namespace host::kernel {
 namespace {
 
 constexpr std::size_t bytesAtOnce = 32 << 10;
-constexpr std::size_t largestRequest = 8 << 10;  // a route with 128 ways
-constexpr int answerRoom = 2 << 20;              // for a refusal of each request of a batch
-constexpr U32 rulePriority = 32000;              // behind others' rules, and before the main table's
+constexpr std::size_t largestWay = 32;  // in a request, which is as large without any
+constexpr std::size_t largestHead = 128;
+constexpr int answerRoom = 2 << 20;  // for a refusal of each request of a batch
+constexpr U32 rulePriority = 32000;  // behind others' rules, and before the main table's
 
 [[noreturn]] void failed(const char* what) {
   throw Error(std::string("kernel: ") + what + ": " + std::strerror(errno));
@@ -29,20 +31,26 @@ void putHeader(nlmsghdr* request, const Header& header) {
   std::memcpy(mnl_nlmsg_put_extra_header(request, sizeof header), &header, sizeof header);
 }
 
-void putAddress(nlmsghdr* request, U16 type, const IpGenAddr& address) {
-  mnl_attr_put_u32(request, type, address.v4Addr().network());
+/// One of IPv6 may lead an IPv4 route of others' (RFC 5549).
+void putGateway(nlmsghdr* request, const IpGenAddr& gateway) {
+  if (gateway.af() == Lumo::ipv4()) return mnl_attr_put_u32(request, RTA_GATEWAY, gateway.v4Addr().network());
+  constexpr std::size_t size = sizeof(in6_addr);
+  U8 via[sizeof(rtvia) + size];
+  const U16 family = AF_INET6;
+  std::memcpy(via, &family, sizeof family);
+  std::memcpy(via + sizeof(rtvia), gateway.v6Addr().bytes().data(), size);
+  mnl_attr_put(request, RTA_VIA, sizeof via, via);
 }
 
 void putLegs(nlmsghdr* request, const std::vector<Hop>& hops) {
   nlattr* legs = mnl_attr_nest_start(request, RTA_MULTIPATH);
   for (const Hop& hop : hops) {
-    rtnexthop leg{};
-    const bool direct = hop.gateway == IpGenAddr();
-    leg.rtnh_len = static_cast<U16>(sizeof leg + (direct ? 0 : 8));
-    leg.rtnh_flags = hop.flags & Hop::onlink;
-    leg.rtnh_ifindex = static_cast<int>(hop.link);
-    std::memcpy(mnl_nlmsg_put_extra_header(request, sizeof leg), &leg, sizeof leg);
-    if (!direct) putAddress(request, RTA_GATEWAY, hop.gateway);
+    auto* leg = static_cast<rtnexthop*>(mnl_nlmsg_put_extra_header(request, sizeof(rtnexthop)));
+    const U32 begin = request->nlmsg_len - static_cast<U32>(sizeof *leg);
+    leg->rtnh_flags = hop.flags & Hop::onlink;
+    leg->rtnh_ifindex = static_cast<int>(hop.link);
+    if (hop.gateway != IpGenAddr()) putGateway(request, hop.gateway);
+    leg->rtnh_len = static_cast<U16>(request->nlmsg_len - begin);
   }
   mnl_attr_nest_end(request, legs);
 }
@@ -52,7 +60,7 @@ void putHops(nlmsghdr* request, rtmsg* header, const Route& route) {
   if (route.hops.empty()) return;
   const Hop& hop = route.hops.front();
   header->rtm_flags = hop.flags & Hop::onlink;
-  if (hop.gateway != IpGenAddr()) putAddress(request, RTA_GATEWAY, hop.gateway);
+  if (hop.gateway != IpGenAddr()) putGateway(request, hop.gateway);
   mnl_attr_put_u32(request, RTA_OIF, hop.link);
 }
 
@@ -107,7 +115,7 @@ void RouteWriter::Close::operator()(mnl_socket* socket) const {
 
 RouteWriter::RouteWriter()
     : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC)),
-      requests_(bytesAtOnce + largestRequest),
+      requests_(bytesAtOnce),
       answers_(bytesAtOnce) {
   if (!socket_) failed("socket");
   if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) failed("bind");
@@ -131,6 +139,8 @@ std::vector<RouteFault> RouteWriter::write(std::span<const RouteOp> ops) {
   std::size_t first = 0;
   std::size_t bytes = 0;
   for (std::size_t i = 0; i < ops.size(); ++i) {
+    const std::size_t most = bytes + largestHead + largestWay * ops[i].route.hops.size();
+    if (requests_.size() < most) requests_.resize(most);
     nlmsghdr* request = mnl_nlmsg_put_header(requests_.data() + bytes);
     putRoute(request, ops[i]);
     request->nlmsg_seq = sequence_ + static_cast<U32>(i - first);

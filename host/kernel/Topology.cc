@@ -21,14 +21,19 @@ U32 Topology::vrfTableOf(const Link& link) const {
   return master ? master->vrfTable : 0;
 }
 
-std::map<IpGenAddr, U32> Topology::ownAddresses(U32 table) const {
+U32 Topology::vrfOf(U32 table) const {
   const bool isVrf = std::any_of(links.all().begin(), links.all().end(),
                                  [&](const auto& l) { return l.second.value.link.vrfTable == table; });
+  return isVrf ? table : 0;
+}
+
+std::map<IpGenAddr, U32> Topology::ownAddresses(U32 table) const {
+  const U32 vrf = vrfOf(table);
   std::map<IpGenAddr, U32> own;
   for (const auto& [key, entry] : addresses.all()) {
     const Address& address = entry.value;
     const Link* holder = link(address.link);
-    if (!holder || address.tentative || vrfTableOf(*holder) != (isVrf ? table : 0)) continue;
+    if (!holder || address.tentative || vrfTableOf(*holder) != vrf) continue;
     own.emplace(address.local, address.link);
   }
   return own;

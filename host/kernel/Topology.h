@@ -45,6 +45,11 @@ class Topology {
   /// one with the lowest index. A link in a VRF holds its addresses for the table of that VRF only.
   std::map<IpGenAddr, U32> ownAddresses(U32 table) const;
 
+  /// `table` if it is that of a VRF, or 0; and that of the VRF that a link is in, or 0. Where both are the
+  /// same the addresses of the link are the router's own for that table.
+  U32 vrfOf(U32 table) const;
+  U32 vrfTableOf(const Link& link) const;
+
   /// Whether a link without carrier counts as down.
   bool needsCarrier = false;
 
@@ -62,9 +67,6 @@ class Topology {
   /// Adds to `hops` those of a next-hop object that can be used by a route confirmed at `epoch`. False when
   /// the object is a blackhole.
   bool addUsable(U32 nextHop, Epoch epoch, std::vector<Hop>& hops) const;
-
- private:
-  U32 vrfTableOf(const Link& link) const;
 };
 
 }  // namespace host::kernel

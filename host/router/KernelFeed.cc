@@ -233,9 +233,11 @@ void KernelFeed::tellStandIn(U32 index, mrib::Transaction& t) {
     t.address({index, Lumo::IpGenAddr(IpAddr::fromHost(link.standIn))});
   }
   routeStandIn(link, index, needs && !link.attached.empty(), t);
-  if (needs || link.standIn == 0) return;
-  t.addressDel(index, Lumo::IpGenAddr(IpAddr::fromHost(link.standIn)));
-  freeStandIns_.insert(std::exchange(link.standIn, 0));
+  if (!needs && link.standIn != 0) {
+    t.addressDel(index, Lumo::IpGenAddr(IpAddr::fromHost(link.standIn)));
+    freeStandIns_.insert(std::exchange(link.standIn, 0));
+  }
+  if (link.name.empty() && link.attached.empty()) links_.erase(at);  // it went before its routes
 }
 
 void KernelFeed::routeStandIn(Link& link, U32 index, bool isRouted, mrib::Transaction& t) {

@@ -88,7 +88,10 @@ void Router::follow(Nanos now) {
   revision_ += isNews;
   contextChanges_ += !changes.links.empty() || !changes.addresses.empty();
   feed_.tell(changes, pending_);
-  if (!unicastChanged_ && ready_) return;
+  if (!unicastChanged_ && ready_) {
+    if (isTaken_) mirror_.takeNews();  // what has changed nothing is the cause of nothing
+    return;
+  }
   const bool isUrgent = changes.named && !pending_.empty();
   if (isTaken_ || (ready_ && (isUrgent || now - pendingSince_ > mostDelay))) commit(now);
 }
@@ -101,7 +104,7 @@ void Router::commit(Nanos now) {
   unicastChanged_ = false;
   ready_ = true;
   if (feed_.hasFormer()) addOtherwise(result.changes);
-  const kernel::News news = mirror_.takeNews();
+  const kernel::News news = isTaken_ ? mirror_.takeNews() : mirror_.news();  // the rest has the same cause
   committed(result, now, [&] { return news.text(); });
   feed_.forget();
 }
@@ -276,9 +279,11 @@ void addOwnSubnet(std::vector<OwnSubnet>& subnets, const kernel::Address& a, con
 
 std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror) {
   std::vector<OwnSubnet> subnets;
-  for (const auto& [key, entry] : mirror.topology().addresses.all()) {
-    const kernel::Link* link = mirror.topology().link(entry.value.link);
-    if (link) addOwnSubnet(subnets, entry.value, *link);
+  const kernel::Topology& topology = mirror.topology();
+  const U32 vrf = topology.vrfOf(mirror.settings().table);
+  for (const auto& [key, entry] : topology.addresses.all()) {
+    const kernel::Link* link = topology.link(entry.value.link);
+    if (link && topology.vrfTableOf(*link) == vrf) addOwnSubnet(subnets, entry.value, *link);
   }
   return subnets;
 }
