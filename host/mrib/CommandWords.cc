@@ -37,6 +37,7 @@ const std::vector<std::string>& commandNames() {
 std::vector<std::string> commandInFull(
     std::vector<std::string> words, const std::function<std::optional<int>(const std::string&)>& wordsAfter) {
   auto at = words.begin();
+  if (at != words.end() && *at == "--") at = words.erase(at);  // a command does not begin with a dash
   bool isClear = true;  // no option before it that nobody knows, and that it might belong to
   for (; at != words.end() && at->starts_with('-'); ++at) {
     const std::optional<int> follow = wordsAfter(*at);

@@ -62,6 +62,8 @@ int checkConfig(const Request& request) {
   ConfigurationChange change = own->configurator().take(file);  // by this process, and nobody else
   if (!change.reasons.empty()) throw Error(fmt::format("{}", fmt::join(change.reasons, "\n")));
   const bool compares = options.configuration.has_value();
+  if (compares && change.before.exportTable != change.after.exportTable)
+    change.warnings.emplace_back("another exported table takes a restart of mribd: a reload is refused");
   if (!compares && !request.json) change.difference = {};  // all is new
   Json answer;
   answer["valid"] = true;
