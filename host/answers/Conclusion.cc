@@ -141,11 +141,11 @@ std::string dropText(const KernelVerdict& drop) {
                              : fmt::format("{}; `{}` would change it", drop.why, escaped(drop.change));
 }
 
-/// What the kernel does besides. That it forwards nothing matters only to what would pass.
+/// What the kernel does besides, which alone is not what is wrong. That it forwards nothing matters only to
+/// what would pass.
 std::string kernelClause(const Explanation& e) {
   const KernelVerdict* drop = dropAmong(e);
-  if (drop)
-    return fmt::format("; the kernel drops them on {}: {}", escaped(drop->interface), dropText(*drop));
+  if (drop) return fmt::format("; the kernel drops them on {}: {}", escaped(drop->interface), drop->why);
   if (e.verdict != Verdict::notForwarded) return "";
   return fmt::format(
       "; the kernel forwards no multicast from {}: mc_forwarding is off, no multicast routing daemon has "
