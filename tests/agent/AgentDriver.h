@@ -222,9 +222,9 @@ class Driver {
     std::size_t unresolved = 0;
     for (const auto& [prefix, lines] : inputs_.mroutes) {
       RightAnswer::Mrib done = answer;
-      const auto first = std::find_if(lines.begin(), lines.end(), [&](const auto& line) {
-        mrib::Route scratch{prefix};
-        return inputs_.resolve(prefix, line, scratch, done);
+      const auto first = std::find_if(lines.begin(), lines.end(), [&, &to = prefix](const auto& line) {
+        mrib::Route scratch{to};
+        return inputs_.resolve(to, line, scratch, done);
       });
       const U32 installed = first == lines.end() ? 0 : first->preference;
       for (const auto& line : lines) {

@@ -123,6 +123,7 @@ def main():
              f"route del 20.1.0.0/16 table {TABLE} proto 220", f"route flush table {TABLE} proto 220",
              f"route add 77.0.0.0/8 dev lo table {TABLE} proto 220",
              f"route add 79.0.0.0/8 table {TABLE} proto 220 nexthop dev va nexthop dev vb",
+             f"route add 76.0.0.0/8 via inet6 fe80::9 dev va table {TABLE} proto 220",
              f"route change 20.1.0.0/16 via 10.2.0.9 table {TABLE} proto 220 metric 220", "kill"]
     for _ in range(int(os.environ.get("MRIB_STEPS", "60"))):
         step = dice.choice(steps)
@@ -144,9 +145,15 @@ def main():
         times.append(until("10.2.0.2", time.monotonic()))
         ip("link set va up")
     print(f"down to written, as ip shows it: median {statistics.median(times) * 1e3:.1f} ms")
+    configure([f"ip mroute 40.{n}.0.0/16 10.{net}.0.{host}" for n in range(6) for net in (1, 2) for host in range(2, 250)])
+    Connection(SOCKET).call("Reload")
+    time.sleep(0.5)
+    if [len(ways) for prefix, ways in table(220).items() if prefix.startswith("40.")] != [128] * 6:
+        sys.exit("FAILED: of many ways not 128 are written")
     daemon.terminate()
-    daemon.wait()
-    if table(220) or output("ip rule").count("uidrange") != 1 or len(table(99)) != len(FOREIGN):
+    time.sleep(0.002)
+    daemon.terminate()  # it ends already
+    if daemon.wait() != 0 or table(220) or output("ip rule").count("uidrange") != 1 or len(table(99)) != len(FOREIGN):
         sys.exit("FAILED: what is left at the end")
 
 
