@@ -232,9 +232,10 @@ TEST(Memory, TheCApiHasACodeForIt) {
     ASSERT_TRUE(!notTaken || committed == MRIB_ERROR_REFUSED);
     ASSERT_TRUE(committed == MRIB_OK || mrib_error_text(0));
     if (!noAgent && committed == MRIB_ERROR_MEMORY) {
-      ASSERT_EQ(mrib_link_get(agent, 1, &link), MRIB_ERROR_MEMORY);
+      auto got = ctwin::sized<mrib_link>();
+      ASSERT_EQ(mrib_link_get(agent, 1, &got), MRIB_ERROR_MEMORY);
       ASSERT_EQ(mrib_commit(agent, nullptr), MRIB_OK) << "it may be tried again";
-      ASSERT_EQ(mrib_link_get(agent, 1, &link), MRIB_OK);
+      ASSERT_EQ(mrib_link_get(agent, 1, &got), MRIB_OK);
     }
     ASSERT_TRUE(noAgent || mrib_settle(agent, nullptr) == MRIB_OK);
     mrib_free(agent);
