@@ -207,15 +207,14 @@ void Explainer::addInterface(U32 index, unsigned depth) {
 }
 
 const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address) {
-  const kernel::Topology& topology = router.mirror().topology();
-  const U32 vrf = topology.vrfOf(router.mirror().settings().table);
-  for (const auto& [key, entry] : topology.addresses.all()) {
-    const kernel::Address& a = entry.value;
-    const kernel::Link* link = topology.link(a.link);
-    if (a.peer.af() != Lumo::ipv4() || !link || topology.vrfTableOf(*link) != vrf) continue;
-    if (Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address)) return &a;
-  }
-  return nullptr;
+  const kernel::Mirror& mirror = router.mirror();
+  const kernel::Address* found = nullptr;
+  mirror.topology().forEachOwn(mirror.settings().table, [&](const kernel::Address& a, const kernel::Link&) {
+    const bool covers =
+        a.peer.af() == Lumo::ipv4() && Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address);
+    if (covers && !found) found = &a;
+  });
+  return found;
 }
 
 // ---- What else there is to say ----

@@ -28,14 +28,10 @@ U32 Topology::vrfOf(U32 table) const {
 }
 
 std::map<IpGenAddr, U32> Topology::ownAddresses(U32 table) const {
-  const U32 vrf = vrfOf(table);
   std::map<IpGenAddr, U32> own;
-  for (const auto& [key, entry] : addresses.all()) {
-    const Address& address = entry.value;
-    const Link* holder = link(address.link);
-    if (!holder || address.tentative || vrfTableOf(*holder) != vrf) continue;
-    own.emplace(address.local, address.link);
-  }
+  forEachOwn(table, [&](const Address& address, const Link&) {
+    if (!address.tentative) own.emplace(address.local, address.link);
+  });
   return own;
 }
 

@@ -41,14 +41,22 @@ class Topology {
   }
   /// Whether a link has an IPv4 address.
   bool hasIpv4(U32 link) const;
-  /// The router's own addresses as far as `table` goes, with the links that hold them; of several links the
-  /// one with the lowest index. A link in a VRF holds its addresses for the table of that VRF only.
+  /// Calls `f(address, link)` with each address that is the router's own as far as `table` goes: a link in a
+  /// VRF holds its addresses for the table of that VRF only.
+  template <class F>
+  void forEachOwn(U32 table, F f) const {
+    const U32 vrf = vrfOf(table);
+    for (const auto& [key, entry] : addresses.all()) {
+      const Link* holder = link(entry.value.link);
+      if (holder && vrfTableOf(*holder) == vrf) f(entry.value, *holder);
+    }
+  }
+  /// These with the links that hold them, but for tentative ones; of several links the one with the lowest
+  /// index.
   std::map<IpGenAddr, U32> ownAddresses(U32 table) const;
 
-  /// `table` if it is that of a VRF, or 0; and that of the VRF that a link is in, or 0. Where both are the
-  /// same the addresses of the link are the router's own for that table.
+  /// `table` if it is that of a VRF, or 0.
   U32 vrfOf(U32 table) const;
-  U32 vrfTableOf(const Link& link) const;
 
   /// Whether a link without carrier counts as down.
   bool needsCarrier = false;
@@ -67,6 +75,10 @@ class Topology {
   /// Adds to `hops` those of a next-hop object that can be used by a route confirmed at `epoch`. False when
   /// the object is a blackhole.
   bool addUsable(U32 nextHop, Epoch epoch, std::vector<Hop>& hops) const;
+
+ private:
+  /// Of the VRF that a link is in, or 0.
+  U32 vrfTableOf(const Link& link) const;
 };
 
 }  // namespace host::kernel

@@ -31,21 +31,31 @@ class Questions {
   explicit Questions(Backend& backend) : backend_(backend) {}
 
   Json one(const std::string& method) { return backend_.call(method, Json::object()); }
-  using Choice = bool (*)(const Json&);
-  /// Those of a list that are wanted, or all: the first are kept and the others counted. `beside` gets what
-  /// else was said.
-  Content::List list(const std::string& method, const Json& parameters, const char* name,
-                     Choice isWanted = nullptr, Json* beside = nullptr) {
-    Content::List list;
+  /// Calls `each` with the elements of a list. `beside` gets what else was said.
+  template <class F>
+  void forEach(const std::string& method, const Json& parameters, const char* name, F each,
+               Json* beside = nullptr) {
     backend_.stream(method, parameters, [&](const Json& part) {
       if (beside) beside->update(part);
-      for (const Json& element : part.at(name)) {
-        if (isWanted && !isWanted(element)) continue;
-        if (list.count++ < Content::mostElements) list.elements.push_back(element);
-      }
+      for (const Json& element : part.at(name)) each(element);
       return true;
     });
+  }
+  Content::List list(const std::string& method, const Json& parameters, const char* name,
+                     Json* beside = nullptr) {
+    Content::List list;
+    forEach(
+        method, parameters, name, [&](const Json& element) { add(list, element); }, beside);
     return list;
+  }
+  /// The configured routes that are not in force, that wait, and that are not exported.
+  void unresolved(Content& content) {
+    forEach("org.mrib.ListUnresolved", {{"waiting", true}}, "unresolved", [&](const Json& line) {
+      add(text::isNotExported(line)        ? content.notExported
+          : line.at("reason") == "waiting" ? content.waiting
+                                           : content.unresolved,
+          line);
+    });
   }
   std::string configuration() {
     std::string text;
@@ -57,6 +67,11 @@ class Questions {
   }
 
  private:
+  /// The first are kept, and the others counted.
+  static void add(Content::List& list, const Json& element) {
+    if (list.count++ < Content::mostElements) list.elements.push_back(element);
+  }
+
   Backend& backend_;
 };
 
@@ -64,20 +79,13 @@ class Questions {
 Content::List askIfKnown(Questions& ask, const std::string& method, const Json& parameters, const char* name,
                          Json& beside) {
   try {
-    return ask.list(method, parameters, name, nullptr, &beside);
+    return ask.list(method, parameters, name, &beside);
   } catch (const control::RemoteError& e) {
     const bool isOld = e.name() == "org.varlink.service.MethodNotFound";
     beside = {
         {"error", isOld ? "mribd is too old to know" : e.parameters().value("why", "it is not known yet")}};
     return {};
   }
-}
-
-bool isWaiting(const Json& line) {
-  return line.at("reason") == "waiting";
-}
-bool isNotInForce(const Json& line) {
-  return !text::isNotExported(line);
 }
 
 /// Where it cannot be drawn, the tree has to do.
@@ -110,10 +118,7 @@ Content contentOf(const Request& request, Backend& backend) {
   content.answeredBy = backend.name();
   content.status = ask.one("org.mrib.GetStatus");
   content.routes = ask.list("org.mrib.ListRoutes", Json::object(), "routes");
-  content.unresolved = ask.list("org.mrib.ListUnresolved", Json::object(), "unresolved", isNotInForce);
-  content.notExported =
-      ask.list("org.mrib.ListUnresolved", Json::object(), "unresolved", text::isNotExported);
-  content.waiting = ask.list("org.mrib.ListUnresolved", {{"waiting", true}}, "unresolved", isWaiting);
+  ask.unresolved(content);
   content.warnings = ask.list("org.mrib.GetWarnings", Json::object(), "warnings");
   content.graph = ask.one("org.mrib.Graph");
   draw(content);

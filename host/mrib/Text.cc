@@ -104,13 +104,19 @@ std::string ofAnswer(const Json& answer) {
   return text + "  RPF preference: " + textOf(route.at("preference")) + '\n';
 }
 
+namespace {
+
+std::string unresolvedLine(const Json& u) {
+  return fmt::format("  {} {} {} ({}): {}\n", textOf(u.at("prefix")), textOf(u.at("rpf")),
+                     textOf(u.at("preference")), u.at("place").get<std::string>(),
+                     u.at("why").get<std::string>());
+}
+
+}  // namespace
+
 std::string ofUnresolved(const Json& unresolved) {
   std::string text;
-  for (const Json& u : unresolved) {
-    text += fmt::format("  {} {} {} ({}): {}\n", textOf(u.at("prefix")), textOf(u.at("rpf")),
-                        textOf(u.at("preference")), u.at("place").get<std::string>(),
-                        u.at("why").get<std::string>());
-  }
+  for (const Json& u : unresolved) text += unresolvedLine(u);
   return text;
 }
 
@@ -124,7 +130,7 @@ std::string UnresolvedList::part(const Json& unresolved) {
     const bool isExport = isNotExported(u);
     if (!std::exchange(isExport ? isExportTitled_ : isTitled_, true))
       text += '\n' + (isExport ? "In force, but not, or not wholly, exported:\n" : title_);
-    text += ofUnresolved(Json::array({u}));
+    text += unresolvedLine(u);
   }
   return text;
 }

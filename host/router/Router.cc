@@ -279,12 +279,9 @@ void addOwnSubnet(std::vector<OwnSubnet>& subnets, const kernel::Address& a, con
 
 std::vector<OwnSubnet> ownSubnetsOf(const kernel::Mirror& mirror) {
   std::vector<OwnSubnet> subnets;
-  const kernel::Topology& topology = mirror.topology();
-  const U32 vrf = topology.vrfOf(mirror.settings().table);
-  for (const auto& [key, entry] : topology.addresses.all()) {
-    const kernel::Link* link = topology.link(entry.value.link);
-    if (link && topology.vrfTableOf(*link) == vrf) addOwnSubnet(subnets, entry.value, *link);
-  }
+  mirror.topology().forEachOwn(mirror.settings().table, [&](const auto& address, const auto& link) {
+    addOwnSubnet(subnets, address, link);
+  });
   return subnets;
 }
 
