@@ -37,13 +37,13 @@ const std::vector<std::string>& commandNames() {
 std::vector<std::string> commandInFull(
     std::vector<std::string> words, const std::function<std::optional<int>(const std::string&)>& wordsAfter) {
   auto at = words.begin();
-  if (at != words.end() && *at == "--") at = words.erase(at);  // a command does not begin with a dash
   bool isClear = true;  // no option before it that nobody knows, and that it might belong to
-  for (; at != words.end() && at->starts_with('-'); ++at) {
+  for (; at != words.end() && at->starts_with('-') && *at != "--"; ++at) {
     const std::optional<int> follow = wordsAfter(*at);
     isClear = isClear && (follow || at->find('=') != at->npos);
     if (follow.value_or(0) > 0 && at + 1 != words.end()) ++at;
   }
+  if (at != words.end() && *at == "--") at = words.erase(at);  // the word behind it is the command, or none
   if (at == words.end()) return words;
   std::vector<std::string> first = commandNames();
   first.push_back("show");
