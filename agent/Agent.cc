@@ -28,6 +28,10 @@ bool Agent::mayDiffer() const {
   return impl_->mayDiffer;
 }
 
+bool Agent::lacksMemory() const {
+  return impl_->isHalf();
+}
+
 U64 Agent::healed() const {
   return impl_->healed;
 }
@@ -39,7 +43,8 @@ U64 Agent::generation() const {
 const Route* Agent::rpf(Lumo::IpAddr source) const {
   impl_->published.prefetchMatch(source);
   const EngineRun* run = impl_->run.get();
-  const int length = run ? run->trie().matchLength(source) : impl_->published.matchLength(source);
+  const int length =
+      run && !impl_->isAhead ? run->trie().matchLength(source) : impl_->published.matchLength(source);
   return length < 0 ? nullptr : impl_->published.find({source, static_cast<U32>(length)});
 }
 

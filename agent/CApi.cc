@@ -94,9 +94,7 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
     if (given.faultCount > 0) return fail(MRIB_ERROR_REFUSED, std::move(given.faults));
     mrib::CommitResult committed;
     try {
-      agent->lacksMemory = true;
       committed = agent->agent.commit(given.transaction);
-      agent->lacksMemory = false;
     } catch (...) {  // it may be tried again
       std::swap(agent->pending, agent->committed);
       agent->open = true;
@@ -114,9 +112,7 @@ int mrib_commit(mrib_agent* agent, mrib_update* result) {
 int mrib_settle(mrib_agent* agent, mrib_update* result) {
   return with(__func__, agent, [&](const char* function) -> int {
     if (const int code = mrib::checkChange(function, *agent, result); code != MRIB_OK) return code;
-    agent->lacksMemory = true;
     mrib::SettleResult settled = agent->agent.settle();
-    agent->lacksMemory = false;
     mrib::handOut(*agent, std::move(settled.changes), true, result);
     return MRIB_OK;
   });

@@ -174,7 +174,7 @@ int mrib_link_get(const mrib_agent* agent, uint32_t index, mrib_link* link) {
   return with(__func__, agent, [&](const char* function) {
     if (const int code = checkSized(function, "link", link); code != MRIB_OK) return code;
     // The agent would be made anew for this, which is nothing for a call that others run beside.
-    if (agent->lacksMemory && agent->callbacks == 0)
+    if (agent->agent.lacksMemory())
       return mrib::fail(MRIB_ERROR_MEMORY, "%s: there was none for the last commit or settling", function);
     const mrib::Link* found = agent->agent.link(index);
     if (!found) return int{MRIB_NOT_FOUND};

@@ -233,6 +233,7 @@ void Agent::Impl::publishTouched(std::vector<Change>& changes) {
 }
 
 void Agent::Impl::publishAll(std::vector<Change>& changes) {
+  isAhead = false;
   const U32 count = run->status().routeCount();
   changes.reserve(std::max(count, published.size()) - std::min(count, published.size()));
   published.reserve(count);

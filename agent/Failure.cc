@@ -35,7 +35,7 @@ std::unique_ptr<Agent::Impl> Agent::Impl::madeAnew() {
   anew->lastSubscription = lastSubscription;
   anew->generation = generation;
   anew->healed = healed;
-  anew->mayDiffer = mayDiffer;
+  anew->mayDiffer = anew->isAhead = mayDiffer;
   return anew;
 }
 

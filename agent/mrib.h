@@ -344,7 +344,8 @@ MRIB_API int mrib_route_at(const struct mrib_agent* agent, uint32_t i, struct mr
 MRIB_API int mrib_change_at(const struct mrib_update* update, uint32_t i, struct mrib_route* before,
                             struct mrib_route* after);
 /* The link of this index, or MRIB_NOT_FOUND. Its name lives until the next commit. Allocates nothing. After
- * MRIB_ERROR_MEMORY of a commit or a settling it has the same code until one of them is done. */
+ * MRIB_ERROR_MEMORY of a commit or a settling it may have the same code until one of them or a walk is done.
+ */
 MRIB_API int mrib_link_get(const struct mrib_agent* agent, uint32_t index, struct mrib_link* link);
 
 /* A callback that returns 0 goes on; anything else ends the walk and is what that returns: choose a positive

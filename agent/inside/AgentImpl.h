@@ -39,6 +39,7 @@ class Agent::Impl {
   U64 generation = 0;
   U64 healed = 0;
   bool mayDiffer = false;
+  bool isAhead = false;  // the engine, of what is published: it was made anew while that might differ
 
   struct Subscription {
     U64 id;

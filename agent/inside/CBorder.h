@@ -35,7 +35,6 @@ struct mrib_agent {
   Pending pending;    // the open one
   Pending committed;  // the last one that was committed: another may be opened while listeners hear of it
   bool open = false;
-  bool lacksMemory = false;           // the last commit or settling has failed for it
   U32 callbacks = 0;                  // that are under way
   std::vector<mrib::Change> changes;  // of the last commit or settling
   mrib_changes handedOut{};           // the same

@@ -131,6 +131,8 @@ class ZAN_EXPORT Agent {
   SettleResult settle();
   /// Whether settling might find a difference, as the last commit said.
   bool mayDiffer() const;
+  /// Whether a commit or a settling has failed, and the agent has not been made anew since.
+  bool lacksMemory() const;
   /// Prefixes that settling has healed since the start.
   U64 healed() const;
   U64 generation() const;
