@@ -19,10 +19,12 @@ namespace {
 
 constexpr U8 mostRepeats = 2;  // soon, and after a rest
 
-/// The same ways; how they were made known to the kernel, and whether they are in use, does not matter.
-bool sameWays(const std::vector<Hop>& a, const std::vector<Hop>& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](const Hop& x, const Hop& y) { return x.gateway == y.gateway && x.link == y.link; });
+/// Whether these are the ways that are wanted. It does not matter whether they are in use, nor that one is
+/// `onlink` that need not be.
+bool serve(const std::vector<Hop>& ways, const std::vector<Hop>& wanted) {
+  return std::equal(ways.begin(), ways.end(), wanted.begin(), wanted.end(), [](const Hop& x, const Hop& y) {
+    return x.gateway == y.gateway && x.link == y.link && (y.flags & ~x.flags & Hop::onlink) == 0;
+  });
 }
 
 void addOther(std::vector<Route>& others, Route route) {
@@ -45,7 +47,7 @@ void Exporter::want(const Prefix& prefix, Wanted wanted) {
   if (known == entries_.end() && wanted == Wanted{}) return;
   Entry& entry = known == entries_.end() ? entries_[prefix] : known->second;
   if (entry.wanted == wanted) return;
-  const bool isSame = entry.wanted.type == wanted.type && sameWays(entry.wanted.hops, wanted.hops);
+  const bool isSame = entry.wanted.type == wanted.type && serve(entry.wanted.hops, wanted.hops);
   entry.wanted = std::move(wanted);
   noteFault(prefix, entry);
   if (isSame && !entry.refused) return;
@@ -249,7 +251,7 @@ Exporter::Found Exporter::find(const Prefix& prefix, const Wanted& wanted) const
 /// The weights of several ways are all that `rest` tells of ours.
 bool Exporter::isRight(const Route& route, const Wanted& wanted) const {
   return route.type == wanted.type && route.metric == metric && route.tos == 0 && route.nextHop == 0 &&
-         (route.rest == 0 || route.hops.size() > 1) && sameWays(route.hops, wanted.hops);
+         (route.rest == 0 || route.hops.size() > 1) && serve(route.hops, wanted.hops);
 }
 
 void Exporter::noteOthers(Entry& entry, std::vector<Route> others) {
