@@ -17,8 +17,8 @@ namespace {
 std::string causeOf(std::span<const std::string> commands) {
   if (commands.empty()) return "configured by hand";
   const std::string first = "configured by hand: " + escaped(commands.front());
-  return commands.size() == 1 ? first
-                              : first + ", and " + std::to_string(commands.size() - 1) + " more lines";
+  const std::size_t more = commands.size() - 1;
+  return more == 0 ? first : fmt::format("{}, and {} more line{}", first, more, more == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -39,24 +39,31 @@ ConfigurationChange Configurator::configure(std::span<const std::string> command
   if (save && before.includes) {
     return {{"the configuration includes other files: change those, and reload"}, {}, {}, {}, {}, {}};
   }
-  ConfigurationChange result;
   try {
-    result = change(edited(before, commands), dryRun, causeOf(commands));
+    const Configuration next = edited(before, commands);
+    if (save && !dryRun) return saved(before, next, causeOf(commands));
+    return change(next, dryRun, causeOf(commands));
   } catch (const ConfigurationError& e) {
-    result.reasons = messagesOf(e.errors());
+    return {messagesOf(e.errors()), {}, {}, {}, {}, {}};
   }
-  if (!save || dryRun || !result.reasons.empty()) return result;
-  const std::string text = textOf(router_.configuration());
+}
+
+/// Each line gets its place in the file; why it is refused is said by the places that there are now.
+ConfigurationChange Configurator::saved(const Configuration& before, const Configuration& next,
+                                        const std::string& cause) {
+  const std::string text = textOf(next);
+  ConfigurationChange result = change(parseConfiguration(text, path_), false, cause + ", and saved");
+  if (!result.reasons.empty()) {
+    std::vector<std::string> reasons = change(next, true, cause).reasons;
+    if (!reasons.empty()) result.reasons = std::move(reasons);
+    return result;
+  }
   try {
     host::save(path_, text);
   } catch (const Error& e) {
     router_.configurationIs(before, clock_(), "the configuration as it was: it cannot be saved");
     result.reasons = {e.what()};
-    return result;
   }
-  result.after = parseConfiguration(text, path_);  // each line with its place in the file
-  result.difference = differenceOf(result.before, result.after);
-  router_.configurationIs(result.after, clock_(), "configuration " + escaped(path_) + " saved");
   return result;
 }
 

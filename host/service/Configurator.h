@@ -33,6 +33,7 @@ class Configurator {
 
  private:
   ConfigurationChange read(const std::string& path, bool dryRun);
+  ConfigurationChange saved(const Configuration& before, const Configuration& next, const std::string& cause);
   ConfigurationChange change(Configuration next, bool dryRun, const std::string& cause);
 
   Router& router_;
