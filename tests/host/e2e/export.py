@@ -44,12 +44,13 @@ def configure(lines):
 
 def start(mribd, *options):
     daemon = subprocess.Popen([mribd, "-c", CONFIG, "--socket", SOCKET, *options], stderr=subprocess.DEVNULL)
-    while True:
+    while daemon.poll() is None:
         try:
             Connection(SOCKET).call("GetStatus")
             return daemon
         except OSError:
             time.sleep(0.02)
+    raise SystemExit(f"mribd ended with {daemon.returncode}")
 
 
 def table(proto):
