@@ -76,7 +76,7 @@ std::string answerClause(const Router& router, const Explanation& e, const Troub
 std::string faultyLine(const Router& router, const Step& line, std::string_view kind) {
   const Configuration& configuration = router.configuration();
   const std::string text =
-      fmt::format("{}{} {}", lineName(configuration, line.line->mroute), kind, faultText(router, *line.line));
+      fmt::format("{}{} {}", lineName(configuration, line.line->mroute), kind, line.fault);
   const auto circle = router.agent().circle(line.line->mroute);
   return circle.empty() ? text : text + ", with " + lineNames(configuration, std::span(circle).subspan(1));
 }

@@ -3,13 +3,15 @@
 #include <map>
 
 #include "Explanation.h"
+#include "Why.h"
 
 namespace host {
 
 /// Walks from a source to the interfaces, and notes what it meets. Each route is explained once.
 class Explainer {
  public:
-  Explainer(const Router& router, const kernel::ReversePath* kernel) : router_(router), kernel_(kernel) {}
+  Explainer(const Router& router, const kernel::ReversePath* kernel)
+      : router_(router), kernel_(kernel), why_(router) {}
 
   Explanation explain(const Lumo::IpGenAddr& source, std::optional<U32> incoming);
 
@@ -40,6 +42,7 @@ class Explainer {
   void explainRoute(const mrib::Route& route, unsigned depth);
   Cause explainLine(const mrib::Resolution& line, U8 installed, unsigned depth);
   Cause explainFault(const mrib::Resolution& line, std::size_t place, unsigned depth);
+  std::string faultText(mrib::Unresolved fault) const;
   void explainThrough(const mrib::Resolution& line, unsigned depth);
   void explainUnicast();
   void explainKernel();
@@ -47,13 +50,11 @@ class Explainer {
 
   const Router& router_;
   const kernel::ReversePath* kernel_;
+  const Why why_;
   Explanation e_;
   std::map<Lumo::Prefix, Explained> explained_;
   std::vector<Trouble> troubles_;
 };
-
-/// The address of the router in whose subnet another one lies, or null.
-const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address);
 
 /// A step as a sentence, escaped.
 std::string textOf(const Router& router, const Explanation& explanation, const Explanation::Step& step);
@@ -61,8 +62,5 @@ std::string textOf(const Router& router, const Explanation& explanation, const E
 /// What it all comes to: verdict and conclusion.
 void conclude(const Router& router, Explanation& explanation,
               const std::vector<Explainer::Trouble>& troubles);
-
-/// What is wrong with a line, as its predicate, escaped: "does not resolve: there is no such interface".
-std::string faultText(const Router& router, const mrib::Resolution& line);
 
 }  // namespace host

@@ -131,9 +131,17 @@ Explainer::Cause Explainer::explainLine(const Resolution& line, U8 installed, un
   step->line = line;
   step->prefix = Lumo::Prefix(line.mroute.prefix.address.v4Addr(), line.mroute.prefix.length);
   step->state = stateOf(line, installed);
-  if (line.fault) return explainFault(line, place, depth + 1);
+  if (line.fault) {
+    step->fault = faultText(*line.fault);
+    return explainFault(line, place, depth + 1);
+  }
   explainThrough(line, depth + 1);
   return std::nullopt;
+}
+
+std::string Explainer::faultText(mrib::Unresolved fault) const {
+  fault.anotherResolves = false;  // its own step says so
+  return (fault.reason == mrib::Reason::heldBack ? "is " : "does not resolve: ") + why_.of(fault);
 }
 
 /// What is behind a line that does not resolve.
@@ -156,8 +164,7 @@ Explainer::Cause Explainer::explainFault(const Resolution& line, std::size_t pla
   }
   if (!line.address || KernelFeed::isStandIn(*line.address)) return place;
   const bool byAddress = std::holds_alternative<Lumo::IpGenAddr>(line.mroute.rpf);
-  const kernel::Address* subnet = byAddress ? subnetOf(router_, *line.address) : nullptr;
-  if (subnet) addInterface(subnet->link, depth);
+  if (byAddress) addInterface(why_.linkOf(*line.address), depth);
   const U32 longerThan = line.match ? line.match->length() : ~U32{0};
   return addUnresolved(*line.address, longerThan, depth, false).value_or(place);
 }
@@ -204,17 +211,6 @@ void Explainer::addInterface(U32 index, unsigned depth) {
     interface.addresses.push_back(a.local.stringValue() + '/' + std::to_string(a.length));
   }
   add(Kind::interface, depth)->interface = std::move(interface);
-}
-
-const kernel::Address* subnetOf(const Router& router, Lumo::IpAddr address) {
-  const kernel::Mirror& mirror = router.mirror();
-  const kernel::Address* found = nullptr;
-  mirror.topology().forEachOwn(mirror.settings().table, [&](const kernel::Address& a, const kernel::Link&) {
-    const bool covers =
-        a.peer.af() == Lumo::ipv4() && Lumo::Prefix(a.peer.v4Addr(), a.length).contains(address);
-    if (covers && !found) found = &a;
-  });
-  return found;
 }
 
 // ---- What else there is to say ----

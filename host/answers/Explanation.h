@@ -41,6 +41,7 @@ struct Explanation {
     std::optional<kernel::Answer> unicast{};
     std::optional<mrib::Resolution> line{};  ///< of `onCircle`, only what is configured
     LineState state = LineState::inForce;    ///< of the line
+    std::string fault{};  ///< of one that is unresolved, as its predicate, escaped: "does not resolve: ..."
     std::optional<Interface> interface {};
     std::optional<KernelVerdict> kernel{};
     std::size_t seen = 0;  ///< number of the step that explains this route already, counted from 1; 0: none

@@ -82,7 +82,7 @@ std::string lineText(const Router& router, const Step& step) {
     case LineState::unresolved:
       break;
   }
-  return name + ' ' + faultText(router, line);
+  return name + ' ' + step.fault;
 }
 
 std::string throughText(const Router& router, const Step& step) {
@@ -141,32 +141,7 @@ std::string forwardingText(const KernelVerdict& v) {
   return fmt::format("the kernel forwards no multicast from {}: mc_forwarding is off, {}", name, noDaemon);
 }
 
-/// What explains that an address has no MRIB route, to people who see that it has one.
-std::string hintFor(const Router& router, Lumo::IpAddr address) {
-  if (const kernel::Address* subnet = subnetOf(router, address)) {
-    const kernel::Link* link = router.mirror().topology().link(subnet->link);
-    const std::string_view state = !link || !link->up ? "is down"
-                                   : !link->lowerUp   ? "has no carrier"
-                                                      : "has no connected route";
-    return fmt::format("; it is on the subnet of {}, which {}", linkName(router, subnet->link), state);
-  }
-  const RpfAnswer unicast = router.inUnicast(Lumo::IpGenAddr(address));
-  if (unicast.status != RpfAnswer::Status::found) return "";
-  return fmt::format(" (its unicast route {} does not count)", unicast.prefix.stringValue());
-}
-
 }  // namespace
-
-std::string faultText(const Router& router, const mrib::Resolution& line) {
-  mrib::Unresolved fault = *line.fault;
-  fault.anotherResolves = false;  // its own step says so
-  std::string text = whyOf(fault);
-  if (fault.reason == mrib::Reason::heldBack) return "is " + text;
-  if (fault.reason == mrib::Reason::noRoute && line.address && !KernelFeed::isStandIn(*line.address)) {
-    text += hintFor(router, *line.address);
-  }
-  return "does not resolve: " + text;
-}
 
 std::string textOf(const Router& router, const Explanation& e, const Step& step) {
   const std::string source = e.decision.source.stringValue();

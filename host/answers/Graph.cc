@@ -36,7 +36,7 @@ mrib::Unresolved waitingOf(const mrib::Resolution& line, const Lines& all) {
 /// A graph on its way: what is named for the first time becomes a node.
 class Drawing {
  public:
-  explicit Drawing(const Router& router) : router_(router) {
+  explicit Drawing(const Router& router) : router_(router), why_(router) {
     for (const mrib::Link& link : router.agent().links()) links_.emplace(link.name, link.index);
   }
 
@@ -126,7 +126,7 @@ class Drawing {
       const mrib::Unresolved u = line.fault ? *line.fault : waitingOf(line, all);
       edge.state = line.fault ? State::unresolved : State::waiting;
       edge.reason = u.reason;
-      edge.why = whyOf(u);
+      edge.why = why_.of(u);
     }
     graph_.edges.push_back(std::move(edge));
   }
@@ -146,6 +146,7 @@ class Drawing {
   };
 
   const Router& router_;
+  const Why why_;
   Graph graph_;
   std::vector<Prefix> named_;
   std::unordered_map<std::string, U32> links_;  // indices by name

@@ -1,16 +1,57 @@
 #include "Why.h"
 
+#include <fmt/format.h>
+
 #include <set>
 
-#include "KernelFeed.h"
+#include "Escape.h"
 
 namespace host {
 
-std::string whyOf(const mrib::Unresolved& unresolved) {
-  const bool isStandIn = KernelFeed::isStandIn(unresolved.address);
-  if (!isStandIn || unresolved.reason == mrib::Reason::waiting) return unresolved.text();
+using Lumo::IpAddr;
+using Lumo::Prefix;
+
+Why::Why(const Router& router) : router_(router) {
+  const kernel::Mirror& mirror = router.mirror();
+  mirror.topology().forEachOwn(mirror.settings().table, [&](const kernel::Address& a, const kernel::Link&) {
+    if (a.peer.af() != Lumo::ipv4()) return;
+    subnets_.try_emplace(Prefix(a.peer.v4Addr(), a.length), a.link);
+    lengths_[a.length] = true;
+  });
+}
+
+std::string Why::of(const mrib::Unresolved& unresolved) const {
+  if (unresolved.reason == mrib::Reason::waiting) return unresolved.text();
+  if (!KernelFeed::isStandIn(unresolved.address)) {
+    const bool isUnknown = unresolved.reason == mrib::Reason::noRoute;
+    return isUnknown ? unresolved.text() + hintFor(unresolved.address) : unresolved.text();
+  }
   const std::string why = "the interface has no connected route";
   return unresolved.linkIsDown ? why + "; it is down" : why;
+}
+
+std::string Why::hintFor(IpAddr address) const {
+  const std::string text = address.stringValue();
+  if (const U32 index = linkOf(address)) {
+    const kernel::Link* link = router_.mirror().topology().link(index);
+    const std::string_view state = !link || !link->up ? "is down"
+                                   : !link->lowerUp   ? "has no carrier"
+                                                      : "has no connected route";
+    return fmt::format("; {} is on the subnet of {}, which {}", text, link ? escaped(link->name) : "?",
+                       state);
+  }
+  const RpfAnswer unicast = router_.inUnicast(Lumo::IpGenAddr(address));
+  if (unicast.status != RpfAnswer::Status::found) return "";
+  return fmt::format("; the unicast route to {}, {}, does not count", text, unicast.prefix.stringValue());
+}
+
+U32 Why::linkOf(IpAddr address) const {
+  for (U32 length = Prefix::maxLength + 1; length-- > 0;) {
+    if (!lengths_[length]) continue;
+    const auto subnet = subnets_.find(Prefix(address, length));
+    if (subnet != subnets_.end()) return subnet->second;
+  }
+  return 0;
 }
 
 namespace {

@@ -68,7 +68,7 @@ int checkConfig(const Request& request) {
   Json answer;
   answer["valid"] = true;
   answer["configured"] = change.after.mroutes.size();
-  answer["difference"] = documents::ofConfigurationChange(change);
+  answer["difference"] = documents::ofConfigurationChange(change, Why(own->router()));
   if (request.json) {
     print(dump(documentOf(*own, answer), 2));
     return found;

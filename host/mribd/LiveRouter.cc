@@ -99,8 +99,9 @@ void LiveRouter::logDifference(const ConfigurationChange& change, Nanos now) {
   for (const MrouteLine& line : difference.added) lines.push_back("+ " + textOf(line));
   for (const MrouteLine& line : difference.gone) lines.push_back("- " + textOf(line));
   for (const auto& [before, after] : difference.changed) lines.push_back("~ " + textOf(after));
+  const Why why(router_);
   for (const mrib::Unresolved& u : change.unresolved) {
-    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + whyOf(u));
+    lines.push_back("not resolved: " + u.mroute.prefix.stringValue() + ": " + why.of(u));
   }
   if (lines.size() > ConfigurationError::mostPrinted) lines.resize(ConfigurationError::mostPrinted);
   for (const std::string& line : lines) log_.write(Level::notice, line, now);

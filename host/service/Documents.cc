@@ -8,7 +8,6 @@
 #include "ConfigText.h"
 #include "Escape.h"
 #include "Names.h"
-#include "Why.h"
 
 namespace host::documents {
 
@@ -98,10 +97,10 @@ Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute) {
   return json;
 }
 
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& u) {
+Json ofUnresolved(const Configuration& configuration, const Why& why, const mrib::Unresolved& u) {
   Json json = ofMroute(configuration, u.mroute);
   json["reason"] = nameOf(u.reason);
-  json["why"] = whyOf(u);
+  json["why"] = why.of(u);
   return json;
 }
 
@@ -143,7 +142,7 @@ void appendChange(std::string& out, const Router& router, const mrib::Change& ch
   out += '}';
 }
 
-Json ofConfigurationChange(const ConfigurationChange& change, std::size_t most) {
+Json ofConfigurationChange(const ConfigurationChange& change, const Why& why, std::size_t most) {
   std::size_t left = 0;
   const auto list = [&most, &left](const auto& elements, auto&& toJson) {
     const std::size_t taken = std::min(most, elements.size());
@@ -169,7 +168,7 @@ Json ofConfigurationChange(const ConfigurationChange& change, std::size_t most) 
     json["lookupMode"] = {{"before", nameOf(mode->first)}, {"after", nameOf(mode->second)}};
   }
   json["unresolved"] =
-      list(change.unresolved, [&change](const mrib::Unresolved& u) { return ofUnresolved(change.after, u); });
+      list(change.unresolved, [&](const mrib::Unresolved& u) { return ofUnresolved(change.after, why, u); });
   json["warnings"] = list(change.warnings, [](const std::string& warning) { return Json(warning); });
   json["left"] = left;
   return json;

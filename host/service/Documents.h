@@ -4,7 +4,7 @@
 
 #include "Configurator.h"
 #include "Exporter.h"
-#include "Router.h"
+#include "Why.h"
 
 /// What there is to say, as JSON documents: one shape for the control protocol and for `mrib -j`.
 namespace host::documents {
@@ -13,12 +13,12 @@ using Json = nlohmann::ordered_json;
 
 /// A configured route, and where it was written.
 Json ofMroute(const Configuration& configuration, const mrib::Mroute& mroute);
-Json ofUnresolved(const Configuration& configuration, const mrib::Unresolved& unresolved);
+Json ofUnresolved(const Configuration& configuration, const Why& why, const mrib::Unresolved& unresolved);
 /// A route in force that an exported table has not, or not wholly.
 Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);
 /// At most so many elements in all; `left` says how many more there are.
-Json ofConfigurationChange(const ConfigurationChange& change, std::size_t most = ~std::size_t{0});
+Json ofConfigurationChange(const ConfigurationChange& change, const Why& why, std::size_t most = ~std::size_t{0});
 
 // Of routes there are many, and clients wait for their changes: these are written at once, in half a
 // microsecond.

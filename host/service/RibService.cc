@@ -295,11 +295,11 @@ Answer RibService::listUnresolved(Call& call) {
   if (setting_.exported) *more = notExported(router_, setting_.exported->exporter);
   auto list = std::make_unique<ListStream>(
       headOf(router_), "unresolved", unresolved->size() + more->size(),
-      [this, unresolved, more](std::size_t i, std::string& out) {
+      [this, why = Why(router_), unresolved, more](std::size_t i, std::string& out) {
         const bool isExport = i >= unresolved->size();
-        out +=
-            documents::textOf(isExport ? (*more)[i - unresolved->size()]
-                                       : documents::ofUnresolved(router_.configuration(), (*unresolved)[i]));
+        out += documents::textOf(
+            isExport ? (*more)[i - unresolved->size()]
+                     : documents::ofUnresolved(router_.configuration(), why, (*unresolved)[i]));
       });
   return answerWith(std::move(list), call.more);
 }
@@ -339,8 +339,9 @@ Configurator& RibService::configuratorFor(const Call& call) const {
 
 Answer RibService::answerTo(const ConfigurationChange& change) const {
   if (!change.reasons.empty()) return errorReply("org.mrib.Refused", {{"reasons", change.reasons}});
-  return Reply{fmt::format(R"({{"generation":{},"difference":{}}})", router_.generation(),
-                           documents::textOf(documents::ofConfigurationChange(change, elementsAtOnce)))};
+  return Reply{
+      fmt::format(R"({{"generation":{},"difference":{}}})", router_.generation(),
+                  documents::textOf(documents::ofConfigurationChange(change, Why(router_), elementsAtOnce)))};
 }
 
 Answer RibService::reload(Call& call) {

@@ -74,9 +74,10 @@ struct Simulation::Daemon {
   }
   std::string unresolved() {
     std::string all;
-    const auto& configuration = live.router().configuration();
-    for (const auto& u : live.router().agent().unresolved()) {
-      all += documents::textOf(documents::ofUnresolved(configuration, u)) + '\n';
+    const Router& router = live.router();
+    const Why why(router);
+    for (const auto& u : router.agent().unresolved()) {
+      all += documents::textOf(documents::ofUnresolved(router.configuration(), why, u)) + '\n';
     }
     return all;
   }
