@@ -247,6 +247,11 @@ TEST(CarelessHost, TakesPartsAwayAndGivesThemAgain) {
        [](Chain& w) { w.mrib->trieBuilderIs(w.mribStatus, w.mrib->mribShadow()); }},
       {[](Chain& w) { w.mrib->routeResolver()->uribStatusIs(nullptr); },
        [](Chain& w) { w.mrib->routeResolver()->uribStatusIs(w.urib); }},
+      {[](Chain& w) {
+         w.mrib->routeResolver()->uribStatusDel();
+         EXPECT_FALSE(w.mrib->routeResolver()->zan_TrieIn()) << "it follows no other trie";
+       },
+       [](Chain& w) { w.mrib->routeResolver()->uribStatusIs(w.urib); }},
       {[](Chain& w) { w.urib->trieIs(nullptr), w.mrib->routeResolver()->handleChangedRoute(); },
        [](Chain& w) { w.urib->trieIs(w.unicastTrie); }},
       {[](Chain& w) { w.mrib->routeResolver()->mribStatusIs(nullptr); },

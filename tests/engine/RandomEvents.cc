@@ -71,7 +71,7 @@ bool RandomEvents::allows(const std::string& event, const OnModel& onModel) {
 }
 
 void RandomEvents::start() {
-  if (way_ == Way::traced) recorder_ = std::make_unique<TraceRecorder>();
+  if (way_ == Way::traced || way_ == Way::marked) recorder_ = std::make_unique<TraceRecorder>(mostTraced());
   newEngine();
 }
 
@@ -479,8 +479,9 @@ std::string RandomEvents::traceDifference() const {
     if ((name.starts_with("void ") || name.starts_with("S32 ")) && !name.ends_with("::" + m.function))
       return "function " + m.function + " of " + m.text;
   }
-  for (const auto& m : model_.traces)
-    model.push_back(m.handle + " " + std::to_string(m.level) + " " + m.text);
+  for (const auto& m : model_.traces) {
+    if (m.level <= mostTraced()) model.push_back(m.handle + " " + std::to_string(m.level) + " " + m.text);
+  }
   for (std::size_t i = 0; i < std::max(engine.size(), model.size()); ++i) {
     const std::string a = i < engine.size() ? engine[i] : "nothing";
     const std::string b = i < model.size() ? model[i] : "nothing";

@@ -38,6 +38,7 @@ class RandomEvents {
     return pool[random_() % pool.size()];
   }
   U32 intf();
+  U32 mostTraced() const { return way_ == Way::marked ? 7 : 9; }
   std::string prefixText();
   Routing::Multicast::Rib::RouteResolverSm& resolver() const { return *world_.mrib->routeResolver(); }
 

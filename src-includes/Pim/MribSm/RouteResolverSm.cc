@@ -109,20 +109,21 @@ Ptr<Routing::Shadow::Status> RouteResolverSm::uribStatus() const {
 
 void RouteResolverSm::uribStatusIs(const Ptr<Routing::Shadow::Status>& status) {
   if (uribStatus() == status) return;
-  uribStatusDel();
-  if (status) {
-    const auto reactor = Zan::create<ZanUribStatus>(nullptr, this);
-    uribStatus_ = reactor;
-    reactor->zanDoZombieReactors(isZombie());
-    reactor->notifierIs(status);
-  } else {
-    zan_TrieInIs(nullptr);
+  if (!status) {
+    uribStatusDel();
+    return;
   }
+  Zan::retire(std::exchange(uribStatus_, nullptr), &ZanUribStatus::routeResolverSmIs);
+  const auto reactor = Zan::create<ZanUribStatus>(nullptr, this);
+  uribStatus_ = reactor;
+  reactor->zanDoZombieReactors(isZombie());
+  reactor->notifierIs(status);
 }
 
 Ptr<RouteResolverSm::ZanUribStatus> RouteResolverSm::uribStatusDel() {
   Ptr<ZanUribStatus> old = std::exchange(uribStatus_, nullptr);
   Zan::retire(old, &ZanUribStatus::routeResolverSmIs);
+  zan_TrieInIs(nullptr);
   return old;
 }
 
