@@ -76,6 +76,12 @@ std::optional<U32> number(std::string_view text) {
   return value;
 }
 
+std::optional<U32> weightOf(std::string_view text) {
+  constexpr U32 heaviest = 256;
+  const auto value = number(text);
+  return value && *value >= 1 && *value <= heaviest ? value : std::nullopt;
+}
+
 std::optional<IpGenAddr> gatewayOf(std::string_view text) {
   if (const auto v4 = IpAddr::parse(text)) return IpGenAddr(*v4);
   if (const auto v6 = Lumo::Ip6Addr::parse(text)) return IpGenAddr(*v6);
@@ -149,7 +155,7 @@ bool takeLegWord(Reader& reader, RouteRequest::Leg& leg) {
   } else if (reader.take("onlink")) {
     leg.onlink = true;
   } else if (reader.take("weight")) {
-    reader.value(number, "a number");
+    reader.value(weightOf, "a weight from 1 to 256");
   } else {
     return false;
   }

@@ -99,12 +99,12 @@ fs::path folderOf(const fs::path& path) {
 }  // namespace
 
 void save(const std::string& path, const std::string& text) {
-  const fs::path target = followed(path);
   struct stat status {};
-  const bool exists = stat(target.c_str(), &status) == 0;
-  if (!exists && errno != ENOENT) fail(target, "look at the old one");
+  const bool exists = stat(path.c_str(), &status) == 0;  // not its target: /dev/stdout leads to no path
+  if (!exists && errno != ENOENT) fail(path, "look at the old one");
   if (exists && !S_ISREG(status.st_mode))
     throw Error(escaped(path) + ": can't save it: it is not a regular file");
+  const fs::path target = followed(path);
   const Descriptor folder(open(folderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.fd() < 0) fail(target, "open its folder");
   Replacement replacement(target);

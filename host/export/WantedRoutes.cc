@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "ConfigText.h"
 #include "Escape.h"
 
 namespace host {
@@ -52,10 +53,11 @@ void WantedRoutes::addWay(const Prefix& prefix, const mrib::NextHop& hop, Wanted
   if (user_ == ExportFor::kernel) return addHop({}, hop.link, wanted);
   if (addNeighbor(prefix, hop.link, wanted)) return;
   const std::string* name = router_.linkName(hop);
+  const MrouteLine line{prefix, name ? *name : "INTERFACE", 1, 0};
   wanted.fault = fmt::format(
       "the neighbour on {} is not known: it is no point-to-point link with one peer, and none is named "
-      "(ip mroute {} {} neighbor ADDRESS)",
-      name ? escaped(*name) : "?", prefix.stringValue(), name ? escaped(*name) : "INTERFACE");
+      "({} neighbor ADDRESS)",
+      name ? escaped(*name) : "?", textOf(line));
 }
 
 bool WantedRoutes::addNeighbor(const Prefix& prefix, U32 link, Wanted& wanted) const {

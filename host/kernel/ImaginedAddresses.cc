@@ -40,6 +40,17 @@ bool ImaginedKernel::isOwn(const IpGenAddr& local) const {
                      [&](const Address& address) { return address.local == local && isHeld(address); });
 }
 
+/// Of a subnet that has more than two addresses, or of all.
+bool ImaginedKernel::isBroadcast(IpAddr address) const {
+  constexpr U8 longest = 30;
+  return address.host() == ~U32{0} ||
+         std::any_of(addresses_.begin(), addresses_.end(), [&](const Address& a) {
+           const Prefix subnet = subnetOf(a);
+           return a.length <= longest && links_.at(a.link).up && isHeld(a) && subnet.contains(address) &&
+                  address.host() == (subnet.address().host() | ~Prefix::mask(a.length));
+         });
+}
+
 /// For the table whose routes this knows.
 bool ImaginedKernel::isHeld(const Address& address) const {
   return tableOf(links_.at(address.link)) == (vrf_ == 0 ? tableMain : vrf_);

@@ -96,6 +96,7 @@ class ImaginedKernel {
   void disconnect(const Address& address);
   void drop(const Address& address);
   bool isOwn(const IpGenAddr& address) const;
+  bool isBroadcast(Lumo::IpAddr address) const;
   std::vector<Address*> addressesOf(U32 link);
   void erase(const Address& address);
 

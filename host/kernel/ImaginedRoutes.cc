@@ -21,6 +21,8 @@ constexpr U8 scopeHost = 254;
 constexpr U8 scopeNowhere = 255;
 constexpr U32 tableLocal = 255;
 
+const Prefix groups("224.0.0.0/4");
+
 /// But for what passes (their flags) and what no request says (metrics, weights).
 bool isSame(const Route& a, const Route& b) {
   const auto sameHop = [](const Hop& x, const Hop& y) {
@@ -102,7 +104,10 @@ Hop ImaginedKernel::hopOf(const RouteRequest::Leg& leg, U8 scope) const {
   if (!leg.link.empty()) hop.link = linkNamed(leg.link);
   const std::string gateway = leg.gateway.stringValue();
   const bool isDirect = leg.gateway == IpGenAddr();
-  if (leg.gateway.af() == Lumo::ipv4() && !isDirect && !leg.onlink) {
+  const bool isIpv4 = leg.gateway.af() == Lumo::ipv4() && !isDirect;
+  if (isIpv4 && (groups.contains(leg.gateway.v4Addr()) || isBroadcast(leg.gateway.v4Addr())))
+    throw Error("the gateway " + gateway + " is a group or broadcast address");
+  if (isIpv4 && !leg.onlink) {
     const auto way = wayTo(leg.gateway.v4Addr(), hop.link, scope);
     if (!way) throw Error("the gateway " + gateway + " is on no link" + (leg.link.empty() ? "" : " there"));
     hop.link = way->link;

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <span>
 #include <tuple>
 
 #include "Client.h"
@@ -21,6 +24,17 @@ namespace host {
 
 namespace {
 
+/// Until one of the descriptors can be read, for so many milliseconds (-1: forever). Throws Error when
+/// standard output counts and nobody reads it any more.
+void waitFor(std::span<const int> inputs, int patience, bool outputCounts) {
+  std::vector<pollfd> fds{{outputCounts ? STDOUT_FILENO : -1, 0, 0}};
+  for (const int fd : inputs) fds.push_back({fd, POLLIN, 0});
+  const int ready = poll(fds.data(), fds.size(), patience);
+  if (ready < 0 && errno != EINTR) throw Error("waiting: poll failed");
+  if (ready > 0 && (fds[0].revents & (POLLERR | POLLHUP)) != 0)
+    throw Error("standard output: nobody reads it any more");
+}
+
 // ---- The daemon ----
 
 class Daemon : public Backend {
@@ -35,6 +49,7 @@ class Daemon : public Backend {
               const std::function<bool(const Json&)>& each) override {
     client_.send(method, parameters, true);
     for (;;) {
+      if (!client_.hasReply()) waitFor(std::array{client_.fd()}, -1, isFollowing_);
       const auto message = client_.next();
       if (!each(Json(message.parameters)) || !message.continues) return;
     }
@@ -142,9 +157,8 @@ class Once : public OwnReading {
     if (!live_) return false;
     const Nanos until = std::min({due, live_->turn(now), router_->turn(now)});
     if (until <= now) return true;
-    pollfd fds[] = {{live_->eventFd(), POLLIN, 0}, {live_->answerFd(), POLLIN, 0}};
     const auto patience = static_cast<int>(std::min<Nanos>((until - now) / milliseconds(1) + 1, 60000));
-    if (poll(fds, 2, patience) < 0 && errno != EINTR) throw Error("kernel: poll failed");
+    waitFor(std::array{live_->eventFd(), live_->answerFd()}, patience, isFollowing_);
     return true;
   }
 

@@ -23,6 +23,16 @@ class Backend {
   /// Hands in each reply; for those that never end, until `each` says false.
   virtual void stream(const std::string& method, const Json& parameters,
                       const std::function<bool(const Json&)>& each) = 0;
+  /// The same for one that is printed and does not end, until nobody reads standard output any more: after
+  /// `| head` this process would stay until the next change, and with it a client of the daemon's few.
+  void follow(const std::string& method, const Json& parameters,
+              const std::function<bool(const Json&)>& each) {
+    isFollowing_ = true;
+    stream(method, parameters, each);
+  }
+
+ protected:
+  bool isFollowing_ = false;
 };
 
 /// Where a process reads on its own.

@@ -58,6 +58,7 @@ std::string textOf(const control::RemoteError& e) {
   if (e.name() == "org.varlink.service.PermissionDenied") {
     return "only root and members of the group mrib may change the configuration";
   }
+  if (e.name() == "org.varlink.service.InvalidParameter") return "the daemon refuses " + word("parameter");
   if (e.name() != "org.mrib.Refused") return e.what();
   std::string text = "refused, nothing has changed:";
   for (const auto& reason : p.at("reasons")) text += "\n  " + reason.get<std::string>();

@@ -41,7 +41,7 @@ int reload(const Request& request) {
 int configure(const Request& request) {
   const auto backend = onlyDaemonFor(request);
   std::vector<std::string> commands;
-  for (const std::string& argument : request.arguments) commands.push_back(jsonText(argument));
+  for (const std::string& argument : request.arguments) commands.push_back(configurationText(argument));
   const Json parameters{{"commands", commands}, {"save", request.save}, {"dryRun", request.dryRun}};
   return showDifference(request, *backend, backend->call("org.mrib.Configure", parameters));
 }

@@ -37,7 +37,7 @@ int follow(const Request& request, Backend& backend) {
   text::FlowTable table;
   std::size_t told = 0;
   bool isBegun = false;
-  backend.stream("org.mrib.Check", question, [&](const Json& reply) {
+  backend.follow("org.mrib.Check", question, [&](const Json& reply) {
     if (request.json) {
       Json line{{"schemaVersion", schemaVersion}};
       line.update(reply);

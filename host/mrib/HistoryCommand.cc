@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <ctime>
 
 #include "Clock.h"
@@ -50,6 +51,14 @@ U64 sinceEpoch(std::time_t time) {
   return static_cast<U64>(std::max<std::time_t>(time, 0));
 }
 
+/// "2026-02-30" has the form of one.
+bool isDay(const std::tm& date) {
+  using namespace std::chrono;
+  return year_month_day(year(date.tm_year + 1900), month(static_cast<unsigned>(date.tm_mon + 1)),
+                        day(static_cast<unsigned>(date.tm_mday)))
+      .ok();
+}
+
 /// A time of a local clock; without a date the last time that the clock showed it.
 std::optional<U64> clockTime(const std::string& text, std::time_t now) {
   for (const char* format : {"%H:%M", "%H:%M:%S", "%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S"}) {
@@ -60,7 +69,7 @@ std::optional<U64> clockTime(const std::string& text, std::time_t now) {
     if (hasDate) local.tm_hour = local.tm_min = 0;
     local.tm_isdst = -1;
     const char* end = strptime(text.c_str(), format, &local);
-    if (!end || *end != '\0') continue;
+    if (!end || *end != '\0' || !isDay(local)) continue;
     if (const std::time_t time = std::mktime(&local); hasDate || time <= now) return sinceEpoch(time);
     --local.tm_mday;
     local.tm_isdst = -1;

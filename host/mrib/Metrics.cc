@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -107,6 +109,25 @@ void addExport(Metrics& m, const Json& exported) {
             labels);
 }
 
+/// What an interface counts has one sample, though a routing daemon may have added it twice.
+Json summed(const Json& interfaces) {
+  std::map<std::pair<Json, Json>, std::size_t> places;
+  Json sums = Json::array();
+  for (const Json& interface : interfaces) {
+    const auto [at, isNew] =
+        places.try_emplace({interface.at("interface"), interface.at("table")}, sums.size());
+    if (isNew) {
+      sums.push_back(interface);
+      continue;
+    }
+    for (const char* member : {"packetsIn", "bytesIn", "packetsOut", "bytesOut"}) {
+      Json& sum = sums[at->second][member];
+      sum = sum.get<std::uint64_t>() + interface.at(member).get<std::uint64_t>();
+    }
+  }
+  return sums;
+}
+
 void addForwarding(Metrics& m, const Json& check, const Json& interfaces) {
   m.name("mrib_flows", "gauge",
          "Entries of the kernel's multicast forwarding cache, by what the MRIB says of them.");
@@ -137,7 +158,7 @@ std::string metricsOf(const Json& status, const Json& check, const Json& interfa
   addStatus(metrics, status);
   addMirror(metrics, status.at("mirror"));
   addExport(metrics, status.at("export"));
-  addForwarding(metrics, check, interfaces);
+  addForwarding(metrics, check, summed(interfaces));
   return metrics.text();
 }
 

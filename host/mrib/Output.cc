@@ -42,6 +42,12 @@ std::string dump(const Json& document, int indent) {
   return document.dump(indent, ' ', true, Json::error_handler_t::replace) + '\n';
 }
 
+std::string configurationText(const std::string& argument) {
+  if (jsonText(argument) == argument) return argument;
+  throw UsageError('"' + escaped(argument) +
+                   "\": it is no UTF-8; write the name in double quotes, and such bytes as \\xHH");
+}
+
 Json documentOf(const Backend& backend, const Json& answer) {
   Json document;
   document["schemaVersion"] = schemaVersion;

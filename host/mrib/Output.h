@@ -19,6 +19,10 @@ void put(const std::string& file, const std::string& text);
 /// In ASCII, so that nothing in it moves a terminal; with a negative indent on one line.
 std::string dump(const Json& document, int indent);
 
+/// Words of a configuration, for a request. Throws UsageError for bytes that are no UTF-8, which it can't
+/// hold.
+std::string configurationText(const std::string& argument);
+
 /// An answer as the command prints it: with who gave it.
 Json documentOf(const Backend& backend, const Json& answer);
 

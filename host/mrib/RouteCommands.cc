@@ -149,7 +149,7 @@ int status(const Request& request) {
 
 int monitor(const Request& request) {
   const auto backend = backendFor(request);
-  backend->stream("org.mrib.Monitor", Json::object(), [&](const Json& reply) {
+  backend->follow("org.mrib.Monitor", Json::object(), [&](const Json& reply) {
     std::string out;
     for (const Json& change : reply.at("changes")) {
       if (!request.json) {
@@ -175,7 +175,7 @@ int watch(const Request& request) {
   Json prefixes = Json::array();
   for (const std::string& argument : addressesOf(request))
     (isPrefix(argument) ? prefixes : addresses).push_back(argument);
-  backend->stream("org.mrib.Watch", {{"addresses", addresses}, {"prefixes", prefixes}},
+  backend->follow("org.mrib.Watch", {{"addresses", addresses}, {"prefixes", prefixes}},
                   [&](const Json& reply) {
                     if (request.json) {
                       Json line{{"schemaVersion", schemaVersion}};

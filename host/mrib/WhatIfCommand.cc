@@ -27,7 +27,7 @@ std::vector<std::string> changesOf(const std::vector<std::string>& arguments) {
   for (std::size_t at = 0; at < all.size();) {
     const std::size_t stop = std::min(all.find(end, at), all.size());
     const std::string change = all.substr(at, stop - at);
-    if (change.find_first_not_of(' ') != change.npos) changes.push_back(jsonText(change));
+    if (change.find_first_not_of(' ') != change.npos) changes.push_back(configurationText(change));
     at = stop + end.size();
   }
   return changes;

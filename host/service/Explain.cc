@@ -90,12 +90,14 @@ Json ofStep(const Router& router, const Explanation::Step& step, std::size_t num
   return json;
 }
 
-/// The link with a name, or with it among its alternative names.
+/// The link with a name, or with it among its alternative names; as documents tell them, since a request can
+/// have no others.
 const kernel::Link& linkNamed(const Router& router, const std::string& name) {
+  const auto isMeant = [&](const std::string& other) { return jsonText(other) == name; };
   for (const auto& [index, entry] : router.mirror().topology().links.all()) {
     const kernel::Link& link = entry.value.link;
     const auto& others = link.alternativeNames;
-    if (link.name == name || std::find(others.begin(), others.end(), name) != others.end()) return link;
+    if (isMeant(link.name) || std::any_of(others.begin(), others.end(), isMeant)) return link;
   }
   throw errorReply("org.mrib.NotFound", {{"why", "there is no interface \"" + escaped(name) + '"'}});
 }

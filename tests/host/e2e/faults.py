@@ -195,6 +195,9 @@ def hostile(w):
     text = subprocess.run([w.mrib, "--socket", w.daemon.path], capture_output=True, check=True).stdout
     assert all(32 <= byte < 127 or byte == 10 for byte in text), text
     assert w.daemon.connect().call("ListUnresolved")["unresolved"] == []
+    for i, name in enumerate(HOSTILE, 1):
+        said = subprocess.run([w.mrib, "--socket", w.daemon.path, "explain", f"20.{i}.0.9", "--in", name], capture_output=True)
+        assert b"there is no interface" not in said.stderr and said.stdout, said
 
 
 def written(name):
@@ -304,6 +307,14 @@ def vanishes(w):
         connection.socket.close()
 
 
+def reader_vanishes(w):
+    """Nothing changes meanwhile: what prints has to find out by itself."""
+    for words in ("monitor", "watch 10.0.0.9", "check --watch --interval 0.1"):
+        for who in ("--socket " + w.daemon.path, "--once"):
+            run = subprocess.run(f"{w.mrib} {who} {words} 2>/dev/null | head -n 1", shell=True, timeout=5, capture_output=True)
+            assert run.stdout, words
+
+
 def stuck(w):
     manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
     manager.bind("\0" + MANAGER)
@@ -387,6 +398,7 @@ ROWS = [
     Row("disk full", full_disk),
     Row("malicious requests", malicious, "is dropped: no request", lines=3),
     Row("client vanishes", vanishes),
+    Row("reader vanishes", reader_vanishes),
     Row("10,000 connections", connections),
     Row("signals", lambda w: [os.kill(w.pid, number) for number in SIGNALS * 500], READ_AGAIN),
     Row("client never reads", rude(b'{"method":"org.mrib.GetConfiguration"}\0' * 9000, 1 << 20, 40), "nothing read", turns=1, heavy=True),

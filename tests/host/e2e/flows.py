@@ -191,7 +191,7 @@ def with_strict_filter(hosts, asker):
 # ---- A routing daemon that does what is wanted ----
 
 def with_own_daemon(hosts, asker):
-    mrouter = Mrouter(["e1", "e2"])
+    mrouter = Mrouter(["e1", "e2", "e1"])
     hosts.send(1, "10.1.0.2", "239.2.2.2")
     asker.expect("a flow that nobody answers", "unresolved", "no routing daemon has said", "239.2.2.2")
     hosts.claim(1, "192.0.2.9/32")
@@ -217,6 +217,8 @@ def metrics(asker, interface):
     escaped = interface.replace("\\", "\\\\").replace('"', '\\"').replace("\x1b", "\\\\x1B")
     expect(f'mrib_multicast_packets_total{{interface="{escaped}",table="253",direction="in"}}' in text, text)
     expect('\nmrib_flows{verdict="anySource"} 2\n' in text, text)
+    samples = [line.rsplit(" ", 1)[0] for line in text.splitlines() if not line.startswith("#")]
+    expect(len(samples) == len(set(samples)), "an interface that was added twice: " + text)
     if shutil.which("promtool"):
         checked = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True, check=False)
         expect(checked.returncode == 0, checked)

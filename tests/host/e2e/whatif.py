@@ -49,7 +49,7 @@ class Test(live.Test):
         prefix = r.choice([f"10.{net}.0.0/24", f"10.{net}.0.{host}", "10.0.0.0/13", "default", "198.51.100.0/24"])
         near = self.known_address() or (link, "127")
         near = (link, f"10.{net}.0.1/24") if near[1].startswith("127") else near
-        gateway = f"{near[1].rpartition('.')[0]}.{r.choice([1, 2, 9, 9])}"
+        gateway = f"{near[1].rpartition('.')[0]}.{r.choice([1, 2, 9, 9, 255])}"
         link = near[0] if r.random() < 0.4 else link
         metric = r.choice(["", "", f" metric {r.randrange(3)}", f" metric {r.randrange(3)} tos 0x10"])
         option = r.choice(["", "", f" scope {r.choice(SCOPES)}", f" src 10.{net}.0.{host}", f" scope {r.choice(SCOPES)}", " table main",
