@@ -53,9 +53,9 @@ class VirtualKernel {
 
   /// An errno, or 0 when the route would be taken.
   int faultOf(const Route& route);
+  Route shown(Route route) const;
   const std::map<U32, Link>& links() const { return links_; }
   const std::vector<Address>& addresses() const { return addresses_; }
-  const std::map<U32, host::kernel::NextHop>& nextHops() const { return nextHops_; }
   Table& table(U32 number) { return tables_[number]; }
   /// Whether somebody who follows what is written to the exported table has another route to a prefix than
   /// the daemon's, or none; not where the daemon cannot know.
@@ -74,7 +74,7 @@ class VirtualKernel {
   class Writer;
 
   using Body = decltype(host::kernel::Event::body);
-  void tell(const Body& body, U16 flags = 0);
+  void tell(Body body, U16 flags = 0);
   void deliver();
   void loseEvents();
 
@@ -101,7 +101,7 @@ class VirtualKernel {
   void addAddress();
   void deleteAddress(Address address);
   void changeNextHop();
-  void eraseNextHop(U32 id);
+  void eraseNextHop(U32 id, bool isAsked);
   void eraseNextHopsOn(U32 link);
 
   Dice& dice_;
@@ -115,6 +115,7 @@ class VirtualKernel {
   std::vector<Socket*> sockets_;
   U64 changes_ = 0;
   bool faulty_ = false;
+  bool ignoresLinkdown_ = false;
   bool hiding_ = false;
   bool inChange_ = false;
   host::Nanos refusedAt_ = 0;

@@ -75,6 +75,7 @@ void put(Datagram& d, const NextHopChange& c, U16 flags, U32 sequence) {
   std::vector<nexthop_grp> group;
   for (const U32 id : n.group) group.push_back({id, 0, 0, 0});
   if (!group.empty()) d.attribute(NHA_GROUP, group.data(), group.size() * sizeof group[0]);
+  if (n.blackhole) d.attribute(NHA_BLACKHOLE, nullptr, 0);
   if (n.hop.link != 0) d.attribute(NHA_OIF, n.hop.link);
   putAddress(d, NHA_GATEWAY, n.hop.gateway);
 }
@@ -88,6 +89,8 @@ void put(Datagram& d, const RouteChange& c, U16 flags, U32 sequence) {
             flags, sequence);
   d.attribute(RTA_TABLE, r.table).attribute(RTA_PRIORITY, r.metric);
   putAddress(d, RTA_DST, IpGenAddr(r.prefix.v4Prefix().address()));
+  putAddress(d, RTA_PREFSRC, r.source);
+  if (r.rest != 0) d.attribute(RTA_FLOW, r.rest);
   if (r.nextHop != 0) d.attribute(RTA_NH_ID, r.nextHop);
   if (one) d.attribute(RTA_OIF, r.hops[0].link), putAddress(d, RTA_GATEWAY, r.hops[0].gateway);
   std::vector<U8> legs;
@@ -154,8 +157,9 @@ void putAside(Datagram& d, U32 what, const std::string& name, U32 number) {
   }
 }
 
-void VirtualKernel::tell(const Body& body, U16 flags) {
+void VirtualKernel::tell(Body body, U16 flags) {
   Datagram d;
+  if (auto* change = std::get_if<RouteChange>(&body)) change->route = shown(change->route);
   if (faulty_ && !links_.empty()) putAside(d, dice_(40), links_.begin()->second.name, links_.begin()->first);
   std::visit([&](const auto& b) { put(d, b, flags, 0); }, body);
   if (isLoud)
@@ -273,7 +277,7 @@ std::vector<U8> VirtualKernel::Socket::part() {
     const Table& table = kernel_.tables_[table_];
     for (auto it = after_.empty() ? table.begin() : table.upper_bound(after_); it != table.end() && count > 0;
          ++it) {
-      for (const Route& r : it->second) tell(RouteChange{r});
+      for (const Route& r : it->second) tell(RouteChange{kernel_.shown(r)});
       after_ = it->first;
       count -= !it->second.empty();
     }
