@@ -398,7 +398,8 @@ void VirtualKernel::eraseNextHop(U32 id, bool isAsked) {
 void VirtualKernel::eraseNextHopsOn(U32 link) {
   for (U32 id = 1; id <= 3; ++id) {
     const auto at = nextHops_.find(id);
-    if (at != nextHops_.end() && !at->second.blackhole && at->second.hop.link == link) eraseNextHop(id, false);
+    if (at != nextHops_.end() && !at->second.blackhole && at->second.hop.link == link)
+      eraseNextHop(id, false);
   }
 }
 
@@ -423,8 +424,8 @@ void VirtualKernel::changeNextHop() {
   if (object.id > 3 && object.group.empty()) return;
   const auto uses = [&](U32 id) {
     const auto used = nextHops_.find(id);
-    return id == object.id ||
-           (used != nextHops_.end() && std::count(used->second.group.begin(), used->second.group.end(), object.id));
+    return id == object.id || (used != nextHops_.end() &&
+                               std::count(used->second.group.begin(), used->second.group.end(), object.id));
   };
   for (U32 group = 4; group <= 5; ++group) {
     if (object.blackhole && uses(group) && nextHops_[group].group.size() > 1) return;
