@@ -191,6 +191,7 @@ void Simulation::event() {
   } else if (what < 36) {
     pass(milliseconds(dice_(100)));
   } else if (what < 37) {
+    if (dice_(4) == 0) stop();
     pass(seconds(dice_(12)));
   } else if (what < 39) {
     rest(dice_(4) == 0);
@@ -211,8 +212,9 @@ LiveRouter::Options Simulation::options(bool isFresh) const {
   return options;
 }
 
-/// It dies and comes back, if it was there.
+/// It dies or ends and comes back, if it was there.
 void Simulation::start() {
+  if (daemon_ && export_ && dice_(2) == 0) end();
   say("starts");
   clients_.clear();
   list_.reset();
@@ -225,6 +227,27 @@ void Simulation::start() {
   } catch (const Error&) {  // lines that lead in a circle
     std::ofstream(path_, std::ios::trunc) << "";
     daemon_ = std::make_unique<Daemon>(options(false), sink);
+  }
+}
+
+/// It does nothing for a while. Whoever is in the middle of a request may be too late with it then, and a
+/// reading that it was in the middle of has taken so long that the next one waits.
+void Simulation::stop() {
+  for (auto& client : clients_) client->wasDeaf |= !client->unsent.empty();
+  now_ += seconds(dice_(90));
+  pass(kernel::Schedule::Settings().rest + atMost);
+}
+
+/// In peace, it takes along what is its own.
+void Simulation::end() {
+  rest(false);
+  const auto check = std::exchange(kernel_.onWrite, {});
+  daemon_->live.end();
+  kernel_.onWrite = check;
+  for (const auto& [prefix, routes] : kernel_.table(VirtualKernel::exportTable)) {
+    for (const auto& route : routes) {
+      if (route.protocol == Exporter::protocol) fail("left behind: " + describe(route));
+    }
   }
 }
 

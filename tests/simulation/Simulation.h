@@ -28,6 +28,8 @@ class Simulation {
   // What happens
   void event();
   void start();
+  void stop();
+  void end();
   void connect();
   void meddle(Client& client);
   void configure();

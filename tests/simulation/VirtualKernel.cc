@@ -296,7 +296,23 @@ void VirtualKernel::makeLink() {
   if (std::any_of(links_.begin(), links_.end(), taken)) return;
   const bool up = dice_(2) == 0;
   const U32 vrfTable = dice_(6) == 0 ? 100 : 0;
-  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, dice_(6), vrfTable}});
+  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, 0, vrfTable}});
+}
+
+/// A VRF takes a link down and up again, into or out of its table.
+void VirtualKernel::masterIs(Link& link, U32 master) {
+  if (link.master == master || link.index == master || (master != 0 && !links_.contains(master))) return;
+  const U32 before = vrfTableOf(link);
+  link.master = master;
+  tell(LinkChange{link});
+  if (vrfTableOf(link) == before || !link.up) return;
+  linkIs(link, false);
+  linkIs(link, true);
+}
+
+U32 VirtualKernel::vrfTableOf(const Link& link) const {
+  if (link.vrfTable != 0) return link.vrfTable;
+  return link.master == 0 ? 0 : links_.at(link.master).vrfTable;
 }
 
 void VirtualKernel::deleteLink() {
@@ -310,6 +326,9 @@ void VirtualKernel::deleteLink() {
   dropRoutesIf([&](const Route& r) {
     return std::any_of(r.hops.begin(), r.hops.end(), [&](const Hop& h) { return h.link == index; });
   });
+  for (auto& [other, slave] : links_) {
+    if (slave.master == index) masterIs(slave, 0);
+  }
   tell(LinkChange{*link, true});
   links_.erase(index);
 }
@@ -320,7 +339,7 @@ void VirtualKernel::connect(const Address& a) {
   if (a.secondary || !links_.at(a.link).up) return;
   Route r;
   r.prefix = subnetOf(a);
-  r.table = mainTable;
+  r.table = tableOf(a.link);
   r.protocol = protocolKernel;
   r.scope = RT_SCOPE_LINK;
   r.hops = {{{}, a.link, 0}};
@@ -349,14 +368,20 @@ void VirtualKernel::addAddress() {
   if (isFirst && link->up) legsAre(a.link, Hop::dead, false);
 }
 
-/// Takes its secondaries along, and as the last one of its link all routes over that.
+/// Takes its secondaries along, or the first takes its place, and as the last one of its link all routes over
+/// that.
 void VirtualKernel::deleteAddress(Address a) {
   const auto same = [&](const Address& o) { return o.link == a.link && o.local == a.local; };
   const auto at = std::find_if(addresses_.begin(), addresses_.end(), same);
   if (at == addresses_.end()) return;
+  a = *at;
   addresses_.erase(at);
+  const bool promotes = faulty_ && dice_(2) == 0;
+  const auto follows = [&](const Address& o) {
+    return !a.secondary && o.link == a.link && o.secondary && subnetOf(o) == subnetOf(a);
+  };
   for (const Address& o : std::vector(addresses_)) {
-    if (!a.secondary && o.link == a.link && o.secondary && subnetOf(o) == subnetOf(a)) deleteAddress(o);
+    if (!promotes && follows(o)) deleteAddress(o);
   }
   tell(AddressChange{a, true});
   const auto isHere = [&](const Address& o) { return o.local == a.local; };
@@ -364,9 +389,15 @@ void VirtualKernel::deleteAddress(Address a) {
     dropRoutesIf([&](const Route& r) { return r.source == a.local; });
   }
   if (!a.secondary) {
-    for (const Route& r : std::vector(tables_[mainTable][subnetOf(a)])) {
+    for (const Route& r : std::vector(tables_[tableOf(a.link)][subnetOf(a)])) {
       if (r.protocol == protocolKernel && r.hops.front().link == a.link) erase(r);
     }
+  }
+  if (const auto next = std::find_if(addresses_.begin(), addresses_.end(), follows);
+      next != addresses_.end()) {
+    next->secondary = false;
+    tell(AddressChange{*next});
+    connect(*next);
   }
   if (std::any_of(addresses_.begin(), addresses_.end(), [&](const Address& o) { return o.link == a.link; }))
     return;
@@ -449,6 +480,7 @@ const char* VirtualKernel::change() {
   if (what < 9) return deleteRoute(mainTable), "deletes a route";
   if (what < 12) return link ? linkIs(*link, !link->up) : void(), "link up or down";
   if (what < 13) return link ? carrierIs(*link, !link->lowerUp) : void(), "carrier";
+  if (what < 14) return link ? masterIs(*link, dice_(2) ? 1 + dice_(5) : 0) : void(), "another master";
   if (what < 15) return rename(), "renames";
   if (what < 16) return deleteLink(), "deletes a link";
   if (what < 18) return makeLink(), "makes a link";

@@ -96,6 +96,9 @@ class VirtualKernel {
   void dropRoutesIf(F matches);
   void rename();
   void makeLink();
+  void masterIs(Link& link, U32 master);
+  U32 vrfTableOf(const Link& link) const;
+  U32 tableOf(U32 link) const { return vrfTableOf(links_.at(link)) ? 100 : mainTable; }
   void deleteLink();
   void connect(const Address& address);
   void addAddress();

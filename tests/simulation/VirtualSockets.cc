@@ -214,11 +214,12 @@ class VirtualKernel::Socket : public Channel {
 
 bool VirtualKernel::Socket::request(Dump dump, U32 sequence, U32 table) {
   if (fails(30)) return kernel_.refusedAt_ = kernel_.now_, false;
-  if (isDumping_ || fails(30)) {
+  const bool isThere = dump != Dump::routes4 || !kernel_.tables_[table].empty();
+  if (isDumping_ || !isThere || fails(30)) {
     Datagram d;
-    put(d, Refused{-EBUSY}, 0, sequence);
+    put(d, Refused{isDumping_ || isThere ? -EBUSY : -ENOENT}, 0, sequence);
     queue.push_back(d.bytes());
-    kernel_.refusedAt_ = kernel_.now_;
+    if (isDumping_ || isThere) kernel_.refusedAt_ = kernel_.now_;
     return true;
   }
   isDumping_ = true;
@@ -338,7 +339,7 @@ class VirtualKernel::Writer : public host::kernel::Writer {
     for (std::size_t i = 0; i < ops.size(); ++i) {
       const int error = none ? ENOBUFS : fails(20) ? ENOMEM : kernel_.write(ops[i]);
       if (error == ENOBUFS || error == ENOMEM) kernel_.refusedAt_ = kernel_.now_;
-      if (error != 0) faults.push_back({i, error, std::strerror(error)});
+      if (error != 0 && !fails(10)) faults.push_back({i, error, std::strerror(error)});
     }
     if (fails(10)) {  // somebody takes a route away at once, and nobody hears of it
       kernel_.deleteRoute(exportTable);
