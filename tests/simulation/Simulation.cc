@@ -116,6 +116,7 @@ struct Simulation::Client {
 Simulation::Simulation(U64 seed, std::string folder, bool isLoud)
     : seed_(seed), path_(folder + "/mrib.conf"), isLoud_(isLoud), kernel_((dice_.seedIs(seed), dice_), now_) {
   kernel_.isLoud = isLoud;
+  if (dice_(6) == 0) kernel_.daemonTable = VirtualKernel::vrfTable;
   kernel_.onWrite = [this](auto ops) { checkWrite(ops); };
   if (dice_(3) != 0) export_ = {VirtualKernel::exportTable, dice_(2) ? ExportFor::frr : ExportFor::kernel};
   fs::remove_all(path_);
@@ -203,6 +204,7 @@ void Simulation::event() {
 LiveRouter::Options Simulation::options(bool isFresh) const {
   LiveRouter::Options options;
   options.path = path_;
+  options.mirror.table = kernel_.daemonTable;
   options.mirror.needsCarrier = export_ && export_->user == ExportFor::frr;
   options.configuration = isFresh ? daemon_->live.router().configuration() : configurationIn(path_);
   if (export_ && !isFresh) options.exported = {*export_};

@@ -69,7 +69,7 @@ Route VirtualKernel::route() {
   static const std::vector<IpGenPrefix> distant{IpGenPrefix("0.0.0.0/0"), IpGenPrefix("20.0.0.0/8"),
                                                 IpGenPrefix("21.0.0.0/8"), IpGenPrefix("20.1.0.0/16")};
   Route r;
-  r.table = mainTable;
+  r.table = daemonTable;
   r.metric = dice_(3);
   r.tos = dice_(8) == 0 ? 16 : 0;
   r.protocol = dice_(2) ? 3 : 11;
@@ -94,8 +94,17 @@ Route VirtualKernel::route() {
   return r;
 }
 
+/// Sometimes nearly one that is there.
 void VirtualKernel::addRoute() {
-  const Route r = route();
+  Route r = route();
+  const auto all = routesOf(daemonTable);
+  if (!all.empty() && dice_(4) == 0) {
+    const Route other = std::exchange(r, all[dice_(static_cast<U32>(all.size()))]);
+    r.protocol = other.protocol;
+    (dice_(2) ? r.rest : r.metric) ^= 1;
+    r.source = other.source;
+    for (Hop& h : r.hops) h.flags &= Hop::onlink;
+  }
   const bool stands = std::all_of(r.hops.begin(), r.hops.end(), [&](const Hop& h) {
     return links_.contains(h.link) && links_.at(h.link).up;
   });
@@ -139,9 +148,14 @@ void VirtualKernel::erase(const Route& route) {
   list.erase(at);
 }
 
-void VirtualKernel::deleteRoute(U32 table) {
+std::vector<VirtualKernel::Route> VirtualKernel::routesOf(U32 table) {
   std::vector<Route> all;
   for (const auto& [prefix, list] : tables_[table]) all.insert(all.end(), list.begin(), list.end());
+  return all;
+}
+
+void VirtualKernel::deleteRoute(U32 table) {
+  const auto all = routesOf(table);
   if (!all.empty()) erase(all[dice_(static_cast<U32>(all.size()))]);
 }
 
@@ -170,7 +184,7 @@ int VirtualKernel::faultOf(const Route& route) {
     if (!link->second.up) return ENETDOWN;
     if (h.gateway == IpGenAddr() || (h.flags & Hop::onlink) != 0) continue;
     const bool reachable =
-        std::any_of(tables_[mainTable].begin(), tables_[mainTable].end(), [&](const auto& t) {
+        std::any_of(tables_[daemonTable].begin(), tables_[daemonTable].end(), [&](const auto& t) {
           return t.first.v4Prefix().contains(h.gateway.v4Addr()) &&
                  std::any_of(t.second.begin(), t.second.end(), [&](const Route& r) {
                    return std::any_of(r.hops.begin(), r.hops.end(),
@@ -295,8 +309,8 @@ void VirtualKernel::makeLink() {
   const auto taken = [&](const auto& l) { return l.first == index || l.second.name == name; };
   if (std::any_of(links_.begin(), links_.end(), taken)) return;
   const bool up = dice_(2) == 0;
-  const U32 vrfTable = dice_(6) == 0 ? 100 : 0;
-  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, 0, vrfTable}});
+  const U32 table = dice_(6) == 0 ? vrfTable : 0;
+  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, 0, table}});
 }
 
 /// A VRF takes a link down and up again, into or out of its table.
@@ -464,10 +478,8 @@ void VirtualKernel::changeNextHop() {
   const bool isReplaced = nextHops_.contains(object.id);
   nextHops_[object.id] = object;
   tell(NextHopChange{object});
-  for (const auto& [prefix, list] : tables_[mainTable]) {
-    for (const Route& r : list) {
-      if (isReplaced && uses(r.nextHop)) tell(RouteChange{r}, NLM_F_REPLACE);
-    }
+  for (const Route& r : routesOf(daemonTable)) {
+    if (isReplaced && uses(r.nextHop)) tell(RouteChange{r}, NLM_F_REPLACE);
   }
 }
 
@@ -477,7 +489,7 @@ const char* VirtualKernel::change() {
   Link* link = someLink();
   const U32 what = dice_(26);
   if (what < 6) return addRoute(), "adds a route";
-  if (what < 9) return deleteRoute(mainTable), "deletes a route";
+  if (what < 9) return deleteRoute(daemonTable), "deletes a route";
   if (what < 12) return link ? linkIs(*link, !link->up) : void(), "link up or down";
   if (what < 13) return link ? carrierIs(*link, !link->lowerUp) : void(), "carrier";
   if (what < 14) return link ? masterIs(*link, dice_(2) ? 1 + dice_(5) : 0) : void(), "another master";

@@ -27,6 +27,7 @@ class VirtualKernel {
   using Address = host::kernel::Address;
   using Table = std::map<host::kernel::IpGenPrefix, std::vector<Route>>;
   static constexpr U32 mainTable = 254;
+  static constexpr U32 vrfTable = 100;
   static constexpr U32 exportTable = 250;
 
   VirtualKernel(Dice& dice, const host::Nanos& now);
@@ -66,7 +67,8 @@ class VirtualKernel {
 
   /// Called with each batch before it is written.
   std::function<void(std::span<const host::kernel::RouteOp>)> onWrite;
-  bool isLoud = false;  ///< says on standard error what it tells
+  U32 daemonTable = mainTable;  ///< that routes are made in
+  bool isLoud = false;          ///< says on standard error what it tells
 
  private:
   using Hop = host::kernel::Hop;
@@ -82,6 +84,7 @@ class VirtualKernel {
   Route route();
   void addRoute();
   void changeExported();
+  std::vector<Route> routesOf(U32 table);
   void deleteRoute(U32 table);
   bool insert(Route route, U32 verb);
   void erase(const Route& route);
@@ -98,7 +101,7 @@ class VirtualKernel {
   void makeLink();
   void masterIs(Link& link, U32 master);
   U32 vrfTableOf(const Link& link) const;
-  U32 tableOf(U32 link) const { return vrfTableOf(links_.at(link)) ? 100 : mainTable; }
+  U32 tableOf(U32 link) const { return vrfTableOf(links_.at(link)) ? vrfTable : mainTable; }
   void deleteLink();
   void connect(const Address& address);
   void addAddress();
