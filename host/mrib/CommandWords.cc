@@ -32,13 +32,22 @@ const std::vector<std::string>& commandNames() {
   return names;
 }
 
+/// Whether a dash stands among short options, as in "-j-": to the library, it and the first one are two.
+bool hidesTwoDashes(const std::string& word, const WordsAfter& wordsAfter) {
+  if (word.starts_with("--")) return false;
+  const auto isFlag = [&](char letter) { return wordsAfter({'-', letter}) == 0; };
+  const auto other = std::find_if_not(word.begin() + 1, word.end(), isFlag);
+  return other != word.end() && *other == '-';
+}
+
 }  // namespace
 
-std::vector<std::string> commandInFull(
-    std::vector<std::string> words, const std::function<std::optional<int>(const std::string&)>& wordsAfter) {
+std::vector<std::string> commandInFull(std::vector<std::string> words, const WordsAfter& wordsAfter) {
   auto at = words.begin();
   bool isClear = true;  // no option before it that nobody knows, and that it might belong to
   for (; at != words.end() && at->starts_with('-') && *at != "--"; ++at) {
+    if (hidesTwoDashes(*at, wordsAfter))
+      throw Error("\"" + escaped(*at) + "\" is no option (--help lists what there is)");
     const std::optional<int> follow = wordsAfter(*at);
     isClear = isClear && (follow || at->find('=') != at->npos);
     if (follow.value_or(0) > 0 && at + 1 != words.end()) ++at;

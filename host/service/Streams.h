@@ -4,6 +4,7 @@
 #include <set>
 
 #include "Call.h"
+#include "Connection.h"
 #include "Documents.h"
 #include "Parameters.h"
 
@@ -16,7 +17,7 @@ inline std::size_t mostPartsBehind = 2000;
 /// The most elements of a list for a client that takes one reply only.
 constexpr std::size_t elementsAtOnce = 20000;
 /// The most bytes of a single reply: with more, a client would be dropped for what it has not read.
-constexpr std::size_t bytesAtOnce = 7U << 20;
+constexpr std::size_t bytesAtOnce = control::Limits{}.queue / 8 * 7;
 
 /// A list in parts: `{HEAD,"NAME":[...]}`. The elements are written when their turn comes; one that is no
 /// more writes nothing. What is written after the state has become another one is marked stale.
