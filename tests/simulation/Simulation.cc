@@ -116,7 +116,6 @@ struct Simulation::Client {
 Simulation::Simulation(U64 seed, std::string folder, bool isLoud)
     : seed_(seed), path_(folder + "/mrib.conf"), isLoud_(isLoud), kernel_((dice_.seedIs(seed), dice_), now_) {
   kernel_.isLoud = isLoud;
-  if (dice_(6) == 0) kernel_.daemonTable = VirtualKernel::vrfTable;
   kernel_.onWrite = [this](auto ops) { checkWrite(ops); };
   if (dice_(3) != 0) export_ = {VirtualKernel::exportTable, dice_(2) ? ExportFor::frr : ExportFor::kernel};
   fs::remove_all(path_);
@@ -192,7 +191,6 @@ void Simulation::event() {
   } else if (what < 36) {
     pass(milliseconds(dice_(100)));
   } else if (what < 37) {
-    if (dice_(4) == 0) stop();
     pass(seconds(dice_(12)));
   } else if (what < 39) {
     rest(dice_(4) == 0);
@@ -204,7 +202,6 @@ void Simulation::event() {
 LiveRouter::Options Simulation::options(bool isFresh) const {
   LiveRouter::Options options;
   options.path = path_;
-  options.mirror.table = kernel_.daemonTable;
   options.mirror.needsCarrier = export_ && export_->user == ExportFor::frr;
   options.configuration = isFresh ? daemon_->live.router().configuration() : configurationIn(path_);
   if (export_ && !isFresh) options.exported = {*export_};
@@ -214,9 +211,8 @@ LiveRouter::Options Simulation::options(bool isFresh) const {
   return options;
 }
 
-/// It dies or ends and comes back, if it was there.
+/// It dies and comes back, if it was there.
 void Simulation::start() {
-  if (daemon_ && export_ && dice_(2) == 0) end();
   say("starts");
   clients_.clear();
   list_.reset();
@@ -229,27 +225,6 @@ void Simulation::start() {
   } catch (const Error&) {  // lines that lead in a circle
     std::ofstream(path_, std::ios::trunc) << "";
     daemon_ = std::make_unique<Daemon>(options(false), sink);
-  }
-}
-
-/// It does nothing for a while. Whoever is in the middle of a request may be too late with it then, and a
-/// reading that it was in the middle of has taken so long that the next one waits.
-void Simulation::stop() {
-  for (auto& client : clients_) client->wasDeaf |= !client->unsent.empty();
-  now_ += seconds(dice_(90));
-  pass(kernel::Schedule::Settings().rest + atMost);
-}
-
-/// In peace, it takes along what is its own.
-void Simulation::end() {
-  rest(false);
-  const auto check = std::exchange(kernel_.onWrite, {});
-  daemon_->live.end();
-  kernel_.onWrite = check;
-  for (const auto& [prefix, routes] : kernel_.table(VirtualKernel::exportTable)) {
-    for (const auto& route : routes) {
-      if (route.protocol == Exporter::protocol) fail("left behind: " + describe(route));
-    }
   }
 }
 

@@ -28,8 +28,6 @@ class Simulation {
   // What happens
   void event();
   void start();
-  void stop();
-  void end();
   void connect();
   void meddle(Client& client);
   void configure();

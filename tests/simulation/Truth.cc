@@ -74,7 +74,7 @@ class Reader {
 Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bool needsCarrier) {
   std::map<IpGenPrefix, Answer> unicast;
   const Reader reader(kernel, needsCarrier);
-  for (const auto& [prefix, routes] : kernel.table(kernel.daemonTable)) {
+  for (const auto& [prefix, routes] : kernel.table(VirtualKernel::mainTable)) {
     Answer answer;
     if (std::any_of(routes.begin(), routes.end(), [&](const Route& r) { return reader.read(r, answer); })) {
       unicast[prefix] = answer;
@@ -84,12 +84,8 @@ Truth::Truth(VirtualKernel& kernel, const host::Configuration& configuration, bo
   const auto vrfTable = [&](U32 link) {
     return kernel.links().contains(link) ? kernel.links().at(link).vrfTable : 0;
   };
-  const bool isOfVrf = std::any_of(kernel.links().begin(), kernel.links().end(), [&](const auto& link) {
-    return link.second.vrfTable == kernel.daemonTable;
-  });
   for (const Address& a : kernel.addresses()) {
-    const bool isInVrf = vrfTable(a.link) + vrfTable(kernel.links().at(a.link).master) != 0;
-    if (isInVrf != isOfVrf) continue;
+    if (vrfTable(a.link) + vrfTable(kernel.links().at(a.link).master) != 0) continue;
     U32& link = own.try_emplace(a.local, a.link).first->second;
     link = std::min(link, a.link);
   }

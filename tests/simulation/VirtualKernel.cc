@@ -69,7 +69,7 @@ Route VirtualKernel::route() {
   static const std::vector<IpGenPrefix> distant{IpGenPrefix("0.0.0.0/0"), IpGenPrefix("20.0.0.0/8"),
                                                 IpGenPrefix("21.0.0.0/8"), IpGenPrefix("20.1.0.0/16")};
   Route r;
-  r.table = daemonTable;
+  r.table = mainTable;
   r.metric = dice_(3);
   r.tos = dice_(8) == 0 ? 16 : 0;
   r.protocol = dice_(2) ? 3 : 11;
@@ -94,17 +94,8 @@ Route VirtualKernel::route() {
   return r;
 }
 
-/// Sometimes nearly one that is there.
 void VirtualKernel::addRoute() {
-  Route r = route();
-  const auto all = routesOf(daemonTable);
-  if (!all.empty() && dice_(4) == 0) {
-    const Route other = std::exchange(r, all[dice_(static_cast<U32>(all.size()))]);
-    r.protocol = other.protocol;
-    (dice_(2) ? r.rest : r.metric) ^= 1;
-    r.source = other.source;
-    for (Hop& h : r.hops) h.flags &= Hop::onlink;
-  }
+  const Route r = route();
   const bool stands = std::all_of(r.hops.begin(), r.hops.end(), [&](const Hop& h) {
     return links_.contains(h.link) && links_.at(h.link).up;
   });
@@ -173,7 +164,7 @@ void VirtualKernel::changeExported() {
   }
   if (!used.empty() && dice_(4) != 0) r.prefix = used[dice_(static_cast<U32>(used.size()))];
   const int fault = faultOf(r);
-  if (fault == 0 || fault == EEXIST) insert(r, dice_(4));
+  if (fault == 0 || fault == EEXIST) insert(r, r.protocol == 220 ? 0 : dice_(4));
 }
 
 /// For want of room, only what it takes to tell good gateways from bad ones.
@@ -184,7 +175,7 @@ int VirtualKernel::faultOf(const Route& route) {
     if (!link->second.up) return ENETDOWN;
     if (h.gateway == IpGenAddr() || (h.flags & Hop::onlink) != 0) continue;
     const bool reachable =
-        std::any_of(tables_[daemonTable].begin(), tables_[daemonTable].end(), [&](const auto& t) {
+        std::any_of(tables_[mainTable].begin(), tables_[mainTable].end(), [&](const auto& t) {
           return t.first.v4Prefix().contains(h.gateway.v4Addr()) &&
                  std::any_of(t.second.begin(), t.second.end(), [&](const Route& r) {
                    return std::any_of(r.hops.begin(), r.hops.end(),
@@ -217,8 +208,7 @@ int VirtualKernel::write(const RouteOp& op) {
 /// What it says of a route: also what a next-hop object stands for, and which legs are not used.
 Route VirtualKernel::shown(Route r) const {
   const auto add = [&](const NextHop& object) {
-    if (object.blackhole) r.type = RouteType::blackhole;
-    if (!object.blackhole) r.hops.push_back(object.hop);
+    object.blackhole ? void(r.type = RouteType::blackhole) : r.hops.push_back(object.hop);
   };
   if (const auto object = nextHops_.find(r.nextHop); object != nextHops_.end()) {
     if (object->second.group.empty()) add(object->second);
@@ -462,24 +452,23 @@ void VirtualKernel::changeNextHop() {
   const auto link = links_.find(object.hop.link);
   if (object.hop.link != 0 && (link == links_.end() || !link->second.lowerUp)) return;
   for (U32 member = 1; member <= 3 && object.id > 3; ++member) {
-    const bool fits = nextHops_.contains(member) && (!nextHops_[member].blackhole || object.group.empty());
-    if (fits && (object.group.empty() || !nextHops_[object.group[0]].blackhole) && dice_(2))
-      object.group.push_back(member);
+    if (nextHops_.contains(member) && dice_(2)) object.group.push_back(member);
   }
   if (object.id > 3 && object.group.empty()) return;
-  const auto uses = [&](U32 id) {
-    const auto used = nextHops_.find(id);
-    return id == object.id || (used != nextHops_.end() &&
-                               std::count(used->second.group.begin(), used->second.group.end(), object.id));
-  };
-  for (U32 group = 4; group <= 5; ++group) {
-    if (object.blackhole && uses(group) && nextHops_[group].group.size() > 1) return;
-  }
-  const bool isReplaced = nextHops_.contains(object.id);
+  auto before = nextHops_;
   nextHops_[object.id] = object;
+  const auto isBlackhole = [&](U32 id) { return nextHops_.at(id).blackhole; };
+  for (const auto& [id, o] : nextHops_) {
+    if (o.group.size() > 1 && std::any_of(o.group.begin(), o.group.end(), isBlackhole))
+      return nextHops_.swap(before);
+  }
   tell(NextHopChange{object});
-  for (const Route& r : routesOf(daemonTable)) {
-    if (isReplaced && uses(r.nextHop)) tell(RouteChange{r}, NLM_F_REPLACE);
+  for (const Route& r : before.contains(object.id) ? routesOf(mainTable) : std::vector<Route>()) {
+    const auto used = nextHops_.find(r.nextHop);
+    if (used == nextHops_.end()) continue;
+    const auto& group = used->second.group;
+    const bool isIn = std::count(group.begin(), group.end(), object.id) > 0;
+    if (r.nextHop == object.id || isIn) tell(RouteChange{r}, NLM_F_REPLACE);
   }
 }
 
@@ -489,7 +478,7 @@ const char* VirtualKernel::change() {
   Link* link = someLink();
   const U32 what = dice_(26);
   if (what < 6) return addRoute(), "adds a route";
-  if (what < 9) return deleteRoute(daemonTable), "deletes a route";
+  if (what < 9) return deleteRoute(mainTable), "deletes a route";
   if (what < 12) return link ? linkIs(*link, !link->up) : void(), "link up or down";
   if (what < 13) return link ? carrierIs(*link, !link->lowerUp) : void(), "carrier";
   if (what < 14) return link ? masterIs(*link, dice_(2) ? 1 + dice_(5) : 0) : void(), "another master";

@@ -67,8 +67,7 @@ class VirtualKernel {
 
   /// Called with each batch before it is written.
   std::function<void(std::span<const host::kernel::RouteOp>)> onWrite;
-  U32 daemonTable = mainTable;  ///< that routes are made in
-  bool isLoud = false;          ///< says on standard error what it tells
+  bool isLoud = false;  ///< says on standard error what it tells
 
  private:
   using Hop = host::kernel::Hop;

@@ -120,21 +120,15 @@ void put(Datagram& d, const Refused& refused, U16 flags, U32 sequence) {
 template <class Other>
 void put(Datagram&, const Other&, U16, U32) {}
 
-std::string textOf(const LinkChange& c) {
-  return describe(c.link) + (c.gone ? " gone" : "");
-}
-std::string textOf(const AddressChange& c) {
-  return describe(c.address) + (c.gone ? " gone" : "");
-}
-std::string textOf(const NextHopChange& c) {
-  return describe(c.nextHop) + (c.gone ? " gone" : "");
-}
-std::string textOf(const RouteChange& c) {
-  return fmt::format("route {} table {} {}{}", c.route.prefix.stringValue(), c.route.table, describe(c.route),
-                     c.gone ? " gone" : "");
-}
-template <class Other>
-std::string textOf(const Other&) {
+template <class Change>
+std::string textOf(const Change& c) {
+  if constexpr (requires { c.link; }) return describe(c.link);
+  if constexpr (requires { c.address; }) return describe(c.address);
+  if constexpr (requires { c.nextHop; }) return describe(c.nextHop);
+  if constexpr (requires { c.route; }) {
+    return fmt::format("route {} table {} {}", c.route.prefix.stringValue(), c.route.table,
+                       describe(c.route));
+  }
   return "else";
 }
 
@@ -339,7 +333,7 @@ class VirtualKernel::Writer : public host::kernel::Writer {
     for (std::size_t i = 0; i < ops.size(); ++i) {
       const int error = none ? ENOBUFS : fails(20) ? ENOMEM : kernel_.write(ops[i]);
       if (error == ENOBUFS || error == ENOMEM) kernel_.refusedAt_ = kernel_.now_;
-      if (error != 0 && !fails(10)) faults.push_back({i, error, std::strerror(error)});
+      if (error != 0) faults.push_back({i, error, std::strerror(error)});
     }
     if (fails(10)) {  // somebody takes a route away at once, and nobody hears of it
       kernel_.deleteRoute(exportTable);
