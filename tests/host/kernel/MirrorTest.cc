@@ -73,6 +73,25 @@ TEST(Mirror, WithdrawsAtOnceWhatALinkTookAlong) {
   EXPECT_EQ(kindAfter(LinkChange{s.link(1, true)}), Answer::Kind::none) << "it has no routes yet";
 }
 
+TEST(Mirror, KeepsAMemberInItsGroupsThatIsReplacedOverANewLink) {
+  Scripted s;
+  s.answer();
+  const auto tell = [&](auto body) { s.mirror.event({0, NLM_F_REPLACE, std::move(body)}, s.now); };
+  Route route;
+  route.prefix = IpGenPrefix("20.0.0.0/8");
+  route.table = 254;
+  route.nextHop = 4;
+  tell(NextHopChange{{1, false, {{}, 1, 0}, {}}});
+  tell(NextHopChange{{4, false, {}, {1}}});
+  tell(RouteChange{route});
+  tell(LinkChange{Scripted::link(3, true)});
+  tell(NextHopChange{{1, false, {{}, 3, 0}, {}}});
+  tell(RouteChange{route});
+  s.mirror.takeChanges();
+  EXPECT_FALSE(s.mirror.isStale());
+  EXPECT_EQ(s.mirror.answer(route.prefix).hops, std::vector({Hop{{}, 3, 0}}));
+}
+
 TEST(Mirror, HoldsTheAddressesOfTheVrfWhoseTableItReads) {
   Scripted s(Mirror::Settings{.table = 100, .schedule = {}});
   s.kernel.links.push_back(s.link(3, true));
