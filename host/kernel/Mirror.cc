@@ -57,6 +57,21 @@ bool Mirror::put(const Address& address, bool dumped) {
   return isNew;
 }
 
+/// An object that is replaced stays in its groups, and of them nothing is told; unless it went with its link
+/// before, and is another one.
+void Mirror::confirmGroupsOf(const Topology::NextHops::Entry& known) {
+  const NextHop& member = known.value;
+  topology_.nextHops.confirm(
+      [&](const auto& entry) {
+        const auto& group = entry.value.group;
+        const bool isCertain =
+            member.blackhole || topology_.isConfirmed(member.hop, std::min(known.epoch, entry.epoch));
+        return isCertain && known.born <= entry.epoch &&
+               std::find(group.begin(), group.end(), member.id) != group.end();
+      },
+      epoch_);
+}
+
 /// One that was in doubt may lead somewhere again without being another one.
 bool Mirror::put(const NextHop& nextHop, bool dumped) {
   const auto* known = topology_.nextHops.find(nextHop.id);
@@ -64,6 +79,7 @@ bool Mirror::put(const NextHop& nextHop, bool dumped) {
                                     std::any_of(nextHop.group.begin(), nextHop.group.end(), [&](U32 member) {
                                       return topology_.isYounger(member, known->epoch);
                                     }));
+  if (known && !dumped && known->value.hop.link != nextHop.hop.link) confirmGroupsOf(*known);
   const bool isNew = dumped ? topology_.nextHops.putDumped(nextHop.id, nextHop)
                             : topology_.nextHops.put(nextHop.id, nextHop, epoch_);
   if (isNew || wasInDoubt) reconsiderAll();

@@ -38,6 +38,14 @@ class Stamped {
     return entries_.erase(key) > 0;
   }
 
+  /// Those for which `stands(entry)` is as well known as what an event says now.
+  template <class F>
+  void confirm(F stands, Epoch now) {
+    for (auto& [key, entry] : entries_) {
+      if (stands(entry)) entry.epoch = std::max(entry.epoch, now);
+    }
+  }
+
   /// Whether an event has told of it since the dump that runs began.
   bool isTouched(const Key& key) const { return dumping_ && touched_.contains(key); }
 

@@ -24,7 +24,8 @@ class Topology {
 
   Stamped<U32, LinkState> links;
   Stamped<AddressKey, Address> addresses;
-  Stamped<U32, NextHop> nextHops;
+  using NextHops = Stamped<U32, NextHop>;
+  NextHops nextHops;
 
   /// What was confirmed later stands as it is; of what was not, something may have been taken away since.
   Epoch lastLoss = 0;

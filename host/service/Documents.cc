@@ -124,7 +124,7 @@ Json ofLine(const Configuration& configuration, const MrouteLine& line) {
   return json;
 }
 
-void appendChange(std::string& out, const Router& router, const mrib::Change& change) {
+void appendChange(std::string& out, const Router& router, const mrib::Change& change, KernelFeed::When when) {
   out += R"({"prefix":")";
   out += change.prefix().stringValue();
   out += R"(","before":)";
@@ -137,7 +137,7 @@ void appendChange(std::string& out, const Router& router, const mrib::Change& ch
   if (change.removed()) {
     out += "null";
   } else {
-    appendRoute(out, router, change.after);
+    appendRoute(out, router, change.after, when);
   }
   out += '}';
 }

@@ -18,7 +18,8 @@ Json ofUnresolved(const Configuration& configuration, const Why& why, const mrib
 Json ofNotExported(const Configuration& configuration, const MrouteLine& line, const Exporter::Fault& fault);
 Json ofLine(const Configuration& configuration, const MrouteLine& line);
 /// At most so many elements in all; `left` says how many more there are.
-Json ofConfigurationChange(const ConfigurationChange& change, const Why& why, std::size_t most = ~std::size_t{0});
+Json ofConfigurationChange(const ConfigurationChange& change, const Why& why,
+                           std::size_t most = ~std::size_t{0});
 
 // Of routes there are many, and clients wait for their changes: these are written at once, in half a
 // microsecond.
@@ -27,7 +28,8 @@ void appendRoute(std::string& out, const Router& router, const mrib::Route& rout
                  KernelFeed::When when = KernelFeed::When::now);
 void appendUnicast(std::string& out, const Router& router, const Lumo::IpGenPrefix& prefix,
                    const kernel::Answer& answer);
-void appendChange(std::string& out, const Router& router, const mrib::Change& change);
+void appendChange(std::string& out, const Router& router, const mrib::Change& change,
+                  KernelFeed::When when = KernelFeed::When::now);
 /// The route of an answer; null when no table knows one.
 void appendAnswered(std::string& out, const Router& router, const RpfAnswer& answer);
 

@@ -64,7 +64,7 @@ Answer RibService::listInterfaces(Call& call) {
     list->push_back(documents::textOf(ofLink(entry.value.link, addresses[index])));
   }
   return answerWith(
-      std::make_unique<ListStream>(headOf(router_), "interfaces", list->size(),
+      std::make_unique<ListStream>(router_, "interfaces", list->size(),
                                    [list](std::size_t i, std::string& out) { out += (*list)[i]; }),
       call.more);
 }

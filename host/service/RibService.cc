@@ -244,7 +244,7 @@ std::vector<mrib::Route> RibService::routesFor(Call& call) const {
 
 Answer RibService::listRoutes(Call& call) {
   const auto routes = std::make_shared<const std::vector<mrib::Route>>(routesFor(call));
-  auto list = std::make_unique<ListStream>(headOf(router_), "routes", routes->size(),
+  auto list = std::make_unique<ListStream>(router_, "routes", routes->size(),
                                            [this, routes](std::size_t i, std::string& out) {
                                              documents::appendRoute(out, router_, (*routes)[i]);
                                            });
@@ -278,7 +278,7 @@ std::vector<IpGenPrefix> RibService::unicastFor(Call& call) const {
 Answer RibService::listUnicastRoutes(Call& call) {
   const auto prefixes = std::make_shared<const std::vector<IpGenPrefix>>(unicastFor(call));
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "routes", prefixes->size(), [this, prefixes](std::size_t i, std::string& out) {
+      router_, "routes", prefixes->size(), [this, prefixes](std::size_t i, std::string& out) {
         const kernel::Answer& answer = router_.mirror().answer((*prefixes)[i]);
         if (answer.kind == kernel::Answer::Kind::none) return;
         documents::appendUnicast(out, router_, (*prefixes)[i], answer);
@@ -294,7 +294,7 @@ Answer RibService::listUnresolved(Call& call) {
   auto more = std::make_shared<std::vector<Json>>();
   if (setting_.exported) *more = notExported(router_, setting_.exported->exporter);
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "unresolved", unresolved->size() + more->size(),
+      router_, "unresolved", unresolved->size() + more->size(),
       [this, why = Why(router_), unresolved, more](std::size_t i, std::string& out) {
         const bool isExport = i >= unresolved->size();
         out += documents::textOf(
@@ -309,7 +309,7 @@ Answer RibService::getWarnings(Call& call) {
   const auto warnings =
       std::make_shared<const std::vector<std::string>>(router_.warningsFor(router_.configuration()));
   auto list = std::make_unique<ListStream>(
-      headOf(router_), "warnings", warnings->size(),
+      router_, "warnings", warnings->size(),
       [warnings](std::size_t i, std::string& out) { out += documents::textOf((*warnings)[i]); });
   return answerWith(std::move(list), call.more);
 }

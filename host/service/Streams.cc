@@ -9,24 +9,23 @@ namespace host {
 
 using control::Reply;
 
-namespace {
-
-constexpr std::size_t mostPartsBehind = 2000;
-
-}  // namespace
+std::string headOf(U64 generation, bool stale) {
+  return fmt::format(R"("generation":{},"stale":{})", generation, stale);
+}
 
 std::string headOf(const Router& router) {
-  return fmt::format(R"("generation":{},"stale":{})", router.generation(), router.isStale());
+  return headOf(router.generation(), router.isStale());
 }
 
 // ---- Lists ----
 
-ListStream::ListStream(std::string head, std::string name, std::size_t count, Element element)
-    : head_(std::move(head)), name_(std::move(name)), count_(count), element_(std::move(element)) {}
+ListStream::ListStream(const Router& router, std::string name, std::size_t count, Element element)
+    : router_(router), name_(std::move(name)), count_(count), element_(std::move(element)) {}
 
 Reply ListStream::part(std::size_t most) {
   const std::size_t end = std::min(count_, at_ + most);
-  std::string text = fmt::format(R"({{{},"{}":[)", head_, name_);
+  const bool stale = router_.isStale() || router_.revision() != revision_;
+  std::string text = fmt::format(R"({{{},"{}":[)", headOf(generation_, stale), name_);
   const std::size_t empty = text.size();
   for (; at_ < end; ++at_) {
     const std::size_t before = text.size();
@@ -82,13 +81,13 @@ namespace {
 /// One reply of Monitor, with those of `changes` that concern clients.
 template <class Changes>
 std::string monitorReply(const Router& router, U64 generation, bool restart, bool complete, bool settled,
-                         const Changes& changes) {
+                         const Changes& changes, KernelFeed::When when = KernelFeed::When::now) {
   std::string text = fmt::format(R"({{"generation":{},"restart":{},"complete":{},"settled":{},"changes":[)",
                                  generation, restart, complete, settled);
   bool isFirst = true;
   for (const mrib::Change& change : changes) {
     if (!std::exchange(isFirst, false)) text += ',';
-    documents::appendChange(text, router, change);
+    documents::appendChange(text, router, change, when);
   }
   return text += "]}";
 }
@@ -97,6 +96,10 @@ std::string monitorReply(const Router& router, U64 generation, bool restart, boo
 
 void MonitorLog::update(const mrib::Update& update) {
   if (clients_.empty()) return;
+  for (MonitorStream* client : clients_) {
+    if (router_.feed().hasFormer()) client->endState();
+    client->isBehind_ |= client->parts_.size() > mostPartsBehind;
+  }
   std::vector<mrib::Change> changes;
   for (const mrib::Change& change : update.changes) {
     if (!KernelFeed::isStandIn(change.prefix())) changes.push_back(change);
@@ -104,10 +107,10 @@ void MonitorLog::update(const mrib::Update& update) {
   for (std::size_t at = 0; at < changes.size(); at += elementsAReply) {
     const std::size_t count = std::min(elementsAReply, changes.size() - at);
     const bool complete = at + count == changes.size();
-    const auto part = std::make_shared<const std::string>(monitorReply(
+    const auto text = std::make_shared<const std::string>(monitorReply(
         router_, update.generation, false, complete, update.settled, std::span(changes).subspan(at, count)));
-    for (MonitorStream* client : clients_) {  // one that is behind gets the MRIB anew
-      if (client->parts_.size() <= mostPartsBehind) client->parts_.push_back(part);
+    for (MonitorStream* client : clients_) {
+      if (!client->isBehind_) client->parts_.push_back({text, complete});
     }
   }
 }
@@ -126,29 +129,41 @@ void MonitorStream::restart() {
   state_ = log_->router_.routes();
   at_ = 0;
   inState_ = true;
+  isBehind_ = false;
   generation_ = log_->router_.generation();
 }
 
-std::string MonitorStream::statePart(std::size_t most) {
+/// What comes next is told in words of another time.
+void MonitorStream::endState() {
+  std::deque<MonitorLog::Part> parts;
+  while (inState_) parts.push_back(statePart(elementsAReply));
+  parts_.insert(parts_.begin(), parts.begin(), parts.end());
+}
+
+/// In the words of its generation, also while the next one is on its way.
+MonitorLog::Part MonitorStream::statePart(std::size_t most) {
   std::vector<mrib::Change> changes;
   const std::size_t end = std::min(state_.size(), at_ + most);
   for (; at_ < end; ++at_) changes.push_back({mrib::Route{state_[at_].prefix}, state_[at_]});
   inState_ = at_ < state_.size();
   if (!inState_) state_ = {};
-  return monitorReply(log_->router_, generation_, true, !inState_, false, changes);
+  return {std::make_shared<const std::string>(monitorReply(log_->router_, generation_, true, !inState_, false,
+                                                           changes, KernelFeed::When::before)),
+          !inState_};
 }
 
 Reply MonitorStream::whole() {
-  return {statePart(state_.size()), "", false};
+  return {*statePart(state_.size()).text, "", false};
 }
 
 std::optional<Reply> MonitorStream::next() {
-  if (parts_.size() > mostPartsBehind) restart();
-  if (inState_) return Reply{statePart(elementsAReply), "", true};
+  if (isBehind_ && isWhole_) restart();
+  if (inState_) parts_.push_front(statePart(elementsAReply));
   if (parts_.empty()) return std::nullopt;
-  const MonitorLog::Part part = parts_.front();
+  const MonitorLog::Part part = std::move(parts_.front());
   parts_.pop_front();
-  return Reply{*part, "", true};
+  isWhole_ = part.complete;
+  return Reply{*part.text, "", true};
 }
 
 // ---- Watch ----

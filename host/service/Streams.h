@@ -11,25 +11,29 @@
 namespace host {
 
 /// The most elements of one reply, so that no client waits for another's list.
-constexpr std::size_t elementsAReply = 200;
+inline std::size_t elementsAReply = 200;
+/// The most parts that wait for a client of Monitor, which is told anew with more.
+inline std::size_t mostPartsBehind = 2000;
 /// The most elements of a list for a client that takes one reply only.
 constexpr std::size_t elementsAtOnce = 20000;
 /// The most bytes of a single reply: with more, a client would be dropped for what it has not read.
 constexpr std::size_t bytesAtOnce = control::Limits{}.queue / 8 * 7;
 
 /// A list in parts: `{HEAD,"NAME":[...]}`. The elements are written when their turn comes; one that is no
-/// more writes nothing.
+/// more writes nothing. What is written after the state has become another one is marked stale.
 class ListStream : public control::Stream {
  public:
   using Element = std::function<void(std::size_t, std::string& out)>;
-  ListStream(std::string head, std::string name, std::size_t count, Element element);
+  ListStream(const Router& router, std::string name, std::size_t count, Element element);
 
   std::optional<control::Reply> next() override { return part(elementsAReply); }
   control::Reply part(std::size_t most);
   std::size_t count() const { return count_; }
 
  private:
-  std::string head_;
+  const Router& router_;
+  U64 generation_ = router_.generation();
+  U64 revision_ = router_.revision();
   std::string name_;
   std::size_t count_;
   Element element_;
@@ -82,7 +86,10 @@ class MonitorStream;
 /// What `Monitor` tells its clients: each change is made a text once.
 class MonitorLog {
  public:
-  using Part = std::shared_ptr<const std::string>;
+  struct Part {
+    std::shared_ptr<const std::string> text;
+    bool complete;
+  };
 
   explicit MonitorLog(const Router& router) : router_(router) {}
   void update(const mrib::Update& update);
@@ -94,7 +101,8 @@ class MonitorLog {
   std::set<MonitorStream*> clients_;
 };
 
-/// The MRIB as changes from nothing, then every change. A client that is far behind gets the MRIB anew.
+/// The MRIB as changes from nothing, then every change. A client that is far behind gets the MRIB anew once
+/// it has all of what it was told a part of.
 class MonitorStream : public control::Stream {
  public:
   explicit MonitorStream(std::shared_ptr<MonitorLog> log);
@@ -109,12 +117,15 @@ class MonitorStream : public control::Stream {
   friend class MonitorLog;
 
   void restart();
-  std::string statePart(std::size_t most);
+  void endState();
+  MonitorLog::Part statePart(std::size_t most);
 
   std::shared_ptr<MonitorLog> log_;
   std::vector<mrib::Route> state_;
   std::size_t at_ = 0;
   bool inState_ = true;
+  bool isBehind_ = false;
+  bool isWhole_ = true;  // all of a generation, or nothing, has been told
   U64 generation_ = 0;
   std::deque<MonitorLog::Part> parts_;
 };
@@ -145,6 +156,7 @@ class WatchStream : public control::Stream {
 };
 
 /// `"generation":N,"stale":B`
+std::string headOf(U64 generation, bool stale);
 std::string headOf(const Router& router);
 
 }  // namespace host

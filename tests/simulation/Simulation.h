@@ -47,6 +47,7 @@ class Simulation {
   void rest(bool isLong);
   void returnToStart();
   void probe();
+  void readList();
   void checkExport(const host::Router& fresh, bool isLong);
   void checkWrite(std::span<const host::kernel::RouteOp> ops);
   void checkClients(bool isLong);
@@ -62,6 +63,8 @@ class Simulation {
   std::optional<host::ExportTable> export_;
   std::unique_ptr<Daemon> daemon_;
   std::vector<std::unique_ptr<Client>> clients_;
+  std::unique_ptr<host::control::Stream> list_;  // that somebody reads a part of now and then
+  std::string listed_;                           // by this method
   std::map<Lumo::Prefix, Nanos> writtenAt_;
   std::string fault_;  // of the daemon, as it logged it
 };

@@ -39,7 +39,8 @@ class Reader {
   Reader(VirtualKernel& kernel, bool needsCarrier) : kernel_(kernel), needsCarrier_(needsCarrier) {}
 
   /// False when the route says nothing, and the next one is asked.
-  bool read(const Route& r, Answer& answer) const {
+  bool read(const Route& route, Answer& answer) const {
+    const Route r = kernel_.shown(route);
     answer = {Kind::none, r.protocol, r.metric, {}};
     if (r.tos != 0) return false;
     if (r.type >= RouteType::blackhole) {
@@ -47,22 +48,19 @@ class Reader {
                                       static_cast<int>(RouteType::blackhole));
       return true;
     }
-    for (const Hop& hop : r.hops) take(hop, answer);
-    if (const auto object = kernel_.nextHops().find(r.nextHop); object != kernel_.nextHops().end()) {
-      if (object->second.group.empty()) take(object->second.hop, answer);
-      for (const U32 id : object->second.group) take(kernel_.nextHops().at(id).hop, answer);
-    }
+    if (r.type > RouteType::local) return false;
+    for (const Hop& hop : r.hops) take(hop, r.type == RouteType::local, answer);
     const bool direct = std::all_of(answer.hops.begin(), answer.hops.end(),
                                     [](const Hop& h) { return h.gateway == IpGenAddr(); });
-    answer.kind = direct ? Kind::attached : Kind::gateway;
+    answer.kind = r.type == RouteType::local ? Kind::local : direct ? Kind::attached : Kind::gateway;
     return !answer.hops.empty();
   }
 
  private:
-  void take(Hop hop, Answer& answer) const {
+  void take(Hop hop, bool isLocal, Answer& answer) const {
     const auto link = kernel_.links().find(hop.link);
-    if (link == kernel_.links().end() || !link->second.up || (hop.flags & Hop::dead) != 0) return;
-    if (needsCarrier_ && !link->second.lowerUp) return;
+    const bool isDown = link == kernel_.links().end() || !link->second.up || (hop.flags & Hop::dead) != 0;
+    if (!isLocal && (isDown || (needsCarrier_ && !link->second.lowerUp))) return;
     hop.flags &= Hop::onlink;
     answer.hops.push_back(hop);
   }

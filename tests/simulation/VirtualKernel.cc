@@ -44,6 +44,7 @@ void VirtualKernel::reset() {
   addresses_.clear();
   nextHops_.clear();
   tables_.clear();
+  ignoresLinkdown_ = false;
   for (U32 i = 1; i <= 3; ++i) {
     links_[i] = {i, "eth" + std::to_string(i), {}, true, true, true, 6, 0, 0};
     addresses_.push_back({i, host4(i, 1), host4(i, 1), 24, 0, false, false});
@@ -56,7 +57,9 @@ void VirtualKernel::reset() {
 // ---- Routes ----
 
 Hop VirtualKernel::hop() {
-  return {dice_(3) == 0 ? IpGenAddr() : host4(dice_(4), 200 + dice_(2)), 1 + dice_(4), 0};
+  const bool direct = dice_(3) == 0;
+  const U8 flags = !direct && dice_(6) == 0 ? Hop::onlink : Hop::Flag{};
+  return {direct ? IpGenAddr() : host4(dice_(4), 200 + dice_(2)), 1 + dice_(4), flags};
 }
 
 Route VirtualKernel::route() {
@@ -80,8 +83,13 @@ Route VirtualKernel::route() {
   } else {
     for (U32 n = 1 + dice_(4) / 3; n > 0; --n) {
       r.hops.push_back(hop());
-      if (isDirect) r.hops.back().gateway = {};
+      if (isDirect) r.hops.back() = {{}, r.hops.back().link, 0};
     }
+    if (kind == 2 && isDirect) r.type = static_cast<RouteType>(static_cast<U32>(RouteType::local) + dice_(4));
+  }
+  r.rest = dice_(6) == 0;
+  if (!addresses_.empty() && dice_(6) == 0) {
+    r.source = addresses_[dice_(static_cast<U32>(addresses_.size()))].local;
   }
   return r;
 }
@@ -131,9 +139,14 @@ void VirtualKernel::erase(const Route& route) {
   list.erase(at);
 }
 
-void VirtualKernel::deleteRoute(U32 table) {
+std::vector<VirtualKernel::Route> VirtualKernel::routesOf(U32 table) {
   std::vector<Route> all;
   for (const auto& [prefix, list] : tables_[table]) all.insert(all.end(), list.begin(), list.end());
+  return all;
+}
+
+void VirtualKernel::deleteRoute(U32 table) {
+  const auto all = routesOf(table);
   if (!all.empty()) erase(all[dice_(static_cast<U32>(all.size()))]);
 }
 
@@ -150,7 +163,8 @@ void VirtualKernel::changeExported() {
     if (!list.empty()) used.push_back(prefix);
   }
   if (!used.empty() && dice_(4) != 0) r.prefix = used[dice_(static_cast<U32>(used.size()))];
-  if (!r.hops.empty() && faultOf(r) == 0) insert(r, 0);
+  const int fault = faultOf(r);
+  if (fault == 0 || fault == EEXIST) insert(r, r.protocol == 220 ? 0 : dice_(4));
 }
 
 /// For want of room, only what it takes to tell good gateways from bad ones.
@@ -182,12 +196,26 @@ int VirtualKernel::write(const RouteOp& op) {
     if (fault == 0) insert(op.route, 0);
     return fault;
   }
-  Route gone = op.route;
-  gone.rest = 0;  // what a request does not say
-  const auto& list = tables_[gone.table][gone.prefix];
-  if (std::none_of(list.begin(), list.end(), [&](const Route& r) { return isSame(r, gone); })) return ESRCH;
-  erase(gone);
-  return 0;
+  for (Route& r : std::vector(tables_[op.route.table][op.route.prefix])) {
+    Route asked = op.route;  // what a request does not say, any has
+    asked.rest = r.rest;
+    asked.source = r.source;
+    if (isSame(r, asked)) return erase(r), 0;
+  }
+  return ESRCH;
+}
+
+/// What it says of a route: also what a next-hop object stands for, and which legs are not used.
+Route VirtualKernel::shown(Route r) const {
+  const auto add = [&](const NextHop& object) {
+    object.blackhole ? void(r.type = RouteType::blackhole) : r.hops.push_back(object.hop);
+  };
+  if (const auto object = nextHops_.find(r.nextHop); object != nextHops_.end()) {
+    if (object->second.group.empty()) add(object->second);
+    for (const U32 id : object->second.group) add(nextHops_.at(id));
+  }
+  for (Hop& h : r.hops) h.flags |= ignoresLinkdown_ && (h.flags & Hop::linkdown) ? Hop::dead : Hop::Flag{};
+  return r;
 }
 
 // ---- Links ----
@@ -202,7 +230,8 @@ void VirtualKernel::legsAre(U32 link, U8 flag, bool set) {
     for (auto& [prefix, list] : table) {
       for (Route& r : list) {
         for (Hop& h : r.hops) {
-          if (h.link == link) h.flags = static_cast<U8>(set ? h.flags | flag : h.flags & ~flag);
+          if (h.link != link || r.type == RouteType::local) continue;
+          h.flags = static_cast<U8>(set ? h.flags | flag : h.flags & ~flag);
         }
       }
     }
@@ -270,8 +299,24 @@ void VirtualKernel::makeLink() {
   const auto taken = [&](const auto& l) { return l.first == index || l.second.name == name; };
   if (std::any_of(links_.begin(), links_.end(), taken)) return;
   const bool up = dice_(2) == 0;
-  const U32 vrfTable = dice_(6) == 0 ? 100 : 0;
-  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, dice_(6), vrfTable}});
+  const U32 table = dice_(6) == 0 ? vrfTable : 0;
+  tell(LinkChange{links_[index] = {index, name, {}, up, up, up, 6, 0, table}});
+}
+
+/// A VRF takes a link down and up again, into or out of its table.
+void VirtualKernel::masterIs(Link& link, U32 master) {
+  if (link.master == master || link.index == master || (master != 0 && !links_.contains(master))) return;
+  const U32 before = vrfTableOf(link);
+  link.master = master;
+  tell(LinkChange{link});
+  if (vrfTableOf(link) == before || !link.up) return;
+  linkIs(link, false);
+  linkIs(link, true);
+}
+
+U32 VirtualKernel::vrfTableOf(const Link& link) const {
+  if (link.vrfTable != 0) return link.vrfTable;
+  return link.master == 0 ? 0 : links_.at(link.master).vrfTable;
 }
 
 void VirtualKernel::deleteLink() {
@@ -285,6 +330,9 @@ void VirtualKernel::deleteLink() {
   dropRoutesIf([&](const Route& r) {
     return std::any_of(r.hops.begin(), r.hops.end(), [&](const Hop& h) { return h.link == index; });
   });
+  for (auto& [other, slave] : links_) {
+    if (slave.master == index) masterIs(slave, 0);
+  }
   tell(LinkChange{*link, true});
   links_.erase(index);
 }
@@ -295,7 +343,7 @@ void VirtualKernel::connect(const Address& a) {
   if (a.secondary || !links_.at(a.link).up) return;
   Route r;
   r.prefix = subnetOf(a);
-  r.table = mainTable;
+  r.table = tableOf(a.link);
   r.protocol = protocolKernel;
   r.scope = RT_SCOPE_LINK;
   r.hops = {{{}, a.link, 0}};
@@ -324,71 +372,103 @@ void VirtualKernel::addAddress() {
   if (isFirst && link->up) legsAre(a.link, Hop::dead, false);
 }
 
-/// Takes its secondaries along, and as the last one of its link all routes over that.
+/// Takes its secondaries along, or the first takes its place, and as the last one of its link all routes over
+/// that.
 void VirtualKernel::deleteAddress(Address a) {
   const auto same = [&](const Address& o) { return o.link == a.link && o.local == a.local; };
   const auto at = std::find_if(addresses_.begin(), addresses_.end(), same);
   if (at == addresses_.end()) return;
+  a = *at;
   addresses_.erase(at);
+  const bool promotes = faulty_ && dice_(2) == 0;
+  const auto follows = [&](const Address& o) {
+    return !a.secondary && o.link == a.link && o.secondary && subnetOf(o) == subnetOf(a);
+  };
   for (const Address& o : std::vector(addresses_)) {
-    if (!a.secondary && o.link == a.link && o.secondary && subnetOf(o) == subnetOf(a)) deleteAddress(o);
+    if (!promotes && follows(o)) deleteAddress(o);
   }
   tell(AddressChange{a, true});
+  const auto isHere = [&](const Address& o) { return o.local == a.local; };
+  if (std::none_of(addresses_.begin(), addresses_.end(), isHere)) {
+    dropRoutesIf([&](const Route& r) { return r.source == a.local; });
+  }
   if (!a.secondary) {
-    for (const Route& r : std::vector(tables_[mainTable][subnetOf(a)])) {
+    for (const Route& r : std::vector(tables_[tableOf(a.link)][subnetOf(a)])) {
       if (r.protocol == protocolKernel && r.hops.front().link == a.link) erase(r);
     }
+  }
+  if (const auto next = std::find_if(addresses_.begin(), addresses_.end(), follows);
+      next != addresses_.end()) {
+    next->secondary = false;
+    tell(AddressChange{*next});
+    connect(*next);
   }
   if (std::any_of(addresses_.begin(), addresses_.end(), [&](const Address& o) { return o.link == a.link; }))
     return;
   legsAre(a.link, Hop::dead, true);
+  dropRoutesIf([&](const Route& r) { return r.type == RouteType::local && r.hops[0].link == a.link; });
   dropDeadRoutes();
   eraseNextHopsOn(a.link);
 }
 
 // ---- Next-hop objects ----
 
-/// In silence, with the routes that use it.
-void VirtualKernel::eraseNextHop(U32 id) {
+/// With the routes that use it, and them in silence. Of it and of its groups only those who asked are told.
+void VirtualKernel::eraseNextHop(U32 id, bool isAsked) {
   nextHops_.erase(id);
   ++changes_;
+  if (isAsked) tell(NextHopChange{{id, false, {}, {}}, true});
   dropRoutesIf([&](const Route& r) { return r.nextHop == id; });
   for (U32 group = 4; group <= 5; ++group) {
     const auto at = nextHops_.find(group);
     if (at == nextHops_.end() || std::erase(at->second.group, id) == 0) continue;
-    if (at->second.group.empty()) eraseNextHop(group);
+    if (at->second.group.empty()) {
+      eraseNextHop(group, isAsked);
+    } else if (isAsked) {
+      tell(NextHopChange{at->second});
+    }
   }
 }
 
 void VirtualKernel::eraseNextHopsOn(U32 link) {
   for (U32 id = 1; id <= 3; ++id) {
     const auto at = nextHops_.find(id);
-    if (at != nextHops_.end() && !at->second.blackhole && at->second.hop.link == link) eraseNextHop(id);
+    if (at != nextHops_.end() && !at->second.blackhole && at->second.hop.link == link)
+      eraseNextHop(id, false);
   }
 }
 
-/// Objects 1 to 3 are hops, 4 and 5 groups. Routes by one that changes are told of again, in place.
+/// Objects 1 to 3 are hops or blackholes, which are alone in a group; 4 and 5 are groups. Routes by one that
+/// changes, be it in a group, are told of again, in place.
 void VirtualKernel::changeNextHop() {
   NextHop object;
   object.id = 1 + dice_(5);
   if (dice_(3) == 0) {
-    if (!nextHops_.contains(object.id)) return;
-    eraseNextHop(object.id);
-    return tell(NextHopChange{object, true});
+    if (nextHops_.contains(object.id)) eraseNextHop(object.id, true);
+    return;
   }
-  object.hop = object.id <= 3 ? hop() : Hop();
-  if (object.id <= 3 && (!links_.contains(object.hop.link) || !links_.at(object.hop.link).lowerUp)) return;
+  object.blackhole = object.id <= 3 && dice_(4) == 0;
+  object.hop = object.id <= 3 && !object.blackhole ? hop() : Hop();
+  const auto link = links_.find(object.hop.link);
+  if (object.hop.link != 0 && (link == links_.end() || !link->second.lowerUp)) return;
   for (U32 member = 1; member <= 3 && object.id > 3; ++member) {
     if (nextHops_.contains(member) && dice_(2)) object.group.push_back(member);
   }
   if (object.id > 3 && object.group.empty()) return;
-  const bool isReplaced = nextHops_.contains(object.id);
+  auto before = nextHops_;
   nextHops_[object.id] = object;
+  const auto isBlackhole = [&](U32 id) { return nextHops_.at(id).blackhole; };
+  for (const auto& [id, o] : nextHops_) {
+    if (o.group.size() > 1 && std::any_of(o.group.begin(), o.group.end(), isBlackhole))
+      return nextHops_.swap(before);
+  }
   tell(NextHopChange{object});
-  for (const auto& [prefix, list] : tables_[mainTable]) {
-    for (const Route& r : list) {
-      if (isReplaced && r.nextHop == object.id) tell(RouteChange{r}, NLM_F_REPLACE);
-    }
+  for (const Route& r : before.contains(object.id) ? routesOf(mainTable) : std::vector<Route>()) {
+    const auto used = nextHops_.find(r.nextHop);
+    if (used == nextHops_.end()) continue;
+    const auto& group = used->second.group;
+    const bool isIn = std::count(group.begin(), group.end(), object.id) > 0;
+    if (r.nextHop == object.id || isIn) tell(RouteChange{r}, NLM_F_REPLACE);
   }
 }
 
@@ -401,6 +481,7 @@ const char* VirtualKernel::change() {
   if (what < 9) return deleteRoute(mainTable), "deletes a route";
   if (what < 12) return link ? linkIs(*link, !link->up) : void(), "link up or down";
   if (what < 13) return link ? carrierIs(*link, !link->lowerUp) : void(), "carrier";
+  if (what < 14) return link ? masterIs(*link, dice_(2) ? 1 + dice_(5) : 0) : void(), "another master";
   if (what < 15) return rename(), "renames";
   if (what < 16) return deleteLink(), "deletes a link";
   if (what < 18) return makeLink(), "makes a link";
@@ -410,6 +491,6 @@ const char* VirtualKernel::change() {
     return "deletes an address";
   }
   if (what < 23) return changeNextHop(), "next-hop object";
-  if (what < 24) return tell(SettingChange{}), "setting";
+  if (what < 24) return ignoresLinkdown_ ^= dice_(2) == 0, tell(SettingChange{}), "setting";
   return changeExported(), "exported table";
 }

@@ -27,6 +27,7 @@ class VirtualKernel {
   using Address = host::kernel::Address;
   using Table = std::map<host::kernel::IpGenPrefix, std::vector<Route>>;
   static constexpr U32 mainTable = 254;
+  static constexpr U32 vrfTable = 100;
   static constexpr U32 exportTable = 250;
 
   VirtualKernel(Dice& dice, const host::Nanos& now);
@@ -53,9 +54,9 @@ class VirtualKernel {
 
   /// An errno, or 0 when the route would be taken.
   int faultOf(const Route& route);
+  Route shown(Route route) const;
   const std::map<U32, Link>& links() const { return links_; }
   const std::vector<Address>& addresses() const { return addresses_; }
-  const std::map<U32, host::kernel::NextHop>& nextHops() const { return nextHops_; }
   Table& table(U32 number) { return tables_[number]; }
   /// Whether somebody who follows what is written to the exported table has another route to a prefix than
   /// the daemon's, or none; not where the daemon cannot know.
@@ -74,7 +75,7 @@ class VirtualKernel {
   class Writer;
 
   using Body = decltype(host::kernel::Event::body);
-  void tell(const Body& body, U16 flags = 0);
+  void tell(Body body, U16 flags = 0);
   void deliver();
   void loseEvents();
 
@@ -82,6 +83,7 @@ class VirtualKernel {
   Route route();
   void addRoute();
   void changeExported();
+  std::vector<Route> routesOf(U32 table);
   void deleteRoute(U32 table);
   bool insert(Route route, U32 verb);
   void erase(const Route& route);
@@ -96,12 +98,15 @@ class VirtualKernel {
   void dropRoutesIf(F matches);
   void rename();
   void makeLink();
+  void masterIs(Link& link, U32 master);
+  U32 vrfTableOf(const Link& link) const;
+  U32 tableOf(U32 link) const { return vrfTableOf(links_.at(link)) ? vrfTable : mainTable; }
   void deleteLink();
   void connect(const Address& address);
   void addAddress();
   void deleteAddress(Address address);
   void changeNextHop();
-  void eraseNextHop(U32 id);
+  void eraseNextHop(U32 id, bool isAsked);
   void eraseNextHopsOn(U32 link);
 
   Dice& dice_;
@@ -115,6 +120,7 @@ class VirtualKernel {
   std::vector<Socket*> sockets_;
   U64 changes_ = 0;
   bool faulty_ = false;
+  bool ignoresLinkdown_ = false;
   bool hiding_ = false;
   bool inChange_ = false;
   host::Nanos refusedAt_ = 0;

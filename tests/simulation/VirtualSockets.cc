@@ -75,6 +75,7 @@ void put(Datagram& d, const NextHopChange& c, U16 flags, U32 sequence) {
   std::vector<nexthop_grp> group;
   for (const U32 id : n.group) group.push_back({id, 0, 0, 0});
   if (!group.empty()) d.attribute(NHA_GROUP, group.data(), group.size() * sizeof group[0]);
+  if (n.blackhole) d.attribute(NHA_BLACKHOLE, nullptr, 0);
   if (n.hop.link != 0) d.attribute(NHA_OIF, n.hop.link);
   putAddress(d, NHA_GATEWAY, n.hop.gateway);
 }
@@ -88,6 +89,8 @@ void put(Datagram& d, const RouteChange& c, U16 flags, U32 sequence) {
             flags, sequence);
   d.attribute(RTA_TABLE, r.table).attribute(RTA_PRIORITY, r.metric);
   putAddress(d, RTA_DST, IpGenAddr(r.prefix.v4Prefix().address()));
+  putAddress(d, RTA_PREFSRC, r.source);
+  if (r.rest != 0) d.attribute(RTA_FLOW, r.rest);
   if (r.nextHop != 0) d.attribute(RTA_NH_ID, r.nextHop);
   if (one) d.attribute(RTA_OIF, r.hops[0].link), putAddress(d, RTA_GATEWAY, r.hops[0].gateway);
   std::vector<U8> legs;
@@ -117,21 +120,15 @@ void put(Datagram& d, const Refused& refused, U16 flags, U32 sequence) {
 template <class Other>
 void put(Datagram&, const Other&, U16, U32) {}
 
-std::string textOf(const LinkChange& c) {
-  return describe(c.link) + (c.gone ? " gone" : "");
-}
-std::string textOf(const AddressChange& c) {
-  return describe(c.address) + (c.gone ? " gone" : "");
-}
-std::string textOf(const NextHopChange& c) {
-  return describe(c.nextHop) + (c.gone ? " gone" : "");
-}
-std::string textOf(const RouteChange& c) {
-  return fmt::format("route {} table {} {}{}", c.route.prefix.stringValue(), c.route.table, describe(c.route),
-                     c.gone ? " gone" : "");
-}
-template <class Other>
-std::string textOf(const Other&) {
+template <class Change>
+std::string textOf(const Change& c) {
+  if constexpr (requires { c.link; }) return describe(c.link);
+  if constexpr (requires { c.address; }) return describe(c.address);
+  if constexpr (requires { c.nextHop; }) return describe(c.nextHop);
+  if constexpr (requires { c.route; }) {
+    return fmt::format("route {} table {} {}", c.route.prefix.stringValue(), c.route.table,
+                       describe(c.route));
+  }
   return "else";
 }
 
@@ -154,8 +151,9 @@ void putAside(Datagram& d, U32 what, const std::string& name, U32 number) {
   }
 }
 
-void VirtualKernel::tell(const Body& body, U16 flags) {
+void VirtualKernel::tell(Body body, U16 flags) {
   Datagram d;
+  if (auto* change = std::get_if<RouteChange>(&body)) change->route = shown(change->route);
   if (faulty_ && !links_.empty()) putAside(d, dice_(40), links_.begin()->second.name, links_.begin()->first);
   std::visit([&](const auto& b) { put(d, b, flags, 0); }, body);
   if (isLoud)
@@ -210,11 +208,12 @@ class VirtualKernel::Socket : public Channel {
 
 bool VirtualKernel::Socket::request(Dump dump, U32 sequence, U32 table) {
   if (fails(30)) return kernel_.refusedAt_ = kernel_.now_, false;
-  if (isDumping_ || fails(30)) {
+  const bool isThere = dump != Dump::routes4 || !kernel_.tables_[table].empty();
+  if (isDumping_ || !isThere || fails(30)) {
     Datagram d;
-    put(d, Refused{-EBUSY}, 0, sequence);
+    put(d, Refused{isDumping_ || isThere ? -EBUSY : -ENOENT}, 0, sequence);
     queue.push_back(d.bytes());
-    kernel_.refusedAt_ = kernel_.now_;
+    if (isDumping_ || isThere) kernel_.refusedAt_ = kernel_.now_;
     return true;
   }
   isDumping_ = true;
@@ -273,7 +272,7 @@ std::vector<U8> VirtualKernel::Socket::part() {
     const Table& table = kernel_.tables_[table_];
     for (auto it = after_.empty() ? table.begin() : table.upper_bound(after_); it != table.end() && count > 0;
          ++it) {
-      for (const Route& r : it->second) tell(RouteChange{r});
+      for (const Route& r : it->second) tell(RouteChange{kernel_.shown(r)});
       after_ = it->first;
       count -= !it->second.empty();
     }
