@@ -15,6 +15,7 @@
 #include "Options.h"
 #include "RibService.h"
 #include "RouteWriter.h"
+#include "StandardDescriptors.h"
 
 // Leaves a daemon running: puts the parts together as the options say.
 
@@ -104,6 +105,7 @@ void serve(const Options& options, host::daemon::Log& log) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  host::holdStandardDescriptors();
   Options options;
   try {
     const std::string help = host::readOptions({argv + 1, argv + argc}, options);

@@ -315,6 +315,11 @@ def reader_vanishes(w):
             assert run.stdout, words
 
 
+def closed(w):
+    """Else the log would go to the kernel, by a socket of netlink."""
+    assert {os.readlink(f"/proc/{w.pid}/fd/{fd}") for fd in range(3)} == {"/dev/null"}
+
+
 def stuck(w):
     manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
     manager.bind("\0" + MANAGER)
@@ -384,6 +389,7 @@ ROWS = [
     Row("stuck, and the watchdog", stuck, prefix=("env", "NOTIFY_SOCKET=@" + MANAGER, "WATCHDOG_USEC=200000"), restarts=True, turns=1),
     Row("memory exhausted", no_memory, "out of memory|Cannot allocate memory", restarts=True, turns=1),
     Row("no descriptors", no_descriptors, "no client can be accepted"),
+    Row("closed standard descriptors", closed, prefix=("sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh")),
     Row("configuration cut", cut),
     *(Row("configuration: " + what, f"$ {how}; kill -HUP {{w.pid}}; sleep 0.1", says) for what, how, says in (
         ("renamed over", "echo ip mroute 9.0.0.0/8 d1 >{w.etc}/new; mv {w.etc}/new {w.config}", READ_AGAIN),
