@@ -57,17 +57,20 @@ bool Mirror::put(const Address& address, bool dumped) {
   return isNew;
 }
 
-/// An object that is replaced stays in its groups, and of them nothing is told; unless it went with its link
-/// before, and is another one.
-void Mirror::confirmGroupsOf(const Topology::NextHops::Entry& known) {
-  const NextHop& member = known.value;
+/// An object that is replaced stays in its groups, and of them nothing is told; unless it, or another that is
+/// in one, went with its link before.
+void Mirror::confirmGroupsOf(U32 replaced) {
   topology_.nextHops.confirm(
       [&](const auto& entry) {
+        const auto isIn = [&](U32 id) {
+          const auto* member = topology_.nextHops.find(id);
+          return member && member->born <= entry.epoch &&
+                 (member->value.blackhole ||
+                  topology_.isConfirmed(member->value.hop, std::min(member->epoch, entry.epoch)));
+        };
         const auto& group = entry.value.group;
-        const bool isCertain =
-            member.blackhole || topology_.isConfirmed(member.hop, std::min(known.epoch, entry.epoch));
-        return isCertain && known.born <= entry.epoch &&
-               std::find(group.begin(), group.end(), member.id) != group.end();
+        return std::find(group.begin(), group.end(), replaced) != group.end() &&
+               std::all_of(group.begin(), group.end(), isIn);
       },
       epoch_);
 }
@@ -79,7 +82,7 @@ bool Mirror::put(const NextHop& nextHop, bool dumped) {
                                     std::any_of(nextHop.group.begin(), nextHop.group.end(), [&](U32 member) {
                                       return topology_.isYounger(member, known->epoch);
                                     }));
-  if (known && !dumped && known->value.hop.link != nextHop.hop.link) confirmGroupsOf(*known);
+  if (known && !dumped && known->value.hop.link != nextHop.hop.link) confirmGroupsOf(nextHop.id);
   const bool isNew = dumped ? topology_.nextHops.putDumped(nextHop.id, nextHop)
                             : topology_.nextHops.put(nextHop.id, nextHop, epoch_);
   if (isNew || wasInDoubt) reconsiderAll();

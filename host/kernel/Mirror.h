@@ -120,7 +120,7 @@ class Mirror {
   bool put(const NextHop& nextHop, bool dumped);
   void linkGone(U32 index);
   void addressGone(U32 link);
-  void confirmGroupsOf(const Topology::NextHops::Entry& known);
+  void confirmGroupsOf(U32 replaced);
   void nextHopGone();
   void tell(LinkChange& change, U16 flags, Nanos now);
   void tell(AddressChange& change, U16 flags, Nanos now);

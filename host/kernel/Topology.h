@@ -24,8 +24,7 @@ class Topology {
 
   Stamped<U32, LinkState> links;
   Stamped<AddressKey, Address> addresses;
-  using NextHops = Stamped<U32, NextHop>;
-  NextHops nextHops;
+  Stamped<U32, NextHop> nextHops;
 
   /// What was confirmed later stands as it is; of what was not, something may have been taken away since.
   Epoch lastLoss = 0;

@@ -84,12 +84,10 @@ TEST_F(CheckTest, SaysWhatIsWrongAndWhatDecides) {
   EXPECT_EQ(judged(route("10.8.0.9", 1)) + judged(route("10.8.0.9", 2)), "rightright");  // either way
   EXPECT_EQ(judged(route("10.8.0.9", 3)),
             "wrong: packets must come in by e1 or e2: m.conf:2 (ip mroute 10.8.0.0/16 10.1.0.2) and m.conf:3 "
-            "(ip mroute "
-            "10.8.0.0/16 10.2.0.2) have the same preference, 1");
+            "(ip mroute 10.8.0.0/16 10.2.0.2) have the same preference, 1");
   EXPECT_EQ(judged(route("10.7.0.9", 1)),
             "wrong: packets must come in by e5: m.conf:5 (ip mroute 10.7.0.0/16 e5) decides; no routing "
-            "daemon has made "
-            "e5 an interface of multicast forwarding");
+            "daemon has made e5 an interface of multicast forwarding");
   EXPECT_TRUE(
       judged(route("10.9.0.9", 1)).starts_with("noRpf: packets from 10.9.0.9 have no way in: m.conf:4 "));
   EXPECT_TRUE(judged(route("10.9.0.9", 0, false)).starts_with("noRpf: "));
@@ -109,8 +107,7 @@ TEST_F(CheckTest, CountersTellOfPacketsThatComeInElsewhere) {
 TEST_F(CheckTest, WhatTheKernelDropsIsNoFlow) {
   EXPECT_EQ(judged(route("10.3.9.9", 3)),
             "dropped: the kernel drops its packets on e3: rp_filter is 1 and the unicast route to 10.3.9.9 "
-            "leaves by "
-            "e1; `sysctl -w net.ipv4.conf.e3.rp_filter=2` would change it");
+            "leaves by e1; `sysctl -w net.ipv4.conf.e3.rp_filter=2` would change it");
   EXPECT_EQ(judged(route("10.3.9.9", 3), Growth{2, 0}), "right");
   EXPECT_EQ(judged(route("10.3.0.2", 3)) + judged(route("10.3.0.1", 3)), "rightright");
 }

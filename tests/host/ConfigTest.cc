@@ -80,12 +80,10 @@ TEST(Config, NamesLineColumnAndWhatWasExpected) {
        "1:22: expected an interface name of 1 to 15 bytes without a slash, found \"sixteen-bytes-no\""},
       {"ip mroute 232.1.0.0/16 e",
        "1:11: expected the prefix of sources, found \"232.1.0.0/16\": these are group addresses, and a "
-       "source "
-       "has a unicast address"},
+       "source has a unicast address"},
       {"ip mroute 127.0.0.0/8 e",
        "1:11: expected the prefix of sources, found \"127.0.0.0/8\": these are loopback addresses, which "
-       "stay "
-       "within a host"},
+       "stay within a host"},
       {net + "127.0.0.1",
        "1:22: expected the address of a neighbour, found \"127.0.0.1\": it is a loopback address"},
       {"ip mroute 1.0.0.0/8 e 1\nip mroute 1.0.0.0/8 e", "2:1: the same route stands in f:1"},
@@ -138,8 +136,7 @@ TEST(Config, NextHopsThatAreNoNeighboursAreNamedWithTheReason) {
       host::ConfigurationError(host::impossibleNextHops(c, subnets)).what(),
       "f:1: \"ip mroute 20.0.0.0/8 10.0.1.1\": the next hop 10.0.1.1 is this router's own address on e\\\"0\n"
       "f:2: \"ip mroute 20.0.0.0/8 10.0.1.0\": the next hop 10.0.1.0 is the network address of 10.0.1.0/24 "
-      "on "
-      "e\\\"0\n"
+      "on e\\\"0\n"
       "f:3: \"ip mroute 20.0.0.0/8 10.255.255.255\": the next hop 10.255.255.255 is the broadcast address of "
       "10.0.0.0/8 on eth8\n"
       "f:5: \"ip mroute 20.0.0.0/8 10.9.9.9 5\": the next hop 10.9.9.9 is this router's own address on lo\n"
