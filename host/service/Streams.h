@@ -10,6 +10,8 @@
 
 namespace host {
 
+// Variables, since the simulation's MRIBs would fit into one part.
+
 /// The most elements of one reply, so that no client waits for another's list.
 inline std::size_t elementsAReply = 200;
 /// The most parts that wait for a client of Monitor, which is told anew with more.
