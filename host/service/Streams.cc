@@ -133,8 +133,10 @@ void MonitorStream::restart() {
   generation_ = log_->router_.generation();
 }
 
-/// What comes next is told in words of another time.
+/// What comes next is told in words of another time. Of a large MRIB all the rest would be: it is told anew.
 void MonitorStream::endState() {
+  isBehind_ |= inState_ && state_.size() - at_ > mostPartsBehind * elementsAReply;
+  if (isBehind_) return;
   std::deque<MonitorLog::Part> parts;
   while (inState_) parts.push_back(statePart(elementsAReply));
   parts_.insert(parts_.begin(), parts.begin(), parts.end());
