@@ -14,7 +14,6 @@ namespace host {
 
 using kernel::IpGenAddr;
 using kernel::RouteRequest;
-using kernel::RouteType;
 using Lumo::IpAddr;
 using Lumo::Prefix;
 

@@ -68,6 +68,7 @@ std::string textOf(const Router& before, const Router& after, const WhatIf::Flow
 std::vector<std::string> textsOf(const Router& router, const std::vector<mrib::Unresolved>& unresolved) {
   const Why why(router);
   std::vector<std::string> texts;
+  texts.reserve(unresolved.size());
   for (const mrib::Unresolved& u : unresolved) {
     texts.push_back(documents::textOf(documents::ofUnresolved(router.configuration(), why, u)));
   }

@@ -472,20 +472,21 @@ std::string RandomEvents::difference() {
 
 std::string RandomEvents::traceDifference() const {
   std::vector<std::string> engine, model;
+  const auto say = [](const auto& m) { return m.handle + " " + std::to_string(m.level) + " " + m.text; };
   for (const auto& m : recorder_->messages) {
     if (!m.handle.starts_with("Mrib")) continue;
-    engine.push_back(m.handle + " " + std::to_string(m.level) + " " + m.text);
+    engine.push_back(say(m));
     const std::string name = m.text.substr(0, m.text.find('('));  // a signature, in most messages
     if ((name.starts_with("void ") || name.starts_with("S32 ")) && !name.ends_with("::" + m.function))
       return "function " + m.function + " of " + m.text;
   }
   for (const auto& m : model_.traces) {
-    if (m.level <= mostTraced()) model.push_back(m.handle + " " + std::to_string(m.level) + " " + m.text);
+    if (m.level <= mostTraced()) model.push_back(say(m));
   }
   for (std::size_t i = 0; i < std::max(engine.size(), model.size()); ++i) {
     const std::string a = i < engine.size() ? engine[i] : "nothing";
     const std::string b = i < model.size() ? model[i] : "nothing";
-    if (a != b) return "trace " + std::to_string(i) + "\n engine: " + a + "\n model:  " + b;
+    if (a != b) return std::string("\n engine: ").append(a).append("\n model:  ").append(b);
   }
   return "";
 }

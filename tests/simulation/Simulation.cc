@@ -113,7 +113,7 @@ struct Simulation::Client {
   }
 };
 
-Simulation::Simulation(U64 seed, std::string folder, bool isLoud)
+Simulation::Simulation(U64 seed, const std::string& folder, bool isLoud)
     : seed_(seed), path_(folder + "/mrib.conf"), isLoud_(isLoud), kernel_((dice_.seedIs(seed), dice_), now_) {
   kernel_.isLoud = isLoud;
   kernel_.onWrite = [this](auto ops) { checkWrite(ops); };

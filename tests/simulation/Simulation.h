@@ -11,7 +11,7 @@
 class Simulation {
  public:
   /// `folder`: where the configuration is.
-  Simulation(U64 seed, std::string folder, bool isLoud = false);
+  Simulation(U64 seed, const std::string& folder, bool isLoud = false);
   ~Simulation();
   /// Returns what is wrong, or nothing.
   std::string run();
