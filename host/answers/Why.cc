@@ -11,13 +11,16 @@ namespace host {
 using Lumo::IpAddr;
 using Lumo::Prefix;
 
-Why::Why(const Router& router) : router_(router) {
-  const kernel::Mirror& mirror = router.mirror();
+const Why::Subnets& Why::subnets() const {
+  if (subnets_) return *subnets_;
+  subnets_.emplace();
+  const kernel::Mirror& mirror = router_.mirror();
   mirror.topology().forEachOwn(mirror.settings().table, [&](const kernel::Address& a, const kernel::Link&) {
     if (a.peer.af() != Lumo::ipv4()) return;
-    subnets_.try_emplace(Prefix(a.peer.v4Addr(), a.length), a.link);
-    lengths_[a.length] = true;
+    subnets_->links.try_emplace(Prefix(a.peer.v4Addr(), a.length), a.link);
+    subnets_->lengths[a.length] = true;
   });
+  return *subnets_;
 }
 
 std::string Why::of(const mrib::Unresolved& unresolved) const {
@@ -47,9 +50,9 @@ std::string Why::hintFor(IpAddr address) const {
 
 U32 Why::linkOf(IpAddr address) const {
   for (U32 length = Prefix::maxLength + 1; length-- > 0;) {
-    if (!lengths_[length]) continue;
-    const auto subnet = subnets_.find(Prefix(address, length));
-    if (subnet != subnets_.end()) return subnet->second;
+    if (!subnets().lengths[length]) continue;
+    const auto subnet = subnets().links.find(Prefix(address, length));
+    if (subnet != subnets().links.end()) return subnet->second;
   }
   return 0;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <array>
+#include <bitset>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -10,11 +11,11 @@
 
 namespace host {
 
-/// Says why configured routes do not resolve, as things are when it is made.
+/// Says why configured routes do not resolve. The first time that this depends on the router's subnets costs
+/// a look at each of its addresses.
 class Why {
  public:
-  /// Costs a look at each of the router's addresses.
-  explicit Why(const Router& router);
+  explicit Why(const Router& router) : router_(router) {}
 
   /// In a sentence without a full stop, escaped: as the agent says it, but for stand-ins of interfaces, which
   /// nobody needs to know of; and with what explains to people who see a way that the MRIB does not have it.
@@ -23,11 +24,16 @@ class Why {
   U32 linkOf(Lumo::IpAddr address) const;
 
  private:
+  struct Subnets {
+    std::unordered_map<Lumo::Prefix, U32, kernel::PrefixHash> links;
+    std::bitset<Lumo::Prefix::maxLength + 1> lengths;  // that there are
+  };
+
   std::string hintFor(Lumo::IpAddr address) const;
+  const Subnets& subnets() const;
 
   const Router& router_;
-  std::unordered_map<Lumo::Prefix, U32, kernel::PrefixHash> subnets_;
-  std::array<bool, Lumo::Prefix::maxLength + 1> lengths_{};  // that subnets have
+  mutable std::optional<Subnets> subnets_;
 };
 
 /// The errors among `after` that were none before.
