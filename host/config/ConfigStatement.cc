@@ -7,6 +7,7 @@
 
 #include "ConfigError.h"
 #include "ConfigText.h"
+#include "Groups.h"
 #include "Lumo/Ip6Addr.h"
 
 namespace host {
@@ -17,7 +18,6 @@ constexpr Lumo::Prefix ipv4(U32 first, U32 length) {
   return {Lumo::IpAddr::fromHost(first << 24), length};
 }
 
-constexpr Lumo::Prefix groups = ipv4(224, 4);
 constexpr Lumo::Prefix loopback = ipv4(127, 8);
 constexpr Lumo::Prefix thisNetwork = ipv4(0, 8);
 constexpr Lumo::Prefix reserved = ipv4(240, 4);

@@ -2,6 +2,7 @@
 
 #include "Error.h"
 #include "Escape.h"
+#include "Groups.h"
 #include "ImaginedKernel.h"
 
 // What Linux makes of a request for a route.
@@ -20,8 +21,6 @@ constexpr U8 scopeLink = 253;
 constexpr U8 scopeHost = 254;
 constexpr U8 scopeNowhere = 255;
 constexpr U32 tableLocal = 255;
-
-const Prefix groups("224.0.0.0/4");
 
 /// But for what passes (their flags) and what no request says (metrics, weights).
 bool isSame(const Route& a, const Route& b) {

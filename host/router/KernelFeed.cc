@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "Groups.h"
+
 namespace host {
 
 using kernel::Answer;
@@ -10,8 +12,6 @@ using Lumo::IpAddr;
 using Lumo::Prefix;
 
 namespace {
-
-const Prefix groups(IpAddr::fromHost(0xE0000000), 4);
 
 /// Kernels have addresses of groups on interfaces, and routes for groups among the unicast ones; no packet
 /// comes from there.

@@ -8,6 +8,7 @@
 #include "Documents.h"
 #include "Error.h"
 #include "Escape.h"
+#include "Groups.h"
 #include "Parameters.h"
 #include "Streams.h"
 
@@ -21,8 +22,6 @@ namespace {
 
 constexpr std::size_t routesAStep = 200;
 constexpr Nanos restAfterReading = 5;  // times as long, for those who follow: a fifth of the time is theirs
-
-const Lumo::Prefix groups("224.0.0.0/4");
 
 /// Null for any.
 std::string addressText(IpAddr address) {

@@ -2,6 +2,7 @@
 
 #include "Documents.h"
 #include "Escape.h"
+#include "Groups.h"
 #include "Lumo/Prefix.h"
 #include "StandardErrors.h"
 #include "Zan/Exception.h"
@@ -12,8 +13,6 @@ using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
 
 namespace {
-
-const Lumo::Prefix groups("224.0.0.0/4");
 
 std::optional<std::string> faultOfSource(const IpGenAddr& address) {
   if (address.af() == Lumo::ipv4()) {
